@@ -1,0 +1,76 @@
+/*
+ * Start and stop of the library, its version, the switch of the log service, and the last-error functions.
+ *
+ * VYX_Init starts the library's services: SIGPIPE is set to be ignored, the message-queue and thread-pool
+ * registries come up, then the service behind bounded waits (one thread, "timer_svc"), then the lock behind
+ * the atomic operations. Mutexes, semaphores, conditions, threads, time and the system utilities need no
+ * start; bounded semaphore and condition waits and the atomic operations do.
+ */
+#ifndef VYX_FRAME_H
+#define VYX_FRAME_H
+
+#include <vyx/types.h>
+
+#define VYX_VERSION 0x01000001u /* what VYX_GetVYXVersion returns */
+
+VYX_BEGIN_DECLS
+
+/*
+ * Starts the library. Calls are counted: only the first one does work, later ones raise the counter, and
+ * each needs a VYX_Fini of its own. VYX_InitEx is the same function under a second name.
+ *
+ * Result:  VYX_OK started (or already running); VYX_ERROR if a service could not start: those that had come
+ *          up are stopped again, the counter is unchanged, and a later call tries anew. No message is printed.
+ * Threads: any thread, also before main (from static constructors). Not from within a service's own start or
+ *          stop, which would deadlock. Not from a signal handler.
+ * Effect:  SIGPIPE is ignored from the first start on, process-wide, also after VYX_Fini.
+ * Fork:    the services do not exist in a forked child. It may call VYX_Fini, which then waits for nothing.
+ */
+VYX_API int32_t VYX_Init(void);
+VYX_API int32_t VYX_InitEx(void);
+
+/*
+ * Undoes one VYX_Init; the call that brings the counter to 0 switches the log service off and stops every
+ * service, in the order in which they were started. VYX_FiniEx is the same function under a second name.
+ * Bounded waits still pending then return VYX_ERROR. The library may be started again afterwards.
+ *
+ * Calls must be paired. An unmatched VYX_Fini is counted all the same: the counter becomes -1 and nothing
+ * stops, the next VYX_Init then only brings the counter back to 0 without starting anything (and returns
+ * VYX_OK), and only the one after that starts the library.
+ *
+ * Result:  VYX_OK; failures to stop are not reported.
+ * Threads: as VYX_Init. No other thread may be inside an atomic operation then.
+ */
+VYX_API int32_t VYX_Fini(void);
+VYX_API int32_t VYX_FiniEx(void);
+
+/* The library's version as one opaque number, VYX_VERSION. Any thread; no start needed. */
+VYX_API uint32_t VYX_GetVYXVersion(void);
+
+/*
+ * Switches the log service on or off in one call.
+ *   nFlags      0: off. Otherwise on; bit 0 adds standard output, bit 1 the rotating files; others are ignored
+ *   pFileParam  parameter of the file target, borrowed for the call; may be null
+ *
+ * Result:  always VYX_OK. The log service is not part of this version yet: the call has no effect.
+ * Threads: any.
+ */
+VYX_API int32_t VYX_Log(uint32_t nFlags, const void *pFileParam);
+
+/*
+ * The library keeps no error code of its own: reading always yields 0, and setting nCode has no effect and
+ * returns 0. Use the system pair below. Any thread; no start needed.
+ */
+VYX_API uint32_t VYX_GetLastError(void);
+VYX_API int32_t VYX_SetLastError(uint32_t nCode);
+
+/*
+ * Read and write the calling thread's errno. Most functions of the library that fail leave it as the failing
+ * platform call set it. Any thread; each has its own value.
+ */
+VYX_API uint32_t VYX_GetSystemLastError(void);
+VYX_API void VYX_SetSystemLastError(uint32_t nCode);
+
+VYX_END_DECLS
+
+#endif

@@ -1,0 +1,267 @@
+/*
+ * Synchronisation: mutexes, counting semaphores, condition variables, and atomic operations on integers.
+ *
+ * Bounded waits (VYX_SemTimedWait, VYX_CondTimedWait, VYX_Sema::TimedWait) with a limit other than 0 and
+ * VYX_INFINITE, and the atomic operations, need the started library (VYX_Init); everything else works at any
+ * time, also before main. Functions whose name contains Wait, and VYX_MutexLock, block.
+ */
+#ifndef VYX_SYNC_H
+#define VYX_SYNC_H
+
+#include <vyx/types.h>
+
+#define VYX_MUTEX_NORMAL 0u
+#define VYX_MUTEX_RECURSIVE 0xFFFFFFFFu
+
+VYX_BEGIN_DECLS
+
+/* ---- Mutexes ------------------------------------------------------------------------------------------ */
+
+/*
+ * Makes a mutex in the caller's storage, which must stay in place until VYX_MutexDestroy.
+ *   nType  VYX_MUTEX_RECURSIVE: the owner may lock again, each lock needs its own unlock.
+ *          VYX_MUTEX_NORMAL, or any other number: passed to the platform as its own mutex type.
+ *
+ * Result:  VYX_OK; VYX_ERROR only for a null pointer. A type that the platform does not know still gives
+ *          VYX_OK and leaves a mutex of the platform's default type.
+ * Threads: the storage must not be in use yet.
+ * Rests on pthread_mutexattr_settype, pthread_mutex_init.
+ */
+VYX_API int32_t VYX_MutexCreate(VYX_MUTEX_T *pMutex, uint32_t nType);
+
+/*
+ * Destroy, lock, try to lock, and unlock a mutex made by VYX_MutexCreate (pthread_mutex_destroy, _lock,
+ * _trylock, _unlock).
+ *
+ * Result:  VYX_OK if the platform call succeeded; VYX_ERROR for a null pointer and for every failure.
+ *          VYX_MutexTryLock does not tell busy from failed. Locking a normal mutex twice on one thread
+ *          deadlocks; using a destroyed one is the caller's error.
+ * Threads: any; unlock on the thread that locked.
+ */
+VYX_API int32_t VYX_MutexDestroy(VYX_MUTEX_T *pMutex);
+VYX_API int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex);
+VYX_API int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex);
+VYX_API int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex);
+
+/* ---- Semaphores: for the threads of one process --------------------------------------------------------- */
+
+/*
+ * Makes a counting semaphore. It is a POSIX named semaphore, registered with the system under a generated
+ * name ("vyx_named_semaphore_%05d", 32767 of them) until it is destroyed; names in use are skipped. A process
+ * that ends without destroying its semaphores leaves their names behind.
+ *   pSem      slot that receives the library's record; the caller owns the slot, the library the record
+ *   nInitial  count to start with
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer, when the system refuses the semaphore (errno tells), when
+ *          all names are taken, and when memory is short. The slot is written only on success.
+ * Threads: any.
+ * Rests on sem_open with O_CREAT | O_EXCL and mode 0777.
+ */
+VYX_API int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial);
+
+/*
+ * Gives the semaphore, its name and its record back. The slot is not cleared: it must be filled by a new
+ * VYX_SemCreate before it is used again, and destroying twice is the caller's error.
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer or an empty (null) slot.
+ * Threads: nobody may be waiting or posting.
+ */
+VYX_API int32_t VYX_SemDestroy(VYX_SEM_T *pSem);
+
+/*
+ * Takes one count, waiting without limit (sem_wait).
+ *
+ * Result:  VYX_OK taken; VYX_ERROR for a null pointer or empty slot, and when a signal handler interrupted
+ *          the wait (errno is EINTR then; there is no retry).
+ * Threads: any number at once; the slot must outlive the call.
+ */
+VYX_API int32_t VYX_SemWait(VYX_SEM_T *pSem);
+
+/* Adds one count and wakes a waiter (sem_post). VYX_OK, or VYX_ERROR (errno is EOVERFLOW at the platform's
+ * maximum). Any thread. Unlike the rest, it may be called from a signal handler. */
+VYX_API int32_t VYX_SemPost(VYX_SEM_T *pSem);
+
+/*
+ * Takes one count, waiting at most nTimeOut.
+ *   nTimeOut  milliseconds of the wall clock; 0 = try once, VYX_INFINITE = as VYX_SemWait
+ *
+ * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, memory short, library
+ *          stopped meanwhile (these are not told apart). Not before nTimeOut has passed on a time-out. Of
+ *          several bounded waiters the one that began first is served first.
+ * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait.
+ * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait does not end until the
+ *          library is started.
+ */
+VYX_API int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut);
+
+/* ---- Condition variables -------------------------------------------------------------------------------- */
+
+/*
+ * Make and destroy a condition in the caller's storage; wake one waiter or all (pthread_cond_init, _destroy,
+ * _signal, _broadcast).
+ *
+ * Result:  0, or the platform's error number (positive); -1 for a null pointer. Destroying while somebody
+ *          waits is the caller's error.
+ * Threads: signal and broadcast: any, with or without the mutex.
+ */
+VYX_API int32_t VYX_CondCreate(VYX_COND_T *pCond);
+VYX_API int32_t VYX_CondDestroy(VYX_COND_T *pCond);
+VYX_API int32_t VYX_CondSignal(VYX_COND_T *pCond);
+VYX_API int32_t VYX_CondBroadCast(VYX_COND_T *pCond);
+
+/*
+ * Waits without limit, releasing the mutex meanwhile (pthread_cond_wait). Wake-ups may be spurious, bounded
+ * waiters on the same condition cause some: test the predicate again.
+ *   pMutex  held by the caller exactly once, held again on return
+ *
+ * Result:  0, or the platform's error number (positive); -1 if either pointer is null.
+ */
+VYX_API int32_t VYX_CondWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex);
+
+/*
+ * As VYX_CondWait, but for at most nTimeOut.
+ *   nTimeOut  milliseconds of the wall clock; VYX_INFINITE = exactly VYX_CondWait. 0 is a very short wait.
+ *
+ * Result:  VYX_ERROR always, whether time ran out, somebody signalled, the wake-up was spurious, memory was
+ *          short or the library was stopped: test the predicate, not the result. (With VYX_INFINITE the
+ *          result of VYX_CondWait.) The mutex is held again on return.
+ * Errors:  the pointers are not checked for null, except with VYX_INFINITE.
+ * Threads: any number on one condition; each one's time-out is kept. When time runs out the library's service
+ *          thread takes the mutex for a moment; it never waits for it. A thread that holds the mutex delays
+ *          the waiter's return, not the other bounded waits. A recursive mutex held more than once delays
+ *          the wake-up of others, as in pthread_cond_wait.
+ * Needs:   the started library, except for VYX_INFINITE. Without it the wait lasts until somebody signals.
+ */
+VYX_API int32_t VYX_CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut);
+
+/* ---- Atomic operations ---------------------------------------------------------------------------------- */
+
+/*
+ * Stores nNew into *pDest if *pDest equals nComparand (compared as 32 bits), as one step under the lock that
+ * all atomic operations of the process share.
+ *
+ * Result:  always 0; whether the value was stored is not told.
+ * Threads: any. Pointers are not checked for null; they must be aligned for their type.
+ */
+VYX_API int32_t VYX_AtomicCas(volatile uint32_t *pDest, uint32_t nNew, int32_t nComparand);
+
+/*
+ * Read *pDest, then ask VYX_AtomicCas to replace exactly that value by nValue, by the sum with nAddend, by
+ * one more or by one less. Arithmetic wraps modulo 2^32.
+ *
+ * If another thread changes *pDest between the reading and the swap, nothing is stored and the result is 0
+ * all the same: the update is lost. Where every update must count, use a mutex.
+ */
+VYX_API int32_t VYX_AtomicSet(volatile uint32_t *pDest, uint32_t nValue);
+VYX_API int32_t VYX_AtomicAdd(volatile uint32_t *pDest, uint32_t nAddend);
+VYX_API int32_t VYX_AtomicInc(volatile uint32_t *pDest);
+VYX_API int32_t VYX_AtomicDec(volatile uint32_t *pDest);
+
+/* Does nothing and returns 0; kept so that portable code links. */
+VYX_API int32_t VYX_AtomicCasPtr(void *volatile *ppDest, void *pNew, void *pComparand);
+
+VYX_END_DECLS
+
+#ifdef __cplusplus
+
+/* A mutex as an object; the methods are the flat functions on it and return their results (0 or -1). */
+class VYX_API VYX_Mutex {
+  public:
+    /* A recursive mutex. */
+    VYX_Mutex();
+    /* As VYX_MutexCreate with that type: VYX_Mutex m(0) is a normal one. */
+    VYX_Mutex(unsigned int type);
+    ~VYX_Mutex();
+    VYX_Mutex(const VYX_Mutex &) = delete;
+    VYX_Mutex &operator=(const VYX_Mutex &) = delete;
+
+    int Lock();
+    int Unlock();
+    int TryLock();
+
+  private:
+    VYX_MUTEX_T m_hMutex;
+};
+
+/*
+ * A semaphore that holds at most a maximum. Any number of threads may use one object.
+ * If the semaphore could not be created, every call on the object returns -1 (Post() returns 0 as long as
+ * the maximum is not reached, having posted nothing).
+ */
+class VYX_API VYX_Sema {
+  public:
+    /* Starts with the count initial, which is not compared with maximum. */
+    VYX_Sema(unsigned int initial, unsigned int maximum);
+    /* Nobody may be waiting or posting. */
+    ~VYX_Sema();
+    VYX_Sema(const VYX_Sema &) = delete;
+    VYX_Sema &operator=(const VYX_Sema &) = delete;
+
+    /* As VYX_SemWait: 0 taken, -1 not. */
+    int Wait();
+    /* As VYX_SemTimedWait, in milliseconds: 0 taken, -1 not. */
+    int TimedWait(unsigned int ms);
+    /* 0, or -1 without posting when the count is at its maximum. */
+    int Post();
+
+  private:
+    VYX_SEM_T m_hSem;
+    uint32_t m_nMaxCount;
+    VYX_Mutex m_mutex;
+    uint32_t m_nCount; /* guarded by m_mutex; follows the semaphore's own count */
+};
+
+namespace vyx {
+
+/* As VYX_Mutex, under the names of this family. */
+class VYX_API vyx_mutex {
+  public:
+    vyx_mutex();
+    vyx_mutex(int type);
+    ~vyx_mutex();
+    vyx_mutex(const vyx_mutex &) = delete;
+    vyx_mutex &operator=(const vyx_mutex &) = delete;
+
+    int lock();
+    int unlock();
+    int trylock();
+
+  private:
+    VYX_MUTEX_T m_hMutex;
+};
+
+/* A mutex that is always recursive. */
+class VYX_API vyx_recursive_mutex {
+  public:
+    vyx_recursive_mutex();
+    virtual ~vyx_recursive_mutex();
+    vyx_recursive_mutex(const vyx_recursive_mutex &) = delete;
+    vyx_recursive_mutex &operator=(const vyx_recursive_mutex &) = delete;
+
+    int lock();
+    int unlock();
+    int trylock();
+
+  private:
+    VYX_MUTEX_T m_hMutex;
+};
+
+/* Not available on this platform: every operation has no effect and returns -2. */
+class VYX_API vyx_sem {
+  public:
+    vyx_sem();
+    vyx_sem(int count);
+    virtual ~vyx_sem();
+
+    int init(int count);
+    int destroy();
+    int post(int count);
+    int wait(int ms);
+    int post_1();
+};
+
+} // namespace vyx
+
+#endif
+
+#endif

@@ -1,0 +1,12 @@
+/* Every header of libvyx. */
+#ifndef VYX_VYX_H
+#define VYX_VYX_H
+
+#include <vyx/frame.h>
+#include <vyx/sync.h>
+#include <vyx/sys.h>
+#include <vyx/thread.h>
+#include <vyx/time.h>
+#include <vyx/types.h>
+
+#endif

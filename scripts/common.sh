@@ -1,0 +1,30 @@
+# Shared by the scripts: where the project is, and how what is missing gets installed.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+say() { printf '\n== %s\n' "$*"; }
+
+# need PACKAGE...: installs those Debian packages that are missing. Asks the package manager only then.
+need() {
+    local package missing=()
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    say "Installing ${missing[*]}"
+    local root=()
+    [ "$(id -u)" -eq 0 ] || root=(sudo)
+    "${root[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+# build PRESET [TARGET...]: configures if that has not been done, then builds.
+build() {
+    local preset=$1
+    shift
+    [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset"
+    cmake --build --preset "$preset" ${1:+--target "$@"}
+}
+
+BUILD_PACKAGES=(cmake ninja-build g++ pkgconf)
+TEST_PACKAGES=(googletest libgtest-dev libbenchmark-dev graphviz)

@@ -1,0 +1,131 @@
+// Start and stop: a counter and five stages, all under one mutex.
+#include <vyx/frame.h>
+#include <vyx/sync.h>
+
+#include "frame/frame_inter.h"
+#include "frame/static_init.h"
+#include "net/net_inter.h"
+#include "sync/atomic_inter.h"
+#include "sync/timed_wait.h"
+
+// Serialises every start and stop; normal, not recursive.
+VYX_FIRST_INIT static VYX_Mutex s_vyxmutex(VYX_MUTEX_NORMAL);
+
+// Guarded by s_vyxmutex: starts not yet matched by a stop, and which stages are up.
+static int32_t s_iInitCount = 0;
+static uint32_t s_bVyxInitNetwork = 0;
+static uint32_t s_bVyxInitMsgQ = 0;
+static uint32_t s_bVyxInitThreadPool = 0;
+static uint32_t s_bVyxTimedWait = 0;
+static uint32_t s_bVyxInitAtomic = 0;
+
+namespace {
+
+// A stage that this version has nothing to do for: it succeeds.
+int32_t Nothing_Local() {
+    return VYX_OK;
+}
+
+VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
+    {VYX_InitNetwork_Inter, VYX_FiniNetwork_Inter, &s_bVyxInitNetwork},
+    {Nothing_Local, Nothing_Local, &s_bVyxInitMsgQ},
+    {Nothing_Local, Nothing_Local, &s_bVyxInitThreadPool},
+    {VYX_InitTimeWait_Inter, VYX_FiniTimedWait_Inter, &s_bVyxTimedWait},
+    {VYX_InitAtomic_Inter, VYX_FiniAtomic_Inter, &s_bVyxInitAtomic},
+};
+
+// Holds s_vyxmutex until Release, or until an exception leaves the block.
+class StartStopGuard {
+  public:
+    StartStopGuard() { (void)s_vyxmutex.Lock(); }
+    ~StartStopGuard() {
+        if (m_bHeld)
+            (void)s_vyxmutex.Unlock();
+    }
+    StartStopGuard(const StartStopGuard &) = delete;
+    StartStopGuard &operator=(const StartStopGuard &) = delete;
+
+    int32_t Release() {
+        m_bHeld = false;
+        return s_vyxmutex.Unlock();
+    }
+
+  private:
+    bool m_bHeld = true;
+};
+
+// Result: true if every stage came up. Stages that did have their flag set.
+bool StartStages_Local() {
+    for (const VYX_STAGE_S &stage : s_struStages) {
+        if (stage.fnStart() != VYX_OK)
+            return false;
+        *stage.pFlag = 1;
+    }
+    return true;
+}
+
+} // namespace
+
+VYX_STAGE_S *VYX_Stages_Inter(void) {
+    return s_struStages;
+}
+
+int32_t VYX_InitResource_Inter(void) {
+    for (const VYX_STAGE_S &stage : s_struStages)
+        *stage.pFlag = 0;
+    bool bStarted = false;
+    try {
+        bStarted = StartStages_Local();
+    } catch (...) {
+        VYX_ClearResource_Inter();
+        throw;
+    }
+    if (!bStarted)
+        VYX_ClearResource_Inter();
+    return bStarted ? VYX_OK : VYX_ERROR;
+}
+
+void VYX_ClearResource_Inter(void) {
+    // Deliberate: in the order of the start, not in reverse. Pinned by Lifecycle.StopsInTheOrderOfTheStart.
+    for (const VYX_STAGE_S &stage : s_struStages) {
+        if (*stage.pFlag == 0)
+            continue;
+        (void)stage.fnStop(); // a stage that cannot stop is not reported
+        *stage.pFlag = 0;
+    }
+}
+
+int32_t VYX_Init(void) {
+    const StartStopGuard guard;
+    if (s_iInitCount == 0 && VYX_InitResource_Inter() != VYX_OK)
+        return VYX_ERROR;
+    ++s_iInitCount;
+    return VYX_OK;
+}
+
+int32_t VYX_InitEx(void) {
+    return VYX_Init();
+}
+
+int32_t VYX_Fini(void) {
+    StartStopGuard guard;
+    // Deliberate: no check for 0. An unmatched stop makes the counter -1, and the next start only brings it
+    // back to 0. Pinned by Lifecycle.UnmatchedStopEatsTheNextStart.
+    if (--s_iInitCount == 0) {
+        (void)VYX_Log(0, nullptr);
+        VYX_ClearResource_Inter();
+    }
+    return guard.Release();
+}
+
+int32_t VYX_FiniEx(void) {
+    return VYX_Fini();
+}
+
+uint32_t VYX_GetVYXVersion(void) {
+    return VYX_VERSION;
+}
+
+int32_t VYX_Log(uint32_t /*nFlags*/, const void * /*pFileParam*/) {
+    return VYX_OK;
+}

@@ -1,0 +1,51 @@
+// The library's own locks. Outermost first; a thread that holds one may take only those below it.
+//
+//   lock             where                      guards
+//   ---------------  -------------------------  ------------------------------------------------------------
+//   s_vyxmutex       src/frame/lifecycle.cpp    the start counter and the stage flags; held through every
+//                                               stage's start and stop
+//   (caller's mutex) argument of                the caller's predicate; held by the caller
+//                    VYX_CondTimedWait
+//   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
+//   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
+//   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
+//
+// Only ever held alone: s_hCreateLock (src/sync/semaphore.cpp), s_csLock (src/sync/atomic.cpp), the mutex
+// inside a VYX_Sema.
+//
+// One intended reversal: the timed-wait service holds s_hCondLock and then takes a caller's mutex, while a
+// waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's
+// mutex and comes back later if it is busy, so that neither can wait for the other.
+//
+// Every lock here is initialised by the compiler or before any other static object, and none is destroyed
+// before the process ends, so each may be used from a static constructor and during stop.
+#ifndef VYX_SYNC_LOCK_ORDER_H
+#define VYX_SYNC_LOCK_ORDER_H
+
+#include <vyx/sync.h>
+
+#include "sync/thread_annotations.h"
+
+namespace vyx_inter {
+
+// A lock of the library's own: a normal mutex, ready before any code runs, never destroyed.
+struct VYX_CAPABILITY("mutex") Lock {
+    VYX_MUTEX_T hMutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
+// Holds a Lock for the length of a block. A normal mutex that only this code locks cannot fail to lock or to
+// unlock, so the results carry nothing.
+class VYX_SCOPED_CAPABILITY LockGuard {
+  public:
+    explicit LockGuard(Lock &lock) VYX_ACQUIRE(lock) : m_lock(lock) { (void)VYX_MutexLock(&m_lock.hMutex); }
+    ~LockGuard() VYX_RELEASE() { (void)VYX_MutexUnlock(&m_lock.hMutex); }
+    LockGuard(const LockGuard &) = delete;
+    LockGuard &operator=(const LockGuard &) = delete;
+
+  private:
+    Lock &m_lock;
+};
+
+} // namespace vyx_inter
+
+#endif

@@ -1,0 +1,9 @@
+#include "sync/sem_record.h"
+
+// The platform cannot read a semaphore's count, so the count is drained and posted anew.
+void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
+    while (sem_trywait(pSem) != -1) {
+    }
+    for (uint32_t i = 0; i < nInitial; ++i)
+        (void)sem_post(pSem); // the platform accepted this count when it opened the semaphore
+}

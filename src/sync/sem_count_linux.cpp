@@ -1,0 +1,13 @@
+#include "sync/sem_record.h"
+
+void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
+    // A semaphore that was just created has its count already; looking first keeps a large one from costing
+    // a platform call for every unit.
+    int iCount = 0;
+    if (sem_getvalue(pSem, &iCount) == 0 && static_cast<uint32_t>(iCount) == nInitial)
+        return;
+    while (sem_trywait(pSem) == 0) {
+    }
+    for (uint32_t i = 0; i < nInitial; ++i)
+        (void)sem_post(pSem); // the platform accepted this count when it opened the semaphore
+}

@@ -1,0 +1,152 @@
+// Counting semaphores on POSIX named semaphores with generated names.
+//
+// The name counter is advanced under s_hCreateLock. It is atomic besides, since that lock is exported and an
+// application may do with it what it likes. The name stays registered until VYX_SemDestroy unlinks it.
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <new>
+#include <vyx/sync.h>
+
+#include "sync/sem_record.h"
+#include "sync/timed_wait.h"
+
+namespace {
+
+constexpr int32_t kNameCount = 32767; // names in all, and attempts to find a free one
+
+// The next number to try, 0 to kNameCount - 1.
+std::atomic<int32_t> iSemCount{0};
+
+// Takes the next number, under the lock that the name's users share.
+int32_t NextNumber_Local() {
+    (void)VYX_MutexLock(&s_hCreateLock);
+    int32_t iNumber = iSemCount.load(std::memory_order_relaxed);
+    while (!iSemCount.compare_exchange_weak(iNumber, (iNumber + 1) % kNameCount, std::memory_order_relaxed)) {
+    }
+    (void)VYX_MutexUnlock(&s_hCreateLock);
+    return iNumber;
+}
+
+// Opens a semaphore under the first free name, which it leaves in szName. SEM_FAILED with errno otherwise.
+sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
+    for (int32_t iAttempt = 0; iAttempt < kNameCount; ++iAttempt) {
+        (void)std::snprintf(szName, sizeof szName, "vyx_named_semaphore_%05d",
+                            static_cast<int>(NextNumber_Local()));
+        sem_t *pSem = sem_open(szName, O_CREAT | O_EXCL, 0777, nInitial);
+        if (pSem != SEM_FAILED || errno != EEXIST)
+            return pSem;
+    }
+    return SEM_FAILED;
+}
+
+bool IsEmpty_Local(const VYX_SEM_T *pSem) {
+    return pSem == nullptr || *pSem == nullptr;
+}
+
+} // namespace
+
+int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
+    if (pSem == nullptr)
+        return VYX_ERROR;
+    char szName[sizeof(VYX_SEM_S::szName)] = {};
+    sem_t *pOpened = OpenUnderFreeName_Local(szName, nInitial);
+    if (pOpened == SEM_FAILED)
+        return VYX_ERROR;
+    auto *pRecord = new (std::nothrow) VYX_SEM_S;
+    if (pRecord == nullptr) {
+        (void)sem_unlink(szName);
+        (void)sem_close(pOpened);
+        return VYX_ERROR;
+    }
+    pRecord->pSem = pOpened;
+    std::memcpy(pRecord->szName, szName, sizeof szName);
+    *pSem = pRecord;
+    VYX_SemSetCount_Inter(pOpened, nInitial);
+    return VYX_OK;
+}
+
+int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
+    if (IsEmpty_Local(pSem))
+        return VYX_ERROR;
+    VYX_SEM_S *pRecord = *pSem;
+    (void)sem_unlink(
+        pRecord->szName); // somebody may have cleaned the name up; the semaphore goes all the same
+    (void)sem_close(pRecord->pSem);
+    delete pRecord;
+    return VYX_OK;
+}
+
+int32_t VYX_SemWait(VYX_SEM_T *pSem) {
+    return IsEmpty_Local(pSem) ? VYX_ERROR : sem_wait((*pSem)->pSem);
+}
+
+int32_t VYX_SemPost(VYX_SEM_T *pSem) {
+    return IsEmpty_Local(pSem) ? VYX_ERROR : sem_post((*pSem)->pSem);
+}
+
+int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut) {
+    if (IsEmpty_Local(pSem))
+        return VYX_ERROR;
+    if (nTimeOut == 0)
+        return sem_trywait((*pSem)->pSem);
+    return SemTimedWait(*pSem, nTimeOut);
+}
+
+VYX_Sema::VYX_Sema(unsigned int initial, unsigned int maximum)
+    : m_hSem(nullptr), m_nMaxCount(maximum), m_nCount(initial) {
+    // A failure leaves the slot empty, and every wait answers -1.
+    (void)VYX_SemCreate(&m_hSem, initial);
+}
+
+VYX_Sema::~VYX_Sema() {
+    (void)VYX_SemDestroy(&m_hSem);
+}
+
+int VYX_Sema::Wait() {
+    return TimedWait(VYX_INFINITE);
+}
+
+int VYX_Sema::TimedWait(unsigned int ms) {
+    if (VYX_SemTimedWait(&m_hSem, ms) != VYX_OK)
+        return VYX_ERROR;
+    (void)m_mutex.Lock();
+    --m_nCount;
+    (void)m_mutex.Unlock();
+    return VYX_OK;
+}
+
+int VYX_Sema::Post() {
+    (void)m_mutex.Lock();
+    const bool bRoom = m_nCount < m_nMaxCount;
+    // Deliberate: a post that the platform refuses is not counted, and still answers 0.
+    if (bRoom && VYX_SemPost(&m_hSem) == VYX_OK)
+        ++m_nCount;
+    (void)m_mutex.Unlock();
+    return bRoom ? VYX_OK : VYX_ERROR;
+}
+
+namespace vyx {
+
+vyx_sem::vyx_sem() = default;
+vyx_sem::vyx_sem(int /*count*/) {}
+vyx_sem::~vyx_sem() = default;
+int vyx_sem::init(int /*count*/) {
+    return VYX_NOT_AVAILABLE;
+}
+int vyx_sem::destroy() {
+    return VYX_NOT_AVAILABLE;
+}
+int vyx_sem::post(int /*count*/) {
+    return VYX_NOT_AVAILABLE;
+}
+int vyx_sem::wait(int /*ms*/) {
+    return VYX_NOT_AVAILABLE;
+}
+int vyx_sem::post_1() {
+    return VYX_NOT_AVAILABLE;
+}
+
+} // namespace vyx

@@ -1,0 +1,60 @@
+// Conversion between EUC-CN and UTF-8 by the platform's converter.
+#include <cstring>
+#include <iconv.h>
+#include <new>
+#include <vyx/sys.h>
+
+namespace {
+
+// An open converter for the length of a block.
+class Converter {
+  public:
+    Converter(const char *szTo, const char *szFrom) : m_hConverter(iconv_open(szTo, szFrom)) {}
+    ~Converter() {
+        if (IsOpen())
+            (void)iconv_close(m_hConverter);
+    }
+    Converter(const Converter &) = delete;
+    Converter &operator=(const Converter &) = delete;
+
+    bool IsOpen() const { return m_hConverter != reinterpret_cast<iconv_t>(-1); }
+
+    // Converts the whole input; false if any of it is invalid or incomplete or the room does not suffice.
+    bool Convert(const char *szText, size_t nLength, std::string &out) const {
+        char *pIn = const_cast<char *>(szText); // the platform's declaration; the input is only read
+        char *pOut = &out[0];
+        size_t nRoom = out.size();
+        return iconv(m_hConverter, &pIn, &nLength, &pOut, &nRoom) != static_cast<size_t>(-1);
+    }
+
+  private:
+    iconv_t m_hConverter;
+};
+
+std::string Convert_Local(const char *szText, const char *szTo, const char *szFrom) {
+    if (szText == nullptr)
+        return {};
+    const Converter converter(szTo, szFrom);
+    if (!converter.IsOpen())
+        return {};
+    try {
+        const size_t nLength = std::strlen(szText);
+        std::string out(3 * nLength + 1, '\0'); // no character grows to more than three times its bytes
+        if (!converter.Convert(szText, nLength, out))
+            return {};
+        out.resize(std::strlen(out.c_str()));
+        return out;
+    } catch (const std::bad_alloc &) {
+        return {};
+    }
+}
+
+} // namespace
+
+std::string VYX_A2UTF8(const char *szText) {
+    return Convert_Local(szText, "UTF-8", "EUC-CN");
+}
+
+std::string VYX_UTF82A(const char *szText) {
+    return Convert_Local(szText, "EUC-CN", "UTF-8");
+}

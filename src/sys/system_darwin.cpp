@@ -1,0 +1,15 @@
+#include <sys/sysctl.h>
+#include <uuid/uuid.h>
+
+#include "sys/sys_inter.h"
+
+int32_t VYX_CountProcessors_Inter(void) {
+    int iName[2] = {CTL_HW, HW_NCPU};
+    int iCount = 0;
+    size_t nSize = sizeof iCount;
+    return sysctl(iName, 2, &iCount, &nSize, nullptr, 0) == 0 ? iCount : 0;
+}
+
+void VYX_GenerateUuid_Inter(uint8_t *pUuid16) {
+    uuid_generate(pUuid16);
+}

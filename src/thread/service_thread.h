@@ -1,0 +1,19 @@
+// The library's own long-lived threads.
+#ifndef VYX_THREAD_SERVICE_THREAD_H
+#define VYX_THREAD_SERVICE_THREAD_H
+
+#include <vyx/thread.h>
+
+VYX_BEGIN_DECLS
+
+// As VYX_Thread_Create, with every signal blocked from the thread's first instruction on: an application's
+// handlers never run on the library's threads, and no call of theirs is interrupted.
+VYX_THREAD_T VYX_StartServiceThread_Inter(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
+
+// Gives the calling thread the name that debuggers and process listings show; at most 15 characters. Defined
+// per platform.
+void VYX_NameThread_Inter(const char *szName);
+
+VYX_END_DECLS
+
+#endif

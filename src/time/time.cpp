@@ -1,0 +1,157 @@
+// The microsecond time value, its conversions to calendar fields and back, and the fixed 24-character text.
+// No state. Arithmetic that could overflow is done on unsigned values and wraps.
+#include <vyx/time.h>
+
+#include "time/time_inter.h"
+
+const char vyx_day_snames[7][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+const char vyx_month_snames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                      "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+static_assert(sizeof(VYX_TIME_T) == 8, "64 bits on every processor");
+static_assert(sizeof(VYX_TIME_EXP_T) == 44, "eleven 32-bit fields");
+
+namespace {
+
+constexpr int64_t kMicrosPerSecond = 1000000;
+
+// The day, in a year that begins on 1 March, at which each month begins.
+constexpr int32_t dayoffset[12] = {306, 337, 0, 31, 61, 92, 122, 153, 184, 214, 245, 275};
+constexpr int64_t kDaysToEpoch = 25508; // puts day 0 at 1970-01-01
+
+VYX_TIME_T MicrosOf_Local(int64_t iSeconds) {
+    return static_cast<VYX_TIME_T>(static_cast<uint64_t>(iSeconds) * static_cast<uint64_t>(kMicrosPerSecond));
+}
+
+// Everything but tm_gmtoff.
+void CopyFields_Local(const struct tm &fields, VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
+    pOut->tm_usec = static_cast<int32_t>(t % kMicrosPerSecond);
+    pOut->tm_sec = fields.tm_sec;
+    pOut->tm_min = fields.tm_min;
+    pOut->tm_hour = fields.tm_hour;
+    pOut->tm_mday = fields.tm_mday;
+    pOut->tm_mon = fields.tm_mon;
+    pOut->tm_year = fields.tm_year;
+    pOut->tm_wday = fields.tm_wday;
+    pOut->tm_yday = fields.tm_yday;
+    pOut->tm_isdst = fields.tm_isdst;
+}
+
+// Days since 1970-01-01, counted in years that begin in March.
+int64_t DaysOf_Local(const VYX_TIME_EXP_T &exploded) {
+    const int64_t iYear = static_cast<int64_t>(exploded.tm_year) - (exploded.tm_mon < 2 ? 1 : 0);
+    const int64_t iCentury = iYear / 100;
+    return iYear * 365 + iYear / 4 - iCentury + (iCentury + 3) / 4 + dayoffset[exploded.tm_mon] +
+           exploded.tm_mday - 1 - kDaysToEpoch;
+}
+
+// Writes iDigits decimal digits of a value, the last ones if it has more.
+void PutDigits_Local(char *pOut, int32_t iValue, int iDigits) {
+    for (int i = iDigits - 1; i >= 0; --i) {
+        const int32_t iDigit = iValue % 10;
+        pOut[i] = static_cast<char>('0' + (iDigit < 0 ? -iDigit : iDigit));
+        iValue /= 10;
+    }
+}
+
+void PutName_Local(char *pOut, const char (&szName)[4]) {
+    for (int i = 0; i < 3; ++i)
+        pOut[i] = szName[i];
+}
+
+} // namespace
+
+struct tm *VYX_LocalTime_Inter(time_t tSeconds, struct tm *pOut) {
+    tzset(); // localtime does this, its reentrant form need not
+    return localtime_r(&tSeconds, pOut);
+}
+
+VYX_TIME_T VYX_TimeNow(void) {
+    struct timeval now;
+    (void)gettimeofday(&now, nullptr); // cannot fail with a valid pointer
+    return now.tv_sec * kMicrosPerSecond + now.tv_usec;
+}
+
+uint32_t VYX_GetTimeTick(void) {
+    struct timeval now;
+    (void)gettimeofday(&now, nullptr); // cannot fail with a valid pointer
+    return static_cast<uint32_t>(now.tv_sec) * 1000U + static_cast<uint32_t>(now.tv_usec) / 1000U;
+}
+
+VYX_TIME_T VYX_TimeFromAnsiTime(time_t tAnsi) {
+    return MicrosOf_Local(tAnsi);
+}
+
+time_t VYX_AnsiTimeFromTime(VYX_TIME_T t) {
+    return static_cast<time_t>(t / kMicrosPerSecond);
+}
+
+int32_t VYX_ExpTimeFromTime(VYX_TIME_T t, int32_t iOffset, VYX_TIME_EXP_T *pOut) {
+    if (pOut == nullptr)
+        return VYX_ERROR;
+    const auto tSeconds = static_cast<time_t>(t / kMicrosPerSecond + iOffset);
+    struct tm fields = {};
+    if (gmtime_r(&tSeconds, &fields) == nullptr)
+        return VYX_ERROR;
+    CopyFields_Local(fields, t, pOut);
+    pOut->tm_gmtoff = iOffset;
+    return VYX_OK;
+}
+
+int32_t VYX_ExpTimeFromTimeGMT(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
+    return VYX_ExpTimeFromTime(t, 0, pOut);
+}
+
+int32_t VYX_ExpTimeFromTimeLocal(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
+    int32_t iMinutesWest = 0;
+    struct tm fields = {};
+    if (pOut == nullptr || VYX_MinutesWest_Inter(&iMinutesWest) != VYX_OK ||
+        VYX_LocalTime_Inter(static_cast<time_t>(t / kMicrosPerSecond), &fields) == nullptr)
+        return VYX_ERROR;
+    CopyFields_Local(fields, t, pOut);
+    // Deliberate: the zone's standard offset, also while daylight saving is in force. VYX_TimeFromExpTimeGMT
+    // undoes exactly this. Pinned by LocalTime.OffsetLeavesDaylightSavingOut.
+    pOut->tm_gmtoff = -iMinutesWest * 60;
+    return VYX_OK;
+}
+
+int32_t VYX_TimeFromExpTime(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
+    if (pIn == nullptr || pOut == nullptr || pIn->tm_mon < 0 || pIn->tm_mon > 11)
+        return VYX_ERROR;
+    const int64_t iHours = DaysOf_Local(*pIn) * 24 + pIn->tm_hour;
+    const int64_t iSeconds = (iHours * 60 + pIn->tm_min) * 60 + pIn->tm_sec;
+    if (iSeconds < 0)
+        return VYX_ERROR;
+    *pOut = static_cast<VYX_TIME_T>(static_cast<uint64_t>(MicrosOf_Local(iSeconds)) +
+                                    static_cast<uint64_t>(static_cast<int64_t>(pIn->tm_usec)));
+    return VYX_OK;
+}
+
+int32_t VYX_TimeFromExpTimeGMT(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
+    if (pIn == nullptr || pOut == nullptr)
+        return VYX_ERROR;
+    // Deliberate: fields that cannot be converted leave *pOut alone and still count as success. Pinned by
+    // TimeFromFields.LocalFormReportsSuccessOnFailure.
+    if (VYX_TimeFromExpTime(pIn, pOut) == VYX_OK)
+        *pOut = static_cast<VYX_TIME_T>(static_cast<uint64_t>(*pOut) -
+                                        static_cast<uint64_t>(MicrosOf_Local(pIn->tm_gmtoff)));
+    return VYX_OK;
+}
+
+int32_t VYX_CTime(char *szBuf25, VYX_TIME_T t) {
+    if (szBuf25 == nullptr)
+        return VYX_ERROR;
+    VYX_TIME_EXP_T exploded = {};
+    (void)VYX_ExpTimeFromTimeLocal(t, &exploded); // a failure shows as a Sunday in January of 1900
+    static const char szLayout[] = "Www Mmm 00 00:00:00 0000";
+    for (size_t i = 0; i < sizeof szLayout; ++i)
+        szBuf25[i] = szLayout[i];
+    PutName_Local(szBuf25, vyx_day_snames[exploded.tm_wday]);
+    PutName_Local(szBuf25 + 4, vyx_month_snames[exploded.tm_mon]);
+    PutDigits_Local(szBuf25 + 8, exploded.tm_mday, 2);
+    PutDigits_Local(szBuf25 + 11, exploded.tm_hour, 2);
+    PutDigits_Local(szBuf25 + 14, exploded.tm_min, 2);
+    PutDigits_Local(szBuf25 + 17, exploded.tm_sec, 2);
+    PutDigits_Local(szBuf25 + 20, exploded.tm_year + 1900, 4);
+    return VYX_OK;
+}

@@ -1,0 +1,48 @@
+// What the tests share: waiting for a condition, time bounds, and threads that meet.
+#ifndef VYX_TESTS_SUPPORT_H
+#define VYX_TESTS_SUPPORT_H
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include <vyx/thread.h>
+
+namespace support {
+
+using Clock = std::chrono::steady_clock;
+
+// How many times longer than on an idle native machine things may take; VYX_TEST_TIME_SCALE sets it.
+inline int TimeScale() {
+    const char *szScale = std::getenv("VYX_TEST_TIME_SCALE");
+    const int iScale = szScale == nullptr ? 1 : std::atoi(szScale);
+    return iScale < 1 ? 1 : iScale;
+}
+
+// Polls until the predicate holds; false after ten (scaled) seconds. For what no condition can be waited on.
+template <class Predicate>
+bool WaitUntil(Predicate predicate) {
+    const auto end = Clock::now() + std::chrono::seconds(10) * TimeScale();
+    while (!predicate()) {
+        if (Clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the poll's own pause
+    }
+    return true;
+}
+
+// Milliseconds that a call took, on the monotonic clock.
+template <class Call>
+double MillisecondsOf(Call call) {
+    const auto start = Clock::now();
+    call();
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+} // namespace support
+
+#endif
