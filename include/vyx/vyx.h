@@ -2,6 +2,7 @@
 #ifndef VYX_VYX_H
 #define VYX_VYX_H
 
+#include <vyx/container.h>
 #include <vyx/frame.h>
 #include <vyx/sync.h>
 #include <vyx/sys.h>
