@@ -4,6 +4,7 @@
  * compares the functions that this program calls with the list of those exported.
  */
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <vyx/vyx.h>
 
@@ -191,6 +192,75 @@ static void TimeAsText(void) {
     CHECK(strcmp(vyx_day_snames[0], "Sun") == 0 && strcmp(vyx_month_snames[11], "Dec") == 0);
 }
 
+/* ---- container.h */
+
+static void HashTables(void) {
+    char szKey[] = "key";
+    _VYX_ENTRY entry = {szKey, szKey};
+    _VYX_INTITEM item = {7, szKey};
+    void *pTable = NULL;
+    void *pData = NULL;
+    CHECK(VYX_SimpleHashCreate(10, &pTable) == VYX_OK);
+    CHECK(VYX_SimpleHashEnter(&entry, pTable) == VYX_OK);
+    CHECK(VYX_SimpleHashFind("key", &pData, pTable) == VYX_OK && pData == szKey);
+    CHECK(VYX_SimpleHashRemove("key", pTable) == VYX_OK);
+    CHECK(VYX_SimpleHashDestroy(pTable) == VYX_OK);
+    CHECK(VYX_SimpleIntHashCreate(10, &pTable) == VYX_OK);
+    CHECK(VYX_SimpleIntHashEnter(&item, pTable) == VYX_OK);
+    CHECK(VYX_SimpleIntHashFind(7, &pData, pTable) == VYX_OK && pData == szKey);
+    CHECK(VYX_SimpleIntHashRemove(7, pTable) == VYX_OK);
+    CHECK(VYX_SimpleIntHashDestroy(pTable) == VYX_OK);
+    CHECK(VYX_HSEARCH_DATA.size == 0 && VYX_HSEARCH_INTDATA.table == NULL);
+}
+
+static int32_t AddLength(uint8_t *pData, uint32_t nLen, void *pUser) {
+    (void)pData;
+    *(uint32_t *)pUser += nLen;
+    return 0;
+}
+
+static void Memory(void) {
+    VYX_HANDLE_CYCLEBUFFER hBuffer = NULL;
+    uint32_t nTaken = 0;
+    uint32_t nStored = 0;
+    CHECK(VYX_CycleBufferInit(&hBuffer, 10, AddLength, &nTaken) == VYX_OK);
+    CHECK(VYX_CycleBufferWrite(hBuffer, (const uint8_t *)"abc", 3) == VYX_OK);
+    CHECK(VYX_CycleBufferValue(hBuffer, &nStored) == VYX_OK && nStored == 3);
+    CHECK(VYX_CycleBufferRead(hBuffer) == VYX_OK && nTaken == 3);
+    CHECK(VYX_CycleBufferDestroy(hBuffer) == VYX_OK);
+    void *pMemory = VYX_AlignedMalloc(10, 64);
+    CHECK((uintptr_t)pMemory % 64 == 0 && pMemory != NULL);
+    CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
+}
+
+/* ---- string.h */
+
+static void Numbers(void) {
+    char szText[70];
+    char *szEnd = NULL;
+    CHECK(strcmp(VYX_Itoa(szText, 255, 16), "ff") == 0);
+    CHECK(strcmp(VYX_Ltoa(szText, -5, 10), "-5") == 0);
+    CHECK(VYX_StrToi32("12x", &szEnd, 10) == 12 && *szEnd == 'x');
+    CHECK(VYX_StrToi64("0x10", NULL, 0) == 16);
+    CHECK(VYX_Atoi32("-3") == -3 && VYX_Atoi64("4") == 4);
+}
+
+static void Strings(void) {
+    char szText[8];
+    char *szCopy = VYX_Strdup("abc");
+    CHECK(szCopy != NULL && VYX_Strcmp(szCopy, "abc") == 0);
+    free(szCopy);
+    szCopy = VYX_Strndup("abc", 2);
+    CHECK(szCopy != NULL && VYX_Strcmp(szCopy, "ab") == 0);
+    free(szCopy);
+    CHECK(VYX_Strcpy(szText, "Hello") == szText && VYX_Strncpy(szText, "J", 1) == szText);
+    CHECK(VYX_Strncmp(szText, "Jell", 4) == 0 && VYX_Strcasecmp(szText, "JELLO") == 0);
+    CHECK(VYX_Strncasecmp(szText, "JELx", 3) == 0);
+    CHECK(VYX_Strchr(szText, 'l') == szText + 2 && VYX_Strnchr(szText, 'o', 5) == szText + 4);
+    CHECK(VYX_Strstr(szText, "lo") == szText + 3 && VYX_Strnstr(szText, "lox", 2) == szText + 3);
+    CHECK(VYX_Strcasestr(szText, "LO") == szText + 3);
+}
+
 int main(void) {
     StartAndStop();
     CHECK(VYX_Init() == VYX_OK); /* for the bounded waits and the atomic operations */
@@ -205,6 +275,10 @@ int main(void) {
     System();
     Calendar();
     TimeAsText();
+    HashTables();
+    Memory();
+    Numbers();
+    Strings();
     CHECK(VYX_Fini() == VYX_OK);
     return s_iFailures == 0 ? 0 : 1;
 }
