@@ -2,7 +2,6 @@
 // running.
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <new>
 #include <thread>
 #include <vector>
@@ -20,7 +19,11 @@ std::atomic<bool> s_bNoMemory{false};
 } // namespace
 
 void *operator new(size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
-    return s_bNoMemory ? nullptr : std::malloc(nSize);
+    try {
+        return s_bNoMemory ? nullptr : ::operator new(nSize);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
 }
 
 namespace {
