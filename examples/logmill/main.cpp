@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <string>
 #include <vector>
 #include <vyx/frame.h>
 #include <vyx/sys.h>
