@@ -1,10 +1,10 @@
 // The example programs, run as their users run them, and the first programs of the README.
+#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <sys/ioctl.h>
@@ -24,11 +24,18 @@ struct Outcome {
     int iStatus; // exit status, or -1 if a signal ended the program
     std::string out;
 
-    // The first number after a key at the start of a line; -1 if there is no such line.
+    // The first number after a key that starts a line, blanks before it aside; -1 if there is none.
     int64_t Number(const std::string &key) const {
-        std::smatch match;
-        const std::regex line("(^|\n) *" + key + " +([0-9]+)");
-        return std::regex_search(out, match, line) ? std::stoll(match[2]) : -1;
+        std::istringstream lines(out);
+        for (std::string line; std::getline(lines, line);) {
+            const size_t nStart = line.find_first_not_of(' ');
+            if (nStart == std::string::npos || line.compare(nStart, key.size(), key) != 0)
+                continue;
+            const size_t nNumber = line.find_first_not_of(' ', nStart + key.size());
+            if (nNumber != std::string::npos && nNumber > nStart + key.size() && isdigit(line[nNumber]) != 0)
+                return std::stoll(line.substr(nNumber));
+        }
+        return -1;
     }
 };
 
@@ -96,7 +103,7 @@ TEST_F(Mill, EdgeFiles) {
             EXPECT_EQ(outcome.Number("lines"), test.lines);
             EXPECT_EQ(outcome.Number("bytes"), static_cast<int64_t>(test.content.size()));
             EXPECT_EQ(outcome.Number("longest"), test.longest);
-            EXPECT_EQ(outcome.Number("\\(blank line\\)"), test.blank);
+            EXPECT_EQ(outcome.Number("(blank line)"), test.blank);
             EXPECT_EQ(outcome.Number(test.level != nullptr ? test.level : "error"),
                       test.level != nullptr ? test.lines : 1);
         }
@@ -155,7 +162,7 @@ TEST_F(Mill, CountsWhatWasWritten) {
         EXPECT_EQ(outcome.Number("warning"), 8000);
         EXPECT_EQ(outcome.Number("none"), 32000);
         EXPECT_EQ(outcome.Number("field3"), 6000);
-        EXPECT_EQ(outcome.Number("check +lines"), iLines);
+        EXPECT_EQ(outcome.Number("check        lines"), iLines);
     }
 }
 
@@ -236,9 +243,10 @@ TEST(Hello, BothProgramsGreet) {
     for (const char *szProgram : {HELLO_C, HELLO_CPP}) {
         const Outcome outcome = Shell(szProgram);
         EXPECT_EQ(outcome.iStatus, 0);
-        const std::regex greeting(
-            "Hello, world, on [A-Z][a-z]{2} [A-Z][a-z]{2} \\d\\d \\d\\d:\\d\\d:\\d\\d \\d{4}\n");
-        EXPECT_TRUE(std::regex_match(outcome.out, greeting)) << outcome.out;
+        const std::string greeting = "Hello, world, on ";
+        EXPECT_EQ(outcome.out.substr(0, greeting.size()), greeting);
+        EXPECT_EQ(outcome.out.size(), greeting.size() + 24 + 1)
+            << outcome.out; // 24 characters of time, a feed
     }
 }
 
