@@ -10,7 +10,7 @@ namespace logmill {
 
 // The longest line that is kept whole, in bytes with its line feed. It bounds the memory that a file without
 // line feeds takes; of a longer line the rest is counted but not looked at.
-constexpr size_t kLongestLine = 16 * 1024 * 1024;
+constexpr size_t kLongestLine = 4 * 1024 * 1024;
 
 struct Batch {
     std::string text;     // whole lines with their line feeds; only the file's last line may lack its own

@@ -1,7 +1,9 @@
 #include "input.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -9,11 +11,10 @@ namespace logmill {
 
 namespace {
 
-volatile std::sig_atomic_t s_interrupted = 0;
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-void NoteInterruption(int /*signal*/) {
-    s_interrupted = 1;
-}
+// That it ran is enough: pselect then fails with EINTR.
+void NoteNothing(int /*signal*/) {}
 
 } // namespace
 
@@ -28,30 +29,40 @@ bool Input::Open(const std::string &file) {
 }
 
 void Input::CatchInterruptions() {
-    sigset_t blocked;
-    (void)sigemptyset(&blocked);
-    struct sigaction action = {};
-    action.sa_handler = NoteInterruption;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        (void)sigaddset(&blocked, signal);
+    (void)sigemptyset(&m_caught);
+    for (const int signal : kSignals) {
         struct sigaction before = {};
         if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) // nohup stays in force
-            (void)sigaction(signal, &action, nullptr);
+            (void)sigaddset(&m_caught, signal);
     }
-    (void)pthread_sigmask(SIG_BLOCK, &blocked, &m_unblocked);
+    (void)pthread_sigmask(SIG_BLOCK, &m_caught, &m_unblocked); // before the handlers, so that none is lost
+    struct sigaction action = {};
+    action.sa_handler = NoteNothing;
+    for (const int signal : kSignals)
+        if (sigismember(&m_caught, signal) == 1)
+            (void)sigaction(signal, &action, nullptr);
+}
+
+bool Input::SignalPending() const {
+    sigset_t pending;
+    if (sigpending(&pending) != 0)
+        return false;
+    return std::any_of(std::begin(kSignals), std::end(kSignals), [&](int signal) {
+        return sigismember(&pending, signal) == 1 && sigismember(&m_caught, signal) == 1;
+    });
 }
 
 bool Input::AwaitData() {
-    if (m_fd >= FD_SETSIZE)
-        return true;
-    while (s_interrupted == 0) {
-        fd_set set;
-        FD_ZERO(&set);
-        FD_SET(m_fd, &set);
-        if (pselect(m_fd + 1, &set, nullptr, nullptr, nullptr, &m_unblocked) != -1 || errno != EINTR)
-            return s_interrupted == 0; // what is wrong with the file, if anything, read tells
-    }
-    return false;
+    // Looked at besides, since pselect lets no signal through while data is at hand, as in a file it always is.
+    m_interrupted = m_interrupted || SignalPending();
+    if (m_interrupted || m_fd >= FD_SETSIZE)
+        return !m_interrupted;
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(m_fd, &set);
+    // A failure other than by a signal is one of the file: read tells.
+    m_interrupted = pselect(m_fd + 1, &set, nullptr, nullptr, nullptr, &m_unblocked) == -1 && errno == EINTR;
+    return !m_interrupted;
 }
 
 ssize_t Input::Read(char *to, size_t size) {
@@ -62,10 +73,6 @@ ssize_t Input::Read(char *to, size_t size) {
         count = read(m_fd, to, size);
     } while (count == -1 && (errno == EINTR || errno == EAGAIN));
     return count;
-}
-
-bool Input::Interrupted() {
-    return s_interrupted != 0;
 }
 
 } // namespace logmill

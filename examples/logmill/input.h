@@ -24,16 +24,20 @@ class Input {
     // inherit the blocked signals.
     void CatchInterruptions();
 
-    // Bytes read; 0 at the end of the file and after an interruption; -1 with errno set.
+    // For the reader. Bytes read; 0 at the end of the file and after an interruption; -1 with errno set.
     ssize_t Read(char *to, size_t size);
 
-    static bool Interrupted();
+    // After the reader has ended.
+    bool Interrupted() const { return m_interrupted; }
 
   private:
+    bool SignalPending() const;
     // Waits for data with the signals let through. False if one has come.
     bool AwaitData();
 
     int m_fd = -1;
+    bool m_interrupted = false;
+    sigset_t m_caught{};    // the signals that end the file
     sigset_t m_unblocked{}; // the mask with which the program was started
 };
 

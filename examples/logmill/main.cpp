@@ -78,7 +78,7 @@ int Mill(Input &input, const Options &options) {
     const bool complete = PrintSummary({options, reader.Counts(), tally.counts, elapsed, tally.working});
     if (std::fflush(stdout) != 0)
         return Fail("cannot write the summary: ", std::strerror(errno));
-    if (Input::Interrupted())
+    if (input.Interrupted())
         return Fail("interrupted: the summary is of the part read so far", "");
     return complete ? 0 : Fail("lines were lost", "");
 }

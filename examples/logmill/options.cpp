@@ -18,7 +18,7 @@ constexpr char kUsage[] =
     "FILE may be - for standard input.\n\n"
     "  -w, --workers N    threads that classify lines, 1-256 (default: the processors)\n"
     "  -b, --buffer N     batches between the reader and the workers, 1-1024 (default: 16)\n"
-    "      --batch BYTES  text handed over at a time, 1-16777216 (default: 65536)\n"
+    "      --batch BYTES  text handed over at a time, 1-4194304 (default: 65536)\n"
     "  -h, --help         this text\n\n"
     "Exit status: 0 every line that was read was counted, 1 not, or the file cannot be read, 2 wrong "
     "usage.\n";

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -17,7 +18,7 @@
 
 namespace {
 
-constexpr size_t kLongestLine = 16 * 1024 * 1024; // bytes of a line that the mill keeps
+constexpr size_t kLongestLine = 4 * 1024 * 1024; // bytes of a line that the mill keeps
 const std::string kMill = LOGMILL;
 
 struct Outcome {
@@ -152,7 +153,7 @@ TEST_F(Mill, CountsWhatWasWritten) {
     words >> iLines >> iBytes;
     ASSERT_EQ(iLines, 60000);
     for (const char *szOptions : {"", "-w 1 -b 1", "-w 7 -b 2 --batch 1000", "-w 2 -b 64 --batch 200",
-                                  "--workers=3 --buffer=3 --batch=16777216"}) {
+                                  "--workers=3 --buffer=3 --batch=4194304"}) {
         SCOPED_TRACE(szOptions);
         const Outcome outcome = Grind(szOptions);
         EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
@@ -214,27 +215,52 @@ TEST_F(Mill, SaysWhatIsWrong) {
     }
 }
 
+// Starts the mill on a file, with standard input from iInput and standard output to szOutput.
+pid_t StartMill(const char *szFile, int iInput, const char *szOutput) {
+    const pid_t iChild = fork();
+    if (iChild != 0)
+        return iChild;
+    dup2(iInput, STDIN_FILENO);
+    if (freopen(szOutput, "w", stdout) != nullptr)
+        execl(LOGMILL, LOGMILL, szFile, nullptr);
+    _exit(127);
+}
+
+bool CatchesSignals(pid_t iProcess) {
+    std::ifstream status("/proc/" + std::to_string(iProcess) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.compare(0, 7, "SigCgt:") == 0)
+            return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1) & 1) != 0;
+    return false;
+}
+
+void ExpectInterruptible(pid_t iChild) {
+    ASSERT_GT(iChild, 0);
+    EXPECT_EQ(kill(iChild, SIGINT), 0);
+    int iStatus = 0;
+    if (!support::WaitUntil([&] { return waitpid(iChild, &iStatus, WNOHANG) != 0; })) {
+        ADD_FAILURE() << "it goes on";
+        kill(iChild, SIGKILL);
+        waitpid(iChild, &iStatus, 0);
+    }
+    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 1) << iStatus;
+}
+
+// A killed process would leave the names of its semaphores behind.
 TEST_F(Mill, InterruptionEndsItInGoodOrder) {
     int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
+    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
     ASSERT_EQ(write(fds[1], "one\ntwo\n", 8), 8);
-    const pid_t iChild = fork();
-    if (iChild == 0) {
-        dup2(fds[0], STDIN_FILENO);
-        (void)!freopen(m_path.c_str(), "w", stdout);
-        close(fds[1]);
-        execl(LOGMILL, LOGMILL, "-", nullptr);
-        _exit(127);
-    }
+    pid_t iChild = StartMill("-", fds[0], m_path.c_str());
     EXPECT_TRUE(support::WaitUntil([&] {
         int iLeft = 8;
         return ioctl(fds[0], FIONREAD, &iLeft) == 0 && iLeft == 0;
     })) << "the mill has not read its input";
-    EXPECT_EQ(kill(iChild, SIGINT), 0); // it waits for more, or is about to
-    int iStatus = 0;
-    ASSERT_EQ(waitpid(iChild, &iStatus, 0), iChild);
-    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 1) << iStatus;
+    ExpectInterruptible(iChild); // it waits for more
     EXPECT_EQ(Shell("cat " + m_path).Number("lines"), 2);
+    iChild = StartMill("/dev/zero", fds[0], m_path.c_str());
+    EXPECT_TRUE(support::WaitUntil([&] { return CatchesSignals(iChild); }));
+    ExpectInterruptible(iChild); // it never waits
     close(fds[0]);
     close(fds[1]);
 }
