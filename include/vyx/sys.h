@@ -91,7 +91,7 @@ VYX_API void VYX_Debug(const char *szFormat, ...) VYX_PRINTF(1, 2);
 /*
  * Formats as printf does, appends a line feed, and writes the text to standard error in one piece. A text that
  * ends in a line feed is thus followed by an empty line. At most 5117 bytes of the text are shown; the line
- * feed follows them.
+ * feed follows them. A zero byte in the text (from "%c") ends what is shown, line feed included.
  *
  * Result:  that of fputs: not negative, or EOF.
  */

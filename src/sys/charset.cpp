@@ -1,7 +1,7 @@
 // Conversion between EUC-CN and UTF-8 by the platform's converter.
 #include <cstring>
+#include <exception>
 #include <iconv.h>
-#include <new>
 #include <vyx/sys.h>
 
 namespace {
@@ -44,7 +44,7 @@ std::string Convert_Local(const char *szText, const char *szTo, const char *szFr
             return {};
         out.resize(std::strlen(out.c_str()));
         return out;
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) { // memory is short, or no string can be that long
         return {};
     }
 }

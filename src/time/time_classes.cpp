@@ -32,9 +32,7 @@ bool IsUsable_Local(const struct timeval *tv) {
 
 // A time whose fields the platform cannot tell leaves them as they were.
 void SetFields_Local(int64_t t, struct tm *pOut) {
-    struct tm fields = {};
-    if (VYX_LocalTime_Inter(static_cast<time_t>(t), &fields) != nullptr)
-        *pOut = fields;
+    (void)VYX_LocalTime_Inter(static_cast<time_t>(t), pOut);
 }
 
 } // namespace
