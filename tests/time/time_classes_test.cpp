@@ -114,6 +114,9 @@ TEST(TimeClass, Time2tm) {
     EXPECT_EQ(vyx_time::time2tm(0, &fields), &fields);
     EXPECT_EQ(fields.tm_year, 70);
     EXPECT_EQ(fields.tm_hour, 8);
+    const Zone other(support::kBerlin); // changed between calls: each call follows
+    EXPECT_EQ(vyx_time::time2tm(0, &fields), &fields);
+    EXPECT_EQ(fields.tm_hour, 1);
 }
 
 TEST(TimeClass, ComparesSecondsOnly) {
