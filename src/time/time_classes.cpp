@@ -94,6 +94,7 @@ struct tm *vyx_time::time2tm(int64_t t, struct tm *out) {
     return t < 0 || out == nullptr ? nullptr : VYX_LocalTime_Inter(static_cast<time_t>(t), out);
 }
 
+// NOLINTNEXTLINE(cert-oop54-cpp): assigned to itself, a time refreshes its fields and is otherwise unchanged
 vyx_time &vyx_time::operator=(const vyx_time &other) {
     m_time = other.m_time;
     // Deliberate: a negative time keeps the old fields. Pinned by TimeClass.NegativeTimeKeepsTheFields.

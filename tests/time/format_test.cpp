@@ -134,7 +134,7 @@ TEST(FormatTime, AgreesWithTheReferenceInEveryBuffer) {
     for (const VYX_TIME_EXP_T &fields : kOdd)
         for (const char *szFirst : kPieces)
             for (const char *szSecond : kPieces)
-                for (const char *szThird : kPieces) {
+                for (const char *szThird : {"", "%e", "%T%"}) {
                     const std::string format = std::string(szFirst) + szSecond + szThird;
                     for (size_t nMax = 0; nMax < 50; ++nMax)
                         ASSERT_EQ(Format(format, nMax, fields),

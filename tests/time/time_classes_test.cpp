@@ -80,8 +80,8 @@ TEST(TimeClass, SubtractionStopsAtZero) {
     t -= vyx_time(1);
     EXPECT_EQ(t.get_time(), kSummer - 1);
     ExpectFields(t, 2026, 6, 15, 19, 59, 59);
-    const vyx_time same(t.get_time());
-    t -= same;
+    const vyx_time &self = t;
+    t -= self;
     EXPECT_EQ(t.get_time(), 0);
     ExpectFields(t, 1970, 0, 1, 8, 0, 0);
     t -= vyx_time(-5);

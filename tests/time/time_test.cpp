@@ -36,9 +36,10 @@ VYX_TIME_EXP_T Fields(int32_t iYear, int32_t iMonth, int32_t iDay, int32_t iHour
 // Every field as text, so that a difference shows all of them.
 std::string Show(const VYX_TIME_EXP_T &f) {
     char szText[200];
-    (void)snprintf(szText, sizeof szText, "%d-%02d-%02d %02d:%02d:%02d us=%d wday=%d yday=%d dst=%d off=%d",
-                   f.tm_year + 1900, f.tm_mon + 1, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec, f.tm_usec,
-                   f.tm_wday, f.tm_yday, f.tm_isdst, f.tm_gmtoff);
+    (void)snprintf(szText, sizeof szText,
+                   "%lld-%02lld-%02d %02d:%02d:%02d us=%d wday=%d yday=%d dst=%d off=%d", f.tm_year + 1900LL,
+                   f.tm_mon + 1LL, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec, f.tm_usec, f.tm_wday, f.tm_yday,
+                   f.tm_isdst, f.tm_gmtoff);
     return szText;
 }
 
