@@ -8,9 +8,8 @@
 VYX_BEGIN_DECLS
 
 struct VYX_SEM_S {
-    sem_t *pSem;             // first: the timed-wait service relies on it
-    char szName[64];         // the name to unlink, zero-terminated
-    uint64_t nEmptyPass = 0; // the timed-wait service's last pass that found no count; guarded by s_hSemLock
+    sem_t *pSem;     // first: the timed-wait service relies on it
+    char szName[64]; // the name to unlink, zero-terminated
 };
 
 // Gives a freshly opened semaphore the count nInitial, whatever count the system gave it. Defined per platform.

@@ -94,7 +94,6 @@ struct Registry {
 
 Lock s_hSemLock;
 Registry<SemWait> s_struTimeSems VYX_GUARDED_BY(s_hSemLock);
-uint64_t s_nSemPass VYX_GUARDED_BY(s_hSemLock) = 0; // passes so far
 
 Lock s_hCondLock VYX_ACQUIRED_AFTER(s_hSemLock);
 Registry<CondWait> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
@@ -158,7 +157,7 @@ class SemRegistration {
         s_nPending.fetch_sub(1);
         if (!m_bReturned && wait.waiting.load() == 0 && wait.result == VYX_OK)
             (void)sem_post(wait.semaphore->pSem); // the count was taken for a thread that was cancelled
-        (void)pthread_cond_destroy(&wait.wake); // known to nobody else: there is nothing to withdraw
+        (void)pthread_cond_destroy(&wait.wake);   // known to nobody else: there is nothing to withdraw
         (void)VYX_MutexDestroy(&wait.lock);
         delete m_pWait;
     }
@@ -216,23 +215,20 @@ void Complete_Local(TIMED_SEM_S &wait, int32_t iResult) VYX_REQUIRES(s_hSemLock)
     (void)VYX_MutexUnlock(&wait.lock);
 }
 
-// Takes one count, without waiting. A semaphore that had none for an earlier waiter has none for a later one
-// on the same pass, even if it was posted in between: who began to wait first is served first.
-bool Take_Local(VYX_SEM_S &semaphore) VYX_REQUIRES(s_hSemLock) {
-    if (semaphore.nEmptyPass == s_nSemPass)
-        return false;
-    if (sem_trywait(semaphore.pSem) != -1)
-        return true;
-    semaphore.nEmptyPass = s_nSemPass;
-    return false;
+// The first pending wait for a semaphore. One of them is known to be pending.
+TIMED_SEM_S &FirstFor_Local(const VYX_SEM_S *pSemaphore) VYX_REQUIRES(s_hSemLock) {
+    SemWait *pEntry = s_struTimeSems.pFirst;
+    while (pEntry->struWait.semaphore != pSemaphore || pEntry->struWait.waiting.load() == 0)
+        pEntry = pEntry->pNext;
+    return pEntry->struWait;
 }
 
-// Result: true if the wait was completed.
+// Result: true if a wait was completed.
 bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock) {
     TIMED_SEM_S &wait = entry.struWait;
     if (wait.waiting.load() == 0)
         return false;
-    if (!Take_Local(*wait.semaphore)) {
+    if (sem_trywait(wait.semaphore->pSem) == -1) {
         if (iNow < entry.iDue)
             return false;
         Complete_Local(wait, VYX_ERROR);
@@ -243,7 +239,8 @@ bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock)
     // Pinned by TimedWait.StaleInterruptionKeepsTheCount.
     if (errno == EINTR)
         return false;
-    Complete_Local(wait, VYX_OK);
+    // The count may have been posted after this pass had passed by an earlier waiter: that one is served first.
+    Complete_Local(FirstFor_Local(wait.semaphore), VYX_OK);
     return true;
 }
 
@@ -252,7 +249,6 @@ bool ScanSems_Local() {
     if (s_struTimeSems.pFirst == nullptr)
         return false;
     const VYX_TIME_T iNow = VYX_TimeNow();
-    ++s_nSemPass;
     bool bCompleted = false;
     for (SemWait *pEntry = s_struTimeSems.pFirst; pEntry != nullptr; pEntry = pEntry->pNext)
         bCompleted = TryComplete_Local(*pEntry, iNow) || bCompleted;

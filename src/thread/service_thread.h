@@ -6,9 +6,8 @@
 
 VYX_BEGIN_DECLS
 
-// As VYX_Thread_Create, with signals blocked from the thread's first instruction on: an application's handlers
-// never run on the library's threads, and no call of theirs is interrupted. Only what a fault of the thread
-// itself raises stays open, so that an application's crash handler sees it.
+// As VYX_Thread_Create, with every signal blocked from the thread's first instruction on: an application's
+// handlers never run on the library's threads, and no call of theirs is interrupted.
 VYX_THREAD_T VYX_StartServiceThread_Inter(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
 
 // Gives the calling thread the name that debuggers and process listings show; at most 15 characters. Defined
