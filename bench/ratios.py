@@ -42,7 +42,9 @@ def median(runs, pick):
 
 
 def nanoseconds(run):
-    return run["real_time"] * NANOSECONDS[run["time_unit"]]
+    """The time that the benchmark is counted by: of its thread, unless its settings name another clock."""
+    clock = "real_time" if re.search("/(real|manual)_time", run["run_name"]) else "cpu_time"
+    return run[clock] * NANOSECONDS[run["time_unit"]]
 
 
 def spread(runs):
@@ -71,7 +73,9 @@ def ratio_rows(case, sides):
 
 def figure_row(case, sides):
     def figure(side):
-        return f"{median(sides[side], lambda run: run['figure']):.3g}" if side in sides else ""
+        if side not in sides:
+            return ""
+        return f"{float(format(median(sides[side], lambda run: run['figure']), '.3g')):g}"
 
     limit = sides[OURS][0].get("limit", 0)
     value = median(sides[OURS], lambda run: run["figure"])

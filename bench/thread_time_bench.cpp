@@ -48,7 +48,8 @@ void VyxTimeNow(benchmark::State &state) {
 } // namespace
 
 int main(int argc, char **argv) {
-    bench::Compare("thread_create_join", {{"raw", RawCreateJoin, 1.10}, {"vyx", VyxCreateJoin}});
+    bench::Compare("thread_create_join", {{"raw", RawCreateJoin, 1.10}, {"vyx", VyxCreateJoin}},
+                   bench::WallClock);
     bench::Compare("time_now", {{"raw", RawTimeNow, 1.10}, {"vyx", VyxTimeNow}});
     return bench::Run(argc, argv);
 }

@@ -34,8 +34,14 @@ struct Side {
     double fBound = 0;
 };
 
-// Registers the sides of a case, to be compared by the time of one iteration.
-//   pfnConfigure  settings that all sides share, such as a number of iterations
+// For Compare: counts the time that passes. What several threads do, or what sleeps, needs it.
+inline void WallClock(benchmark::internal::Benchmark *pBenchmark) {
+    pBenchmark->UseRealTime();
+}
+
+// Registers the sides of a case, to be compared by the time of one iteration: the calling thread's processor
+// time, which others that use the machine disturb least, unless pfnConfigure asks for another.
+//   pfnConfigure  settings that all sides share, such as the clock or a number of iterations
 inline void Compare(const char *szCase, std::initializer_list<Side> sides,
                     void (*pfnConfigure)(benchmark::internal::Benchmark *) = nullptr) {
     for (const Side &side : sides) {
@@ -45,9 +51,7 @@ inline void Compare(const char *szCase, std::initializer_list<Side> sides,
             if (side.fBound > 0)
                 state.counters["bound"] = side.fBound;
         });
-        if (pfnConfigure == nullptr)
-            pBenchmark->UseRealTime();
-        else
+        if (pfnConfigure != nullptr)
             pfnConfigure(pBenchmark);
     }
 }
