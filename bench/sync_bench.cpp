@@ -147,8 +147,7 @@ class Sleeper {
     std::thread m_thread; // last, as it uses all of the above
 };
 
-// Only the signal itself is timed, and the median of many counts: on a busy machine a single one that is
-// interrupted outweighs all others.
+// Only the signal itself is timed.
 template <class Api>
 void SignalSleeper(benchmark::State &state) {
     Sleeper<Api> sleeper;
@@ -160,12 +159,8 @@ void SignalSleeper(benchmark::State &state) {
             benchmark::DoNotOptimize(Api::Signal(&sleeper.hCond));
             samples.push_back(bench::MicrosecondsSince(start));
         }
-        state.SetIterationTime(bench::Median(samples) * 1e-6);
+        bench::TimeOfMedian(state, samples);
     }
-}
-
-void TimedByHand(benchmark::internal::Benchmark *pBenchmark) {
-    pBenchmark->UseManualTime()->Iterations(1);
 }
 
 } // namespace
@@ -178,6 +173,6 @@ int main(int argc, char **argv) {
     bench::Compare("sem_post_wait", {{"raw", RawPostWait, 1.10}, {"vyx", VyxPostWait}});
     bench::Compare("cond_signal_nobody", {{"raw", SignalNobody<Raw>, 1.10}, {"vyx", SignalNobody<Vyx>}});
     bench::Compare("cond_signal_sleeper", {{"raw", SignalSleeper<Raw>, 1.10}, {"vyx", SignalSleeper<Vyx>}},
-                   TimedByHand);
+                   bench::ByHand);
     return bench::Run(argc, argv);
 }

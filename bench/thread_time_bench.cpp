@@ -1,6 +1,7 @@
 // Threads and the clock beside the POSIX calls they rest on.
 #include <pthread.h>
 #include <sys/time.h>
+#include <vector>
 
 #include <vyx/thread.h>
 #include <vyx/time.h>
@@ -13,21 +14,27 @@ void *Nothing(void *pParam) {
     return pParam;
 }
 
-void RawCreateJoin(benchmark::State &state) {
-    for (auto _ : state) {
-        pthread_t hThread;
-        if (pthread_create(&hThread, nullptr, Nothing, nullptr) != 0)
-            return state.SkipWithError("no thread");
-        benchmark::DoNotOptimize(pthread_join(hThread, nullptr));
-    }
+bool RawCreateJoin() {
+    pthread_t hThread;
+    return pthread_create(&hThread, nullptr, Nothing, nullptr) == 0 && pthread_join(hThread, nullptr) == 0;
 }
 
-void VyxCreateJoin(benchmark::State &state) {
+bool VyxCreateJoin() {
+    const VYX_THREAD_T hThread = VYX_Thread_Create(Nothing, nullptr, 0, 0, 0, 0);
+    return hThread != VYX_INVALID_THREAD && VYX_Thread_Wait(hThread) == VYX_OK;
+}
+
+template <bool (*pfnCreateJoin)()>
+void CreateJoin(benchmark::State &state) {
+    std::vector<double> samples;
     for (auto _ : state) {
-        const VYX_THREAD_T hThread = VYX_Thread_Create(Nothing, nullptr, 0, 0, 0, 0);
-        if (hThread == VYX_INVALID_THREAD)
-            return state.SkipWithError("no thread");
-        benchmark::DoNotOptimize(VYX_Thread_Wait(hThread));
+        for (int i = 0; i < 500; ++i) {
+            const auto start = bench::Clock::now();
+            if (!pfnCreateJoin())
+                return state.SkipWithError("no thread");
+            samples.push_back(bench::MicrosecondsSince(start));
+        }
+        bench::TimeOfMedian(state, samples);
     }
 }
 
@@ -48,8 +55,9 @@ void VyxTimeNow(benchmark::State &state) {
 } // namespace
 
 int main(int argc, char **argv) {
-    bench::Compare("thread_create_join", {{"raw", RawCreateJoin, 1.10}, {"vyx", VyxCreateJoin}},
-                   bench::WallClock);
+    bench::Compare("thread_create_join",
+                   {{"raw", CreateJoin<RawCreateJoin>, 1.10}, {"vyx", CreateJoin<VyxCreateJoin>}},
+                   bench::ByHand);
     bench::Compare("time_now", {{"raw", RawTimeNow, 1.10}, {"vyx", VyxTimeNow}});
     return bench::Run(argc, argv);
 }

@@ -34,9 +34,14 @@ struct Side {
     double fBound = 0;
 };
 
-// For Compare: counts the time that passes. What several threads do, or what sleeps, needs it.
+// Settings for Compare. WallClock counts the time that passes, for what sleeps. ByHand counts what the side itself
+// sets with TimeOfMedian, for work that several threads share: on a busy machine the few times that somebody
+// else interrupts would outweigh all others.
 inline void WallClock(benchmark::internal::Benchmark *pBenchmark) {
     pBenchmark->UseRealTime();
+}
+inline void ByHand(benchmark::internal::Benchmark *pBenchmark) {
+    pBenchmark->UseManualTime()->Iterations(1);
 }
 
 // Registers the sides of a case, to be compared by the time of one iteration: the calling thread's processor
@@ -87,6 +92,11 @@ inline double Median(std::vector<double> &samples) {
 
 inline double MicrosecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+// For a side with the setting ByHand: the one iteration took as long as the median of these, in microseconds.
+inline void TimeOfMedian(benchmark::State &state, std::vector<double> &samples) {
+    state.SetIterationTime(Median(samples) * 1e-6);
 }
 
 // Runs what was registered, with the library started: its service thread exists wherever the library is used,
