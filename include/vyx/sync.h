@@ -43,6 +43,23 @@ VYX_API int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex);
 VYX_API int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex);
 VYX_API int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex);
 
+#if defined(__OPTIMIZE__) && !defined(VYX_NO_INLINE)
+/*
+ * The three of them that are on everybody's hot path, once more for the compiler to put in place of a call: the
+ * platform call itself with the null check around it. Define VYX_NO_INLINE before including this header to have
+ * every call go to the library.
+ */
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_lock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_trylock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_unlock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+#endif
+
 /* ---- Semaphores: for the threads of one process --------------------------------------------------------- */
 
 /*
