@@ -105,7 +105,8 @@ VYX_API int32_t VYX_SemPost(VYX_SEM_T *pSem);
  * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, memory short, library
  *          stopped meanwhile (these are not told apart). Not before nTimeOut has passed on a time-out. Of
  *          several bounded waiters the one that began first is served first.
- * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait.
+ * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait. A
+ *          thread that is cancelled (pthread_cancel) in it takes no count.
  * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait does not end until the
  *          library is started.
  */
@@ -118,7 +119,8 @@ VYX_API int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut);
  * _signal, _broadcast).
  *
  * Result:  0, or the platform's error number (positive); -1 for a null pointer. Destroying while somebody
- *          waits is the caller's error.
+ *          waits is the caller's error; it is allowed as soon as all waiters have been woken, also if they
+ *          have not got their mutex back.
  * Threads: signal and broadcast: any, with or without the mutex.
  */
 VYX_API int32_t VYX_CondCreate(VYX_COND_T *pCond);
