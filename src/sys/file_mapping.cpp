@@ -11,7 +11,7 @@ struct BitPair {
     mode_t nMode;
 };
 
-// What both directions have in common; the set-id bits and the attributes differ.
+// What both directions have in common; S_ISGID and the attributes differ.
 constexpr BitPair kPermissions[] = {
     {VYX_USETID, S_ISUID},   {VYX_UREAD, S_IRUSR},    {VYX_UWRITE, S_IWUSR}, {VYX_UEXECUTE, S_IXUSR},
     {VYX_GREAD, S_IRGRP},    {VYX_GWRITE, S_IWGRP},   {VYX_WREAD, S_IROTH},  {VYX_WWRITE, S_IWOTH},
