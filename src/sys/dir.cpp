@@ -62,7 +62,7 @@ char *PathWithSlash_Local(const char *szPath) {
     auto *szCopy = static_cast<char *>(std::calloc(nLength + 3, 1));
     if (szCopy == nullptr)
         return nullptr;
-    std::memcpy(szCopy, szPath, nLength);
+    std::memcpy(szCopy, szPath, nLength + 1);
     if (nLength > 0 && szCopy[nLength - 1] != '/')
         szCopy[nLength] = '/';
     return szCopy;
