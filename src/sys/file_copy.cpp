@@ -128,13 +128,16 @@ bool CopyData_Local(Copy *pCopy, off_t iSize) {
     return status.st_size >= iSize || Fail_Local(EIO); // a hole may be what was cut off
 }
 
-// Empties the target, unless it is the source: that would lose the only copy.
+// Empties the target, unless it is the source: that would lose the only copy. One that is empty is left alone, as
+// some file systems write a file to the disk at its close once it was truncated.
 bool Truncate_Local(const struct stat &source, int iTarget, struct stat *pTarget) {
     if (fstat(iTarget, pTarget) != 0)
         return false;
     if (source.st_dev == pTarget->st_dev && source.st_ino == pTarget->st_ino)
         return Fail_Local(EINVAL);
-    return !S_ISREG(pTarget->st_mode) || Restarted_Local([&] { return ftruncate(iTarget, 0); }) == 0;
+    if (!S_ISREG(pTarget->st_mode) || pTarget->st_size == 0)
+        return true;
+    return Restarted_Local([&] { return ftruncate(iTarget, 0); }) == 0;
 }
 
 bool CopyInto_Local(int iSource, const struct stat &source, int iTarget) {
