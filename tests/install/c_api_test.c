@@ -161,6 +161,44 @@ static void System(void) {
     CHECK(VYX_GetCPUPerformance(NULL, &nSize) == VYX_ERROR);
 }
 
+static void Files(void) {
+    const char *szPath = "c_api_test.file";
+    const char *szCopy = "c_api_test.copy";
+    char szText[4] = "abc";
+    VYX_FINFO_T info;
+    int32_t iCount = 0;
+    int64_t iPosition = 0;
+    const VYX_FILE_T hFile = VYX_OpenFile(
+        szPath, VYX_OPEN_READ | VYX_OPEN_WRITE | VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE, VYX_UREAD | VYX_UWRITE);
+    CHECK(hFile != VYX_INVALID_FILE);
+    CHECK(VYX_WriteFile(hFile, szText, 3, &iCount) == VYX_OK && iCount == 3);
+    CHECK(VYX_FileSeek(hFile, 1, 0, &iPosition) == VYX_OK && iPosition == 1);
+    CHECK(VYX_ReadFile(hFile, szText, 3, &iCount) == VYX_OK && iCount == 2 && szText[0] == 'b');
+    CHECK(VYX_FileIsEOF(hFile) == 1 && VYX_FileFlush(hFile) == VYX_OK);
+    CHECK(VYX_FileStat(hFile, &info) == VYX_OK && info.type == VYX_TYPE_REG && info.size == 3);
+    CHECK(VYX_CloseFile(hFile) == VYX_OK);
+    CHECK(VYX_CopyFile(szPath, szCopy, 0) == 1 && VYX_RenameFile(szCopy, szPath) == VYX_OK);
+    CHECK(VYX_AccessFile(szPath, 0) == VYX_OK && VYX_AccessFile(szCopy, 0) == VYX_ERROR);
+    CHECK(VYX_DeleteFile(szPath) == VYX_OK);
+    CHECK(VYX_GetOFlagByFlag(VYX_OPEN_CREATE) == VYX_ERROR);
+    CHECK(VYX_GetModeByPerm(VYX_ATTR_READONLY) == 0400 && VYX_GetPermByMode(0400) == VYX_UREAD);
+}
+
+static void DirectoriesAndModules(void) {
+    const char *szPath = "c_api_test.dir";
+    char szExe[1024] = "";
+    _FILE_FIND_INFO info;
+    CHECK(VYX_MakeDir(szPath) == VYX_OK);
+    const VYX_DIR_T hDir = VYX_OpenDir(szPath);
+    CHECK(hDir != NULL);
+    CHECK(VYX_FindFileInDir(hDir, &info) == VYX_OK && info.name[0] == '.' && info.finfo.type == VYX_TYPE_DIR);
+    CHECK(VYX_CloseDir(hDir) == VYX_OK);
+    CHECK(VYX_RemoveDir(szPath) == VYX_OK);
+    CHECK(VYX_GetCurExePath(szExe, sizeof szExe) == VYX_OK && szExe[0] == '/');
+    CHECK(VYX_LoadDSo("./no such module") == NULL && VYX_GetDsoSym(NULL, "x") == NULL);
+    CHECK(VYX_UnloadDSo(NULL) == VYX_ERROR);
+}
+
 /* ---- time.h */
 
 static const VYX_TIME_T kMoment = INT64_C(1000000000123456); /* 2001-09-09 01:46:40.123456 UTC */
@@ -273,6 +311,8 @@ int main(void) {
     DebugOutput();
     Sleeping();
     System();
+    Files();
+    DirectoriesAndModules();
     Calendar();
     TimeAsText();
     HashTables();
