@@ -3,6 +3,7 @@
 #define VYX_VYX_H
 
 #include <vyx/frame.h>
+#include <vyx/pool.h>
 #include <vyx/sync.h>
 #include <vyx/sys.h>
 #include <vyx/thread.h>
