@@ -16,10 +16,10 @@
 #include "pool/waiting.h"
 #include "sync/lock_order.h"
 
-using vyx_inter::kBriefTries;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::MutexHold;
+using vyx_inter::TryBriefly;
 
 // Guards every bUsed: taking a place in the registry and giving it back.
 static Lock s_csLock;
@@ -95,9 +95,9 @@ void HandOver_Local(THREAD_INFO_T &worker, VYX_THREAD_PROC fnWork, void *pParam)
     (void)VYX_SemPost(&worker.hSem);
 }
 
-// Waits until the pool may have become free: at first just lets others run, then sleeps. May return early.
-// With hLock held exactly once, as afterwards.
-void AwaitFree_Local(THREAD_POOL_T &pool, uint32_t nRound) {
+// Waits until a worker has become idle or gone, or the pool is being destroyed. May return early. With hLock
+// held exactly once, as afterwards.
+void AwaitFree_Local(THREAD_POOL_T &pool) {
     struct Waiting { // counted also if the thread is cancelled in its sleep
         uint32_t &nWaiting;
         explicit Waiting(uint32_t &n) : nWaiting(n) { ++nWaiting; }
@@ -105,12 +105,13 @@ void AwaitFree_Local(THREAD_POOL_T &pool, uint32_t nRound) {
         Waiting(const Waiting &) = delete;
         Waiting &operator=(const Waiting &) = delete;
     };
-    if (nRound < kBriefTries) {
-        (void)VYX_MutexUnlock(&pool.hLock);
-        (void)sched_yield();
-        (void)VYX_MutexLock(&pool.hLock);
+    const uint32_t nSeen = pool.nFreed.load();
+    const auto fnChanged = [&pool, nSeen] { return pool.nFreed.load() != nSeen || pool.bQuit.load() != 0; };
+    (void)VYX_MutexUnlock(&pool.hLock);
+    (void)TryBriefly(fnChanged);
+    (void)VYX_MutexLock(&pool.hLock);
+    if (fnChanged())
         return;
-    }
     const Waiting waiting(pool.nWaiting);
     (void)VYX_CondWait(&pool.hFree, &pool.hLock);
 }
@@ -191,7 +192,7 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
     if (hPool->bQuit.load() != 0) // also the pool's lock may be gone
         return VYX_ERROR;
     const MutexHold hold(hPool->hLock);
-    for (uint32_t nRound = 0; hPool->bQuit.load() == 0; ++nRound) {
+    while (hPool->bQuit.load() == 0) {
         THREAD_INFO_T *pWorker = nullptr;
         if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK)
             return VYX_ERROR;
@@ -201,7 +202,7 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
         }
         if (bWait == 0)
             return VYX_ERROR;
-        AwaitFree_Local(*hPool, nRound);
+        AwaitFree_Local(*hPool);
     }
     return VYX_ERROR;
 }

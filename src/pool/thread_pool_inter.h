@@ -38,9 +38,10 @@ struct THREAD_POOL_T {
     // A set bit: that record is certainly not idle, so a search for an idle one leaves it out. A clear bit says
     // nothing. Guarded by hLock.
     uint64_t nNotIdle[VYX_POOL_WORDS];
-    VYX_COND_T hFree;            // signalled when a worker becomes idle or goes; with hLock
-    uint32_t nWaiting;           // callers asleep on hFree; guarded by hLock
-    std::atomic<uint32_t> nUses; // callers inside VYX_ThreadPool_WorkEx; destruction waits for them
+    VYX_COND_T hFree;             // signalled when a worker becomes idle or goes; with hLock
+    uint32_t nWaiting;            // callers asleep on hFree; guarded by hLock
+    std::atomic<uint32_t> nFreed; // counts, round and round, workers that became idle or went; with hLock
+    std::atomic<uint32_t> nUses;  // callers inside VYX_ThreadPool_WorkEx; destruction waits for them
 };
 
 // Start and stop of the registry's stage, under the start/stop mutex. Both return 0. The start empties the

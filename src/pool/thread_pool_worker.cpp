@@ -34,6 +34,7 @@ void NoteIdle_Local(THREAD_INFO_T &info) {
 }
 
 void SignalFree_Local(THREAD_POOL_T &pool) {
+    pool.nFreed.fetch_add(1);
     if (pool.nWaiting != 0)
         (void)VYX_CondSignal(&pool.hFree);
 }
@@ -75,9 +76,13 @@ THREAD_INFO_T *FindIdleInWord_Local(THREAD_POOL_T &pool, uint32_t nWord) {
 }
 
 // False on a worker that was still busy when the library was stopped and started again: the registry is a new
-// one then, and the record somebody else's.
+// one then, and the record somebody else's. Nobody will join that worker.
 bool IsOwn_Local(const THREAD_INFO_T &info) {
-    return info.hThread == VYX_Thread_GetSelfId();
+    const VYX_THREAD_T hSelf = VYX_Thread_GetSelfId();
+    if (info.hThread == hSelf)
+        return true;
+    (void)pthread_detach(hSelf);
+    return false;
 }
 
 // An unlocked look at what was set before the worker was started.

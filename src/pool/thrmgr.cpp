@@ -1,8 +1,12 @@
 // The flexible pools: a queue, and detached workers that come when none is idle and go when they stay idle.
 //
-// hLock guards the queue, nAlive and the start of workers. hWorkSem wakes workers, once for each item; but the
-// queue decides: a worker sleeps only after it has seen it empty, and a wake-up that finds it empty is
-// harmless. So an item that could not be announced still runs.
+// hLock guards the queue, nAlive and the start of workers. Workers sleep on hWorkSem, but the queue decides: a
+// worker goes to sleep only after it has seen, under the lock, that the queue is empty. So an item that was
+// queued without a word, because no worker could be started, still runs.
+//
+// A dispatch wakes a sleeper only if nobody is on his way to the queue already, neither a worker that was woken
+// nor one that looks for work. Whoever then takes an item and leaves others behind wakes the next sleeper.
+// Thus under a steady load almost nobody is woken for nothing, and no item waits while a worker sleeps.
 //
 // Whether a worker may retire is decided under hLock, where it also stops counting as alive: of two whose time
 // is out together only one goes, and an item queued meanwhile keeps it. The last live worker thus stays until
@@ -46,7 +50,7 @@ uint32_t StackSize_Local(int nStackSize) {
 void Append_Local(thrmgr_queue_t &queue, thrmgr_item_t *pItem) {
     (queue.nCount == 0 ? queue.pHead : queue.pTail->pNext) = pItem;
     queue.pTail = pItem;
-    ++queue.nCount;
+    queue.nCount.fetch_add(1);
 }
 
 std::unique_ptr<thrmgr_item_t> TakeHead_Local(thrmgr_queue_t &queue) {
@@ -56,7 +60,7 @@ std::unique_ptr<thrmgr_item_t> TakeHead_Local(thrmgr_queue_t &queue) {
     queue.pHead = pItem->pNext;
     if (queue.pHead == nullptr)
         queue.pTail = nullptr;
-    --queue.nCount;
+    queue.nCount.fetch_sub(1);
     return pItem;
 }
 
@@ -109,31 +113,71 @@ class Membership {
     thrmgr_pool_t *m_pPool;
 };
 
-bool IsQueueEmpty_Local(thrmgr_pool_t &pool) {
-    const MutexHold hold(pool.hLock);
-    return pool.pQueue->nCount == 0;
+// Wakes one sleeper if there is work for it and nobody else is coming for it. With hLock held.
+void WakeSleeper_Local(thrmgr_pool_t &pool) {
+    if (pool.pQueue->nCount.load() == 0 || pool.nAsleep == 0 || pool.nWoken != 0 || pool.nLooking.load() != 0)
+        return;
+    if (VYX_SemPost(&pool.hWorkSem) == VYX_OK)
+        ++pool.nWoken;
 }
 
-// Waits for a post without limit; a signal does not end the wait.
-void AwaitPost_Local(thrmgr_pool_t &pool) {
-    while (VYX_SemWait(&pool.hWorkSem) != VYX_OK) {
+// Counts the calling worker as asleep for the length of a block, without the lock.
+class Sleeping {
+  public:
+    explicit Sleeping(thrmgr_pool_t &pool) : m_pool(pool) {}
+    ~Sleeping() {
+        const MutexHold hold(m_pool.hLock);
+        --m_pool.nAsleep;
+        // A post that came together with the time-out is taken along.
+        if ((m_bPosted || VYX_SemTimedWait(&m_pool.hWorkSem, 0) == VYX_OK) && m_pool.nWoken > 0)
+            --m_pool.nWoken;
     }
+    Sleeping(const Sleeping &) = delete;
+    Sleeping &operator=(const Sleeping &) = delete;
+
+    // Result: false if the time is out.
+    bool Wait(uint32_t nTimeOut) {
+        m_bPosted = VYX_SemTimedWait(&m_pool.hWorkSem, nTimeOut) == VYX_OK;
+        return m_bPosted;
+    }
+
+  private:
+    thrmgr_pool_t &m_pool;
+    bool m_bPosted = false;
+};
+
+// Looks at the queue for a moment. Result: true if there is something in it.
+bool LookForWork_Local(thrmgr_pool_t &pool) {
+    pool.nLooking.fetch_add(1);
+    const bool bFound =
+        TryBriefly([&pool] { return pool.pQueue->nCount.load() != 0 || pool.nState.load() == kDestroying; });
+    pool.nLooking.fetch_sub(1); // and now the lock: a dispatch that relied on this look is found there
+    return bFound;
+}
+
+// Result: true if the queue is empty and the worker counts as asleep from now on.
+bool FallAsleep_Local(thrmgr_pool_t &pool) {
+    const MutexHold hold(pool.hLock);
+    if (pool.pQueue->nCount.load() != 0 || pool.nState.load() == kDestroying)
+        return false;
+    ++pool.nAsleep;
+    return true;
 }
 
 // Waits until there may be work or the time is out. Result: false if the time is out.
-bool AwaitWork_Local(thrmgr_pool_t &pool) {
-    if (TryBriefly([&pool] { return VYX_SemTimedWait(&pool.hWorkSem, 0) == VYX_OK; }))
+bool AwaitWork_Local(thrmgr_pool_t &pool, uint32_t nTimeOut) {
+    if (LookForWork_Local(pool) || !FallAsleep_Local(pool))
         return true;
-    if (!IsQueueEmpty_Local(pool))
-        return true; // queued by a dispatch that could not start a worker, or just now
+    Sleeping sleeping(pool);
     if (pool.hWorkSem == nullptr) {
         (void)VYX_Sleep(kPollPause);
         return true;
     }
-    const auto nTimeOut = static_cast<uint32_t>(pool.nIdleTimeOut);
     if (nTimeOut != VYX_INFINITE)
-        return VYX_SemTimedWait(&pool.hWorkSem, nTimeOut) == VYX_OK;
-    AwaitPost_Local(pool);
+        return sleeping.Wait(nTimeOut);
+    while (!sleeping.Wait(VYX_INFINITE)) {
+        // A signal interrupted the wait.
+    }
     return true;
 }
 
@@ -145,6 +189,7 @@ void RunNext_Local(thrmgr_pool_t &pool) {
         if (pItem == nullptr)
             return;
         pData = pItem->pData;
+        WakeSleeper_Local(pool);
     }
     pool.fnHandler(pData);
 }
@@ -203,8 +248,8 @@ int thrmgr_dispatch(void *pPool, void *pData) {
         // FlexPoolInside.ItemWithoutWorkerIsRunByTheNextOne.
         if (!StartWorker_Local(pool))
             return 0;
+        WakeSleeper_Local(pool);
     }
-    (void)VYX_SemPost(&pool.hWorkSem); // refused only at the platform's maximum: workers find the item anyway
     return 1;
 }
 
@@ -227,18 +272,19 @@ void thrmgr_destroy(void *pPool) {
 
 void *thrmgr_worker(void *pPool) {
     auto &pool = *static_cast<thrmgr_pool_t *>(pPool);
+    const auto nTimeOut = static_cast<uint32_t>(pool.nIdleTimeOut);
     Membership membership(pool);
     while (pool.nState.load() != kDestroying) {
         pool.nIdle.fetch_add(1);
-        if (!AwaitWork_Local(pool)) {
+        if (!AwaitWork_Local(pool, nTimeOut)) {
             // Deliberate: a worker that retires stays in the idle count, so later dispatches find somebody idle
             // and start no more workers. Pinned by FlexPool.DoesNotGrowAgainAfterItShrank.
             if (membership.Retire())
                 return nullptr;
             // With the time-out 0 the last worker would look for work without a pause. It can sleep: while it
             // counts as idle nobody else is started.
-            if (pool.nIdleTimeOut == 0 && IsQueueEmpty_Local(pool))
-                AwaitPost_Local(pool);
+            if (nTimeOut == 0)
+                (void)AwaitWork_Local(pool, VYX_INFINITE);
         }
         if (pool.nState.load() == kDestroying)
             break;

@@ -19,7 +19,7 @@ struct thrmgr_item_t {
 struct thrmgr_queue_t {
     thrmgr_item_t *pHead;
     thrmgr_item_t *pTail;
-    int32_t nCount;
+    std::atomic<int32_t> nCount; // changed under the pool's hLock, read without
 };
 
 struct thrmgr_pool_t {
@@ -31,9 +31,12 @@ struct thrmgr_pool_t {
     int32_t nIdleTimeOut;        // milliseconds
     VYX_THRMGR_PROC fnHandler;
     VYX_SEM_T hExitSem;     // posted when the last worker has left
-    VYX_SEM_T hWorkSem;     // posted once for each item
+    VYX_SEM_T hWorkSem;     // where workers sleep
     VYX_MUTEX_T hLock;      // normal
     thrmgr_queue_t *pQueue; // guarded by hLock
+    int32_t nAsleep;        // workers that sleep, or are about to; guarded by hLock
+    int32_t nWoken;         // those of them that were posted for and have not come back yet; guarded by hLock
+    std::atomic<int32_t> nLooking; // workers that are awake and will look at the queue before they sleep
 };
 
 // A pool without workers, to be given back with thrmgr_destroy; null if an argument is refused or memory short.

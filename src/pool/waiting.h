@@ -2,7 +2,6 @@
 #ifndef VYX_POOL_WAITING_H
 #define VYX_POOL_WAITING_H
 
-#include <sched.h>
 #include <vyx/sync.h>
 
 namespace vyx_inter {
@@ -19,18 +18,34 @@ class MutexHold {
     VYX_MUTEX_T &m_hMutex;
 };
 
-// Under a steady load the next item, or the next idle worker, is there within microseconds, sooner than a
-// thread falls asleep and is woken. So both sides try this often first, letting others run in between.
-constexpr uint32_t kBriefTries = 32;
+// Permission to look for something without sleeping, for the length of a block. Not granted when as many
+// threads do that already as the machine has processors to spare.
+class SpinTurn {
+  public:
+    SpinTurn();
+    ~SpinTurn();
+    SpinTurn(const SpinTurn &) = delete;
+    SpinTurn &operator=(const SpinTurn &) = delete;
+
+    bool IsGranted() const { return m_bGranted; }
+
+  private:
+    bool m_bGranted;
+};
+
+// Under a steady load the next item, or the next idle worker, is there sooner than a thread falls asleep and is
+// woken. So both sides look this often, which takes a few microseconds, before they sleep.
+constexpr uint32_t kBriefTries = 2000;
 
 // Result: true as soon as fnTry succeeds, false when all tries have failed.
 template <class Try>
 bool TryBriefly(Try fnTry) {
-    for (uint32_t nTry = 0; nTry < kBriefTries; ++nTry) {
+    if (fnTry())
+        return true;
+    const SpinTurn turn;
+    for (uint32_t nTry = 1; turn.IsGranted() && nTry < kBriefTries; ++nTry)
         if (fnTry())
             return true;
-        (void)sched_yield();
-    }
     return false;
 }
 
