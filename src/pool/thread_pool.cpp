@@ -95,8 +95,17 @@ void HandOver_Local(THREAD_INFO_T &worker, VYX_THREAD_PROC fnWork, void *pParam)
     (void)VYX_SemPost(&worker.hSem);
 }
 
-// Waits until a worker has become idle or gone, or the pool is being destroyed. May return early. With hLock
-// held exactly once, as afterwards.
+// Looks for a moment whether a worker becomes idle, without the lock. With hLock held exactly once, as
+// afterwards.
+void LookForIdle_Local(THREAD_POOL_T &pool) {
+    const uint32_t nSeen = pool.nFreed.load();
+    (void)VYX_MutexUnlock(&pool.hLock);
+    (void)TryBriefly([&pool, nSeen] { return pool.nFreed.load() != nSeen || pool.bQuit.load() != 0; });
+    (void)VYX_MutexLock(&pool.hLock);
+}
+
+// Sleeps until a worker may have become idle or gone, or the pool is being destroyed. With hLock held exactly
+// once, and since no idle worker was found.
 void AwaitFree_Local(THREAD_POOL_T &pool) {
     struct Waiting { // counted also if the thread is cancelled in its sleep
         uint32_t &nWaiting;
@@ -105,13 +114,6 @@ void AwaitFree_Local(THREAD_POOL_T &pool) {
         Waiting(const Waiting &) = delete;
         Waiting &operator=(const Waiting &) = delete;
     };
-    const uint32_t nSeen = pool.nFreed.load();
-    const auto fnChanged = [&pool, nSeen] { return pool.nFreed.load() != nSeen || pool.bQuit.load() != 0; };
-    (void)VYX_MutexUnlock(&pool.hLock);
-    (void)TryBriefly(fnChanged);
-    (void)VYX_MutexLock(&pool.hLock);
-    if (fnChanged())
-        return;
     const Waiting waiting(pool.nWaiting);
     (void)VYX_CondWait(&pool.hFree, &pool.hLock);
 }
@@ -192,7 +194,7 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
     if (hPool->bQuit.load() != 0) // also the pool's lock may be gone
         return VYX_ERROR;
     const MutexHold hold(hPool->hLock);
-    while (hPool->bQuit.load() == 0) {
+    for (bool bLooked = false; hPool->bQuit.load() == 0; bLooked = !bLooked) {
         THREAD_INFO_T *pWorker = nullptr;
         if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK)
             return VYX_ERROR;
@@ -202,7 +204,10 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
         }
         if (bWait == 0)
             return VYX_ERROR;
-        AwaitFree_Local(*hPool);
+        if (bLooked)
+            AwaitFree_Local(*hPool);
+        else
+            LookForIdle_Local(*hPool);
     }
     return VYX_ERROR;
 }

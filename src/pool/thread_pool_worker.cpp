@@ -33,12 +33,6 @@ void NoteIdle_Local(THREAD_INFO_T &info) {
     info.pThreadPool->nNotIdle[info.nIndex / kWordBits] &= ~(uint64_t{1} << info.nIndex % kWordBits);
 }
 
-void SignalFree_Local(THREAD_POOL_T &pool) {
-    pool.nFreed.fetch_add(1);
-    if (pool.nWaiting != 0)
-        (void)VYX_CondSignal(&pool.hFree);
-}
-
 void ClearRecord_Local(THREAD_INFO_T &info) {
     info = THREAD_INFO_T{};
     info.hThread = VYX_INVALID_THREAD;
@@ -48,7 +42,8 @@ void FreeRecord_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
     (void)VYX_SemDestroy(&info.hSem);
     ClearRecord_Local(info);
     --pool.nCurrCount;
-    SignalFree_Local(pool);
+    if (pool.nWaiting != 0)
+        (void)VYX_CondSignal(&pool.hFree); // there is room for a new worker
 }
 
 // First record from 0 to nMaxCount - 1 whose place is free, or taken. Null if there is none.
@@ -148,15 +143,22 @@ class RunningItem {
 bool BecomeIdle_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
     if (t_pOwnRecord == nullptr)
         return false;
-    const MutexHold hold(pool.hLock);
-    if (!IsOwn_Local(info))
-        return false;
-    info.fWork = nullptr;
-    info.pParam = nullptr;
-    if (info.bExit == 0) {
-        NoteIdle_Local(info);
-        SignalFree_Local(pool);
+    bool bWaited = false;
+    {
+        const MutexHold hold(pool.hLock);
+        if (!IsOwn_Local(info))
+            return false;
+        info.fWork = nullptr;
+        info.pParam = nullptr;
+        if (info.bExit == 0)
+            NoteIdle_Local(info);
+        bWaited = pool.nWaiting != 0;
     }
+    // Told after the lock is free again, so that nobody is woken only to wait for it. Until it is joined, a
+    // worker keeps the pool from going.
+    pool.nFreed.fetch_add(1);
+    if (bWaited)
+        (void)VYX_CondSignal(&pool.hFree);
     return true;
 }
 

@@ -2,6 +2,8 @@
 #ifndef VYX_POOL_WAITING_H
 #define VYX_POOL_WAITING_H
 
+#include <chrono>
+#include <sched.h>
 #include <vyx/sync.h>
 
 namespace vyx_inter {
@@ -18,34 +20,23 @@ class MutexHold {
     VYX_MUTEX_T &m_hMutex;
 };
 
-// Permission to look for something without sleeping, for the length of a block. Not granted when as many
-// threads do that already as the machine has processors to spare.
-class SpinTurn {
-  public:
-    SpinTurn();
-    ~SpinTurn();
-    SpinTurn(const SpinTurn &) = delete;
-    SpinTurn &operator=(const SpinTurn &) = delete;
-
-    bool IsGranted() const { return m_bGranted; }
-
-  private:
-    bool m_bGranted;
-};
-
 // Under a steady load the next item, or the next idle worker, is there sooner than a thread falls asleep and is
-// woken. So both sides look this often, which takes a few microseconds, before they sleep.
-constexpr uint32_t kBriefTries = 2000;
+// woken. So both sides look this often before they sleep. In between they let others run, who may be those that
+// they wait for; where these take longer than kBriefTime, the machine is busy with something else.
+constexpr uint32_t kBriefTries = 32;
+constexpr std::chrono::microseconds kBriefTime{30};
 
-// Result: true as soon as fnTry succeeds, false when all tries have failed.
+// Result: true as soon as fnTry succeeds, false when the time is over.
 template <class Try>
 bool TryBriefly(Try fnTry) {
     if (fnTry())
         return true;
-    const SpinTurn turn;
-    for (uint32_t nTry = 1; turn.IsGranted() && nTry < kBriefTries; ++nTry)
+    const auto end = std::chrono::steady_clock::now() + kBriefTime;
+    for (uint32_t nTry = 0; nTry < kBriefTries && std::chrono::steady_clock::now() < end; ++nTry) {
+        (void)sched_yield();
         if (fnTry())
             return true;
+    }
     return false;
 }
 

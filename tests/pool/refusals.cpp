@@ -40,6 +40,8 @@ sem_t *__wrap_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned in
     sem_t *pSem = __real_sem_open(szName, iFlags, nMode, nInitial);
     if (pSem != SEM_FAILED)
         ++refusals::g_nNames;
+    else if (refusals::g_nSemaphoresLeft != -1)
+        ++refusals::g_nSemaphoresLeft; // another process has this name: nothing was granted
     return pSem;
 }
 
