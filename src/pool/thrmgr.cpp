@@ -4,8 +4,8 @@
 // worker goes to sleep only after it has seen, under the lock, that the queue is empty. So an item that was
 // queued without a word, because no worker could be started, still runs.
 //
-// A dispatch wakes a sleeper only if nobody is on his way to the queue already, neither a worker that was woken
-// nor one that looks for work. Whoever then takes an item and leaves others behind wakes the next sleeper.
+// A dispatch wakes a sleeper only if more is queued than workers are on their way to the queue, woken or looking
+// for work; each of these takes one item or finds the queue empty. Whoever takes an item checks the same again.
 // Thus under a steady load almost nobody is woken for nothing, and no item waits while a worker sleeps.
 //
 // Whether a worker may retire is decided under hLock, where it also stops counting as alive: of two whose time
@@ -113,9 +113,9 @@ class Membership {
     thrmgr_pool_t *m_pPool;
 };
 
-// Wakes one sleeper if there is work for it and nobody else is coming for it. With hLock held.
+// Wakes one sleeper if more is queued than others are coming for. With hLock held.
 void WakeSleeper_Local(thrmgr_pool_t &pool) {
-    if (pool.pQueue->nCount.load() == 0 || pool.nAsleep == 0 || pool.nWoken != 0 || pool.nLooking.load() != 0)
+    if (pool.nAsleep <= pool.nWoken || pool.nWoken + pool.nLooking.load() >= pool.pQueue->nCount.load())
         return;
     if (VYX_SemPost(&pool.hWorkSem) == VYX_OK)
         ++pool.nWoken;
