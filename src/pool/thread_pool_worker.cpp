@@ -1,10 +1,9 @@
 // The workers of the fixed pools: their start, their life and their end.
 //
 // A worker sleeps on its own semaphore. Whoever gives it something does so under the pool's hLock and posts
-// last: an item goes only to an idle worker, the wish to end (bExit) to any. A worker woken by either runs its
-// item first, so that an accepted item is never lost, and one that is to end is never idle again, so that it
-// gets no other. A worker whose time is out looks at its semaphore once more under the same lock, and retires
-// only if nobody has posted.
+// last: an item goes only to an idle worker, the wish to end (bExit) to any, but only after the pool has ceased
+// to accept items. A worker woken by either runs its item first, so that an accepted item is never lost. A worker
+// whose time is out looks at its semaphore once more under the same lock, and retires only if nobody has posted.
 //
 // Who frees the record: the worker itself when it retires or when an item ends its thread; otherwise the
 // thread that asked it to end, after joining it.
@@ -150,8 +149,7 @@ bool BecomeIdle_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
             return false;
         info.fWork = nullptr;
         info.pParam = nullptr;
-        if (info.bExit == 0)
-            NoteIdle_Local(info);
+        NoteIdle_Local(info);
         bWaited = pool.nWaiting != 0;
     }
     // Told after the lock is free again, so that nobody is woken only to wait for it. Until it is joined, a

@@ -5,8 +5,8 @@
 // queued without a word, because no worker could be started, still runs.
 //
 // A dispatch wakes a sleeper only if more is queued than workers are on their way to the queue, woken or looking
-// for work; each of these takes one item or finds the queue empty. Whoever takes an item checks the same again.
-// Thus under a steady load almost nobody is woken for nothing, and no item waits while a worker sleeps.
+// for work; each of these takes one item or finds the queue empty. Thus no item waits while a worker sleeps, and
+// under a steady load almost nobody is woken for nothing.
 //
 // Whether a worker may retire is decided under hLock, where it also stops counting as alive: of two whose time
 // is out together only one goes, and an item queued meanwhile keeps it. The last live worker thus stays until
@@ -189,7 +189,6 @@ void RunNext_Local(thrmgr_pool_t &pool) {
         if (pItem == nullptr)
             return;
         pData = pItem->pData;
-        WakeSleeper_Local(pool);
     }
     pool.fnHandler(pData);
 }

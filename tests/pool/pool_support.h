@@ -26,6 +26,18 @@ class StartedTest : public testing::Test {
     ~StartedTest() override { EXPECT_EQ(VYX_Fini(), VYX_OK); }
 };
 
+// As support::WaitUntil, for stress tests: looks all the time.
+template <class Predicate>
+bool YieldUntil(Predicate predicate) {
+    const auto end = support::Clock::now() + std::chrono::seconds(10) * support::TimeScale();
+    while (!predicate()) {
+        if (support::Clock::now() > end)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 // Items that stay inside until the gate opens, and how many came in and went out.
 struct Gate {
     std::atomic<int> nEntered{0};

@@ -66,6 +66,34 @@ TEST_F(FlexPoolInside, DoesNotGrowAgainAfterItShrank) {
     thrmgr_destroy(pPool);
 }
 
+TEST_F(FlexPoolInside, LastWorkerStays) {
+    // The times of all workers run out together, again and again; one must remain.
+    static std::atomic<int> s_nInside;
+    static std::atomic<bool> s_bOpen;
+    const int nRounds = pooltest::StressItems(800);
+    for (int nRound = 0; nRound < nRounds; ++nRound) {
+        s_nInside = 0;
+        s_bOpen = false;
+        thrmgr_pool_t *pPool = thrmgr_new(
+            4, nRound % 2,
+            [](void *) {
+                ++s_nInside;
+                (void)pooltest::YieldUntil([] { return s_bOpen.load(); });
+            },
+            0);
+        for (int i = 1; i <= 4; ++i) {
+            ASSERT_EQ(thrmgr_dispatch(pPool, nullptr), 1);
+            ASSERT_TRUE(pooltest::YieldUntil([&] { return s_nInside == i; }));
+        }
+        s_bOpen = true;
+        ASSERT_TRUE(support::WaitUntil([&] { return pPool->nAlive <= 1; }));
+        ASSERT_EQ(pPool->nAlive, 1) << "round " << nRound;
+        ASSERT_EQ(thrmgr_dispatch(pPool, nullptr), 1);
+        ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == 5; }));
+        thrmgr_destroy(pPool);
+    }
+}
+
 TEST_F(FlexPoolInside, RetiresNotBeforeItsTime) {
     thrmgr_pool_t *pPool = thrmgr_new(4, 100, Gate::Handler, 0);
     Gate gate;

@@ -111,20 +111,19 @@ TEST_F(FlexPool, EveryItemRunsOnce) {
     }
 }
 
-TEST_F(FlexPool, LastWorkerStays) {
-    // Many small pools whose workers' times run out together. If all of them left, the idle count that they
-    // leave behind would keep later work from ever getting a worker.
-    const int nRounds = pooltest::StressItems(600);
-    for (int nRound = 0; nRound < nRounds; ++nRound) {
-        Gate gate;
-        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(4, nRound % 2, Gate::Handler, 0);
-        for (int i = 0; i < 4; ++i)
-            ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &gate), 0);
-        gate.bOpen = true;
-        ASSERT_TRUE(support::WaitUntil([&] { return gate.nLeft == 4; }));
-        ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &gate), 0);
-        ASSERT_TRUE(support::WaitUntil([&] { return gate.nLeft == 5; })) << "round " << nRound;
-        ASSERT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+TEST_F(FlexPool, NoItemIsOverlooked) {
+    // One item at a time, after a pause that ends anywhere between the worker's look for more and its sleep.
+    for (const int32_t nMaxThreads : {1, 3}) {
+        Marks marks(pooltest::StressItems(20000));
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(nMaxThreads, -1, Marks::Handler, 0);
+        for (size_t n = 0; n < marks.runs.size(); ++n) {
+            ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
+            ASSERT_TRUE(pooltest::YieldUntil([&] { return marks.runs[n] == 1; })) << "item " << n;
+            const auto end = support::Clock::now() + std::chrono::microseconds(n % 64);
+            while (support::Clock::now() < end) {
+            }
+        }
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
     }
 }
 
