@@ -240,7 +240,7 @@ TEST_F(FixedPool, EveryItemRunsOnce) {
     VYX_HANDLE_THREADPOOL hSteady = VYX_ThreadPool_Create(1, 4);
     Marks marks(pooltest::StressItems(2000000));
     std::vector<VYX_HANDLE_THREADPOOL> turns = {hRestless};
-    for (int i = 0; i < 30; ++i)
+    for (int i = 0; i < 60; ++i)
         turns.insert(turns.end(), {hSoon, hSteady});
     RunAll(turns, marks, 3);
     for (VYX_HANDLE_THREADPOOL hPool : {hRestless, hSoon, hSteady})

@@ -2,6 +2,7 @@
 #include "pool/pool_support.h"
 #include "pool/refusals.h"
 #include "pool/thrmgr.h"
+#include "sync/timed_wait.h"
 
 using pooltest::Gate;
 
@@ -66,30 +67,34 @@ TEST_F(FlexPoolInside, DoesNotGrowAgainAfterItShrank) {
     thrmgr_destroy(pPool);
 }
 
+// Returns with the pool's lock held, as soon as that many workers are asleep.
+void LockWhenAsleep(thrmgr_pool_t *pPool, int32_t nWorkers) {
+    EXPECT_TRUE(support::WaitUntil([&] {
+        (void)VYX_MutexLock(&pPool->hLock);
+        if (pPool->nAsleep == nWorkers)
+            return true;
+        (void)VYX_MutexUnlock(&pPool->hLock);
+        return false;
+    }));
+}
+
 TEST_F(FlexPoolInside, LastWorkerStays) {
-    // The times of all workers run out together, again and again; one must remain.
-    static std::atomic<int> s_nInside;
-    static std::atomic<bool> s_bOpen;
-    const int nRounds = pooltest::StressItems(800);
-    for (int nRound = 0; nRound < nRounds; ++nRound) {
-        s_nInside = 0;
-        s_bOpen = false;
-        thrmgr_pool_t *pPool = thrmgr_new(
-            4, nRound % 2,
-            [](void *) {
-                ++s_nInside;
-                (void)pooltest::YieldUntil([] { return s_bOpen.load(); });
-            },
-            0);
+    for (int nRound = 0; nRound < 20; ++nRound) {
+        thrmgr_pool_t *pPool = thrmgr_new(4, 50, Gate::Handler, 0);
+        Gate gate;
         for (int i = 1; i <= 4; ++i) {
-            ASSERT_EQ(thrmgr_dispatch(pPool, nullptr), 1);
-            ASSERT_TRUE(pooltest::YieldUntil([&] { return s_nInside == i; }));
+            ASSERT_EQ(thrmgr_dispatch(pPool, &gate), 1);
+            ASSERT_TRUE(gate.WaitEntered(i));
         }
-        s_bOpen = true;
+        gate.bOpen = true;
+        // The times of all run out while the lock is held, so that they decide at the same moment.
+        LockWhenAsleep(pPool, 4);
+        EXPECT_TRUE(support::WaitUntil([] { return VYX_TimedWaitPending_Inter() == 0; }));
+        (void)VYX_MutexUnlock(&pPool->hLock);
         ASSERT_TRUE(support::WaitUntil([&] { return pPool->nAlive <= 1; }));
         ASSERT_EQ(pPool->nAlive, 1) << "round " << nRound;
-        ASSERT_EQ(thrmgr_dispatch(pPool, nullptr), 1);
-        ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == 5; }));
+        ASSERT_EQ(thrmgr_dispatch(pPool, &gate), 1);
+        ASSERT_TRUE(gate.WaitLeft(5));
         thrmgr_destroy(pPool);
     }
 }

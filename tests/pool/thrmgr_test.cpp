@@ -114,17 +114,44 @@ TEST_F(FlexPool, EveryItemRunsOnce) {
 TEST_F(FlexPool, NoItemIsOverlooked) {
     // One item at a time, after a pause that ends anywhere between the worker's look for more and its sleep.
     for (const int32_t nMaxThreads : {1, 3}) {
-        Marks marks(pooltest::StressItems(20000));
+        Marks marks(pooltest::StressItems(8000));
         VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(nMaxThreads, -1, Marks::Handler, 0);
         for (size_t n = 0; n < marks.runs.size(); ++n) {
             ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
             ASSERT_TRUE(pooltest::YieldUntil([&] { return marks.runs[n] == 1; })) << "item " << n;
-            const auto end = support::Clock::now() + std::chrono::microseconds(n % 64);
+            const auto end = support::Clock::now() + std::chrono::microseconds(n % 64 * 4);
             while (support::Clock::now() < end) {
             }
         }
         EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
     }
+}
+
+TEST_F(FlexPool, IdleWorkersComeForEveryItem) {
+    // Two items that each wait for the other need both workers, whether these look for work or sleep.
+    static std::atomic<int> s_nInside;
+    static std::atomic<int> s_nDue;
+    s_nInside = s_nDue = 0;
+    VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
+        2, -1,
+        [](void *) {
+            ++s_nInside;
+            EXPECT_TRUE(pooltest::YieldUntil([] { return s_nInside >= s_nDue; }));
+        },
+        0);
+    for (int nRound = 0; nRound < 2000 && !HasFailure(); ++nRound) {
+        s_nDue += 2;
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, nullptr), 0);
+        if (nRound == 0) {
+            ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == 1; })) << "so that a second one starts";
+        }
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, nullptr), 0);
+        ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == s_nDue; }));
+        const auto end = support::Clock::now() + std::chrono::microseconds(nRound % 32 * 8);
+        while (support::Clock::now() < end) {
+        }
+    }
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
 }
 
 TEST_F(FlexPool, HandlerThatEndsItsThreadTakesOnlyItselfOut) {
