@@ -99,8 +99,6 @@ class Membership {
 
     // Result: true if the worker has left; the pool must not be touched any more.
     bool Retire() {
-        if (m_pPool->nAlive.load() <= 1) // just a look; the lock decides
-            return false;
         const MutexHold hold(m_pPool->hLock);
         if (m_pPool->nAlive.load() <= 1 || m_pPool->pQueue->nCount != 0)
             return false;

@@ -113,13 +113,14 @@ TEST_F(FlexPool, EveryItemRunsOnce) {
 
 TEST_F(FlexPool, NoItemIsOverlooked) {
     // One item at a time, after a pause that ends anywhere between the worker's look for more and its sleep.
-    for (const int32_t nMaxThreads : {1, 3}) {
-        Marks marks(pooltest::StressItems(8000));
+    for (const int32_t nMaxThreads : {1, 4}) {
+        Marks marks(pooltest::StressItems(15000));
         VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(nMaxThreads, -1, Marks::Handler, 0);
         for (size_t n = 0; n < marks.runs.size(); ++n) {
             ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
             ASSERT_TRUE(pooltest::YieldUntil([&] { return marks.runs[n] == 1; })) << "item " << n;
-            const auto end = support::Clock::now() + std::chrono::microseconds(n % 64 * 4);
+            const auto end =
+                support::Clock::now() + std::chrono::microseconds(n % 64 * static_cast<size_t>(nMaxThreads));
             while (support::Clock::now() < end) {
             }
         }
@@ -135,8 +136,9 @@ TEST_F(FlexPool, IdleWorkersComeForEveryItem) {
     VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
         2, -1,
         [](void *) {
+            const int nDue = s_nDue;
             ++s_nInside;
-            EXPECT_TRUE(pooltest::YieldUntil([] { return s_nInside >= s_nDue; }));
+            EXPECT_TRUE(pooltest::YieldUntil([nDue] { return s_nInside >= nDue; }));
         },
         0);
     for (int nRound = 0; nRound < 2000 && !HasFailure(); ++nRound) {
