@@ -48,12 +48,16 @@ VYX_API int32_t VYX_FiniEx(void);
 VYX_API uint32_t VYX_GetVYXVersion(void);
 
 /*
- * Switches the log service on or off in one call.
- *   nFlags      0: off. Otherwise on; bit 0 adds standard output, bit 1 the rotating files; others are ignored
- *   pFileParam  parameter of the file target, borrowed for the call; may be null
+ * Switches the log service (vyx/log.h) on or off in one call.
+ *   nFlags      0: off. Otherwise on: lines of every level pass; bit 0 adds standard output, bit 1 the rotating files,
+ *               of 2097152 bytes and numbered without end; other bits are ignored. Nothing is switched off
+ *   pFileParam  directory of the files, as in EnableTarget: a path, borrowed for the call; null = "./vyxlog/"
  *
- * Result:  always VYX_OK. The log service is not part of this version yet: the call has no effect.
- * Threads: any.
+ * Off writes what is queued, switches standard output and the files off, leaves standard error as it is, and stops the
+ * service: WriteLog answers -2 (or -5 with no target) until it is switched on again.
+ *
+ * Result:  always VYX_OK.
+ * Threads: any. Off blocks until the lines are written.
  */
 VYX_API int32_t VYX_Log(uint32_t nFlags, const void *pFileParam);
 
