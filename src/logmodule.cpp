@@ -249,6 +249,10 @@ bool LogService::Enqueue(const _LOG &line, bool *pReport) {
 int LogService::Append(const char *pData, uint32_t nLen, bool *pReport) {
     if (!m_bStarted)
         return -2;
+    if (m_nFree == kRingSize) { // nothing is in the ring or being written from it: no need to go round
+        m_pWrite = m_pRing;
+        m_pRead = m_pRing;
+    }
     const auto nTail = static_cast<uint32_t>(m_pRing + kRingSize - m_pWrite);
     const uint32_t nSkipped = nLen > nTail ? nTail : 0;
     if (m_nFree < nSkipped || m_nFree - nSkipped < nLen)
