@@ -30,6 +30,7 @@
 
 #include "frame/static_init.h"
 #include "log/log_header.h"
+#include "log/log_text.h"
 #include "thread/service_thread.h"
 
 using vyx_inter::LockGuard;
@@ -257,7 +258,7 @@ int LogService::Append(const char *pData, uint32_t nLen, bool *pReport) {
     const uint32_t nSkipped = nLen > nTail ? nTail : 0;
     if (m_nFree < nSkipped || m_nFree - nSkipped < nLen)
         return -4;
-    char *pLine = nSkipped > 0 ? m_pRing : m_pWrite;
+    char *pLine = nLen > nTail ? m_pRing : m_pWrite; // nothing may be left of the tail
     if (!Enqueue({pLine, nLen, TargetsOn()}, pReport))
         return -4;
     std::memcpy(pLine, pData, nLen);
@@ -554,7 +555,7 @@ int32_t WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char
     keeper.Restore();
     va_list args;
     va_start(args, szFormat);
-    const int iText = std::vsnprintf(szLine + nHeader, kTextLimit - nHeader, szFormat, args);
+    const int32_t iText = VYX_LogText_Inter(szLine + nHeader, kTextLimit - nHeader, szFormat, args);
     va_end(args);
     if (iText < 0)
         return -7;

@@ -4,14 +4,12 @@
 // WriteLog but for that one moment.
 #include "log/log_header.h"
 
-#include <algorithm>
-#include <charconv>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <sys/time.h>
 #include <time.h>
 
+#include "log/printer.h"
 #include "logmodule.h"
 
 const char *const LEVEL_TEXT[4] = {"DISABLE", "ERR", "DBG", "INF"};
@@ -66,43 +64,16 @@ bool Second::Print(time_t iNow) {
     return true;
 }
 
-// Prints as snprintf does: stores what fits, counts everything.
-class Printer {
-  public:
-    Printer(char *pBuf, size_t nSize) : m_pBuf(pBuf), m_nSize(nSize) {}
-
-    void Put(const char *pText, size_t nLength) {
-        if (m_nLength < m_nSize)
-            std::memcpy(m_pBuf + m_nLength, pText, std::min(nLength, m_nSize - m_nLength));
-        m_nLength += nLength;
-    }
-    void Put(const char *szText) { Put(szText, std::strlen(szText)); }
-    void PutMillis(long iMicros) {
-        const unsigned nMillis = static_cast<unsigned>(iMicros / 1000);
-        const char digits[] = {static_cast<char>('0' + nMillis / 100),
-                               static_cast<char>('0' + nMillis / 10 % 10),
-                               static_cast<char>('0' + nMillis % 10)};
-        Put(digits, sizeof digits);
-    }
-    void PutInt(int32_t iValue) {
-        char text[12];
-        Put(text, static_cast<size_t>(std::to_chars(text, text + sizeof text, iValue).ptr - text));
-    }
-    int32_t Finish() {
-        if (m_nSize > 0)
-            m_pBuf[std::min(m_nLength, m_nSize - 1)] = '\0';
-        return m_nLength > INT32_MAX ? -1 : static_cast<int32_t>(m_nLength);
-    }
-
-  private:
-    char *m_pBuf;
-    size_t m_nSize;
-    size_t m_nLength = 0;
-};
-
 const char *LevelName_Local(log_level eLevel) {
     const auto nLevel = static_cast<uint32_t>(eLevel);
     return nLevel < std::size(LEVEL_TEXT) ? LEVEL_TEXT[nLevel] : "?";
+}
+
+void PutMillis_Local(vyx_inter::Printer &printer, long iMicros) {
+    const auto nMillis = static_cast<unsigned>(iMicros / 1000);
+    const auto digit = [](unsigned n) { return static_cast<char>('0' + n % 10); };
+    const char digits[] = {digit(nMillis / 100), digit(nMillis / 10), digit(nMillis)};
+    printer.Put(digits, sizeof digits);
 }
 
 } // namespace
@@ -114,15 +85,15 @@ int32_t VYX_LogHeader_Inter(char *szBuf, uint32_t nSize, log_level eLevel, const
     Second &second = s_second;
     if (!second.Holds(now.tv_sec) && !second.Print(now.tv_sec))
         return -1;
-    Printer printer(szBuf, nSize);
+    vyx_inter::Printer printer(szBuf, nSize);
     printer.Put(second.szText, static_cast<size_t>(second.iLength));
-    printer.PutMillis(now.tv_usec);
+    PutMillis_Local(printer, now.tv_usec);
     printer.Put("][", 2);
     printer.Put(LevelName_Local(eLevel));
     printer.Put("][FILE:", 7);
     printer.Put(FindLastSlash(szFile));
     printer.Put("][LINE:", 7);
-    printer.PutInt(iLine);
+    printer.PutNumber(iLine);
     printer.Put("] ", 2);
     return printer.Finish();
 }
@@ -145,9 +116,8 @@ int32_t FormatTimeAndName(char *szBuf, uint32_t nSize, log_level eLevel, const c
 const char *FindLastSlash(const char *szPath) {
     if (szPath == nullptr)
         return nullptr;
-    const char *szName = szPath;
-    for (const char *p = szPath; *p != '\0'; ++p)
-        if (*p == '/' || *p == '\\')
-            szName = p + 1;
-    return szName;
+    const char *pSlash = std::strrchr(szPath, '/');
+    const char *szName = pSlash == nullptr ? szPath : pSlash + 1;
+    const char *pBackslash = std::strrchr(szName, '\\');
+    return pBackslash == nullptr ? szName : pBackslash + 1;
 }

@@ -258,54 +258,65 @@ TEST_F(LogSwitch, OneCall) {
     DisableTarget(kDebug);
 }
 
-// Standard output is a pipe that nobody reads: the writer is stuck, the ring fills. Then somebody reads.
-TEST_F(Log, FullRingDropsLinesAndKeepsThoseTaken) {
+using MakeText = std::string (*)(size_t n);
+
+// Standard output is a pipe that nobody reads: the writer is stuck, the ring fills. Then somebody reads, and the ring
+// stays almost full for as long as lines are written. Of nLater lines some are taken, some are not.
+void WriteToFullRing(MakeText fnText, size_t nLater) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    std::string text;
+    const Redirect redirect(stdout, fds[1]);
+    EnableTarget(kConsole, nullptr, 0, 0);
     std::vector<std::string> taken;
-    {
-        const Redirect redirect(stdout, fds[1]);
-        EnableTarget(kConsole, nullptr, 0, 0);
-        size_t nFull = 0;
-        const auto write = [&](size_t n) {
-            const std::string line =
-                std::to_string(n) + std::string(n % 1900, static_cast<char>('a' + n % 26));
-            const int32_t iResult = WriteLog(kInf, "f", 1, "%s", line.c_str());
-            if (iResult == 0)
-                taken.push_back(line);
-            else
-                EXPECT_EQ(iResult, -4);
-            return iResult == 0;
-        };
-        size_t n = 0;
-        while (nFull < 100)
-            nFull += write(n++) ? 0U : 1U;
-        size_t nBytes = 0;
-        for (const std::string &line : taken)
-            nBytes += line.size() + 50;
-        EXPECT_GT(nBytes, 2097152U - 5000U);
-        std::thread reader([&] {
-            char buffer[5000];
-            for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
-                text.append(buffer, static_cast<size_t>(iRead));
-        });
-        for (size_t nMore = 0; nMore < 20000;
-             ++nMore) // goes round the ring about ten times, always almost full
-            if (!write(n++))
-                std::this_thread::yield();
-        StopLogService(true);
-        DisableTarget(kConsole);
-        (void)std::fflush(stdout);
-        (void)dup2(STDERR_FILENO, STDOUT_FILENO); // closes the pipe's last end but one
-        (void)close(fds[1]);
-        reader.join();
-    }
+    const auto write = [&](size_t n) {
+        const std::string line = fnText(n);
+        const int32_t iResult = WriteLog(kInf, "f", 1, "%s", line.c_str());
+        EXPECT_TRUE(iResult == 0 || iResult == -4) << iResult;
+        if (iResult == 0)
+            taken.push_back(line);
+        return iResult == 0;
+    };
+    size_t n = 0;
+    for (size_t nFull = 0; nFull < 100; ++n)
+        nFull += write(n) ? 0U : 1U;
+    size_t nBytes = 0;
+    for (const std::string &line : taken)
+        nBytes += line.size() + 50; // header, line end, zero
+    EXPECT_GT(nBytes, 2097152U - 5000U);
+    std::string text;
+    std::thread reader([&] {
+        char buffer[5000];
+        for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
+            text.append(buffer, static_cast<size_t>(iRead));
+    });
+    for (const size_t nEnd = n + nLater; n < nEnd; ++n)
+        if (!write(n))
+            std::this_thread::yield();
+    StopLogService(true);
+    (void)std::fflush(stdout);
+    (void)dup2(STDERR_FILENO, STDOUT_FILENO); // closes the pipe's last end but one
+    (void)close(fds[1]);
+    reader.join();
     (void)close(fds[0]);
     const auto lines = Lines(text);
     ASSERT_EQ(lines.size(), taken.size());
-    for (size_t n = 0; n < lines.size(); ++n)
-        ASSERT_EQ(TextOf(lines[n]), taken[n]) << n;
+    for (size_t nLine = 0; nLine < lines.size(); ++nLine)
+        ASSERT_EQ(TextOf(lines[nLine]), taken[nLine]) << nLine;
+}
+
+TEST(LogRing, FullDropsLinesAndKeepsThoseTaken) {
+    WriteToFullRing(
+        [](size_t n) { return std::to_string(n) + std::string(n % 1900, static_cast<char>('a' + n % 26)); },
+        20000);
+}
+
+TEST(LogRing, LinesThatEndWithIt) {
+    WriteToFullRing( // 64 bytes each, of which the ring holds a whole number
+        [](size_t n) {
+            const std::string number = std::to_string(n);
+            return number + std::string(14 - number.size(), 'x');
+        },
+        200000);
 }
 
 } // namespace
