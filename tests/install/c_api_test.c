@@ -36,6 +36,23 @@ static void VersionAndErrors(void) {
     CHECK(VYX_GetSystemLastError() == 22);
 }
 
+/* ---- log.h */
+
+static void Logging(void) {
+    char szHeader[100];
+    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "a/f.c", 7) == 48);
+    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
+    CHECK(strcmp(FindLastSlash("a/b\\c"), "c") == 0);
+    CHECK(StartLogService() == 0);
+    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0);
+    CHECK(AdjustLogLevel(VYX_LOG_LEVEL_DBG) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_INF, __FILE__, __LINE__, "not shown") == -3);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "a line of the %s test", "C") == 0);
+    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0);
+    CHECK(StopLogService(true) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "no target") == -5);
+}
+
 /* ---- sync.h */
 
 static void Mutexes(void) {
@@ -330,6 +347,7 @@ int main(void) {
     StartAndStop();
     CHECK(VYX_Init() == VYX_OK); /* for the bounded waits and the atomic operations */
     VersionAndErrors();
+    Logging();
     Mutexes();
     Semaphores();
     Conditions();
