@@ -40,7 +40,7 @@ static void VersionAndErrors(void) {
 
 static void Logging(void) {
     char szHeader[100];
-    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "a/f.c", 7) == 48);
+    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "a/f.c", 7) == 49);
     CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
     CHECK(strcmp(FindLastSlash("a/b\\c"), "c") == 0);
     CHECK(StartLogService() == 0);
