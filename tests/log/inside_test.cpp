@@ -1,54 +1,10 @@
 // What cannot be seen from outside: short memory, a missing thread, a service of one's own.
 #include <atomic>
-#include <cstdlib>
-#include <dlfcn.h>
-#include <new>
 
+#include "log/faults.h"
 #include "log/log_support.h"
 #include "logmodule.h"
 #include "support/support.h"
-
-namespace {
-std::atomic<bool> s_bNoMemory{false};
-std::atomic<bool> s_bNoThread{false};
-} // namespace
-
-// Allocation that fails on demand, in all of the process.
-void *operator new(size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
-    return s_bNoMemory ? nullptr : std::malloc(nSize);
-}
-void *operator new[](size_t nSize, const std::nothrow_t &tag) noexcept {
-    return operator new(nSize, tag);
-}
-void *operator new(size_t nSize) {
-    void *pMemory = operator new(nSize, std::nothrow);
-    if (pMemory == nullptr)
-        throw std::bad_alloc();
-    return pMemory;
-}
-void *operator new[](size_t nSize) {
-    return operator new(nSize);
-}
-void operator delete(void *pMemory) noexcept {
-    std::free(pMemory);
-}
-void operator delete(void *pMemory, size_t /*nSize*/) noexcept {
-    std::free(pMemory);
-}
-void operator delete[](void *pMemory) noexcept {
-    std::free(pMemory);
-}
-void operator delete[](void *pMemory, size_t /*nSize*/) noexcept {
-    std::free(pMemory);
-}
-
-// Threads that cannot be made on demand.
-using Create = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *);
-extern "C" int pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fn)(void *),
-                              void *pArg) {
-    static const auto s_create = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
-    return s_bNoThread ? EAGAIN : s_create(pThread, pAttr, fn, pArg);
-}
 
 using namespace log_support;
 
@@ -61,7 +17,7 @@ class LogInside : public testing::Test {
 
 TEST_F(LogInside, NoMemoryOrNoThreadIsTriedAgain) {
     EnableTarget(kFile, dir.Path().c_str(), 0, 0);
-    for (std::atomic<bool> *pFault : {&s_bNoMemory, &s_bNoThread}) {
+    for (std::atomic<bool> *pFault : {&faults::noMemory, &faults::noThread}) {
         *pFault = true;
         const int32_t iResult = WriteLog(kInf, "f", 1, "x");
         *pFault = false;
@@ -82,9 +38,9 @@ TEST_F(LogInside, FailedQueueingIsReportedAndLosesNoLine) {
     std::vector<std::string> taken{"0"};
     for (; n < 5000; ++n) {
         const std::string text = std::to_string(n);
-        s_bNoMemory = n % 500 < 300;
+        faults::noMemory = n % 500 < 300;
         const int32_t iResult = WriteLog(kInf, "f", 1, "%d", n);
-        s_bNoMemory = false;
+        faults::noMemory = false;
         EXPECT_TRUE(iResult == 0 || iResult == -4) << iResult;
         nDropped += iResult == 0 ? 0 : 1;
         if (iResult == 0)
