@@ -77,7 +77,7 @@ void ReportLostMemory_Local() {
 
 } // namespace
 
-LogService::LogService() = default;
+LogService::LogService() : m_iOwner(getpid()) {}
 
 LogService::~LogService() {
     Finish();
@@ -126,7 +126,6 @@ int LogService::ServiceStart() {
     m_hThread = VYX_StartServiceThread_Inter(WriteLogProc, this, kWriterStack);
     if (m_hThread == VYX_INVALID_THREAD)
         return -1;
-    m_iWriterPid = getpid();
     const LockGuard queueGuard(m_hQueueLock);
     m_bStarted = true;
     return 0;
@@ -411,14 +410,12 @@ void LogService::AfterForkInParent() {
 
 void LogService::AfterForkInChild() {
     AfterForkInParent();
-    if (m_iWriterPid != 0)
-        Forget();
+    Forget(); // also without a writer: a thread may just have been about to start it
 }
 
 // For a child that came to be without the handlers above, such as by _Fork: it must at least be able to stop and end.
 void LogService::ForgetIfForked() {
-    const pid_t iWriterPid = m_iWriterPid;
-    if (iWriterPid != 0 && iWriterPid != getpid())
+    if (m_iOwner != getpid())
         Forget();
 }
 
@@ -434,7 +431,7 @@ void LogService::Forget() {
     m_fileLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     m_hWritten = PTHREAD_COND_INITIALIZER;
     new (&m_bell) vyx_inter::Doorbell;
-    m_iWriterPid = 0;
+    m_iOwner = getpid();
     m_bStarted = false;
     m_bFileClosing = false;
     {

@@ -133,7 +133,7 @@ class LogService {
     std::atomic<bool> m_bFileClosing{
         false}; // the file target takes no more lines; changes under m_hQueueLock
     std::atomic<bool> m_bFinished{false};
-    std::atomic<pid_t> m_iWriterPid{0}; // the process that has the writer; 0 = none so far
+    std::atomic<pid_t> m_iOwner; // the process that this is the service of
 
     char *m_pText = nullptr; // the writer's room for the text for the files; changes while no writer runs
     const char *m_pRead VYX_GUARDED_BY(m_hQueueLock) = nullptr; // behind the line taken last

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -50,9 +52,15 @@ LastWords s_lastWords;
 
 void AwaitFile() {
     const std::string file = s_folder + "/vyx_log_1_w.log";
-    struct stat status = {};
-    while (stat(file.c_str(), &status) != 0 || status.st_size < s_iLines * 49)
+    while (chmod(file.c_str(), 0600) != 0) // for others than the superuser
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const std::string last = "[LINE:1] " + std::to_string(s_iLines - 1) + "\r\n";
+    std::string text;
+    while (text.size() < last.size() || text.compare(text.size() - last.size(), last.size(), last) != 0) {
+        std::ifstream log(file, std::ios::binary);
+        text.assign(std::istreambuf_iterator<char>(log), {});
+        std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the poll's own pause
+    }
 }
 
 // What a child does. Result: never, if it cannot end, which the alarm turns into a death.
