@@ -6,6 +6,18 @@ set(vyx_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vyx)
 configure_package_config_file(cmake/vyxConfig.cmake.in ${PROJECT_BINARY_DIR}/vyxConfig.cmake
                               INSTALL_DESTINATION ${vyx_package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vyxConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+
+# The pkg-config file names its folders by its own place, so that the installed tree can be moved.
+file(RELATIVE_PATH VYX_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" VYX_PC_TO_PREFIX "${VYX_PC_TO_PREFIX}")
+set(VYX_PC_LIBDIR \${prefix})
+set(VYX_PC_INCLUDEDIR \${prefix})
+cmake_path(APPEND VYX_PC_LIBDIR ${CMAKE_INSTALL_LIBDIR})
+cmake_path(APPEND VYX_PC_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
+set(VYX_PC_CXX_LIBRARY stdc++)
+if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+  set(VYX_PC_CXX_LIBRARY c++)
+endif()
 configure_file(cmake/vyx.pc.in ${PROJECT_BINARY_DIR}/vyx.pc @ONLY)
 
 install(TARGETS vyx vyx_static EXPORT vyxTargets

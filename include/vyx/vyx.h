@@ -2,7 +2,9 @@
 #ifndef VYX_VYX_H
 #define VYX_VYX_H
 
+#include <vyx/container.h>
 #include <vyx/frame.h>
+#include <vyx/string.h>
 #include <vyx/sync.h>
 #include <vyx/sys.h>
 #include <vyx/thread.h>

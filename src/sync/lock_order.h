@@ -9,9 +9,12 @@
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
+//   s_hParkLock      src/sync/timed_wait.cpp    the service's sleep while nothing is registered
 //
-// Only ever held alone: s_hCreateLock (src/sync/semaphore.cpp), s_csLock (src/sync/atomic.cpp), the mutex
+// Only ever held alone: s_hCreateLock (src/sync/timed_wait.cpp), s_csLock (src/sync/atomic.cpp), the mutex
 // inside a VYX_Sema.
+//
+// VYX_CondDestroy takes s_hCondLock, hence may be called with a caller's mutex held.
 //
 // One intended reversal: the timed-wait service holds s_hCondLock and then takes a caller's mutex, while a
 // waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's

@@ -16,6 +16,13 @@ namespace support {
 
 using Clock = std::chrono::steady_clock;
 
+// ThreadSanitizer cannot follow threads that a forked child starts.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kThreadsAfterFork = false;
+#else
+constexpr bool kThreadsAfterFork = true;
+#endif
+
 // How many times longer than on an idle native machine things may take; VYX_TEST_TIME_SCALE sets it.
 inline int TimeScale() {
     const char *szScale = std::getenv("VYX_TEST_TIME_SCALE");

@@ -1,0 +1,35 @@
+// Records behind the hash tables and the cycle buffer.
+#ifndef VYX_CONTAINER_CONTAINER_INTER_H
+#define VYX_CONTAINER_CONTAINER_INTER_H
+
+#include <vyx/container.h>
+
+VYX_BEGIN_DECLS
+
+// What a search does with an absent key.
+enum ACTION : int32_t { FIND = 0, ENTER = 1 };
+
+struct VYX_HSLOT_S {
+    uint32_t used; // 0 empty, otherwise the home index of the key
+    _VYX_ENTRY entry;
+};
+
+struct VYX_HINTSLOT_S {
+    uint32_t used; // occupied if it is the complement of the key
+    _VYX_INTITEM entry;
+};
+
+struct VYX_CYCLE_BUFFER_T {
+    uint8_t *pData;    // the storage, behind this record in the same block
+    int32_t iCapacity; // bytes
+    int32_t iWrite;    // where the next byte goes, 0 to iCapacity - 1
+    int32_t iRead;     // where the oldest byte lies
+    uint32_t nCount;   // bytes stored
+    VYX_MUTEX_T hLock; // recursive; guards the three fields above
+    VYX_CYCLEBUFFER_PROC fnCallback;
+    void *pUser;
+};
+
+VYX_END_DECLS
+
+#endif

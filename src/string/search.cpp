@@ -1,0 +1,41 @@
+// Searches in byte strings. Results point into the caller's own text, hence the casts.
+#include <cctype>
+#include <cstring>
+#include <vyx/string.h>
+
+char *VYX_Strchr(const char *szText, char c) {
+    // Deliberate: the terminating zero is found in an empty text only. Pinned by
+    // Searches.TheTerminatorIsFoundInAnEmptyTextOnly.
+    if (c == '\0' && *szText != '\0')
+        return nullptr;
+    return const_cast<char *>(std::strchr(szText, c));
+}
+
+char *VYX_Strnchr(const char *pBuf, char c, int32_t iCount) {
+    if (iCount <= 0)
+        return nullptr;
+    return static_cast<char *>(const_cast<void *>(std::memchr(pBuf, c, static_cast<size_t>(iCount))));
+}
+
+char *VYX_Strstr(const char *szText, const char *szNeedle) {
+    return const_cast<char *>(std::strstr(szText, szNeedle));
+}
+
+char *VYX_Strnstr(const char *szText, const char *szNeedle, int32_t iLength) {
+    if (iLength < 0)
+        return nullptr;
+    const auto nLength = static_cast<size_t>(iLength);
+    return static_cast<char *>(memmem(szText, std::strlen(szText), szNeedle, nLength));
+}
+
+char *VYX_Strcasestr(const char *szText, const char *szNeedle) {
+    if (*szNeedle == '\0')
+        return const_cast<char *>(szText);
+    const int iFirst = std::tolower(static_cast<unsigned char>(*szNeedle));
+    const auto iRest = static_cast<int32_t>(std::strlen(szNeedle + 1));
+    for (; *szText != '\0'; ++szText)
+        if (std::tolower(static_cast<unsigned char>(*szText)) == iFirst &&
+            VYX_Strncasecmp(szText + 1, szNeedle + 1, iRest) == 0)
+            return const_cast<char *>(szText);
+    return nullptr;
+}

@@ -1,0 +1,181 @@
+// The cycle buffer, also against a plain model, and aligned memory.
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <vyx/container.h>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// What a read handed over: one entry for each call of the callback.
+struct Taken {
+    VYX_HANDLE_CYCLEBUFFER hBuffer = nullptr;
+    std::vector<Bytes> pieces;
+    bool bWriteBack = false; // the callback adds a byte to the same ring
+};
+
+int32_t Take(uint8_t *pData, uint32_t nLen, void *pUser) {
+    auto *pTaken = static_cast<Taken *>(pUser);
+    pTaken->pieces.emplace_back(pData, pData + nLen);
+    const uint8_t byMark = 77;
+    if (pTaken->bWriteBack) {
+        EXPECT_EQ(VYX_CycleBufferWrite(pTaken->hBuffer, &byMark, 1), VYX_OK);
+    }
+    return 0;
+}
+
+class CycleBuffer : public testing::Test {
+  protected:
+    void Make(int32_t iCapacity) {
+        ASSERT_EQ(VYX_CycleBufferInit(&m_taken.hBuffer, iCapacity, Take, &m_taken), VYX_OK);
+    }
+    ~CycleBuffer() override { VYX_CycleBufferDestroy(m_taken.hBuffer); }
+
+    int32_t Write(const Bytes &bytes) {
+        return VYX_CycleBufferWrite(m_taken.hBuffer, bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
+    std::vector<Bytes> Read(int32_t iExpected = VYX_OK) {
+        m_taken.pieces.clear();
+        EXPECT_EQ(VYX_CycleBufferRead(m_taken.hBuffer), iExpected);
+        return m_taken.pieces;
+    }
+    uint32_t Count() {
+        uint32_t nCount = 9999;
+        EXPECT_EQ(VYX_CycleBufferValue(m_taken.hBuffer, &nCount), VYX_OK);
+        return nCount;
+    }
+    Taken m_taken;
+};
+
+TEST_F(CycleBuffer, RefusesWhatItCannotHold) {
+    Make(10);
+    EXPECT_TRUE(Read(VYX_ERROR).empty());
+    EXPECT_EQ(Write({1, 2, 3, 4}), VYX_OK);
+    EXPECT_EQ(Write({5, 6, 7, 8, 9, 10, 11}), VYX_ERROR);
+    EXPECT_EQ(Write({5, 6, 7, 8, 9, 10}), VYX_OK);
+    EXPECT_EQ(Write({11}), VYX_ERROR);
+    EXPECT_EQ(Count(), 10U);
+    const uint8_t byOne = 1;
+    EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, &byOne, UINT32_MAX), VYX_ERROR) << "a length that wraps";
+    EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, &byOne, 0), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, nullptr, 1), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferWrite(nullptr, &byOne, 1), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferRead(nullptr), VYX_ERROR);
+    VYX_HANDLE_CYCLEBUFFER hOther = nullptr;
+    EXPECT_EQ(VYX_CycleBufferInit(&hOther, 0, Take, nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferInit(&hOther, 1, nullptr, nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferInit(nullptr, 1, Take, nullptr), VYX_ERROR);
+}
+
+TEST_F(CycleBuffer, WrappedReadKeepsItsTwoLengths) {
+    Make(10);
+    EXPECT_EQ(Write({1, 2, 3}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2, 3}}));
+    EXPECT_EQ(Write({11, 12, 13, 14, 15, 16, 17, 18, 19}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{11}, {18, 19}})) << "capacity less count, then the write offset";
+    EXPECT_EQ(Count(), 0U);
+    EXPECT_EQ(Write({1, 2, 3, 4, 5, 6, 7}), VYX_OK) << "from offset 2 to 9";
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2, 3, 4, 5, 6, 7}}));
+    EXPECT_EQ(Write({21, 22}), VYX_OK) << "one at the end, one at the start";
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{21}, {22}}))
+        << "8 bytes long by its rule, but kept in the storage";
+}
+
+TEST_F(CycleBuffer, CallbackMayWriteToTheSameRing) {
+    Make(16);
+    m_taken.bWriteBack = true;
+    EXPECT_EQ(Write({1, 2}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}}));
+    EXPECT_EQ(Count(), 1U);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
+}
+
+TEST_F(CycleBuffer, AgreesWithTheModel) {
+    std::mt19937 random(3);
+    constexpr uint32_t kCapacity = 61;
+    Make(kCapacity);
+    Bytes storage(kCapacity); // the model: every byte set on its own
+    uint32_t nRead = 0;
+    uint32_t nWrite = 0;
+    uint32_t nCount = 0;
+    uint8_t byNext = 0;
+    for (int i = 0; i < 300000; ++i) {
+        if (random() % 3 != 0) {
+            Bytes bytes(1 + random() % 40);
+            for (uint8_t &by : bytes)
+                by = ++byNext;
+            const bool bFits = bytes.size() + nCount <= kCapacity;
+            ASSERT_EQ(Write(bytes), bFits ? VYX_OK : VYX_ERROR);
+            for (size_t k = 0; bFits && k < bytes.size(); ++k, ++nCount, nWrite = (nWrite + 1) % kCapacity)
+                storage[nWrite] = bytes[k];
+        } else {
+            std::vector<Bytes> expected;
+            const auto at = [&](uint32_t nFrom, uint32_t nTo) {
+                return Bytes(&storage[0] + nFrom, &storage[0] + nTo);
+            };
+            if (nCount != 0 && nRead + nCount < kCapacity)
+                expected = {at(nRead, nRead + nCount)};
+            else if (nCount != 0)
+                expected = {at(nRead, std::min(nRead + kCapacity - nCount, kCapacity)), at(0, nWrite)};
+            ASSERT_EQ(Read(nCount == 0 ? VYX_ERROR : VYX_OK), expected);
+            if (nCount != 0)
+                nRead = nWrite;
+            nCount = 0;
+        }
+        ASSERT_EQ(Count(), nCount);
+    }
+}
+
+TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
+    // Pieces are half the ring, so that a read never cuts one: what comes out is one writer's piece, whole.
+    Make(8);
+    std::atomic<int> iRunning{4};
+    std::vector<std::thread> writers;
+    for (uint8_t byWriter = 1; byWriter <= 4; ++byWriter)
+        writers.emplace_back([this, byWriter, &iRunning] {
+            for (int n = 0; n < 5000;)
+                if (Write({byWriter, byWriter, byWriter, byWriter}) == VYX_OK)
+                    ++n;
+                else
+                    std::this_thread::yield();
+            --iRunning;
+        });
+    uint32_t nTorn = 0;
+    uint32_t nRead = 0;
+    while (iRunning != 0 || Count() != 0) {
+        m_taken.pieces.clear();
+        nRead += VYX_CycleBufferRead(m_taken.hBuffer) == VYX_OK ? 1U : 0U;
+        for (const Bytes &piece : m_taken.pieces)
+            for (size_t i = 0; i < piece.size(); ++i)
+                nTorn += piece[i] == piece[i / 4 * 4] && piece[i] >= 1 && piece[i] <= 4 ? 0U : 1U;
+    }
+    for (std::thread &writer : writers)
+        writer.join();
+    EXPECT_EQ(nTorn, 0U);
+    EXPECT_GT(nRead, 0U);
+}
+
+TEST(AlignedMemory, IsAlignedZeroedAndWhole) {
+    for (int32_t iAlignment : {1, 2, 4, 8, 16, 64, 4096, 1 << 20}) {
+        auto *pMemory = static_cast<unsigned char *>(VYX_AlignedMalloc(100, iAlignment));
+        ASSERT_NE(pMemory, nullptr) << iAlignment;
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(pMemory) % static_cast<uintptr_t>(iAlignment), 0U);
+        for (int i = 0; i < 100; ++i)
+            ASSERT_EQ(pMemory[i], 0);
+        std::memset(pMemory, 0xAB, 100);
+        EXPECT_EQ(VYX_AlignedFree(pMemory), VYX_OK);
+    }
+    for (int32_t iAlignment : {0, 3, 48, -1, INT32_MIN})
+        EXPECT_EQ(VYX_AlignedMalloc(100, iAlignment), nullptr) << iAlignment;
+    EXPECT_EQ(VYX_AlignedMalloc(INT32_MAX, 64), nullptr) << "the sum does not fit";
+    EXPECT_EQ(VYX_AlignedMalloc(-1, 64), nullptr);
+    EXPECT_EQ(VYX_AlignedFree(VYX_AlignedMalloc(0, 64)), VYX_OK);
+}
+
+} // namespace

@@ -1,0 +1,37 @@
+#!/bin/sh
+# tree.sh PREFIX LIBDIR SOURCE BUILD VERSION: looks at the installed files themselves. READELF is in the environment.
+set -eu
+prefix=$1 libdir=$2 source=$3 build=$4 version=$5
+status=0
+fail() { echo "$*"; status=1; }
+
+diff -r "$source/include" "$prefix/include" || fail "the installed headers are not the public ones"
+
+for header in "$source"/include/vyx/*.h; do
+    name=${header##*/}
+    [ "$name" = vyx.h ] || grep -qxF "#include <vyx/$name>" "$source/include/vyx/vyx.h" || fail "vyx.h leaves out $name"
+done
+
+# As whole paths: a source tree in /vyx is not meant by include/vyx.
+literal() { printf '%s' "$1" | sed 's/[][\.*^$+?(){}|]/\\&/g'; }
+if grep -rIlE "(^|[^[:alnum:]_}.-])($(literal "$source")|$(literal "$build"))([^[:alnum:]_.-]|\$)" "$prefix"; then
+    fail "these files hold a path of the source or build tree"
+fi
+
+major=${version%%.*}
+real=libvyx.so.$version
+[ "$(readlink "$libdir/libvyx.so")" = "libvyx.so.$major" ] || fail "libvyx.so does not lead to libvyx.so.$major"
+[ "$(readlink "$libdir/libvyx.so.$major")" = "$real" ] || fail "libvyx.so.$major does not lead to $real"
+[ -f "$libdir/$real" ] && [ ! -L "$libdir/$real" ] || fail "$real is not the library itself"
+[ -f "$libdir/libvyx.a" ] || fail "no archive"
+
+dynamic=$("$READELF" -d "$libdir/$real")
+echo "$dynamic" | grep -q "SONAME.*\[libvyx.so.$major\]" || fail "SONAME is not libvyx.so.$major"
+if echo "$dynamic" | grep -E 'RPATH|RUNPATH'; then
+    fail "the library looks for others in a fixed place"
+fi
+if echo "$dynamic" | grep NEEDED |
+    grep -Ev '\[(lib(c|m|pthread|dl|rt|stdc\+\+|c\+\+|c\+\+abi|gcc_s|asan|ubsan|tsan)\.so|ld-linux)'; then
+    fail "the library needs more than the C and C++ libraries"
+fi
+exit $status
