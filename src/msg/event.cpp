@@ -1,7 +1,7 @@
 // Event objects: the pipe of a plain event, setting it and waiting for it.
 //
-// hMutex keeps drain and write together, so that at most one byte is ever in a pipe however many threads set the
-// event. Waits only poll the read end: they neither lock nor take the byte out.
+// hMutex keeps drain and write together, so that at most one byte is ever in a pipe however many threads set
+// the event. Waits only poll the read end: they neither lock nor take the byte out.
 #include <cstddef>
 #include <new>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 // The record behind an event, and what the event files share.
 //
-// A plain event is a pipe: signalled while one byte lies in it. A socket event is one whose pipe VYX_EventSelect has
-// closed for good; it carries the socket and what a multiple wait found on it.
+// A plain event is a pipe: signalled while one byte lies in it. A socket event is one whose pipe
+// VYX_EventSelect has closed for good; it carries the socket and what a multiple wait found on it.
 #ifndef VYX_MSG_EVENT_INTER_H
 #define VYX_MSG_EVENT_INTER_H
 
@@ -13,8 +13,8 @@
 constexpr int32_t VYX_POLL_READ = 1;
 constexpr int32_t VYX_POLL_WRITE = 2;
 
-// Waits take no lock. Every field that one of them reads or writes is therefore accessed with vyx_inter::Get and
-// Put, except before the handle is given out.
+// Waits take no lock. Every field that one of them reads or writes is therefore accessed with vyx_inter::Get
+// and Put, except before the handle is given out.
 struct VYX_EVENT_T {
     int32_t iPipeFd[2];     // read end and write end; both -1 once the pipe is closed. Closed under hMutex
     int32_t iSocket;        // the bound socket, the caller's; -1 = none

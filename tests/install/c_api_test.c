@@ -298,6 +298,20 @@ static void Pools(void) {
     CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
 }
 
+/* ---- msg.h */
+
+static void Events(void) {
+    VYX_EVENT hEvent = VYX_CreateEvent(1);
+    VYX_NETWORKEVENTS_T found;
+    CHECK(hEvent != NULL && VYX_WaitForSingleObject(hEvent, 0) == VYX_WAIT_OBJECT_0);
+    CHECK(VYX_ResetEvent(hEvent) == VYX_TRUE);
+    CHECK(VYX_WaitForMultipleObjects(1, &hEvent, 1, 0) == VYX_WAIT_TIMEOUT);
+    CHECK(VYX_SetEvent(hEvent) == VYX_TRUE);
+    CHECK(VYX_EventSelect(VYX_INVALID_SOCKET, hEvent, VYX_FD_READ) == VYX_ERROR);
+    CHECK(VYX_EnumNetworkEvents(0, hEvent, &found) == VYX_OK && found.lNetworkEvents == 0);
+    CHECK(VYX_CloseEvent(hEvent) == VYX_TRUE);
+}
+
 /* ---- string.h */
 
 static void Numbers(void) {
@@ -345,6 +359,7 @@ int main(void) {
     HashTables();
     Memory();
     Pools();
+    Events();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);

@@ -1,4 +1,5 @@
-// Socket events as an application sees them: what a multiple wait and the enumeration after it tell about a socket.
+// Socket events as an application sees them: what a multiple wait and the enumeration after it tell about a
+// socket.
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -224,7 +225,8 @@ TEST(SocketEvent, Connect) {
     EXPECT_EQ(iError, 0) << "and taken off the socket";
 }
 
-// A listening socket does not tell a number of bytes: the error is noted and outlives a failed connect, not a good one.
+// A listening socket does not tell a number of bytes: the error is noted and outlives a failed connect, not a
+// good one.
 TEST(SocketEvent, ErrorCodes) {
     Listener listener;
     const Socket client = Connecting(listener.address);
