@@ -173,6 +173,9 @@ int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_NETWORKE
         VYX_OutputDebug("quelby !!! VYX_EnumNetworkEvents input param error return error 0\n");
         return VYX_ERROR;
     }
+    // The lock stays as it is: waits and notes do not need it, and a plain event must remain usable. Pinned by
+    // EventInside.EnumerationLeavesTheLock.
+    //
     // Deliberate: a look whose result is not used. For a socket event it prints that there is no pipe. Pinned
     // by SocketEvent.EnumerationPrintsAndKeeps.
     (void)VYX_WaitForSingleObject(hEvent, 0);

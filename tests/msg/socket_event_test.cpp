@@ -262,11 +262,20 @@ TEST(SocketEvent, OtherCallsRefuse) {
     const std::string errors = ErrorsOf([&] {
         errno = ENOENT;
         EXPECT_EQ(VYX_SetEvent(event.get()), VYX_FALSE);
-        EXPECT_EQ(errno, ENOENT);
     });
     const std::string number = std::to_string(ENOENT);
     EXPECT_EQ(errors, "quelby !!!! VYX_WritePipe_Inter return VYX_FALSE errno = " + number +
                           "\nquelby !!! VYX_SetEvent write pipe return error " + number + " 2\n\n");
+
+    const int iStderr = dup(STDERR_FILENO); // messages that cannot be written leave errno alone, too
+    ASSERT_EQ(close(STDERR_FILENO), 0);
+    errno = ENOENT;
+    const int32_t bSet = VYX_SetEvent(event.get());
+    const int iErrno = errno;
+    ASSERT_EQ(dup2(iStderr, STDERR_FILENO), STDERR_FILENO);
+    (void)close(iStderr);
+    EXPECT_EQ(bSet, VYX_FALSE);
+    EXPECT_EQ(iErrno, ENOENT);
 }
 
 TEST(SocketEvent, LifeOfTheSocket) {
