@@ -7,6 +7,7 @@
 
 #include "msg/event_inter.h"
 #include "msg/event_support.h"
+#include "support/support.h"
 
 using eventtest::ErrorsOf;
 using eventtest::Event;
@@ -74,6 +75,31 @@ TEST(EventInside, SettingFromManyThreadsLeavesOneByte) {
         thread.join();
     EXPECT_EQ(nFailed, 0);
     EXPECT_EQ(nWrong, 0);
+}
+
+// Setting and resetting get nowhere while the lock is taken.
+TEST(EventInside, SettingAndResettingTakeTheLock) {
+    for (bool bSet : {true, false}) {
+        SCOPED_TRACE(bSet);
+        const Event event = Make(!bSet);
+        std::atomic<bool> bReady{false};
+        std::atomic<bool> bDone{false};
+        ASSERT_EQ(VYX_MutexLock(&event->hMutex), VYX_OK);
+        std::thread thread([&] {
+            bReady = true;
+            EXPECT_EQ(bSet ? VYX_SetEvent(event.get()) : VYX_ResetEvent(event.get()), VYX_TRUE);
+            bDone = true;
+        });
+        EXPECT_TRUE(support::WaitUntil([&] { return bReady.load(); }));
+        const auto end = support::Clock::now() + std::chrono::milliseconds(20); // a call takes microseconds
+        while (!bDone && support::Clock::now() < end)
+            std::this_thread::yield();
+        EXPECT_FALSE(bDone);
+        EXPECT_EQ(BytesInPipe(event), bSet ? 0 : 1);
+        EXPECT_EQ(VYX_MutexUnlock(&event->hMutex), VYX_OK);
+        thread.join();
+        EXPECT_EQ(BytesInPipe(event), bSet ? 1 : 0);
+    }
 }
 
 TEST(EventInside, EnumerationLeavesTheLock) {
