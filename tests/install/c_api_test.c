@@ -298,6 +298,20 @@ static void Pools(void) {
     CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
 }
 
+/* ---- msg.h */
+
+static void MessageQueues(void) {
+    VYX_HANDLE_MSGQ hQueue = NULL;
+    VYX_MSG_BLOCK_T struMsg = {7, 1, 2, "ab"};
+    CHECK(VYX_MsgQCreateEx(&hQueue) == VYX_OK && hQueue != NULL);
+    CHECK(VYX_MsgQSendEx(hQueue, &struMsg) == VYX_OK);
+    memset(&struMsg, 0, sizeof struMsg);
+    struMsg.iDataLen = VYX_MSG_DATA_SIZE;
+    CHECK(VYX_MsgQReceiveEx(hQueue, &struMsg, 0) == VYX_OK);
+    CHECK(struMsg.iMsgType == 7 && struMsg.iDataLen == 2 && memcmp(struMsg.szData, "ab", 2) == 0);
+    CHECK(VYX_MsgQDestroyEx(hQueue) == VYX_OK);
+}
+
 /* ---- string.h */
 
 static void Numbers(void) {
@@ -345,6 +359,7 @@ int main(void) {
     HashTables();
     Memory();
     Pools();
+    MessageQueues();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);
