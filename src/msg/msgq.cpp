@@ -2,9 +2,8 @@
 //
 // A queue is an entry of a static registry; its handle is the entry's address. A message goes through two
 // stations. Senders push it onto a list without a lock (pNewest), so that they hold up neither each other nor
-// a receiver. Receivers, under hQueueLock, first move what has come into the index, which keeps it in order, and
-// then take the index's first. When nobody receives, senders do the moving from time to time, if nobody holds
-// the lock: no receiver finds a long list to sort, and the cost stays in step with the messages.
+// a receiver, and a send costs the same whatever is queued. Receivers, under hQueueLock, first move what has come
+// into the index, which keeps it in order, and then take the index's first.
 //
 // Nobody is woken who does not wait. A receiver sets bRecvWaits and then looks at pNewest once more; a sender
 // pushes and then looks at bRecvWaits. Both in one order that all threads agree on, so one of the two sees the
@@ -12,7 +11,7 @@
 // flag until it sleeps. Between finding the index empty and the flag it holds hQueueLock, so that nobody else
 // moves messages on unseen.
 //
-// A sender's last access to a queue that it does not hold may come after the queue's end: see VYX_MQ_INTER.
+// Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
 #include <cstring>
 #include <new>
 #include <vyx/msg.h>
@@ -26,7 +25,6 @@
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::MutexHold;
-using vyx_inter::TryBriefly;
 
 VYX_MQ_MSG_S g_struMsgQClosed = {nullptr, 0, 0, 0};
 
@@ -35,8 +33,6 @@ static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
 static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
 
 namespace {
-
-constexpr uint32_t kSortAt = 256; // messages on the list from which on a sender moves them into the index
 
 char *Data_Local(VYX_MQ_MSG_S *pMsg) {
     return reinterpret_cast<char *>(pMsg + 1);
@@ -96,20 +92,7 @@ void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
 void TakeOver_Local(VYX_MQ_INTER &queue) {
     if (queue.pNewest.load(std::memory_order_relaxed) == nullptr)
         return;
-    queue.nNew.store(0, std::memory_order_relaxed);
     SortIn_Local(queue.index, queue.pNewest.exchange(nullptr));
-}
-
-// Counts a push; moves what has come into the index if it is much and nobody is at it.
-void CountNew_Local(VYX_MQ_INTER &queue) {
-    // Two senders may count as one, which only delays the moving.
-    const uint32_t nNew = queue.nNew.load(std::memory_order_relaxed) + 1;
-    queue.nNew.store(nNew, std::memory_order_relaxed);
-    if (nNew < kSortAt || VYX_MutexTryLock(&queue.hQueueLock) != VYX_OK)
-        return;
-    if (queue.bUsed.load() != 0)
-        TakeOver_Local(queue);
-    (void)VYX_MutexUnlock(&queue.hQueueLock);
 }
 
 void WakeAll_Local(std::atomic<uint32_t> &bWaits, VYX_MUTEX_T &hLock, VYX_COND_T &hCond) {
@@ -138,27 +121,15 @@ Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&
     return bLive ? Look::Taken : Look::Gone;
 }
 
-// The same, but gives a sender a moment if the queue is empty.
-Look TakeSoonOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg) {
-    const Look eLook = TakeOrHold_Local(queue, nGeneration, pMsg);
-    if (eLook != Look::Empty)
-        return eLook;
-    (void)VYX_MutexUnlock(&queue.hQueueLock);
-    (void)TryBriefly([&queue] { return queue.pNewest.load(std::memory_order_relaxed) != nullptr; });
-    return TakeOrHold_Local(queue, nGeneration, pMsg);
-}
-
 // Waits for a message. Result: it, or null if the time is used up or the queue has gone.
 VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
     const uint32_t nGeneration = queue.nGeneration.load();
     VYX_MQ_MSG_S *pMsg = nullptr;
+    if (TakeOrHold_Local(queue, nGeneration, pMsg) != Look::Empty)
+        return pMsg; // the usual case does not even look at the clock
     uint32_t nRemaining = nTimeOut;
     uint32_t nStart = VYX_GetTimeTick();
-    for (;;) {
-        const Look eLook = nTimeOut == 0 ? TakeOrHold_Local(queue, nGeneration, pMsg)
-                                         : TakeSoonOrHold_Local(queue, nGeneration, pMsg);
-        if (eLook != Look::Empty)
-            return pMsg;
+    do {
         // Without a limit, what remains is counted but need not bound the sleep.
         (void)VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining, 1);
         const uint32_t nNow = VYX_GetTimeTick();
@@ -171,7 +142,8 @@ VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
         // Pinned by MsgQueue.TimeOutZeroWaitsForASendAndLeavesIt.
         if (nTimeOut != VYX_INFINITE && nRemaining == 0)
             return nullptr;
-    }
+    } while (TakeOrHold_Local(queue, nGeneration, pMsg) == Look::Empty);
+    return pMsg;
 }
 
 // Hands a message over to the caller.
@@ -207,7 +179,6 @@ int32_t VYX_MsgQFiniEx_Inter(void) {
 int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
     const MutexHold hold(pEntry->hQueueLock);
     pEntry->nGeneration.fetch_add(1);
-    pEntry->nNew.store(0, std::memory_order_relaxed);
     pEntry->pNewest.store(nullptr);
     pEntry->bUsed.store(1);
     return VYX_OK;
@@ -289,7 +260,6 @@ int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg) {
         return VYX_ERROR;
     }
     WakeAll_Local(hQueue->bRecvWaits, hQueue->hRecvLock, hQueue->hRecvCond);
-    CountNew_Local(*hQueue);
     return VYX_OK;
 }
 

@@ -27,7 +27,6 @@ struct VYX_MQ_INTER {
     // What senders read and write, on a cache line that a receiver's locking leaves alone.
     alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index
     std::atomic<uint32_t> bRecvWaits{0}; // as bSendWaits, with hRecvCond and hRecvLock
-    std::atomic<uint32_t> nNew{0};       // how many about there are at pNewest; a hint when to sort them in
 };
 
 VYX_BEGIN_DECLS
