@@ -22,7 +22,7 @@ struct Message {
 // The time that a message takes from one thread to another, of batches that the sender sends as fast as it can.
 template <class Queue>
 void MessagesThrough(benchmark::State &state) {
-    constexpr uint32_t kBatch = 5000;
+    constexpr uint32_t kBatch = 20000;
     Queue queue;
     std::vector<double> samples;
     for (auto _ : state) {

@@ -6,7 +6,8 @@
 
 // A queued message; its iDataLen bytes of data follow it in the same block of memory.
 struct VYX_MQ_MSG_S {
-    VYX_MQ_MSG_S *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
+    VYX_MQ_MSG_S
+        *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
     int32_t iMsgType;
     int32_t iPriority;
     int32_t iDataLen; // bytes

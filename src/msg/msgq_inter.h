@@ -22,7 +22,8 @@ struct VYX_MQ_INTER {
     VYX_MUTEX_T hRecvLock = PTHREAD_MUTEX_INITIALIZER;
     VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER; // a message has been taken
     VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER; // a message has come
-    std::atomic<uint32_t> bSendWaits{0}; // somebody may wait on hSendCond; set and cleared with hSendLock held
+    std::atomic<uint32_t> bSendWaits{
+        0}; // somebody may wait on hSendCond; set and cleared with hSendLock held
 
     // What senders read and write, on a cache line that a receiver's locking leaves alone.
     alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index

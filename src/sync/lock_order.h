@@ -7,7 +7,7 @@
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
 //   s_msgQMutex      src/msg/msgq.cpp           which message queues are live; held to create and destroy one
-//   hQueueLock       VYX_MQ_INTER               a queue's messages; never held by a sender that must wait for it
+//   hQueueLock       VYX_MQ_INTER               a queue's messages in order; senders do without it
 //   hRecvLock,       VYX_MQ_INTER               who waits at a queue; never both
 //   hSendLock
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits

@@ -1,6 +1,5 @@
 // Message queues where it matters who waits when, and where memory is short.
 #include <atomic>
-#include <cstdlib>
 #include <deque>
 #include <map>
 #include <new>
@@ -27,17 +26,7 @@ void *operator new(std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
         --t_nRefused;
         return nullptr;
     }
-    return std::malloc(nSize);
-}
-void *operator new(std::size_t nSize) {
-    void *pMemory = std::malloc(nSize);
-    return pMemory != nullptr ? pMemory : throw std::bad_alloc();
-}
-void operator delete(void *pMemory) noexcept {
-    std::free(pMemory);
-}
-void operator delete(void *pMemory, std::size_t /*nSize*/) noexcept {
-    std::free(pMemory);
+    return ::operator new(nSize);
 }
 
 namespace {
@@ -111,8 +100,7 @@ TEST_F(MsgQueue, TimeOutCountsOverAllWakeUps) {
     double fTook = 0;
     std::atomic<bool> bDone{false};
     std::thread receiver([&] {
-        fTook = support::MillisecondsOf(
-            [&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, kTimeOut).iResult); });
+        fTook = support::MillisecondsOf([&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, kTimeOut).iResult); });
         bDone.store(true);
     });
     EXPECT_TRUE(WaitUntil([&] { // wakes it about once a millisecond
@@ -145,15 +133,16 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
     }
 }
 
+// Whoever needs one of the locks here waits for ever.
 TEST_F(MsgQueue, NobodyIsSignalledWhoDoesNotWait) {
-    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock)); // whoever signals would wait for this for ever
-    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hSendLock));
-    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hQueueLock)); // nor does a sender ever wait for receivers
+    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hQueueLock)); // a sender never waits for receivers either
+    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock));
     EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
+    (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
     (void)VYX_MutexUnlock(&m_hQueue->hQueueLock);
+    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hSendLock));
     EXPECT_EQ(1, NextType(m_hQueue));
     (void)VYX_MutexUnlock(&m_hQueue->hSendLock);
-    (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
 }
 
 TEST_F(MsgQueue, WaitForRoomEndsWithTheNextReceive) {

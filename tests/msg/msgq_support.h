@@ -24,7 +24,8 @@ inline Block MakeBlock(int32_t iType, int32_t iPriority, const std::string &data
     return pBlock;
 }
 
-inline int32_t Send(VYX_HANDLE_MSGQ hQueue, int32_t iType, int32_t iPriority = 0, const std::string &data = "") {
+inline int32_t Send(VYX_HANDLE_MSGQ hQueue, int32_t iType, int32_t iPriority = 0,
+                    const std::string &data = "") {
     return VYX_MsgQSendEx(hQueue, MakeBlock(iType, iPriority, data).get());
 }
 

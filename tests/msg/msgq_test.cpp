@@ -95,11 +95,13 @@ TEST_F(MsgQueue, SendReadsNoMoreThanTheLengthSays) {
         int32_t iDataLen;
         int32_t iResult;
     } cases[] = {{0, VYX_OK}, // lengths that are sent leave the block aligned
-                  {4, VYX_OK},           {VYX_MSG_DATA_SIZE + 1, VYX_ERROR}, {INT_MAX, VYX_ERROR},
-                 {-1, VYX_ERROR}, {INT32_MIN, VYX_ERROR}};
+                 {4, VYX_OK},           {VYX_MSG_DATA_SIZE + 1, VYX_ERROR},
+                 {INT_MAX, VYX_ERROR},  {-1, VYX_ERROR},
+                 {INT32_MIN, VYX_ERROR}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.iDataLen);
-        const size_t nReadable = offsetof(VYX_MSG_BLOCK_T, szData) + (c.iResult == VYX_OK ? static_cast<size_t>(c.iDataLen) : 0);
+        const size_t nReadable =
+            offsetof(VYX_MSG_BLOCK_T, szData) + (c.iResult == VYX_OK ? static_cast<size_t>(c.iDataLen) : 0);
         char *pStart = static_cast<char *>(pPages) + nPage - nReadable;
         const int32_t header[] = {1, 1, c.iDataLen};
         std::memcpy(pStart, header, sizeof header);
@@ -130,8 +132,8 @@ TEST_F(MsgQueue, SmallBlockLosesTheMessage) {
 
 TEST_F(MsgQueue, TimeOutOnAnEmptyQueue) {
     for (const int32_t iTimeOut : {1, 100}) {
-        const double fTook = support::MillisecondsOf(
-            [&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, iTimeOut).iResult); });
+        const double fTook =
+            support::MillisecondsOf([&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, iTimeOut).iResult); });
         EXPECT_GE(fTook, iTimeOut - 1);
         EXPECT_LT(fTook, 1000 * support::TimeScale());
     }
