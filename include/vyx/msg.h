@@ -85,8 +85,9 @@ VYX_API int32_t VYX_MsgQDestroyEx(VYX_HANDLE_MSGQ hQueue);
  * Result:  VYX_OK; VYX_ERROR with the queue unchanged: null pointer or handle, queue not live, iDataLen above
  *          VYX_MSG_DATA_SIZE or negative, memory short.
  * Threads: any number.
- * Cost:    does not grow with the number of messages, and hardly with that of different priorities. A queued
- *          message takes its data and less than 96 bytes.
+ * Cost:    depends neither on the number of messages nor on their priorities. The next receive puts what was
+ *          sent meanwhile in order, in a fraction of a microsecond for each. A queued message takes its data and
+ *          less than 96 bytes.
  */
 VYX_API int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg);
 

@@ -310,6 +310,16 @@ static void Events(void) {
     CHECK(VYX_EventSelect(VYX_INVALID_SOCKET, hEvent, VYX_FD_READ) == VYX_ERROR);
     CHECK(VYX_EnumNetworkEvents(0, hEvent, &found) == VYX_OK && found.lNetworkEvents == 0);
     CHECK(VYX_CloseEvent(hEvent) == VYX_TRUE);
+static void MessageQueues(void) {
+    VYX_HANDLE_MSGQ hQueue = NULL;
+    VYX_MSG_BLOCK_T struMsg = {7, 1, 2, "ab"};
+    CHECK(VYX_MsgQCreateEx(&hQueue) == VYX_OK && hQueue != NULL);
+    CHECK(VYX_MsgQSendEx(hQueue, &struMsg) == VYX_OK);
+    memset(&struMsg, 0, sizeof struMsg);
+    struMsg.iDataLen = VYX_MSG_DATA_SIZE;
+    CHECK(VYX_MsgQReceiveEx(hQueue, &struMsg, 0) == VYX_OK);
+    CHECK(struMsg.iMsgType == 7 && struMsg.iDataLen == 2 && memcmp(struMsg.szData, "ab", 2) == 0);
+    CHECK(VYX_MsgQDestroyEx(hQueue) == VYX_OK);
 }
 
 /* ---- string.h */
@@ -360,6 +370,7 @@ int main(void) {
     Memory();
     Pools();
     Events();
+    MessageQueues();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);
