@@ -298,6 +298,23 @@ static void Pools(void) {
     CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
 }
 
+/* ---- msg.h */
+
+static void OnTimer(uint32_t nTimerId, void *pSem) {
+    if (nTimerId == 0)
+        (void)VYX_SemPost(pSem);
+}
+
+static void Timers(void) {
+    uint32_t nTimerId = 1;
+    VYX_SEM_T hSem = NULL;
+    CHECK(VYX_SemCreate(&hSem, 0) == VYX_OK && VYX_InitTimer() == VYX_OK);
+    CHECK(VYX_SetTimer(OnTimer, &hSem, 1, &nTimerId) == VYX_OK && nTimerId == 0);
+    CHECK(VYX_SemWait(&hSem) == VYX_OK);
+    CHECK(VYX_KillTimer((int32_t)nTimerId) == VYX_ERROR);
+    CHECK(VYX_SemDestroy(&hSem) == VYX_OK && VYX_FiniTimer() == VYX_OK);
+}
+
 /* ---- string.h */
 
 static void Numbers(void) {
@@ -345,6 +362,7 @@ int main(void) {
     HashTables();
     Memory();
     Pools();
+    Timers();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);
