@@ -1,5 +1,6 @@
 // Start and stop: a counter and five stages, all under one mutex.
 #include <vyx/frame.h>
+#include <vyx/log.h>
 #include <vyx/sync.h>
 
 #include "frame/frame_inter.h"
@@ -21,6 +22,10 @@ static uint32_t s_bVyxTimedWait = 0;
 static uint32_t s_bVyxInitAtomic = 0;
 
 namespace {
+
+// Bits of VYX_Log's flags.
+constexpr uint32_t kLogToConsole = 1;
+constexpr uint32_t kLogToFiles = 2;
 
 // A stage that this version has nothing to do for: it succeeds.
 int32_t Nothing_Local() {
@@ -127,6 +132,18 @@ uint32_t VYX_GetVYXVersion(void) {
     return VYX_VERSION;
 }
 
-int32_t VYX_Log(uint32_t /*nFlags*/, const void * /*pFileParam*/) {
+int32_t VYX_Log(uint32_t nFlags, const void *pFileParam) {
+    if (nFlags == 0) {
+        (void)DisableTarget(VYX_LOG_TARGET_CONSOLE);
+        (void)DisableTarget(VYX_LOG_TARGET_FILE);
+        (void)StopLogService(true);
+        return VYX_OK;
+    }
+    (void)StartLogService();
+    if ((nFlags & kLogToConsole) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0);
+    if ((nFlags & kLogToFiles) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_FILE, pFileParam, 0, 0);
+    (void)AdjustLogLevel(VYX_LOG_LEVEL_INF);
     return VYX_OK;
 }
