@@ -63,15 +63,11 @@ class Mill : public testing::Test {
             fclose(m_pSaid);
     }
 
-    std::string Path(const std::string &name) const { return m_dir.Path() + "/" + name; }
+    std::string Path(const std::string &name) const { return m_dir / name; }
     void Write(const std::string &name, const std::string &content) const {
-        std::ofstream(Path(name), std::ios::binary) << content;
+        support::WriteFile(Path(name), content);
     }
-    std::string Read(const std::string &name) const {
-        std::ostringstream content;
-        content << std::ifstream(Path(name), std::ios::binary).rdbuf();
-        return content.str();
-    }
+    std::string Read(const std::string &name) const { return support::ReadFile(Path(name)); }
 
     // Starts it and waits until it tells its port.
     void StartCollector(const std::string &options = "") {
