@@ -8,6 +8,7 @@
 //                    VYX_CondTimedWait
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
 //   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
+//   hMutex           VYX_EVENT_T                what is in an event's pipe, and the closing of the pipe
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
