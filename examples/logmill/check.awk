@@ -16,11 +16,12 @@
     number = head
     sub(/^.*\[LINE:/, "", number)
     number += 0
-    if (number != last[name] && number != last[name] + 1) {
-        print name ": line " number " after line " last[name] + 0 > "/dev/stderr"
+    before = (name in last) ? last[name] : 0
+    if (number != before + 1 && (number != before || before == 0)) {
+        print name ": line " number " after line " before > "/dev/stderr"
         exit 1
     }
-    if (number != last[name] && name in last)
+    if (before != 0 && number != before)
         printf "\n" > (directory "/" name)
     printf "%s", text > (directory "/" name)
     last[name] = number

@@ -60,7 +60,8 @@ bool Collector::Open() {
     if (m_acceptable == nullptr || m_idle == nullptr || m_pool == nullptr)
         return Fail("the system grants too little", "");
     return Listen() && m_store.Open(m_options.directory, m_options.fileBytes) &&
-           (VYX_SetTimer(PrintProgress, this, kProgressPeriod, &m_timer) == VYX_OK || Fail("no timer", ""));
+           (VYX_SetTimer(PrintProgress, this, kProgressPeriod, &m_timer) == VYX_OK || Fail("no timer", "")) &&
+           Announce();
 }
 
 bool Collector::Listen() {
@@ -70,9 +71,14 @@ bool Collector::Listen() {
     m_socket = VYX_CreateSocket(address.sa.sa_family, SOCK_STREAM, 0);
     if (m_socket == -1 || VYX_SetReuseAddr(m_socket, 1) != VYX_OK || VYX_Bind(m_socket, &address) != VYX_OK ||
         VYX_Listen(m_socket, kBacklog) != VYX_OK ||
-        VYX_EventSelect(m_socket, m_acceptable, VYX_FD_ACCEPT) != VYX_OK ||
-        VYX_GetAddrBySockFd(m_socket, &address, nullptr) != VYX_OK)
+        VYX_EventSelect(m_socket, m_acceptable, VYX_FD_ACCEPT) != VYX_OK)
         return Fail("cannot listen at ", m_options.address + " port " + std::to_string(m_options.port));
+    return true;
+}
+
+bool Collector::Announce() {
+    VYX_ADDR_T address{};
+    (void)VYX_GetAddrBySockFd(m_socket, &address, nullptr);
     std::printf("collecting at %s port %u into %s\n", m_options.address.c_str(), VYX_GetAddrPort(&address),
                 m_options.directory.c_str());
     return std::fflush(stdout) == 0 || Fail("cannot write where I listen", "");
@@ -157,7 +163,7 @@ void Collector::PrintSummary(int64_t microseconds) {
     for (const auto &[name, count] : m_names)
         senders += count;
     std::printf("\nlines      %12" PRIu64 "\nmegabytes  %12.3f\nlines/s    %12.0f\nsenders    %12zu\n"
-                "files      %12zu   in %s\n\nlines by level word\n",
+                "files      %12" PRId64 "   in %s\n\nlines by level word\n",
                 m_store.Lines(), static_cast<double>(m_store.Bytes()) / 1e6, lines / seconds, senders,
                 m_store.Files(), m_options.directory.c_str());
     for (size_t level = 0; level < kLevels; ++level)

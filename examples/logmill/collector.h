@@ -37,6 +37,7 @@ class Collector {
   private:
     bool Open();
     bool Listen();
+    bool Announce();
     void AcceptUntilEnd();
     void AcceptOne();
     bool AllBusy();

@@ -43,7 +43,7 @@ void *EndEvent::AwaitSignal(void *pEvent) {
     int signal = 0;
     while (sigwait(&signals, &signal) != 0) {
     }
-    (void)VYX_SetEvent(pEvent);
+    (void)VYX_SetEvent(static_cast<VYX_EVENT>(pEvent));
     return nullptr;
 }
 

@@ -49,7 +49,9 @@ bool Open(Sender &sender, const Options &options) {
     if (!MakeAddress(options.address, options.port, address))
         return Fail("this is no address: ", options.address);
     sender.file = options.file == "-" ? 0 : VYX_OpenFile(options.file.c_str(), VYX_OPEN_READ, 0);
-    if (sender.file == VYX_INVALID_FILE)
+    VYX_FINFO_T info;
+    if (sender.file == VYX_INVALID_FILE ||
+        VYX_FileStat(sender.file, &info) != 0) // standard input may be closed
         return Fail("cannot read ", options.file + ": " + std::strerror(errno));
     sender.socket = VYX_CreateSocket(address.sa.sa_family, SOCK_STREAM, 0);
     if (sender.socket == -1 || VYX_ConnectWithTimeOut(sender.socket, &address, kConnectTimeOut) != VYX_OK)
@@ -108,7 +110,8 @@ int Send(const Options &options) {
     const std::string greeting = kGreeting + options.name + "\n";
     if (!SendAll(sender, greeting.data(), greeting.size()))
         return Fail("the collector takes nothing", "") ? 0 : 1;
-    const bool sent = SendFile(sender, options);
+    if (!SendFile(sender, options))
+        return 1;
     const int64_t stored = ReadAnswer(sender);
     if (stored < 0)
         return Fail("the collector does not confirm the lines of ", options.name) ? 0 : 1;
@@ -116,7 +119,7 @@ int Send(const Options &options) {
                 stored);
     if (std::fflush(stdout) != 0)
         return Fail("cannot write the result", "") ? 0 : 1;
-    if (sent && static_cast<uint64_t>(stored) == sender.lines)
+    if (static_cast<uint64_t>(stored) == sender.lines)
         return 0;
     return Fail("not all lines are stored of ", options.name) ? 0 : 1;
 }

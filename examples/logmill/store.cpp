@@ -30,11 +30,12 @@ bool WriteLine(const char *sender, const Piece &piece) {
     return result == 0;
 }
 
-size_t CountLogFiles(const std::string &directory) {
+// -1 if the directory cannot be read.
+int64_t CountLogFiles(const std::string &directory) {
     const VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
     if (handle == nullptr)
-        return 0;
-    size_t count = 0;
+        return -1;
+    int64_t count = 0;
     for (_FILE_FIND_INFO entry; VYX_FindFileInDir(handle, &entry) == 0;)
         count += std::strncmp(entry.name, "vyx_log_", 8) == 0 ? 1 : 0;
     (void)VYX_CloseDir(handle);
@@ -54,9 +55,10 @@ Store::~Store() {
 
 bool Store::Open(const std::string &directory, uint32_t fileBytes) {
     (void)VYX_MakeDir(directory.c_str()); // may exist
-    if (VYX_AccessFile(directory.c_str(), W_OK) != 0)
+    const int64_t files = CountLogFiles(directory);
+    if (files < 0 || VYX_AccessFile(directory.c_str(), W_OK) != 0)
         return Complain("cannot write into ", directory);
-    if (CountLogFiles(directory) != 0)
+    if (files > 0)
         return Complain("there are log files already in ", directory);
     if (!m_levels.Usable() || VYX_MsgQCreateEx(&m_queue) != VYX_OK)
         return Complain("memory is short", "");
@@ -87,7 +89,7 @@ void Store::Close() {
     m_queue = nullptr;
 }
 
-size_t Store::Files() const {
+int64_t Store::Files() const {
     return CountLogFiles(m_directory);
 }
 

@@ -36,7 +36,7 @@ class Store {
 
     // After Close.
     const LevelCounts &Levels() const { return m_levels; }
-    size_t Files() const;
+    int64_t Files() const;
 
   private:
     static void *Run(void *pStore);

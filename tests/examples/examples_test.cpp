@@ -103,10 +103,9 @@ class Mill : public testing::Test {
     }
     // Puts the lines of the log files back together, into out/NAME for each sender.
     void Rebuild() {
-        const Outcome outcome = Shell("mkdir " + Path("out") + "; find " + Path("logs") +
-                                      " -type f | sort -t_ -k3n | LC_ALL=C xargs cat | " +
-                                      "LC_ALL=C awk -v directory=" + Path("out") +
-                                      " -f " SOURCE_DIR "/examples/logmill/check.awk");
+        const Outcome outcome = Shell(
+            "mkdir " + Path("out") + "; cd " + Path("logs") + "; ls | sort -t_ -k3n | LC_ALL=C xargs cat | " +
+            "LC_ALL=C awk -v directory=" + Path("out") + " -f " SOURCE_DIR "/examples/logmill/check.awk");
         EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
     }
 
@@ -156,7 +155,7 @@ TEST_F(Mill, StoresWhateverLinesThereAre) {
     const std::string said = EndCollector();
     EXPECT_EQ(NumberAfter("lines", said), iLines);
     EXPECT_EQ(NumberAfter("senders", said), static_cast<int64_t>(std::size(cases)));
-    EXPECT_EQ(NumberAfter("error", said), 2) << "the word at the end of a long line is not looked for";
+    EXPECT_EQ(NumberAfter("error", said), 3) << "the word at the end of a long line is not looked for";
     Rebuild();
     for (size_t n = 0; n < std::size(cases); ++n)
         EXPECT_TRUE(Read("out/case" + std::to_string(n)) == Stored(cases[n])) << n;
