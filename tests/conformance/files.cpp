@@ -63,7 +63,8 @@ void Positions() {
     Line("stat: %d type %u perm %x links %u size %lld", iStat, info.type, info.perm, info.nlink,
          static_cast<long long>(info.size));
     (void)VYX_CloseFile(hFile);
-    Line("delete: %d %d", VYX_DeleteFile(szPath), VYX_DeleteFile(szPath));
+    Line("delete: %d", VYX_DeleteFile(szPath));
+    Line("delete again: %d", VYX_DeleteFile(szPath));
 }
 
 } // namespace
@@ -71,7 +72,7 @@ void Positions() {
 void Files() {
     for (uint32_t nFlags = 0; nFlags < 0x80; ++nFlags)
         Line("open flags %02x: %s", nFlags, FlagNames(VYX_GetOFlagByFlag(nFlags)).c_str());
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 150; ++i) {
         const uint32_t nBits = i < 16 ? 1u << i : Random();
         Line("permission %x: mode %o", nBits, VYX_GetModeByPerm(nBits));
         Line("mode %o: permission %x", nBits & 07777, VYX_GetPermByMode(nBits & 07777));

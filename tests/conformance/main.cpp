@@ -1,6 +1,6 @@
-// Prints the transcript of some thousands of calls whose results depend on nothing but their arguments: a difference
+// Writes the transcript of some thousands of calls whose results depend on nothing but their arguments: a difference
 // from the recorded one is a processor or a platform on which the library behaves otherwise.
-//   transcript [--local | --layout]
+//   transcript common|local|layout FILE
 #include <cstdio>
 #include <cstring>
 #include <vyx/frame.h>
@@ -8,13 +8,16 @@
 #include "transcript.h"
 
 int main(int argc, char **argv) {
-    const char *szWhat = argc > 1 ? argv[1] : "";
-    if (VYX_Init() != VYX_OK)
-        return 1;
+    if (argc != 3 || VYX_Init() != VYX_OK)
+        return 2;
     const transcript::Transcript all = transcript::Take();
-    const std::string text = std::strcmp(szWhat, "--local") == 0    ? all.local
-                             : std::strcmp(szWhat, "--layout") == 0 ? transcript::Layout()
-                                                                    : all.common;
-    (void)std::fputs(text.c_str(), stdout);
-    return VYX_Fini() == VYX_OK && std::fflush(stdout) == 0 ? 0 : 1;
+    const std::string text = std::strcmp(argv[1], "local") == 0    ? all.local
+                             : std::strcmp(argv[1], "layout") == 0 ? transcript::Layout()
+                                                                   : all.common;
+    FILE *pFile =
+        std::fopen(argv[2], "w"); // not standard output, where the library has something to say as well
+    if (pFile == nullptr)
+        return 1;
+    const bool bWritten = std::fputs(text.c_str(), pFile) >= 0;
+    return std::fclose(pFile) == 0 && bWritten && VYX_Fini() == VYX_OK ? 0 : 1;
 }

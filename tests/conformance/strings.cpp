@@ -48,7 +48,7 @@ void Conversions(const std::string &text, uint32_t nBase) {
 } // namespace
 
 void Strings() {
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < 250; ++i) {
         const std::string a = Word(12);
         const std::string b = Word(Random(2) == 0 ? 2 : 12);
         const auto nCount = static_cast<int32_t>(Random(14));
@@ -81,7 +81,7 @@ void Numbers() {
         Line("Itoa %d radix %u: %s", iValue, nRadix, Quoted(VYX_Itoa(szOut, iValue, nRadix)).c_str());
     }
     for (const uint32_t nBase : {0u, 1u, 2u, 8u, 10u, 16u, 35u, 36u, 37u})
-        for (int i = 0; i < 80; ++i)
+        for (int i = 0; i < 60; ++i)
             Conversions(Digits(nBase), nBase);
     for (const char *szEdge :
          {"2147483647", "2147483648", "-2147483648", "-2147483649", "9223372036854775807",
