@@ -63,12 +63,12 @@ void Kill(uint32_t nTimerId) {
     EXPECT_EQ(VYX_KillTimer(static_cast<int32_t>(nTimerId)), VYX_ERROR);
 }
 
-// How many of the library's semaphores this process has.
+// How many named semaphores this process has open.
 int Semaphores() {
     int nFound = 0;
     std::ifstream maps("/proc/self/maps");
     for (std::string strLine; std::getline(maps, strLine);)
-        nFound += strLine.find("sem.vyx_named_semaphore_") != std::string::npos ? 1 : 0;
+        nFound += strLine.find("/dev/shm/sem.") != std::string::npos ? 1 : 0;
     return nFound;
 }
 
