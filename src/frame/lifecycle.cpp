@@ -4,6 +4,7 @@
 
 #include "frame/frame_inter.h"
 #include "frame/static_init.h"
+#include "msg/msgq_inter.h"
 #include "net/net_inter.h"
 #include "pool/thread_pool_inter.h"
 #include "sync/atomic_inter.h"
@@ -22,14 +23,9 @@ static uint32_t s_bVyxInitAtomic = 0;
 
 namespace {
 
-// A stage that this version has nothing to do for: it succeeds.
-int32_t Nothing_Local() {
-    return VYX_OK;
-}
-
 VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
     {VYX_InitNetwork_Inter, VYX_FiniNetwork_Inter, &s_bVyxInitNetwork},
-    {Nothing_Local, Nothing_Local, &s_bVyxInitMsgQ},
+    {VYX_MsgQInitEx_Inter, VYX_MsgQFiniEx_Inter, &s_bVyxInitMsgQ},
     {VYX_InitThreadPool_Inter, VYX_FiniThreadPool_Inter, &s_bVyxInitThreadPool},
     {VYX_InitTimeWait_Inter, VYX_FiniTimedWait_Inter, &s_bVyxTimedWait},
     {VYX_InitAtomic_Inter, VYX_FiniAtomic_Inter, &s_bVyxInitAtomic},

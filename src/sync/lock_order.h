@@ -6,8 +6,13 @@
 //                                               stage's start and stop
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
+//   s_msgQMutex      src/msg/msgq.cpp           which message queues are live; held to create and destroy one
+//   hQueueLock       VYX_MQ_INTER               a queue's messages in order; senders do without it
+//   hRecvLock,       VYX_MQ_INTER               who waits at a queue; never both
+//   hSendLock
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
 //   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
+//   hMutex           VYX_EVENT_T                what is in an event's pipe, and the closing of the pipe
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
@@ -22,6 +27,8 @@
 // One intended reversal: the timed-wait service holds s_hCondLock and then takes a caller's mutex, while a
 // waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's
 // mutex and comes back later if it is busy, so that neither can wait for the other.
+//
+// The lock of a vyx::vyx_msgq is only ever held alone.
 //
 // A pool's hLock is made and destroyed with the pool. Every other lock here is initialised by the compiler or
 // before any other static object, and none is destroyed before the process ends, so each may be used from a
