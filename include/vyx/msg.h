@@ -228,14 +228,17 @@ VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_
  *   pTimerId     receives the id, the lowest that is free. May be null: the timer then runs until the process
  *                ends or somebody who knows the id kills it.
  *
- * Result:  VYX_OK; VYX_ERROR, and nothing is written, if VYX_MAX_TIMERS run or memory is short. A thread that
- *          could not be started is not reported: the timer has its id but never calls.
+ * Result:  VYX_OK; VYX_ERROR, and nothing is written, if VYX_MAX_TIMERS run. A thread that could not be started,
+ *          or a semaphore that could not be created for it, is not reported: the timer has its id but never calls.
  * Routine: runs with no lock of the library held and never at the same time as itself. It may start timers and
  *          kill other ones. If it calls VYX_Thread_Exit the timer stays silent until it is killed. An exception
  *          that leaves it ends the program (std::terminate).
  * Threads: any. The timer's thread has the platform's default stack and its creator's signal mask.
- * Fork:    a forked child has no timers and must not kill those of its parent.
- * Needs:   the started library. Without it no call comes; at its stop every timer calls once, early.
+ * Fork:    a forked child has no timers and all ids free; its parent's go on.
+ * Clock:   setting the wall clock lengthens or shortens the period that is under way.
+ * Needs:   the started library. Without it no call comes; at its stop every timer that waits for its next call,
+ *          unless that is never due, calls at once.
+ * Each timer takes a thread and, for as long as it runs, one semaphore (VYX_SemCreate).
  */
 VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod,
                              uint32_t *pTimerId);
@@ -246,10 +249,10 @@ VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32
  *
  * Result:  always VYX_ERROR, also on success: the result carries no information. An id that is out of range or
  *          free has no effect.
- * Threads: any; when several kill the same timer, all return after it has ended. Not to be called from the
+ * Threads: any; when several kill the same timer, all return after it has ended. Better not called from the
  *          timer's own routine, which cannot wait for its own end: such a call frees the id at once and returns,
- *          and the thread ends with the routine.
- * Two routines that kill each other's timer do not wait for one another; longer rings never end.
+ *          and the thread ends with the routine. The same goes for the kill that would close a ring of routines
+ *          that wait for each other's timers to end.
  */
 VYX_API int32_t VYX_KillTimer(int32_t iTimerId);
 

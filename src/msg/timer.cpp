@@ -101,11 +101,14 @@ void Free_Local(TIMER_EVENT_T &slot) VYX_REQUIRES(s_VyxTimerMutex) {
 void LetGo_Local(TIMER_EVENT_T &slot) VYX_REQUIRES(s_VyxTimerMutex) {
     if (slot.hThread != VYX_INVALID_THREAD)
         (void)pthread_detach(slot.hThread);
-    if (slot.bRunning != 0)
-        (void)VYX_SemPost(&slot.hSem);
-    else
-        (void)VYX_SemDestroy(&slot.hSem);
+    VYX_SEM_T hSem = slot.hSem;
+    const bool bRunning = slot.bRunning != 0;
     Free_Local(slot);
+    // Not before the place is free, as that is what the thread looks for when it wakes.
+    if (bRunning)
+        (void)VYX_SemPost(&hSem);
+    else
+        (void)VYX_SemDestroy(&hSem);
 }
 
 // Has every thread that sleeps for a time look around.

@@ -4,6 +4,7 @@
 //   ---------------  -------------------------  ------------------------------------------------------------
 //   s_vyxmutex       src/frame/lifecycle.cpp    the start counter and the stage flags; held through every
 //                                               stage's start and stop
+//   s_VyxTimerMutex  src/msg/timer.cpp          the table of timers; under it only s_hCreateLock is taken
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
 //   s_msgQMutex      src/msg/msgq.cpp           which message queues are live; held to create and destroy one
@@ -20,7 +21,7 @@
 //
 // Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside
 // a VYX_Sema. Innermost: s_hCreateLock (src/sync/timed_wait.cpp), with which a fixed pool names the semaphore of
-// a worker while it holds its hLock. No two pools are ever locked together.
+// a worker while it holds its hLock, and so does a timer. No two pools are ever locked together.
 //
 // VYX_CondDestroy takes s_hCondLock, hence may be called with a caller's mutex held.
 //

@@ -63,12 +63,12 @@ void Kill(uint32_t nTimerId) {
     EXPECT_EQ(VYX_KillTimer(static_cast<int32_t>(nTimerId)), VYX_ERROR);
 }
 
-// How many of the library's semaphores this process has.
+// How many named semaphores this process has open.
 int Semaphores() {
     int nFound = 0;
     std::ifstream maps("/proc/self/maps");
     for (std::string strLine; std::getline(maps, strLine);)
-        nFound += strLine.find("sem.vyx_named_semaphore_") != std::string::npos ? 1 : 0;
+        nFound += strLine.find("/dev/shm/sem.") != std::string::npos ? 1 : 0;
     return nFound;
 }
 
@@ -136,12 +136,15 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
     const uint32_t nBusy = Set(Gate::Pass, &gate, 1);
     ASSERT_TRUE(WaitUntil([&] { return gate.nEntered == 1; }));
     std::atomic<int> nLeftAtReturn{-1};
+    std::atomic<bool> bKilling{false};
     std::thread killer([&] {
+        bKilling = true;
         Kill(nBusy);
         nLeftAtReturn = gate.nLeft.load();
     });
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 1u); // still taken
     Kill(1);
+    EXPECT_TRUE(WaitUntil([&] { return bKilling.load(); }));
     EXPECT_EQ(nLeftAtReturn, -1);
     gate.bOpen = true;
     killer.join();
@@ -346,11 +349,23 @@ TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     struct rlimit none = before;
     none.rlim_cur = 0;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    EXPECT_EQ(Set(Calls::Count, &calls, 0), 0u); // no semaphore
+    EXPECT_EQ(Set(Calls::Count, &calls, 0), 0u);
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(Set(Calls::Count, &calls, kLong), 1u);
-    for (int n = 0; n < 2; ++n)
-        Kill(static_cast<uint32_t>(n));
+
+    pthread_attr_t usual;
+    pthread_attr_t huge;
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    ASSERT_EQ(pthread_attr_init(&huge), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, size_t{1} << 47), 0); // more than there are addresses
+    ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
+    EXPECT_EQ(Set(Calls::Count, &calls, 0), 1u);
+    EXPECT_EQ(Set(Calls::Count, &calls, 0), 2u);
+    ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
+
+    EXPECT_EQ(Set(nullptr, nullptr, kLong), 3u); // the places are taken
+    Kill(0);
+    Kill(1);
+    (void)VYX_InitTimer(); // 2 and 3
     EXPECT_EQ(calls.n, 0);
 }
 
