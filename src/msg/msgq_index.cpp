@@ -185,10 +185,10 @@ bool MsgIndex::AppendToTree(VYX_MQ_MSG_S *pMsg) {
     if (m_pRoot == nullptr)
         return false;
     Path path;
-    Descend_Local(m_pRoot, pMsg->iPriority, path);
+    Descend_Local(m_pRoot, pMsg->struMsg.iPriority, path);
     Node &leaf = *path.pNodes[0];
     const uint32_t nAt = path.nItems[0];
-    if (nAt != 0 && leaf.iKeys[nAt - 1] == pMsg->iPriority) {
+    if (nAt != 0 && leaf.iKeys[nAt - 1] == pMsg->struMsg.iPriority) {
         VYX_MQ_MSG_S *&pLast = leaf.items[nAt - 1].pLast;
         pMsg->pNext = pLast->pNext;
         pLast->pNext = pMsg;
@@ -201,7 +201,7 @@ bool MsgIndex::AppendToTree(VYX_MQ_MSG_S *pMsg) {
     pMsg->pNext = pMsg;
     Node::Item item;
     item.pLast = pMsg;
-    m_pRoot = Insert_Local(m_pRoot, path, spares, pMsg->iPriority, item);
+    m_pRoot = Insert_Local(m_pRoot, path, spares, pMsg->struMsg.iPriority, item);
     return true;
 }
 
@@ -219,24 +219,31 @@ void MsgIndex::Append(VYX_MQ_MSG_S *pMsg) {
     if (m_pLate == nullptr && AppendToTree(pMsg))
         return;
     VYX_MQ_MSG_S **ppNext = &m_pLate;
-    while (*ppNext != nullptr && (*ppNext)->iPriority >= pMsg->iPriority)
+    while (*ppNext != nullptr && (*ppNext)->struMsg.iPriority >= pMsg->struMsg.iPriority)
         ppNext = &(*ppNext)->pNext;
     pMsg->pNext = *ppNext;
     *ppNext = pMsg;
 }
 
-VYX_MQ_MSG_S *MsgIndex::RemoveFirst() {
+VYX_MQ_MSG_S *MsgIndex::First() const {
     const Node *pLeaf = FirstLeaf();
     // Of equal priorities, those in the tree are older.
-    if (m_pLate != nullptr && (pLeaf == nullptr || m_pLate->iPriority > pLeaf->iKeys[pLeaf->nCount - 1])) {
-        VYX_MQ_MSG_S *pFirst = m_pLate;
+    if (m_pLate != nullptr &&
+        (pLeaf == nullptr || m_pLate->struMsg.iPriority > pLeaf->iKeys[pLeaf->nCount - 1]))
+        return m_pLate;
+    return pLeaf == nullptr ? nullptr : pLeaf->items[pLeaf->nCount - 1].pLast->pNext;
+}
+
+VYX_MQ_MSG_S *MsgIndex::RemoveFirst() {
+    VYX_MQ_MSG_S *pFirst = First();
+    if (pFirst == nullptr)
+        return nullptr;
+    if (pFirst == m_pLate) {
         m_pLate = pFirst->pNext;
         return pFirst;
     }
-    if (pLeaf == nullptr)
-        return nullptr;
+    const Node *pLeaf = FirstLeaf();
     VYX_MQ_MSG_S *pLast = pLeaf->items[pLeaf->nCount - 1].pLast;
-    VYX_MQ_MSG_S *pFirst = pLast->pNext;
     if (pFirst == pLast)
         m_pRoot = RemoveHighest_Local(m_pRoot);
     else

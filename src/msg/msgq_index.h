@@ -4,13 +4,14 @@
 
 #include <cstdint>
 
-// A queued message; its iDataLen bytes of data follow it in the same block of memory.
+#include <vyx/msg.h>
+
+// A queued message. Its block of memory ends with the iDataLen bytes of data that there are, so that a message takes
+// what it needs: struMsg is never copied or assigned as a whole.
 struct VYX_MQ_MSG_S {
     VYX_MQ_MSG_S
-        *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
-    int32_t iMsgType;
-    int32_t iPriority;
-    int32_t iDataLen; // bytes
+    *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
+    VYX_MSG_BLOCK_T struMsg;
 };
 
 namespace vyx_inter {
@@ -28,6 +29,9 @@ class MsgIndex {
     VYX_MQ_MSG_S *RemoveFirst();
 
     bool Empty() const;
+
+    // The first message; null if there is none.
+    VYX_MQ_MSG_S *First() const;
 
     // Frees what the index itself holds. Only without messages.
     void Release();

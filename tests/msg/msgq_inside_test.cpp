@@ -189,14 +189,14 @@ TEST(MsgIndex, KeepsTheOrderWhateverComes) {
                 const int32_t iScatter = static_cast<int32_t>(random()) % iSpread;
                 const int32_t priorities[] = {iScatter, i, -i};
                 VYX_MQ_MSG_S &message = messages.emplace_back();
-                message.iPriority = priorities[nRound % 3];
+                message.struMsg.iPriority = priorities[nRound % 3];
                 if (nRound % 4 == 3 && random() % 64 == 0) {
                     t_nRefused = 1;
                     t_nPassed = static_cast<int>(random() % 3);
                 }
                 index.Append(&message);
                 t_nRefused = 0;
-                model[message.iPriority].push_back(&message);
+                model[message.struMsg.iPriority].push_back(&message);
             } else if (!model.empty()) {
                 ASSERT_EQ(model.begin()->second.front(), index.RemoveFirst());
                 model.begin()->second.pop_front();
