@@ -43,6 +43,23 @@ VYX_API int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex);
 VYX_API int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex);
 VYX_API int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex);
 
+#if defined(__OPTIMIZE__) && !defined(VYX_NO_INLINE)
+/*
+ * The three of them that are on everybody's hot path, once more for the compiler to put in place of a call: the
+ * platform call itself with the null check around it. Define VYX_NO_INLINE before including this header to have
+ * every call go to the library.
+ */
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_lock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_trylock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex) {
+    return pMutex != NULL && pthread_mutex_unlock(pMutex) == 0 ? VYX_OK : VYX_ERROR;
+}
+#endif
+
 /* ---- Semaphores: for the threads of one process --------------------------------------------------------- */
 
 /*
@@ -88,7 +105,8 @@ VYX_API int32_t VYX_SemPost(VYX_SEM_T *pSem);
  * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, memory short, library
  *          stopped meanwhile (these are not told apart). Not before nTimeOut has passed on a time-out. Of
  *          several bounded waiters the one that began first is served first.
- * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait.
+ * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait. A
+ *          thread that is cancelled (pthread_cancel) in it takes no count.
  * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait does not end until the
  *          library is started.
  */
@@ -101,7 +119,8 @@ VYX_API int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut);
  * _signal, _broadcast).
  *
  * Result:  0, or the platform's error number (positive); -1 for a null pointer. Destroying while somebody
- *          waits is the caller's error.
+ *          waits is the caller's error; it is allowed as soon as all waiters have been woken, also if they
+ *          have not got their mutex back.
  * Threads: signal and broadcast: any, with or without the mutex.
  */
 VYX_API int32_t VYX_CondCreate(VYX_COND_T *pCond);

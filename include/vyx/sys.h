@@ -1,27 +1,32 @@
 /*
- * System utilities: debug output, sleeping, random numbers, processor count, UUIDs, and conversion between
- * EUC-CN and UTF-8. Nothing here needs the started library. Unless a function says otherwise it may be called
- * from any thread and checks no pointer for null.
+ * Files, directories and dynamic modules; and system utilities: debug output, sleeping, random numbers, processor
+ * count, UUIDs, and conversion between EUC-CN and UTF-8. Nothing here needs the started library. Unless a function
+ * says otherwise it may be called from any thread, checks no pointer for null, and leaves errno as the platform's
+ * call set it.
  */
 #ifndef VYX_SYS_H
 #define VYX_SYS_H
 
 #include <vyx/types.h>
 
-/* How to open a file. */
+/* How to open a file, a set of bits. Reading, writing or both must be among them. */
 #define VYX_OPEN_READ 0x01
 #define VYX_OPEN_WRITE 0x02
-#define VYX_OPEN_CREATE 0x04
-#define VYX_OPEN_APPEND 0x08
-#define VYX_OPEN_TRUNCATE 0x10
-#define VYX_OPEN_EXCL 0x40
+#define VYX_OPEN_CREATE 0x04   /* make the file if it does not exist (O_CREAT) */
+#define VYX_OPEN_APPEND 0x08   /* every write goes to the end (O_APPEND) */
+#define VYX_OPEN_TRUNCATE 0x10 /* empty an existing file (O_TRUNC) */
+#define VYX_OPEN_EXCL 0x40     /* fail if it exists (O_EXCL); without VYX_OPEN_CREATE it has no effect */
 
-/* Permissions and attributes of a file. VYX_GSETID and VYX_ATTR_EXECUTE are the same bit. */
-#define VYX_USETID 0x8000
-#define VYX_GSETID 0x4000
-#define VYX_ATTR_EXECUTE 0x4000
-#define VYX_ATTR_WRITE 0x2000
-#define VYX_ATTR_READONLY 0x1000
+/*
+ * Permissions of a file, a set of bits: the rights of the owner (U), the group (G) and all others (W), and attributes
+ * that are short for rights of the owner. VYX_GSETID and VYX_ATTR_EXECUTE are the same bit: it is the owner's
+ * right to execute where permissions are given, and the set-group-id bit where they are reported.
+ */
+#define VYX_USETID 0x8000        /* S_ISUID */
+#define VYX_GSETID 0x4000        /* S_ISGID; only reported */
+#define VYX_ATTR_EXECUTE 0x4000  /* S_IXUSR; only given */
+#define VYX_ATTR_WRITE 0x2000    /* S_IWUSR; only given */
+#define VYX_ATTR_READONLY 0x1000 /* S_IRUSR and nothing else, whatever other bits are given; never reported */
 #define VYX_UREAD 0x0400
 #define VYX_UWRITE 0x0200
 #define VYX_UEXECUTE 0x0100
@@ -32,34 +37,38 @@
 #define VYX_WWRITE 0x0002
 #define VYX_WEXECUTE 0x0001
 
-/* Kinds of directory entries. */
-#define VYX_TYPE_REG 512
-#define VYX_TYPE_DIR 256
-#define VYX_TYPE_BLK 128
-#define VYX_TYPE_LINK 64
-#define VYX_TYPE_PIPE 32
-#define VYX_TYPE_SOCK 16
-#define VYX_TYPE_UNKNOWN 8
-#define VYX_TYPE_CHR 1
+/* Kinds of files. */
+#define VYX_TYPE_REG 512   /* regular file */
+#define VYX_TYPE_DIR 256   /* directory */
+#define VYX_TYPE_BLK 128   /* block device */
+#define VYX_TYPE_LINK 64   /* symbolic link */
+#define VYX_TYPE_PIPE 32   /* pipe */
+#define VYX_TYPE_SOCK 16   /* socket */
+#define VYX_TYPE_UNKNOWN 8 /* anything else */
+#define VYX_TYPE_CHR 1     /* character device */
 
-/* What is known of a file. */
+/*
+ * What is known of a file, 64 bytes. The three times count from 1970-01-01 00:00:00 UTC: from VYX_FileStat in
+ * seconds, from VYX_FindFileInDir in microseconds, always whole seconds.
+ */
 typedef struct VYX_FINFO_T {
-    uint32_t type;
-    uint32_t uid;
-    uint32_t gid;
-    uint32_t perm;
-    uint32_t rdev;
-    uint32_t nlink;
-    uint64_t inode;
-    int64_t size;
-    int64_t atime;
-    int64_t ctime;
-    int64_t mtime;
+    uint32_t type;  /* one of VYX_TYPE_... */
+    uint32_t uid;   /* owner */
+    uint32_t gid;   /* group */
+    uint32_t perm;  /* permission bits, as VYX_GetPermByMode gives them */
+    uint32_t rdev;  /* device number of a device, its low 32 bits */
+    uint32_t nlink; /* number of hard links, its low 32 bits */
+    uint64_t inode; /* serial number within the file system */
+    int64_t size;   /* bytes */
+    int64_t atime;  /* last access */
+    int64_t ctime;  /* last change of status */
+    int64_t mtime;  /* last modification */
 } VYX_FINFO_T;
 
 /* One entry of a directory. */
 typedef struct _FILE_FIND_INFO {
-    char name[260];
+    char name
+        [260]; /* the entry's own name without a path, zero-terminated; a longer name is cut at 259 bytes */
     VYX_FINFO_T finfo;
 } _FILE_FIND_INFO;
 
@@ -85,13 +94,165 @@ typedef struct VYX_CPU_PERFORMANCE_T {
 
 VYX_BEGIN_DECLS
 
+/*
+ * Open a file (open). The descriptor is the caller's until VYX_CloseFile; a program that is started later inherits
+ * it.
+ *   nFlags  VYX_OPEN_... bits; any others are ignored
+ *   nPerm   permission bits of a file that is made, less the process's file-creation mask; the low 16 bits count
+ *
+ * Result:  the descriptor; VYX_INVALID_FILE (-1) if that failed, for a null path, and with nothing touched for
+ *          flags with neither VYX_OPEN_READ nor VYX_OPEN_WRITE. A signal handler may end the opening of a pipe or
+ *          device early (EINTR).
+ */
+VYX_API VYX_FILE_T VYX_OpenFile(const char *szPath, uint32_t nFlags, uint32_t nPerm);
+
+/* Closes the descriptor (close). Result: 0; -1 for VYX_INVALID_FILE or if that failed: it is closed all the same. */
+VYX_API int32_t VYX_CloseFile(VYX_FILE_T hFile);
+
+/* Removes a file, a link or an empty directory (remove). Result: 0; -1 for a null path or if that failed. */
+VYX_API int32_t VYX_DeleteFile(const char *szPath);
+
+/*
+ * Read or write at the file's position with one call of the platform (read, write), which may do less than asked:
+ * near the end of a file, at pipes and devices, on a full disk, after a signal, and past 2147479552 bytes.
+ *   nSize   bytes to read into or write from pBuf
+ *   pCount  receives the bytes done, -1 after a failed call; may be null
+ *
+ * Result:  0; a read at the end of the file is one with count 0. -1 for a null buffer or VYX_INVALID_FILE, *pCount
+ *          untouched; -1 if the call failed. A signal handler may end a wait early (EINTR); it is not begun again.
+ */
+VYX_API int32_t VYX_ReadFile(VYX_FILE_T hFile, void *pBuf, uint32_t nSize, int32_t *pCount);
+VYX_API int32_t VYX_WriteFile(VYX_FILE_T hFile, const void *pBuf, uint32_t nSize, int32_t *pCount);
+
+/*
+ * Moves the file's position (lseek). Past the end is allowed: a write there leaves a gap that reads as zeros.
+ *   iOffset    bytes, may be negative
+ *   iWhence    from where: 0 the start, 1 the position, 2 the end; passed to the platform as it is
+ *   pPosition  receives the new position, -1 after a failure; may be null
+ *
+ * Result:  0; -1 if that failed, after "last error = N" with the errno on standard output.
+ */
+VYX_API int32_t VYX_FileSeek(VYX_FILE_T hFile, int64_t iOffset, int32_t iWhence, int64_t *pPosition);
+
+/* Always 1, whatever the file. The end of a file shows as a read of 0 bytes. */
+VYX_API int32_t VYX_FileIsEOF(VYX_FILE_T hFile);
+
+/*
+ * Fills the record with what is known of the open file, times in seconds (fstat).
+ *
+ * Result:  0; -1 with the record untouched for a null record, VYX_INVALID_FILE, or if that failed.
+ */
+VYX_API int32_t VYX_FileStat(VYX_FILE_T hFile, VYX_FINFO_T *pInfo);
+
+/* Waits until what was written is on the disk (fsync). Result: 0; -1 for VYX_INVALID_FILE or if that failed. */
+VYX_API int32_t VYX_FileFlush(VYX_FILE_T hFile);
+
+/*
+ * Asks whether the process's real user may use the path (access).
+ *   iMode  0 does it exist, 1 execute, 2 write, 4 read, or a sum of these; passed to the platform as it is
+ *
+ * Result:  0 yes; -1 no, or it cannot be told. A null path is -1 with EFAULT.
+ */
+VYX_API int32_t VYX_AccessFile(const char *szPath, int32_t iMode);
+
+/* Renames a file or a directory; an existing target is replaced (rename). Result: 0; -1 for a null or a failure. */
+VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
+
+/*
+ * Copies the content of a file; blocks until done. Links are followed. A target that is made has the source's
+ * permissions less the process's file-creation mask; an existing one is emptied first and keeps its own, and must
+ * be both readable and writable. The size at the start of the call is what is copied; gaps stay gaps.
+ *   bFailIfExists  not 0: leave an existing target alone
+ *
+ * Result:  1 copied.
+ *          -1 with nothing touched: a null path; bFailIfExists and the target exists; the source cannot be opened;
+ *          both are the same file, whether by name or by link (EINVAL).
+ *          -1 with the target left behind, empty or filled in part and not removed: the source is empty (EINVAL);
+ *          it is neither a regular file nor a block device (ENODEV); it became shorter meanwhile (EIO, the rest
+ *          of the target reads as zeros); memory, the disk or the platform failed. If the target is a pipe or a
+ *          character device the result is -1, too.
+ *          A change of the source during the call never ends the process; whether it shows in the copy is open.
+ */
+VYX_API int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t bFailIfExists);
+
+/*
+ * Writes the full path of the running program's file, links resolved and zero-terminated.
+ *   nSize  bytes at szBuf
+ *
+ * Result:  0; -1 with szBuf untouched: it is null (EINVAL), nSize is below the path's length plus 1 (ENOMEM), the
+ *          path has 1024 bytes or more, the file is gone, or (Linux) /proc cannot be read.
+ */
+VYX_API int32_t VYX_GetCurExePath(char *szBuf, uint32_t nSize);
+
+/*
+ * Makes a directory with the rights rwxrw-rw-, whatever the process's file-creation mask (mkdir, chmod).
+ *
+ * Result:  0; -1 for a null path or if either call failed; after a failed chmod the directory stays.
+ */
+VYX_API int32_t VYX_MakeDir(const char *szPath);
+
+/* Removes an empty directory; also a file (remove). Result: 0; -1 for a null path or if that failed. */
+VYX_API int32_t VYX_RemoveDir(const char *szPath);
+
+/*
+ * List a directory: open it, take entry after entry, close it. A handle is used by one thread at a time; different
+ * handles are independent. The handle belongs to the caller until VYX_CloseDir.
+ *
+ * VYX_OpenDir
+ *   Result:  the handle; null for a null path, if the platform cannot open it (opendir) or memory is short.
+ *
+ * VYX_FindFileInDir takes the next entry (readdir), in no order; those of the directory itself "." and of its parent
+ * ".." are among them. Entries that come or go meanwhile may be missed. Links are followed: the information is that
+ * of what they lead to (stat), taken in the opened directory even if it was renamed since. If there is none, as of a
+ * broken link or an entry that is gone already, "Get file stat failed! err:N" with the errno goes to standard output
+ * and all of pInfo but the name is 0 (a type of 0 tells).
+ *   Result:  0, also without the information. -1 for a null, at the end, or if reading failed, pInfo untouched; at the
+ *            end errno is as it was before.
+ *
+ * VYX_CloseDir
+ *   Result:  0; -1 for null.
+ */
+VYX_API VYX_DIR_T VYX_OpenDir(const char *szPath);
+VYX_API int32_t VYX_CloseDir(VYX_DIR_T hDir);
+VYX_API int32_t VYX_FindFileInDir(VYX_DIR_T hDir, _FILE_FIND_INFO *pInfo);
+
+/*
+ * Translate between the library's bits and those of the platform's open and mode_t. Bits without a meaning are dropped.
+ *
+ * VYX_GetOFlagByFlag  from VYX_OPEN_... bits; -1 with neither VYX_OPEN_READ nor VYX_OPEN_WRITE
+ * VYX_GetModeByPerm   from permission bits; with VYX_ATTR_READONLY it is S_IRUSR alone. Never has S_ISGID: 0x4000
+ *                     becomes S_IXUSR
+ * VYX_GetPermByMode   from a mode; S_ISGID becomes VYX_GSETID (0x4000), the sticky bit and the type are dropped.
+ *                     Back through VYX_GetModeByPerm it gives the same rights, but for S_ISGID
+ */
+VYX_API int32_t VYX_GetOFlagByFlag(uint32_t nFlags);
+VYX_API uint16_t VYX_GetModeByPerm(uint32_t nPerm);
+VYX_API uint32_t VYX_GetPermByMode(uint32_t nMode);
+
+/*
+ * Dynamic modules (dlopen, dlclose, dlsym). The text of a failure is the platform's, from dlerror. From any thread.
+ *
+ * VYX_LoadDSo binds all symbols at once and makes those of the module visible to modules loaded later. A path
+ * without a slash is searched for as the platform's loader does. A module's initialisers run within the call.
+ *   Result:  the handle, to be given to VYX_UnloadDSo once; null for a null path or if that failed.
+ *
+ * VYX_UnloadDSo gives one handle back; the module goes when nobody holds it any longer.
+ *   Result:  0; -1 for null or if the platform refused.
+ *
+ * VYX_GetDsoSym
+ *   Result:  the symbol's address, valid while the module is loaded; null for a null or if there is none.
+ */
+VYX_API VYX_HANDLE_DSO VYX_LoadDSo(const char *szPath);
+VYX_API int32_t VYX_UnloadDSo(VYX_HANDLE_DSO hDso);
+VYX_API void *VYX_GetDsoSym(VYX_HANDLE_DSO hDso, const char *szName);
+
 /* Accepts a format and arguments and does nothing: switched-off debug output. */
 VYX_API void VYX_Debug(const char *szFormat, ...) VYX_PRINTF(1, 2);
 
 /*
  * Formats as printf does, appends a line feed, and writes the text to standard error in one piece. A text that
  * ends in a line feed is thus followed by an empty line. At most 5117 bytes of the text are shown; the line
- * feed follows them.
+ * feed follows them. A zero byte in the text (from "%c") ends what is shown, line feed included.
  *
  * Result:  that of fputs: not negative, or EOF.
  */

@@ -153,7 +153,8 @@ class VYX_API vyx_time {
     /* 0-365. */
     int get_year_day() const;
 
-    /* Local fields of t into *out, which is returned; null if t is negative or out is null. */
+    /* Local fields of t into *out, which is returned; null with *out as it was if t is negative, out is null
+     * or the year does not fit an int. */
     static struct tm *time2tm(int64_t t, struct tm *out);
 
     /* Fields are refreshed only if the new time is not negative. */
@@ -196,7 +197,8 @@ class VYX_API vyx_time_tick {
 
     /*
      * Conversions. To whole units they round half up, to a timeval they truncate. A negative value, a null
-     * pointer, or a timeval with a field of -1 gives -1 or null; otherwise those with a tv to fill return it.
+     * pointer, or a timeval with a field of -1 gives -1 or null; other negative fields are computed with as
+     * they are. Those with a tv to fill return it.
      */
     static int64_t timeval2ms(struct timeval *tv);
     static struct timeval *ms2timeval(int64_t ms, struct timeval *tv);

@@ -1,5 +1,12 @@
 // Mutexes: POSIX mutexes in the caller's storage. No state of the library's own.
+#include <type_traits>
 #include <vyx/sync.h>
+
+// An object's address is its mutex's address; the polymorphic class has its virtual table's pointer in front.
+static_assert(sizeof(VYX_Mutex) == sizeof(VYX_MUTEX_T) && std::is_standard_layout_v<VYX_Mutex>);
+static_assert(sizeof(vyx::vyx_mutex) == sizeof(VYX_MUTEX_T) && std::is_standard_layout_v<vyx::vyx_mutex>);
+static_assert(sizeof(vyx::vyx_recursive_mutex) == sizeof(void *) + sizeof(VYX_MUTEX_T));
+static_assert(std::has_virtual_destructor_v<vyx::vyx_recursive_mutex>);
 
 namespace {
 

@@ -4,14 +4,20 @@
 // application may do with it what it likes. The name stays registered until VYX_SemDestroy unlinks it.
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <type_traits>
 #include <vyx/sync.h>
 
 #include "sync/sem_record.h"
 #include "sync/timed_wait.h"
+
+static_assert(offsetof(VYX_SEM_S, pSem) == 0 && offsetof(VYX_SEM_S, szName) == sizeof(sem_t *));
+static_assert(sizeof(VYX_SEM_S) == sizeof(sem_t *) + 64);
+static_assert(sizeof(vyx::vyx_sem) == sizeof(void *) && std::has_virtual_destructor_v<vyx::vyx_sem>);
 
 namespace {
 
@@ -72,8 +78,8 @@ int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
     if (IsEmpty_Local(pSem))
         return VYX_ERROR;
     VYX_SEM_S *pRecord = *pSem;
-    (void)sem_unlink(
-        pRecord->szName); // somebody may have cleaned the name up; the semaphore goes all the same
+    // Both results are ignored: somebody may have cleaned the name up, and the semaphore goes all the same.
+    (void)sem_unlink(pRecord->szName);
     (void)sem_close(pRecord->pSem);
     delete pRecord;
     return VYX_OK;
@@ -97,6 +103,9 @@ int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut) {
 
 VYX_Sema::VYX_Sema(unsigned int initial, unsigned int maximum)
     : m_hSem(nullptr), m_nMaxCount(maximum), m_nCount(initial) {
+    static_assert(std::is_standard_layout_v<VYX_Sema> && offsetof(VYX_Sema, m_hSem) == 0);
+    static_assert(offsetof(VYX_Sema, m_nMaxCount) < offsetof(VYX_Sema, m_mutex));
+    static_assert(offsetof(VYX_Sema, m_mutex) < offsetof(VYX_Sema, m_nCount));
     // A failure leaves the slot empty, and every wait answers -1.
     (void)VYX_SemCreate(&m_hSem, initial);
 }
@@ -122,6 +131,7 @@ int VYX_Sema::Post() {
     (void)m_mutex.Lock();
     const bool bRoom = m_nCount < m_nMaxCount;
     // Deliberate: a post that the platform refuses is not counted, and still answers 0.
+    // Pinned by Sema.RefusedPostAnswersZeroUncounted.
     if (bRoom && VYX_SemPost(&m_hSem) == VYX_OK)
         ++m_nCount;
     (void)m_mutex.Unlock();

@@ -16,6 +16,9 @@
 //    has woken, so the service sees that and broadcasts on a later pass, once, with the mutex held. With the
 //    mutex held every registered waiter is either asleep on the condition or has been woken already, so that
 //    broadcast cannot miss.
+//
+// A condition may be destroyed as soon as all its waiters have been woken, before they have got their mutex
+// back and taken their records out. VYX_CondDestroy therefore withdraws the condition from the registry.
 #include "sync/timed_wait.h"
 
 #include <cerrno>
@@ -39,31 +42,33 @@ namespace {
 
 constexpr uint32_t kStackSize = 262144; // bytes
 constexpr uint32_t kPassPause = 100;    // microseconds between two passes that completed nothing
-constexpr uint32_t kBusyPasses = 16;    // passes on which a busy mutex is only tried; then see WakeTimedOut
-constexpr uint32_t kStopPasses = 1000;  // passes that stop grants to wake pending condition waiters
-constexpr VYX_TIME_T kWakeGrace = 1000; // microseconds a signalled waiter has before all are woken
+constexpr uint32_t kBusyPasses = 16;    // passes on which a busy mutex is only tried; see WakeTimedOut_Local
+constexpr uint32_t kGracePasses = 10;   // passes that a signalled waiter has before all are woken
+constexpr uint32_t kStopPasses = 5000;  // passes that stop grants to wake pending condition waiters
 constexpr int64_t kMicrosPerMilli = 1000;
 
-// How far the service has come in waking a condition waiter whose time is out.
+// How far the service has come in waking a condition waiter. It only ever goes on, also if the clock is set
+// back meanwhile.
 enum class Wake : uint8_t {
-    None,      // time is not out, or the mutex was busy so far
+    Pending,   // time is not out
+    Due,       // time is out, the mutex was busy so far
     Signalled, // one waiter of the condition was signalled
-    Certain,   // all were, with the mutex held: nothing is left to do
+    Certain,   // all were, with the mutex held, or the condition is gone: nothing is left to do
 };
 
 // A record in its registry. Links are guarded by the registry's lock.
 struct SemWait {
     TIMED_SEM_S struWait;
-    VYX_TIME_T iDue; // not before this moment
+    VYX_TIME_T iDue; // time is out from this moment on
     SemWait *pPrev;
     SemWait *pNext;
 };
 
 struct CondWait {
     TIMED_COND_S struWait;
-    VYX_TIME_T iDue;      // nothing to do before this moment; guarded by s_hCondLock
-    Wake eWake;           // guarded by s_hCondLock
-    uint32_t nBusyPasses; // passes that found the caller's mutex busy; guarded by s_hCondLock
+    VYX_TIME_T iDue;  // time is out from this moment on
+    Wake eWake;       // guarded by s_hCondLock
+    uint32_t nPasses; // since the wait became due or was signalled; guarded by s_hCondLock
     CondWait *pPrev;
     CondWait *pNext;
 };
@@ -119,6 +124,18 @@ void CountPending_Local() {
         WakeService_Local();
 }
 
+// A normal mutex for the length of a block, also if the thread is cancelled in it.
+class Hold {
+  public:
+    explicit Hold(VYX_MUTEX_T *pMutex) : m_pMutex(pMutex) { (void)VYX_MutexLock(m_pMutex); }
+    ~Hold() { (void)VYX_MutexUnlock(m_pMutex); }
+    Hold(const Hold &) = delete;
+    Hold &operator=(const Hold &) = delete;
+
+  private:
+    VYX_MUTEX_T *m_pMutex;
+};
+
 // Keeps a semaphore wait registered for the length of a block, also if the thread is cancelled in it.
 class SemRegistration {
   public:
@@ -132,20 +149,36 @@ class SemRegistration {
         CountPending_Local();
     }
     ~SemRegistration() {
+        TIMED_SEM_S &wait = m_pWait->struWait;
         {
             const LockGuard guard(s_hSemLock);
             s_struTimeSems.Remove(m_pWait);
         }
         s_nPending.fetch_sub(1);
-        (void)VYX_CondDestroy(&m_pWait->struWait.wake);
-        (void)VYX_MutexDestroy(&m_pWait->struWait.lock);
+        if (!m_bReturned && wait.waiting.load() == 0 && wait.result == VYX_OK)
+            (void)sem_post(wait.semaphore->pSem); // the count was taken for a thread that was cancelled
+        (void)pthread_cond_destroy(&wait.wake);   // known to nobody else: there is nothing to withdraw
+        (void)VYX_MutexDestroy(&wait.lock);
         delete m_pWait;
     }
     SemRegistration(const SemRegistration &) = delete;
     SemRegistration &operator=(const SemRegistration &) = delete;
 
+    // Sleeps until the service has completed the wait. Result: the wait's.
+    int32_t Await() {
+        TIMED_SEM_S &wait = m_pWait->struWait;
+        {
+            const Hold hold(&wait.lock);
+            while (wait.waiting.load() != 0)
+                (void)VYX_CondWait(&wait.wake, &wait.lock);
+        }
+        m_bReturned = true;
+        return wait.result;
+    }
+
   private:
     SemWait *m_pWait;
+    bool m_bReturned = false; // the caller learns the result
 };
 
 // The same for a condition wait.
@@ -173,20 +206,6 @@ class CondRegistration {
     CondWait *m_pWait;
 };
 
-// Sleeps until the service has completed the wait.
-void AwaitCompletion_Local(TIMED_SEM_S &wait) {
-    struct Hold { // released also if the thread is cancelled in its sleep
-        VYX_MUTEX_T *pMutex;
-        explicit Hold(VYX_MUTEX_T *p) : pMutex(p) { (void)VYX_MutexLock(p); }
-        ~Hold() { (void)VYX_MutexUnlock(pMutex); }
-        Hold(const Hold &) = delete;
-        Hold &operator=(const Hold &) = delete;
-    };
-    const Hold hold(&wait.lock);
-    while (wait.waiting.load() != 0)
-        (void)VYX_CondWait(&wait.wake, &wait.lock);
-}
-
 // Ends a semaphore wait. The waiter cannot free the record under us: for that it needs s_hSemLock.
 void Complete_Local(TIMED_SEM_S &wait, int32_t iResult) VYX_REQUIRES(s_hSemLock) {
     wait.result = iResult;
@@ -196,7 +215,15 @@ void Complete_Local(TIMED_SEM_S &wait, int32_t iResult) VYX_REQUIRES(s_hSemLock)
     (void)VYX_MutexUnlock(&wait.lock);
 }
 
-// Result: true if the wait was completed.
+// The first pending wait for a semaphore. One of them is known to be pending.
+TIMED_SEM_S &FirstFor_Local(const VYX_SEM_S *pSemaphore) VYX_REQUIRES(s_hSemLock) {
+    SemWait *pEntry = s_struTimeSems.pFirst;
+    while (pEntry->struWait.semaphore != pSemaphore || pEntry->struWait.waiting.load() == 0)
+        pEntry = pEntry->pNext;
+    return pEntry->struWait;
+}
+
+// Result: true if a wait was completed.
 bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock) {
     TIMED_SEM_S &wait = entry.struWait;
     if (wait.waiting.load() == 0)
@@ -212,7 +239,8 @@ bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock)
     // Pinned by TimedWait.StaleInterruptionKeepsTheCount.
     if (errno == EINTR)
         return false;
-    Complete_Local(wait, VYX_OK);
+    // The count may have been posted after this pass had passed by an earlier waiter: that one is served first.
+    Complete_Local(FirstFor_Local(wait.semaphore), VYX_OK);
     return true;
 }
 
@@ -232,18 +260,20 @@ bool ScanSems_Local() {
 //
 // A mutex that stays busy is in the hands of somebody who delays the waiter anyway, but may also be one that
 // the service is unlucky with: on every doubling of the passes spent the condition is broadcast without it.
-bool WakeTimedOut_Local(CondWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hCondLock) {
+bool WakeTimedOut_Local(CondWait &entry) VYX_REQUIRES(s_hCondLock) {
     TIMED_COND_S &wait = entry.struWait;
     if (entry.eWake == Wake::Certain)
         return false;
+    ++entry.nPasses;
+    if (entry.eWake == Wake::Signalled && entry.nPasses < kGracePasses)
+        return false;
     if (VYX_MutexTryLock(wait.mutex) != VYX_OK) {
-        ++entry.nBusyPasses;
-        const bool bPowerOfTwo = (entry.nBusyPasses & (entry.nBusyPasses - 1)) == 0;
-        if (entry.nBusyPasses >= kBusyPasses && bPowerOfTwo)
+        const bool bPowerOfTwo = (entry.nPasses & (entry.nPasses - 1)) == 0;
+        if (entry.nPasses >= kBusyPasses && bPowerOfTwo)
             (void)VYX_CondBroadCast(wait.condition);
         return false;
     }
-    const bool bFirst = entry.eWake == Wake::None;
+    const bool bFirst = entry.eWake == Wake::Due;
     if (bFirst) {
         wait.result = VYX_ERROR;
         wait.waiting.store(0);
@@ -252,7 +282,7 @@ bool WakeTimedOut_Local(CondWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hCondLo
         (void)VYX_CondBroadCast(wait.condition);
     }
     entry.eWake = bFirst ? Wake::Signalled : Wake::Certain;
-    entry.iDue = iNow + kWakeGrace;
+    entry.nPasses = 0;
     (void)VYX_MutexUnlock(wait.mutex);
     return bFirst;
 }
@@ -263,9 +293,12 @@ bool ScanConds_Local() {
         return false;
     const VYX_TIME_T iNow = VYX_TimeNow();
     bool bCompleted = false;
-    for (CondWait *pEntry = s_struTimeConds.pFirst; pEntry != nullptr; pEntry = pEntry->pNext)
-        if (pEntry->iDue <= iNow)
-            bCompleted = WakeTimedOut_Local(*pEntry, iNow) || bCompleted;
+    for (CondWait *pEntry = s_struTimeConds.pFirst; pEntry != nullptr; pEntry = pEntry->pNext) {
+        if (pEntry->eWake == Wake::Pending && pEntry->iDue <= iNow)
+            pEntry->eWake = Wake::Due;
+        if (pEntry->eWake != Wake::Pending)
+            bCompleted = WakeTimedOut_Local(*pEntry) || bCompleted;
+    }
     return bCompleted;
 }
 
@@ -277,12 +310,23 @@ void ReleaseSems_Local() {
             Complete_Local(pEntry->struWait, VYX_ERROR);
 }
 
-// Wakes every pending condition waiter as if its time were out. Result: true if none needs another try.
+// Declares the time of every pending condition wait to be out.
+void ExpireConds_Local() {
+    const LockGuard guard(s_hCondLock);
+    for (CondWait *pEntry = s_struTimeConds.pFirst; pEntry != nullptr; pEntry = pEntry->pNext)
+        if (pEntry->eWake == Wake::Pending)
+            pEntry->eWake = Wake::Due;
+}
+
+// Wakes the waiters whose time is out; waits that have begun since are left alone. Result: true if none needs
+// another try.
 bool ReleaseConds_Local() {
     const LockGuard guard(s_hCondLock);
     bool bDone = true;
     for (CondWait *pEntry = s_struTimeConds.pFirst; pEntry != nullptr; pEntry = pEntry->pNext) {
-        (void)WakeTimedOut_Local(*pEntry, 0);
+        if (pEntry->eWake == Wake::Pending)
+            continue;
+        (void)WakeTimedOut_Local(*pEntry);
         bDone = bDone && pEntry->eWake == Wake::Certain;
     }
     return bDone;
@@ -325,6 +369,7 @@ int32_t VYX_FiniTimedWait_Inter(void) {
     }
     s_hThreadId = VYX_INVALID_THREAD;
     ReleaseSems_Local();
+    ExpireConds_Local();
     // The caller may itself hold a mutex that a waiter needs, so this must not wait until all have left.
     for (uint32_t nPass = 0; nPass < kStopPasses && !ReleaseConds_Local(); ++nPass)
         (void)VYX_USleep(kPassPause);
@@ -339,6 +384,15 @@ bool VYX_TimedWaitPass_Inter(void) {
 
 uint32_t VYX_TimedWaitPending_Inter(void) {
     return s_nPending.load();
+}
+
+void VYX_TimedWaitWithdraw_Inter(const VYX_COND_T *pCond) {
+    if (s_nPending.load() == 0) // whoever may destroy it has seen its waiters registered
+        return;
+    const LockGuard guard(s_hCondLock);
+    for (CondWait *pEntry = s_struTimeConds.pFirst; pEntry != nullptr; pEntry = pEntry->pNext)
+        if (pEntry->struWait.condition == pCond)
+            pEntry->eWake = Wake::Certain;
 }
 
 void *timer_svc(void * /*pIgnored*/) {
@@ -368,9 +422,8 @@ int32_t SemTimedWait(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
     wait.start = iNow / kMicrosPerMilli;
     wait.result = VYX_OK;
     pWait->iDue = iNow + wait.timeout * kMicrosPerMilli;
-    const SemRegistration registration(pWait);
-    AwaitCompletion_Local(wait);
-    return wait.result;
+    SemRegistration registration(pWait);
+    return registration.Await();
 }
 
 int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {

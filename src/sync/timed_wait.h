@@ -46,6 +46,9 @@ int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut)
 // call it on a thread of their own while the service is not running.
 bool VYX_TimedWaitPass_Inter(void);
 
+// Makes the service forget a condition that is about to be destroyed, hence has no sleeping waiters.
+void VYX_TimedWaitWithdraw_Inter(const VYX_COND_T *pCond);
+
 // Waits registered at this moment, of both kinds.
 uint32_t VYX_TimedWaitPending_Inter(void);
 

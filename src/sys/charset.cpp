@@ -1,7 +1,8 @@
 // Conversion between EUC-CN and UTF-8 by the platform's converter.
+#include <cstdint>
 #include <cstring>
+#include <exception>
 #include <iconv.h>
-#include <new>
 #include <vyx/sys.h>
 
 namespace {
@@ -17,7 +18,7 @@ class Converter {
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
 
-    bool IsOpen() const { return m_hConverter != reinterpret_cast<iconv_t>(-1); }
+    bool IsOpen() const { return reinterpret_cast<intptr_t>(m_hConverter) != -1; }
 
     // Converts the whole input; false if any of it is invalid or incomplete or the room does not suffice.
     bool Convert(const char *szText, size_t nLength, std::string &out) const {
@@ -44,7 +45,7 @@ std::string Convert_Local(const char *szText, const char *szTo, const char *szFr
             return {};
         out.resize(std::strlen(out.c_str()));
         return out;
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) { // memory is short, or no string can be that long
         return {};
     }
 }

@@ -1,5 +1,8 @@
 // Threads and thread-local storage over POSIX threads. No state of the library's own.
+#include <type_traits>
 #include <vyx/thread.h>
+
+static_assert(sizeof(VYX_Thread) == sizeof(VYX_THREAD_T) && std::is_standard_layout_v<VYX_Thread>);
 
 namespace {
 

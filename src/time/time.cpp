@@ -10,6 +10,13 @@ const char vyx_month_snames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 
 static_assert(sizeof(VYX_TIME_T) == 8, "64 bits on every processor");
 static_assert(sizeof(VYX_TIME_EXP_T) == 44, "eleven 32-bit fields");
+static_assert(offsetof(VYX_TIME_EXP_T, tm_usec) == 0 && offsetof(VYX_TIME_EXP_T, tm_sec) == 4 &&
+                  offsetof(VYX_TIME_EXP_T, tm_min) == 8 && offsetof(VYX_TIME_EXP_T, tm_hour) == 12 &&
+                  offsetof(VYX_TIME_EXP_T, tm_mday) == 16 && offsetof(VYX_TIME_EXP_T, tm_mon) == 20 &&
+                  offsetof(VYX_TIME_EXP_T, tm_year) == 24 && offsetof(VYX_TIME_EXP_T, tm_wday) == 28 &&
+                  offsetof(VYX_TIME_EXP_T, tm_yday) == 32 && offsetof(VYX_TIME_EXP_T, tm_isdst) == 36 &&
+                  offsetof(VYX_TIME_EXP_T, tm_gmtoff) == 40,
+              "callers read the fields at these places");
 
 namespace {
 
@@ -63,7 +70,11 @@ void PutName_Local(char *pOut, const char (&szName)[4]) {
 
 struct tm *VYX_LocalTime_Inter(time_t tSeconds, struct tm *pOut) {
     tzset(); // localtime does this, its reentrant form need not
-    return localtime_r(&tSeconds, pOut);
+    struct tm fields = {};
+    if (localtime_r(&tSeconds, &fields) == nullptr) // which leaves some fields changed
+        return nullptr;
+    *pOut = fields;
+    return pOut;
 }
 
 VYX_TIME_T VYX_TimeNow(void) {

@@ -32,9 +32,7 @@ bool IsUsable_Local(const struct timeval *tv) {
 
 // A time whose fields the platform cannot tell leaves them as they were.
 void SetFields_Local(int64_t t, struct tm *pOut) {
-    struct tm fields = {};
-    if (VYX_LocalTime_Inter(static_cast<time_t>(t), &fields) != nullptr)
-        *pOut = fields;
+    (void)VYX_LocalTime_Inter(static_cast<time_t>(t), pOut);
 }
 
 } // namespace
@@ -96,6 +94,7 @@ struct tm *vyx_time::time2tm(int64_t t, struct tm *out) {
     return t < 0 || out == nullptr ? nullptr : VYX_LocalTime_Inter(static_cast<time_t>(t), out);
 }
 
+// NOLINTNEXTLINE(cert-oop54-cpp): assigned to itself, a time refreshes its fields and is otherwise unchanged
 vyx_time &vyx_time::operator=(const vyx_time &other) {
     m_time = other.m_time;
     // Deliberate: a negative time keeps the old fields. Pinned by TimeClass.NegativeTimeKeepsTheFields.

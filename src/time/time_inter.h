@@ -10,8 +10,8 @@ VYX_BEGIN_DECLS
 // platform cannot tell.
 int32_t VYX_MinutesWest_Inter(int32_t *pMinutes);
 
-// Local calendar fields, with a change of TZ taken into account as localtime does. Result: pOut, or null if
-// the year does not fit.
+// Local calendar fields, with a change of TZ taken into account as localtime does. Result: pOut, or null with
+// pOut as it was if the year does not fit.
 struct tm *VYX_LocalTime_Inter(time_t tSeconds, struct tm *pOut);
 
 VYX_END_DECLS

@@ -161,6 +161,44 @@ static void System(void) {
     CHECK(VYX_GetCPUPerformance(NULL, &nSize) == VYX_ERROR);
 }
 
+static void Files(void) {
+    const char *szPath = "c_api_test.file";
+    const char *szCopy = "c_api_test.copy";
+    char szText[4] = "abc";
+    VYX_FINFO_T info;
+    int32_t iCount = 0;
+    int64_t iPosition = 0;
+    const VYX_FILE_T hFile = VYX_OpenFile(
+        szPath, VYX_OPEN_READ | VYX_OPEN_WRITE | VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE, VYX_UREAD | VYX_UWRITE);
+    CHECK(hFile != VYX_INVALID_FILE);
+    CHECK(VYX_WriteFile(hFile, szText, 3, &iCount) == VYX_OK && iCount == 3);
+    CHECK(VYX_FileSeek(hFile, 1, 0, &iPosition) == VYX_OK && iPosition == 1);
+    CHECK(VYX_ReadFile(hFile, szText, 3, &iCount) == VYX_OK && iCount == 2 && szText[0] == 'b');
+    CHECK(VYX_FileIsEOF(hFile) == 1 && VYX_FileFlush(hFile) == VYX_OK);
+    CHECK(VYX_FileStat(hFile, &info) == VYX_OK && info.type == VYX_TYPE_REG && info.size == 3);
+    CHECK(VYX_CloseFile(hFile) == VYX_OK);
+    CHECK(VYX_CopyFile(szPath, szCopy, 0) == 1 && VYX_RenameFile(szCopy, szPath) == VYX_OK);
+    CHECK(VYX_AccessFile(szPath, 0) == VYX_OK && VYX_AccessFile(szCopy, 0) == VYX_ERROR);
+    CHECK(VYX_DeleteFile(szPath) == VYX_OK);
+    CHECK(VYX_GetOFlagByFlag(VYX_OPEN_CREATE) == VYX_ERROR);
+    CHECK(VYX_GetModeByPerm(VYX_ATTR_READONLY) == 0400 && VYX_GetPermByMode(0400) == VYX_UREAD);
+}
+
+static void DirectoriesAndModules(void) {
+    const char *szPath = "c_api_test.dir";
+    char szExe[1024] = "";
+    _FILE_FIND_INFO info;
+    CHECK(VYX_MakeDir(szPath) == VYX_OK);
+    const VYX_DIR_T hDir = VYX_OpenDir(szPath);
+    CHECK(hDir != NULL);
+    CHECK(VYX_FindFileInDir(hDir, &info) == VYX_OK && info.name[0] == '.' && info.finfo.type == VYX_TYPE_DIR);
+    CHECK(VYX_CloseDir(hDir) == VYX_OK);
+    CHECK(VYX_RemoveDir(szPath) == VYX_OK);
+    CHECK(VYX_GetCurExePath(szExe, sizeof szExe) == VYX_OK && szExe[0] == '/');
+    CHECK(VYX_LoadDSo("./no such module") == NULL && VYX_GetDsoSym(NULL, "x") == NULL);
+    CHECK(VYX_UnloadDSo(NULL) == VYX_ERROR);
+}
+
 /* ---- time.h */
 
 static const VYX_TIME_T kMoment = INT64_C(1000000000123456); /* 2001-09-09 01:46:40.123456 UTC */
@@ -233,6 +271,33 @@ static void Memory(void) {
     CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
 }
 
+/* ---- pool.h */
+
+static volatile uint32_t s_nItems; /* run by the pools */
+
+static void *CountItem(void *pCount) {
+    (void)VYX_AtomicInc((volatile uint32_t *)pCount);
+    return NULL;
+}
+
+static void CountPointer(void *pCount) {
+    (void)CountItem(pCount);
+}
+
+static void Pools(void) {
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 2);
+    CHECK(hPool != NULL && VYX_ThreadPool_Work(hPool, CountItem, (void *)&s_nItems) == VYX_OK);
+    CHECK(VYX_ThreadPool_WorkEx(hPool, CountItem, (void *)&s_nItems, 1) == VYX_OK);
+    CHECK(VYX_ThreadPool_Destroy(hPool) == VYX_OK && s_nItems == 2);
+    hPool = VYX_ThreadPool_CreateEx(1, 1, 262144);
+    CHECK(hPool != NULL && VYX_ThreadPool_Destroy(hPool) == VYX_OK);
+    hPool = VYX_ThreadPool_CreateFlex(0, 1, 0, 10);
+    CHECK(hPool != NULL && VYX_ThreadPool_Destroy(hPool) == VYX_OK);
+    VYX_HANDLE_THREADPOOLFLEX hFlex = VYX_ThreadPoolFlex_Create(1, -1, CountPointer, 0);
+    CHECK(hFlex != NULL && VYX_ThreadPoolFlex_Work(hFlex, (void *)&s_nItems) == VYX_OK);
+    CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
+}
+
 /* ---- string.h */
 
 static void Numbers(void) {
@@ -273,10 +338,13 @@ int main(void) {
     DebugOutput();
     Sleeping();
     System();
+    Files();
+    DirectoriesAndModules();
     Calendar();
     TimeAsText();
     HashTables();
     Memory();
+    Pools();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);

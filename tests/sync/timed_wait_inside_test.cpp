@@ -1,153 +1,273 @@
-// Bounded waits from the inside: the passes of the service are made by the test, while the service itself is not
-// running.
-#include <atomic>
+// The timed-wait service from the inside: the test sees what is registered, and makes passes of its own.
 #include <cerrno>
+#include <memory>
 #include <new>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
-#include <vyx/vyx.h>
+#include <sys/mman.h>
 
-#include "support/support.h"
 #include "sync/timed_wait.h"
+#include "sync/timed_wait_support.h"
+
+using support::Async;
+using support::kLong;
+using support::Monitor;
+using support::Semaphore;
+using support::WaitUntil;
+using support::Watchdog;
 
 namespace {
 
-std::atomic<bool> s_bNoMemory{false};
+thread_local bool t_bNoMemory = false;
 
 } // namespace
 
 void *operator new(size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
     try {
-        return s_bNoMemory ? nullptr : ::operator new(nSize);
-    } catch (const std::bad_alloc &) {
+        return t_bNoMemory ? nullptr : ::operator new(nSize);
+    } catch (...) {
         return nullptr;
     }
 }
 
 namespace {
 
-using support::WaitUntil;
+bool PendingBecomes(uint32_t nCount) {
+    return WaitUntil([nCount] { return VYX_TimedWaitPending_Inter() == nCount; });
+}
 
-constexpr uint32_t kLong = 600000; // milliseconds
-
-class Passes : public testing::Test {
-  protected:
-    Passes() { EXPECT_EQ(VYX_SemCreate(&m_hSem, 0), VYX_OK); }
-    ~Passes() override {
-        EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U) << "every wait takes itself out";
-        VYX_SemDestroy(&m_hSem);
-    }
-
-    // A thread that waits for the semaphore, and is registered when this returns.
-    std::thread Waiter(uint32_t nLimit, std::atomic<int32_t> *pResult) {
-        const uint32_t nBefore = VYX_TimedWaitPending_Inter();
-        std::thread waiter([this, nLimit, pResult] { *pResult = VYX_SemTimedWait(&m_hSem, nLimit); });
-        EXPECT_TRUE(WaitUntil([&] { return VYX_TimedWaitPending_Inter() == nBefore + 1; }));
-        return waiter;
-    }
-
-    VYX_SEM_T m_hSem = nullptr;
-};
-using TimedWait = Passes;
-
-constexpr int32_t kStillWaiting = 77;
-
-TEST_F(TimedWait, StaleInterruptionKeepsTheCount) {
-    std::atomic<int32_t> iResult{kStillWaiting};
-    std::thread waiter = Waiter(kLong, &iResult);
-    EXPECT_EQ(VYX_SemPost(&m_hSem), VYX_OK);
+TEST(TimedWait, StaleInterruptionKeepsTheCount) {
+    Semaphore semaphore;
+    Async waiter([&] { return semaphore.Wait(kLong); });
+    ASSERT_TRUE(PendingBecomes(1));
+    errno = EINTR;
+    EXPECT_EQ(semaphore.Post(), VYX_OK);
     errno = EINTR;
     EXPECT_FALSE(VYX_TimedWaitPass_Inter());
-    EXPECT_EQ(VYX_SemTimedWait(&m_hSem, 0), VYX_ERROR) << "the count was taken all the same";
-    errno = 0;
-    EXPECT_FALSE(VYX_TimedWaitPass_Inter());
-    EXPECT_EQ(iResult, kStillWaiting);
-    EXPECT_EQ(VYX_SemPost(&m_hSem), VYX_OK);
-    errno = 0;
-    EXPECT_TRUE(VYX_TimedWaitPass_Inter());
-    waiter.join();
-    EXPECT_EQ(iResult, VYX_OK);
-    EXPECT_EQ(VYX_SemTimedWait(&m_hSem, 0), VYX_ERROR);
-}
-
-TEST_F(TimedWait, EarlierRegistrationIsServedFirst) {
-    constexpr int kWaiters = 6;
-    std::atomic<int32_t> iResults[kWaiters];
-    std::vector<std::thread> waiters;
-    for (auto &iResult : iResults) {
-        iResult = kStillWaiting;
-        waiters.push_back(Waiter(kLong, &iResult));
-    }
-    for (int i = 0; i < kWaiters; ++i) {
-        VYX_SemPost(&m_hSem);
-        errno = 0;
-        EXPECT_TRUE(VYX_TimedWaitPass_Inter());
-        waiters[static_cast<size_t>(i)].join();
-        for (int k = 0; k < kWaiters; ++k)
-            EXPECT_EQ(iResults[k], k <= i ? VYX_OK : kStillWaiting);
-    }
-}
-
-TEST_F(TimedWait, CountThatArrivesWithTheLimitIsTaken) {
-    std::atomic<int32_t> iResult{kStillWaiting};
-    std::thread waiter = Waiter(1, &iResult);
-    const VYX_TIME_T iStart = VYX_TimeNow();
-    ASSERT_TRUE(WaitUntil([&] { return VYX_TimeNow() - iStart > 5000; }));
-    EXPECT_EQ(iResult, kStillWaiting) << "without the service no limit ends";
-    VYX_SemPost(&m_hSem);
+    EXPECT_EQ(semaphore.Drain(), 0) << "the count is gone";
+    EXPECT_FALSE(waiter.Done());
+    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 1U) << "and the wait goes on";
+    EXPECT_EQ(semaphore.Post(), VYX_OK);
     errno = 0;
     EXPECT_TRUE(VYX_TimedWaitPass_Inter());
-    waiter.join();
-    EXPECT_EQ(iResult, VYX_OK) << "the semaphore is looked at before the clock";
+    EXPECT_EQ(waiter.Result(), VYX_OK);
+    EXPECT_EQ(semaphore.Drain(), 0);
+    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U);
 }
 
-TEST_F(TimedWait, WaitFromBeforeTheStartIsCompletedAfterIt) {
-    std::atomic<int32_t> iResult{kStillWaiting};
-    std::thread waiter = Waiter(1, &iResult);
+// Posts come at any moment of a pass, also behind the entry that should have them.
+TEST(TimedWait, EarlierRegistrationIsServedFirst) {
+    constexpr uint32_t kWaiters = 48;
+    Semaphore semaphore;
+    std::vector<std::unique_ptr<Async>> waiters;
+    for (uint32_t i = 0; i < kWaiters; ++i) {
+        waiters.push_back(std::make_unique<Async>([&] { return semaphore.Wait(kLong); }));
+        ASSERT_TRUE(PendingBecomes(i + 1));
+    }
+    std::atomic<bool> bStop{false};
+    std::thread service([&] {
+        while (!bStop)
+            (void)VYX_TimedWaitPass_Inter();
+    });
+    bool bInOrder = true;
+    for (uint32_t i = 0; i < kWaiters; ++i) {
+        EXPECT_EQ(semaphore.Post(), VYX_OK);
+        EXPECT_TRUE(PendingBecomes(kWaiters - 1 - i));
+        bInOrder = WaitUntil([&] { return waiters[i]->Done() || !bInOrder; }) && bInOrder;
+        for (uint32_t k = i + 1; k < kWaiters; ++k)
+            bInOrder = !waiters[k]->Done() && bInOrder;
+    }
+    EXPECT_TRUE(bInOrder);
+    bStop = true;
+    service.join();
+}
+
+void StopUnderWaits(bool bHoldTheirMutex) {
+    const Watchdog watchdog("a pending waiter was not woken by the stop");
     ASSERT_EQ(VYX_Init(), VYX_OK);
-    waiter.join();
-    EXPECT_EQ(iResult, VYX_ERROR);
-    VYX_Fini();
-}
-
-TEST_F(TimedWait, NoMemoryFailsAtOnce) {
-    VYX_MUTEX_T hMutex = PTHREAD_MUTEX_INITIALIZER;
-    VYX_COND_T hCond = PTHREAD_COND_INITIALIZER;
-    VYX_SemPost(&m_hSem);
-    s_bNoMemory = true;
-    EXPECT_EQ(VYX_SemTimedWait(&m_hSem, kLong), VYX_ERROR);
-    EXPECT_EQ(VYX_CondTimedWait(&hCond, &hMutex, kLong), VYX_ERROR);
-    s_bNoMemory = false;
+    Semaphore semaphore;
+    Monitor monitor;
+    Async onSemaphore([&] { return semaphore.Wait(kLong); });
+    Async first([&] { return monitor.Wait(kLong); });
+    Async second([&] { return monitor.Wait(kLong); });
+    ASSERT_TRUE(PendingBecomes(3));
+    if (bHoldTheirMutex)
+        monitor.Lock();
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+    if (bHoldTheirMutex)
+        monitor.Unlock();
+    EXPECT_EQ(onSemaphore.Result(), VYX_ERROR);
+    EXPECT_EQ(first.Result(), VYX_ERROR);
+    EXPECT_EQ(second.Result(), VYX_ERROR);
     EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U);
-    EXPECT_EQ(VYX_SemTimedWait(&m_hSem, 0), VYX_OK) << "the count is untouched";
 }
 
-TEST_F(TimedWait, CancelledThreadsLeaveNothingRegistered) {
-    VYX_MUTEX_T hMutex = PTHREAD_MUTEX_INITIALIZER;
-    VYX_COND_T hCond = PTHREAD_COND_INITIALIZER;
-    std::pair<VYX_COND_T *, VYX_MUTEX_T *> meeting{&hCond, &hMutex};
-    VYX_THREAD_T hOnSem = VYX_Thread_Create(
-        [](void *pSem) -> void * {
-            VYX_SemTimedWait(static_cast<VYX_SEM_T *>(pSem), kLong);
-            return nullptr;
-        },
-        &m_hSem, 0, 0, 0, 0);
-    VYX_THREAD_T hOnCond = VYX_Thread_Create(
-        [](void *p) -> void * {
-            const auto *pMeeting = static_cast<decltype(meeting) *>(p);
-            VYX_MutexLock(pMeeting->second);
-            VYX_CondTimedWait(pMeeting->first, pMeeting->second, kLong);
-            return nullptr;
-        },
-        &meeting, 0, 0, 0, 0);
-    ASSERT_TRUE(WaitUntil([] { return VYX_TimedWaitPending_Inter() == 2; }));
-    for (VYX_THREAD_T hThread : {hOnSem, hOnCond}) {
-        EXPECT_EQ(pthread_cancel(hThread), 0);
-        EXPECT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
+TEST(TimedWait, StopWakesEveryPendingWaiter) {
+    StopUnderWaits(false);
+}
+
+TEST(TimedWait, StopWakesWaitersWhoseMutexItsCallerHolds) {
+    StopUnderWaits(true);
+}
+
+TEST(TimedWait, BusyMutexDelaysNobodyElse) {
+    const Watchdog watchdog("the service waits for a caller's mutex");
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    Monitor monitor;
+    Semaphore semaphore;
+    Async waiter([&] { return monitor.Wait(100); });
+    ASSERT_TRUE(PendingBecomes(1));
+    monitor.Lock();
+    EXPECT_EQ(semaphore.Wait(150), VYX_ERROR);
+    EXPECT_EQ(semaphore.Wait(5), VYX_ERROR);
+    monitor.Unlock();
+    EXPECT_EQ(waiter.Result(), VYX_ERROR);
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+}
+
+TEST(TimedWait, StopsAndStartsAnyNumberOfTimesUnderWaits) {
+    const Watchdog watchdog("a wait did not outlast a restart");
+    std::atomic<bool> bEnd{false};
+    Semaphore semaphore;
+    Monitor monitor;
+    const auto waitAndWait = [&](auto wait) {
+        return [&bEnd, wait] {
+            while (!bEnd)
+                wait();
+            return 0;
+        };
+    };
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    Async onSemaphore(waitAndWait([&] { (void)semaphore.Wait(3); }));
+    Async onCondition(waitAndWait([&] { (void)monitor.Wait(3); }));
+    Async onTheSame(waitAndWait([&] { (void)monitor.Wait(kLong); }));
+    for (int nRound = 0; nRound < 100; ++nRound) {
+        EXPECT_EQ(VYX_Fini(), VYX_OK);
+        EXPECT_EQ(VYX_Init(), VYX_OK);
     }
+    bEnd = true;
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+    EXPECT_EQ(VYX_Init(), VYX_OK);
+    // The long wait may have begun after the stop had looked.
+    EXPECT_TRUE(WaitUntil([&] {
+        (void)VYX_CondBroadCast(&monitor.cond);
+        return onSemaphore.Done() && onCondition.Done() && onTheSame.Done();
+    }));
+    EXPECT_EQ(onSemaphore.Result() + onCondition.Result() + onTheSame.Result(), 0);
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+}
+
+TEST(TimedWait, WaitsFromBeforeTheStartAreServed) {
+    const Watchdog watchdog("a wait from before the start was not served");
+    Semaphore semaphore;
+    Monitor monitor;
+    Async posted([&] { return semaphore.Wait(kLong); });
+    ASSERT_TRUE(PendingBecomes(1));
+    Async runsOut([&] { return monitor.Wait(1); });
+    ASSERT_TRUE(PendingBecomes(2));
+    EXPECT_EQ(semaphore.Post(), VYX_OK);
+    EXPECT_EQ(VYX_Init(), VYX_OK);
+    EXPECT_EQ(posted.Result(), VYX_OK);
+    EXPECT_EQ(runsOut.Result(), VYX_ERROR);
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+}
+
+TEST(TimedWait, WithoutMemoryNothingIsRegistered) {
+    const Watchdog watchdog("a wait without a record waits");
+    Semaphore semaphore;
+    Monitor monitor;
+    monitor.Lock();
+    t_bNoMemory = true;
+    const int32_t iOnSemaphore = semaphore.Wait(kLong);
+    const int32_t iOnCondition = VYX_CondTimedWait(&monitor.cond, &monitor.mutex, kLong);
+    t_bNoMemory = false;
+    EXPECT_EQ(iOnSemaphore, VYX_ERROR);
+    EXPECT_EQ(iOnCondition, VYX_ERROR);
     EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U);
+    EXPECT_EQ(VYX_MutexUnlock(&monitor.mutex), VYX_OK);
+}
+
+void *WaitOnSemaphore(void *pSemaphore) {
+    return static_cast<Semaphore *>(pSemaphore)->Wait(kLong) == VYX_OK ? nullptr : pSemaphore;
+}
+
+void *WaitOnCondition(void *pMonitor) {
+    auto &monitor = *static_cast<Monitor *>(pMonitor);
+    struct Guard {
+        Monitor &monitor;
+        ~Guard() { monitor.Unlock(); }
+    };
+    monitor.Lock();
+    const Guard guard{monitor};
+    (void)VYX_CondTimedWait(&monitor.cond, &monitor.mutex, kLong);
+    return nullptr;
+}
+
+TEST(TimedWait, CancelledWaiterLeavesNothingRegistered) {
+    const Watchdog watchdog("a cancelled waiter does not end");
+    Monitor monitor;
+    pthread_t hThread = {};
+    ASSERT_EQ(pthread_create(&hThread, nullptr, WaitOnCondition, &monitor), 0);
+    ASSERT_TRUE(PendingBecomes(1));
+    EXPECT_EQ(pthread_cancel(hThread), 0);
+    void *pResult = nullptr;
+    EXPECT_EQ(pthread_join(hThread, &pResult), 0);
+    EXPECT_EQ(pResult, PTHREAD_CANCELED);
+    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U);
+    EXPECT_EQ(VYX_MutexTryLock(&monitor.mutex), VYX_OK) << "the cancelled thread could free its mutex";
+    monitor.Unlock();
+}
+
+// The cancellation comes about when the service takes a count on the waiter's behalf.
+TEST(TimedWait, CancelledWaiterTakesNoCount) {
+    const Watchdog watchdog("a cancelled waiter does not end");
+    Semaphore semaphore;
+    int nCancelled = 0;
+    for (int nRound = 0; nRound < 200; ++nRound) {
+        pthread_t hThread = {};
+        ASSERT_EQ(pthread_create(&hThread, nullptr, WaitOnSemaphore, &semaphore), 0);
+        ASSERT_TRUE(WaitUntil([] { return VYX_TimedWaitPending_Inter() == 1; }));
+        EXPECT_EQ(semaphore.Post(), VYX_OK);
+        std::thread service([&] { (void)VYX_TimedWaitPass_Inter(); });
+        EXPECT_EQ(pthread_cancel(hThread), 0);
+        void *pResult = nullptr;
+        EXPECT_EQ(pthread_join(hThread, &pResult), 0);
+        service.join();
+        const bool bCancelled = pResult == PTHREAD_CANCELED;
+        nCancelled += bCancelled ? 1 : 0;
+        ASSERT_EQ(semaphore.Drain(), bCancelled ? 1 : 0) << "in round " << nRound;
+        ASSERT_EQ(VYX_TimedWaitPending_Inter(), 0U);
+    }
+    RecordProperty("cancelled", nCancelled);
+}
+
+// A condition may go once its waiters have been woken, though they have not got their mutex back. It lies in
+// a page that is gone, so that the service cannot touch it unnoticed.
+TEST(TimedWait, ConditionMayGoAsSoonAsItsWaitersAreWoken) {
+    const Watchdog watchdog("destroying the condition does not end");
+    void *pPage =
+        mmap(nullptr, sizeof(VYX_COND_T), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pPage, MAP_FAILED);
+    auto *pCond = static_cast<VYX_COND_T *>(pPage);
+    ASSERT_EQ(VYX_CondCreate(pCond), 0);
+    Monitor monitor; // for its mutex
+    Async waiter([&] {
+        monitor.Lock();
+        const int32_t iResult = VYX_CondTimedWait(pCond, &monitor.mutex, 1);
+        monitor.Unlock();
+        return iResult;
+    });
+    ASSERT_TRUE(PendingBecomes(1));
+    monitor.Lock();
+    EXPECT_EQ(VYX_CondBroadCast(pCond), 0);
+    EXPECT_EQ(VYX_CondDestroy(pCond), 0);
+    EXPECT_EQ(munmap(pPage, sizeof(VYX_COND_T)), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the waiter's limit
+    for (int nPass = 0; nPass < 100; ++nPass)
+        (void)VYX_TimedWaitPass_Inter();
+    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 1U) << "the waiter still needs the mutex";
+    monitor.Unlock();
+    EXPECT_EQ(waiter.Result(), VYX_ERROR);
 }
 
 } // namespace

@@ -1,344 +1,289 @@
-// Bounded waits as an application sees them, with the service running.
-#include <atomic>
+// Bounded waits as an application sees them.
 #include <csignal>
-#include <cstdio>
-#include <fstream>
+#include <memory>
+#include <numeric>
 #include <random>
-#include <string>
-#include <sys/syscall.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <vyx/vyx.h>
+#include <sys/mman.h>
 
-#include "support/support.h"
+#include "sync/timed_wait_support.h"
+
+using support::Async;
+using support::kLong;
+using support::Monitor;
+using support::Semaphore;
+using support::TaskNamed;
+using support::WaitUntil;
+using support::Watchdog;
 
 namespace {
 
-using support::MillisecondsOf;
-using support::WaitUntil;
-
-constexpr uint32_t kLong = 600000; // milliseconds; a wait that is meant to be ended by something else
-
-// Ends the test at once: threads that are stuck for good cannot be joined.
-[[noreturn]] void Stuck(const char *szWhat) {
-    std::fprintf(stderr, "stuck: %s\n", szWhat);
-    std::_Exit(1);
-}
-
-// A mutex that knows its owner, and a condition.
-struct Meeting {
-    VYX_MUTEX_T hMutex;
-    VYX_COND_T hCond;
-    Meeting() {
-        EXPECT_EQ(VYX_MutexCreate(&hMutex, PTHREAD_MUTEX_ERRORCHECK), VYX_OK);
-        EXPECT_EQ(VYX_CondCreate(&hCond), 0);
-    }
-    ~Meeting() {
-        VYX_CondDestroy(&hCond);
-        VYX_MutexDestroy(&hMutex);
-    }
-    Meeting(const Meeting &) = delete;
-    Meeting &operator=(const Meeting &) = delete;
-};
-
-struct Semaphore {
-    VYX_SEM_T hSem = nullptr;
-    explicit Semaphore(uint32_t nInitial = 0) { EXPECT_EQ(VYX_SemCreate(&hSem, nInitial), VYX_OK); }
-    ~Semaphore() { VYX_SemDestroy(&hSem); }
-    Semaphore(const Semaphore &) = delete;
-    Semaphore &operator=(const Semaphore &) = delete;
-};
-
-class TimedWait : public testing::Test {
+class Started : public testing::Test {
   protected:
-    TimedWait() { EXPECT_EQ(VYX_Init(), VYX_OK); }
-    ~TimedWait() override { VYX_Fini(); }
+    Started() { EXPECT_EQ(VYX_Init(), VYX_OK); }
+    ~Started() override { EXPECT_EQ(VYX_Fini(), VYX_OK); }
 };
-using CondTimedWait = TimedWait;
+using SemTimedWait = Started;
+using CondTimedWait = Started;
+using TimedWait = Started;
 
-TEST_F(TimedWait, LimitIsReachedButNotCutShort) {
+// The clock that limits are counted on.
+template <class Call>
+VYX_TIME_T MicrosecondsOf(Call call) {
+    const VYX_TIME_T iStart = VYX_TimeNow();
+    call();
+    return VYX_TimeNow() - iStart;
+}
+
+VYX_TIME_T UpperBound(uint32_t nMilliseconds) {
+    return VYX_TIME_T{10000} * (nMilliseconds + 100) * support::TimeScale();
+}
+
+TEST_F(SemTimedWait, RunsOutButNeverEarly) {
     Semaphore semaphore;
-    Meeting meeting;
-    for (uint32_t nLimit : {1U, 20U, 50U}) {
-        const VYX_TIME_T iStart = VYX_TimeNow();
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, nLimit), VYX_ERROR);
-        EXPECT_GE(VYX_TimeNow() - iStart, nLimit * 1000);
-        VYX_MutexLock(&meeting.hMutex);
-        // Nobody signals, so an early return could only be one of the platform's rare spurious wake-ups.
-        const double dElapsed =
-            MillisecondsOf([&] { VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, nLimit); });
-        EXPECT_EQ(VYX_MutexUnlock(&meeting.hMutex), VYX_OK);
-        EXPECT_LT(dElapsed, 10.0 * nLimit + 2000 * support::TimeScale());
+    for (const uint32_t nLimit : {1U, 2U, 50U, 100U}) {
+        SCOPED_TRACE(nLimit);
+        int32_t iResult = 12345;
+        const VYX_TIME_T iTook = MicrosecondsOf([&] { iResult = semaphore.Wait(nLimit); });
+        EXPECT_EQ(iResult, VYX_ERROR);
+        EXPECT_GE(iTook, VYX_TIME_T{1000} * nLimit);
+        EXPECT_LT(iTook, UpperBound(nLimit));
     }
 }
 
-TEST_F(TimedWait, PostEndsTheWaitAndItsCountIsTaken) {
-    Semaphore semaphore(3);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 0), VYX_OK);
-    EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 0), VYX_ERROR);
-    for (uint32_t nLimit : {kLong, VYX_INFINITE}) {
-        std::thread waiter([&] { EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, nLimit), VYX_OK); });
-        EXPECT_EQ(VYX_SemPost(&semaphore.hSem), VYX_OK);
-        waiter.join();
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 0), VYX_ERROR) << "nothing is left over";
-    }
+TEST_F(SemTimedWait, PostedCountIsTakenOnce) {
+    Semaphore semaphore;
+    Async waiter([&] { return semaphore.Wait(kLong); });
+    const VYX_TIME_T iTook = MicrosecondsOf([&] {
+        EXPECT_EQ(semaphore.Post(), VYX_OK);
+        EXPECT_EQ(waiter.Result(), VYX_OK);
+    });
+    EXPECT_LT(iTook, UpperBound(0));
+    EXPECT_EQ(semaphore.Drain(), 0);
     EXPECT_EQ(VYX_SemTimedWait(nullptr, 5), VYX_ERROR);
+    VYX_SEM_T hEmpty = nullptr;
+    EXPECT_EQ(VYX_SemTimedWait(&hEmpty, 5), VYX_ERROR);
 }
 
-TEST_F(TimedWait, BoundedSemaphoreClass) {
-    VYX_Sema sema(1, 2);
-    EXPECT_EQ(sema.TimedWait(kLong), 0);
-    EXPECT_EQ(sema.TimedWait(5), -1);
-    EXPECT_EQ(sema.Post(), 0);
-    EXPECT_EQ(sema.Post(), 0) << "the bounded wait lowered the count";
-    EXPECT_EQ(sema.Post(), -1);
+TEST(NotStarted, ZeroAndInfiniteNeedNoService) {
+    const Watchdog watchdog("an unlimited wait depends on the service");
+    Semaphore semaphore(3);
+    for (const int32_t iExpected : {0, 0, 0, -1, -1})
+        EXPECT_EQ(semaphore.Wait(0), iExpected);
+    Async waiter([&] { return semaphore.Wait(VYX_INFINITE); });
+    EXPECT_EQ(semaphore.Post(), VYX_OK);
+    EXPECT_EQ(waiter.Result(), VYX_OK);
+
+    Monitor monitor;
+    monitor.Lock();
+    Async signaller([&] {
+        monitor.Lock(); // had when the other sleeps
+        const int32_t iResult = VYX_CondSignal(&monitor.cond);
+        monitor.Unlock();
+        return iResult;
+    });
+    EXPECT_EQ(VYX_CondTimedWait(&monitor.cond, &monitor.mutex, VYX_INFINITE), 0);
+    monitor.Unlock();
+    EXPECT_EQ(VYX_CondTimedWait(nullptr, &monitor.mutex, VYX_INFINITE), VYX_ERROR);
+    EXPECT_EQ(VYX_CondTimedWait(&monitor.cond, nullptr, VYX_INFINITE), VYX_ERROR);
+}
+
+void StormHandler(int /*nSignal*/) {}
+
+TEST_F(SemTimedWait, SignalStormDoesNotEndIt) {
+    struct sigaction action = {};
+    action.sa_handler = StormHandler; // without SA_RESTART
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    Semaphore semaphore;
+    VYX_TIME_T iTook = 0;
+    Async waiter([&] {
+        int32_t iResult = 12345;
+        iTook = MicrosecondsOf([&] { iResult = semaphore.Wait(100); });
+        return iResult == VYX_ERROR ? semaphore.Wait(kLong) : 12345;
+    });
+    const auto postAfter = support::Clock::now() + std::chrono::milliseconds(200);
+    for (bool bPosted = false; !waiter.Done(); std::this_thread::yield()) {
+        (void)pthread_kill(waiter.Handle(), SIGUSR1);
+        if (!bPosted && support::Clock::now() > postAfter)
+            bPosted = semaphore.Post() == VYX_OK;
+    }
+    EXPECT_EQ(waiter.Result(), VYX_OK);
+    EXPECT_GE(iTook, 100000);
 }
 
 TEST_F(CondTimedWait, AnswersErrorHoweverItEnds) {
-    Meeting meeting;
-    bool bReady = false;
-    bool bGo = false;
-    std::thread waiter([&] {
-        VYX_MutexLock(&meeting.hMutex);
-        bReady = true;
-        while (!bGo)
-            EXPECT_EQ(VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, kLong), VYX_ERROR);
-        EXPECT_EQ(VYX_MutexUnlock(&meeting.hMutex), VYX_OK) << "held again by the waiter";
-    });
-    for (bool bSeen = false; !bSeen; std::this_thread::yield()) {
-        VYX_MutexLock(&meeting.hMutex);
-        bSeen = bGo = bReady;
-        VYX_CondSignal(&meeting.hCond);
-        VYX_MutexUnlock(&meeting.hMutex);
+    const Watchdog watchdog("a bounded wait on a condition did not end");
+    Monitor monitor;
+    bool bFlag = false;
+    for (const uint32_t nLimit : {0U, 20U, kLong}) {
+        SCOPED_TRACE(nLimit);
+        const bool bSignalled = nLimit == kLong;
+        monitor.Lock();
+        Async signaller([&, bSignalled] {
+            if (!bSignalled)
+                return 0;
+            monitor.Lock();
+            bFlag = true;
+            monitor.Unlock();
+            return VYX_CondSignal(&monitor.cond);
+        });
+        int32_t iResult = 12345;
+        const VYX_TIME_T iTook =
+            MicrosecondsOf([&] { iResult = VYX_CondTimedWait(&monitor.cond, &monitor.mutex, nLimit); });
+        EXPECT_EQ(iResult, VYX_ERROR);
+        if (!bSignalled) {
+            EXPECT_GE(iTook, VYX_TIME_T{1000} * nLimit);
+        }
+        EXPECT_LT(iTook, UpperBound(bSignalled ? 0 : nLimit));
+        Async other([&] { return VYX_MutexTryLock(&monitor.mutex); });
+        EXPECT_EQ(other.Result(), VYX_ERROR) << "the mutex is held after the wait";
+        monitor.Unlock();
     }
-    waiter.join();
-    VYX_MutexLock(&meeting.hMutex);
-    EXPECT_EQ(VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, 5), VYX_ERROR);
-    EXPECT_EQ(VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, 0), VYX_ERROR);
-    EXPECT_EQ(VYX_MutexUnlock(&meeting.hMutex), VYX_OK);
-    EXPECT_EQ(VYX_CondTimedWait(nullptr, nullptr, VYX_INFINITE), -1);
+    EXPECT_TRUE(bFlag);
 }
 
-// The service holds its lock and wants a waiter's mutex, a waiter holds its mutex and wants the service's lock:
-// with a plain lock in the service this stops within a moment.
-TEST_F(CondTimedWait, WaitersAndServiceNeverBlockEachOther) {
-    Meeting meeting;
-    std::atomic<int> iRounds{0};
-    std::atomic<bool> bEnd{false};
-    std::vector<std::thread> waiters;
+TEST_F(TimedWait, ObjectCountsWhatItTakes) {
+    VYX_Sema sema(1, 1);
+    EXPECT_EQ(sema.Post(), VYX_ERROR) << "full";
+    EXPECT_EQ(sema.TimedWait(0), VYX_OK);
+    const VYX_TIME_T iTook = MicrosecondsOf([&] { EXPECT_EQ(sema.TimedWait(20), VYX_ERROR); });
+    EXPECT_GE(iTook, 20000);
+    Async waiter([&] { return sema.TimedWait(kLong); });
+    EXPECT_EQ(sema.Post(), VYX_OK);
+    EXPECT_EQ(waiter.Result(), VYX_OK);
+    EXPECT_EQ(sema.Post(), VYX_OK) << "the wait has made room again";
+    EXPECT_EQ(sema.Post(), VYX_ERROR);
+}
+
+// A waiter that has been woken holds its mutex and needs the registry; the service holds the registry and
+// needs the mutex of the next one.
+TEST_F(TimedWait, WaitersAndServiceNeverBlockEachOther) {
+    const Watchdog watchdog("the service and a waiter block each other");
+    Monitor monitor;
+    std::vector<std::unique_ptr<Async>> waiters;
     for (int i = 0; i < 4; ++i)
-        waiters.emplace_back([&] {
-            while (!bEnd) {
-                VYX_MutexLock(&meeting.hMutex);
-                VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, 2);
-                VYX_MutexUnlock(&meeting.hMutex);
-                ++iRounds;
-            }
-        });
-    std::thread signaller([&] {
-        while (!bEnd) {
-            VYX_CondSignal(&meeting.hCond);
-            VYX_USleep(500); // so that wake-ups and limits meet
+        waiters.push_back(std::make_unique<Async>([&] {
+            int nWrong = 0;
+            for (int nRound = 0; nRound < 100; ++nRound)
+                nWrong += monitor.Wait(5) == VYX_ERROR ? 0 : 1;
+            return nWrong;
+        }));
+    for (const auto &pWaiter : waiters)
+        EXPECT_EQ(pWaiter->Result(), 0);
+}
+
+// The first of them sleeps longest, and so gets the one signal that is meant for the second.
+TEST_F(TimedWait, TimeOutIsNotLostToAnotherWaiter) {
+    const Watchdog watchdog("a waiter whose time is out was never woken");
+    Monitor monitor;
+    bool bStop = false;
+    const auto patient = [&] {
+        monitor.Lock();
+        while (!bStop)
+            (void)VYX_CondTimedWait(&monitor.cond, &monitor.mutex, kLong);
+        monitor.Unlock();
+        return 0;
+    };
+    Async first(patient);
+    Async second(patient);
+    for (int nRound = 0; nRound < 30; ++nRound)
+        EXPECT_EQ(monitor.Wait(10), VYX_ERROR);
+    monitor.Lock();
+    bStop = true;
+    monitor.Unlock();
+    (void)VYX_CondBroadCast(&monitor.cond);
+}
+
+// The storage is unmapped at once, so that a late touch by the service ends the process.
+TEST_F(TimedWait, StorageMayGoAsSoonAsTheWaitHasEnded) {
+    const auto worker = [] {
+        for (int nRound = 0; nRound < 200; ++nRound) {
+            void *pPage =
+                mmap(nullptr, sizeof(Monitor), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            auto *pMonitor = new (pPage) Monitor;
+            (void)pMonitor->Wait(1);
+            pMonitor->~Monitor();
+            (void)munmap(pPage, sizeof(Monitor));
+            Semaphore semaphore;
+            (void)semaphore.Wait(1);
         }
-    });
-    const int kRounds = 4000 / support::TimeScale();
-    for (int iGoal = kRounds / 8; iGoal <= kRounds; iGoal += kRounds / 8)
-        if (!WaitUntil([&] { return iRounds >= iGoal; }))
-            Stuck("the service and a waiter wait for each other");
-    bEnd = true;
-    signaller.join();
-    for (std::thread &waiter : waiters)
-        waiter.join();
+        return 0;
+    };
+    Async first(worker);
+    Async second(worker);
+    EXPECT_EQ(first.Result(), 0);
+    EXPECT_EQ(second.Result(), 0);
 }
 
-// The one signal for the short limit goes to a waiter that was there first.
-TEST_F(CondTimedWait, ShortLimitBehindLongOnesIsKept) {
-    for (int iRound = 0; iRound < 5; ++iRound) {
-        Meeting meeting;
-        int iReady = 0;
-        bool bEnd = false;
-        std::vector<std::thread> longWaiters;
-        for (uint32_t nLimit : {kLong, VYX_INFINITE, kLong})
-            longWaiters.emplace_back([&, nLimit] {
-                VYX_MutexLock(&meeting.hMutex);
-                ++iReady;
-                while (!bEnd)
-                    VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, nLimit);
-                VYX_MutexUnlock(&meeting.hMutex);
-            });
-        const auto allAsleep = [&] {
-            VYX_MutexLock(&meeting.hMutex);
-            const bool bAll = iReady == 3;
-            VYX_MutexUnlock(&meeting.hMutex);
-            return bAll;
-        };
-        ASSERT_TRUE(WaitUntil(allAsleep));
-        std::atomic<bool> bBack{false};
-        std::thread shortWaiter([&] {
-            VYX_MutexLock(&meeting.hMutex);
-            VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, 20);
-            VYX_MutexUnlock(&meeting.hMutex);
-            bBack = true;
-        });
-        if (!WaitUntil([&] { return bBack.load(); }))
-            Stuck("a time-out was lost");
-        shortWaiter.join();
-        VYX_MutexLock(&meeting.hMutex);
-        bEnd = true;
-        VYX_CondBroadCast(&meeting.hCond);
-        VYX_MutexUnlock(&meeting.hMutex);
-        for (std::thread &waiter : longWaiters)
-            waiter.join();
-    }
-}
-
-// A mutex that is never seen free by somebody who only tries it.
-TEST_F(CondTimedWait, BusyMutexDelaysOnlyItsOwnWaiter) {
-    Meeting busy;
-    std::atomic<bool> bWaiting{false};
-    std::atomic<bool> bBack{false};
-    std::thread waiter([&] {
-        VYX_MutexLock(&busy.hMutex);
-        bWaiting = true;
-        VYX_CondTimedWait(&busy.hCond, &busy.hMutex, 1);
-        VYX_MutexUnlock(&busy.hMutex);
-        bBack = true;
-    });
-    ASSERT_TRUE(WaitUntil([&] { return bWaiting.load(); }));
-    VYX_MutexLock(&busy.hMutex); // the waiter is asleep now, or back already
-    Semaphore semaphore;
-    for (int i = 0; i < 20; ++i)
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 1), VYX_ERROR) << "others are served meanwhile";
-    VYX_MutexUnlock(&busy.hMutex);
-    if (!WaitUntil([&] { return bBack.load(); }))
-        Stuck("a waiter whose mutex was busy");
-    waiter.join();
-}
-
-void CountSignal(int /*iSignal*/) {}
-
-TEST_F(TimedWait, SignalsDoNotEndABoundedWait) {
-    struct sigaction action = {};
-    action.sa_handler = CountSignal; // without SA_RESTART
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-    Semaphore semaphore;
-    std::atomic<bool> bBack{false};
-    std::thread waiter([&] {
-        const VYX_TIME_T iStart = VYX_TimeNow();
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 100), VYX_ERROR);
-        EXPECT_GE(VYX_TimeNow() - iStart, 100000);
-        bBack = true;
-    });
-    while (!bBack) {
-        pthread_kill(waiter.native_handle(), SIGUSR1);
-        kill(getpid(), SIGUSR1); // to any thread that lets it through
-        std::this_thread::yield();
-    }
-    waiter.join();
-}
-
-// What the kernel says of this process's threads: the blocked signals of the one with that name, or "".
-std::string BlockedSignalsOf(const std::string &name) {
-    std::string blocked;
-    DIR *pDir = opendir("/proc/self/task");
-    while (const dirent *pEntry = readdir(pDir)) {
-        const std::string base = std::string("/proc/self/task/") + pEntry->d_name;
-        std::string comm;
-        std::getline(std::ifstream(base + "/comm") >> std::ws, comm);
-        std::ifstream status(base + "/status");
-        for (std::string line; comm == name && std::getline(status, line);)
-            if (line.rfind("SigBlk:", 0) == 0)
-                blocked = line.substr(line.find_last_of("\t ") + 1);
-    }
-    closedir(pDir);
-    return blocked;
-}
-
-TEST(Service, ThreadHasANameBlocksSignalsAndGoesWithTheLibrary) {
-    EXPECT_EQ(BlockedSignalsOf("timer_svc"), "");
-    ASSERT_EQ(VYX_Init(), VYX_OK);
-    ASSERT_TRUE(WaitUntil([] { return !BlockedSignalsOf("timer_svc").empty(); }));
-    const uint64_t nBlocked = std::stoull(BlockedSignalsOf("timer_svc"), nullptr, 16);
-    for (int iSignal = 1; iSignal < 32; ++iSignal) {
-        if (iSignal != SIGKILL && iSignal != SIGSTOP) { // the kernel keeps these two open
-            EXPECT_NE(nBlocked & (uint64_t{1} << (iSignal - 1)), 0U) << iSignal;
-        }
-    }
-    sigset_t setOwn;
-    ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &setOwn), 0);
-    EXPECT_EQ(sigismember(&setOwn, SIGTERM), 0) << "the caller's own mask is as before";
-    VYX_Fini();
-    EXPECT_EQ(BlockedSignalsOf("timer_svc"), "");
-}
-
-TEST(Stop, WakesWaitersEvenIfTheStopperHoldsTheirMutex) {
-    for (bool bHold : {false, true}) {
+TEST(Service, IsThereWhileStartedAndBlocksAllSignals) {
+    EXPECT_EQ(TaskNamed("timer_svc"), "");
+    for (int nRound = 0; nRound < 3; ++nRound) {
         ASSERT_EQ(VYX_Init(), VYX_OK);
-        Semaphore semaphore;
-        Meeting meeting;
-        std::atomic<int> iWaiting{0};
-        std::atomic<int> iBack{0};
-        std::vector<std::thread> waiters;
-        for (int i = 0; i < 3; ++i) {
-            waiters.emplace_back([&] {
-                ++iWaiting;
-                EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, kLong), VYX_ERROR);
-                ++iBack;
-            });
-            waiters.emplace_back([&] {
-                VYX_MutexLock(&meeting.hMutex);
-                ++iWaiting;
-                VYX_CondTimedWait(&meeting.hCond, &meeting.hMutex, kLong);
-                VYX_MutexUnlock(&meeting.hMutex);
-                ++iBack;
-            });
+        ASSERT_TRUE(WaitUntil([] { return !TaskNamed("timer_svc").empty(); }));
+        const uint64_t nBlocked =
+            std::stoull(support::StatusOf(TaskNamed("timer_svc"), "SigBlk"), nullptr, 16);
+        for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
+            const bool bBlockable =
+                nSignal != SIGKILL && nSignal != SIGSTOP && (nSignal < 32 || nSignal >= SIGRTMIN);
+            EXPECT_TRUE(!bBlockable || (nBlocked >> (nSignal - 1) & 1) != 0) << nSignal;
         }
-        ASSERT_TRUE(WaitUntil([&] { return iWaiting == 6; }));
-        // No public call tells when a semaphore wait has been registered; a bounded wait of our own that
-        // began later has certainly been scanned together with theirs once it has ended.
-        std::this_thread::yield();
-        EXPECT_EQ(VYX_SemTimedWait(&semaphore.hSem, 200), VYX_ERROR);
-        if (bHold)
-            VYX_MutexLock(&meeting.hMutex);
-        VYX_Fini();
-        if (bHold)
-            VYX_MutexUnlock(&meeting.hMutex);
-        if (!WaitUntil([&] { return iBack == 6; }))
-            Stuck("a pending wait outlived the library");
-        for (std::thread &waiter : waiters)
-            waiter.join();
+        EXPECT_EQ(VYX_Fini(), VYX_OK);
+        EXPECT_TRUE(WaitUntil([] { return TaskNamed("timer_svc").empty(); }));
     }
 }
 
-// What goes in comes out: counts taken plus counts left equal counts posted, whatever the limits.
-TEST_F(TimedWait, NoCountIsLostOrDoubled) {
-    Semaphore semaphores[4];
-    std::atomic<int> iPosted{0};
-    std::atomic<int> iTaken{0};
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < 16; ++i)
-        threads.emplace_back([&, i] {
-            std::mt19937 random(i);
-            for (int k = 0; k < 300; ++k) {
-                VYX_SEM_T &hSem = semaphores[random() % 4].hSem;
-                if (random() % 2 == 0) {
-                    iPosted += VYX_SemPost(&hSem) == VYX_OK ? 1 : 0;
-                } else {
-                    iTaken += VYX_SemTimedWait(&hSem, static_cast<uint32_t>(random() % 4)) == VYX_OK ? 1 : 0;
+TEST_F(TimedWait, ServiceSleepsWhileNothingIsPending) {
+    Semaphore semaphore;
+    EXPECT_EQ(semaphore.Wait(1), VYX_ERROR); // wakes it once
+    const std::string strTask = TaskNamed("timer_svc");
+    const auto wakeUps = [&] { return support::StatusOf(strTask, "voluntary_ctxt_switches"); };
+    ASSERT_FALSE(wakeUps().empty());
+    EXPECT_TRUE(WaitUntil([&] {
+        const std::string strBefore = wakeUps();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // a scan every 0.1 ms would show
+        return wakeUps() == strBefore;
+    }));
+}
+
+// What was posted and not taken is left, and nothing else is.
+TEST(Counts, AreNeitherLostNorMadeNorLeaked) {
+    const auto mappings = [] {
+        std::ifstream maps("/proc/self/maps");
+        int nFound = 0;
+        for (std::string strLine; std::getline(maps, strLine);)
+            nFound += strLine.find("vyx_named_semaphore") != std::string::npos ? 1 : 0;
+        return nFound;
+    };
+    EXPECT_EQ(Async([] { return 0; }).Result(), 0); // a sanitizer starts its own thread with the first one
+    const size_t nThreads = support::Entries("/proc/self/task").size();
+    const size_t nDescriptors = support::Entries("/proc/self/fd").size();
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    {
+        Semaphore semaphores[4];
+        std::vector<std::unique_ptr<Async>> workers;
+        for (unsigned nSeed = 0; nSeed < 64; ++nSeed)
+            workers.push_back(std::make_unique<Async>([&semaphores, nSeed] {
+                std::minstd_rand random(nSeed + 1);
+                int nBalance = 0;
+                for (int nRound = 0; nRound < 60; ++nRound) {
+                    if (random() % 2 == 0)
+                        nBalance += semaphores[random() % 4].Post() == VYX_OK ? 1 : 0;
+                    nBalance -= semaphores[random() % 4].Wait(random() % 4) == VYX_OK ? 1 : 0;
                 }
-            }
-        });
-    for (std::thread &thread : threads)
-        thread.join();
-    for (Semaphore &semaphore : semaphores)
-        while (VYX_SemTimedWait(&semaphore.hSem, 0) == VYX_OK)
-            ++iTaken;
-    EXPECT_EQ(iTaken, iPosted);
+                return nBalance;
+            }));
+        int nLeft = 0;
+        for (const auto &pWorker : workers)
+            nLeft += pWorker->Result();
+        EXPECT_EQ(std::accumulate(std::begin(semaphores), std::end(semaphores), 0,
+                                  [](int nSum, Semaphore &semaphore) { return nSum + semaphore.Drain(); }),
+                  nLeft);
+    }
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+    EXPECT_TRUE(WaitUntil([&] { return support::Entries("/proc/self/task").size() == nThreads; }));
+    EXPECT_EQ(support::Entries("/proc/self/fd").size(), nDescriptors);
+    EXPECT_EQ(mappings(), 0);
 }
 
 } // namespace

@@ -1,0 +1,8 @@
+// The path of the running program, on Darwin.
+#include <mach-o/dyld.h>
+
+#include "sys/file_inter.h"
+
+int32_t VYX_ExecutablePath_Inter(char *szBuf, uint32_t nSize) {
+    return _NSGetExecutablePath(szBuf, &nSize) == 0 ? VYX_OK : VYX_ERROR;
+}

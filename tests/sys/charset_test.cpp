@@ -1,0 +1,66 @@
+// Conversion between EUC-CN and UTF-8.
+#include <string>
+
+#include <gtest/gtest.h>
+#include <vyx/sys.h>
+
+namespace {
+
+TEST(Charset, TextBothWays) {
+    const struct {
+        const char *szEuc;
+        const char *szUtf8;
+    } kTable[] = {
+        {"", ""},
+        {"plain ASCII 0..9\t\r\n~\x7F", "plain ASCII 0..9\t\r\n~\x7F"},
+        {"\xD6\xD0\xCE\xC4", "\xE4\xB8\xAD\xE6\x96\x87"}, // "Chinese text"
+        {"a\xB0\xA1"
+         "b\xF7\xFE",
+         "a\xE5\x95\x8A"
+         "b\xE9\xBD\x84"},                                // the first and the last ideograph
+        {"\xA1\xA1\xA3\xB0", "\xE3\x80\x80\xEF\xBC\x90"}, // ideographic blank, full-width zero
+        {"\xA6\xC1", "\xCE\xB1"},                         // alpha: two bytes both ways
+    };
+    for (const auto &row : kTable) {
+        EXPECT_EQ(VYX_A2UTF8(row.szEuc), row.szUtf8);
+        EXPECT_EQ(VYX_UTF82A(row.szUtf8), row.szEuc);
+    }
+    EXPECT_EQ(VYX_A2UTF8(nullptr), "");
+    EXPECT_EQ(VYX_UTF82A(nullptr), "");
+}
+
+TEST(Charset, InvalidOrIncompleteInputGivesAnEmptyText) {
+    for (const char *szEuc : {"abc\xD6", "\xD6", "\xFF\xFF", "ok \x80 ok", "\xD6 ", "\xD6\x7F", "\xFE\xFE"})
+        EXPECT_EQ(VYX_A2UTF8(szEuc), "") << szEuc;
+    for (const char *szUtf8 : {"abc\xE4\xB8", "\xE4", "\xB8\xAD", "\xC0\x80", "\xED\xA0\x80", "\xFF",
+                               "\xF0\x9F\x98\x80" /* an emoji: not in the set */,
+                               "\xE4\xB8\xAD\xE2\x82\xAC" /* the euro sign: not in the set */})
+        EXPECT_EQ(VYX_UTF82A(szUtf8), "") << szUtf8;
+}
+
+TEST(Charset, EveryCharacterComesBack) {
+    int nCharacters = 0;
+    for (int iLead = 0xA1; iLead <= 0xFE; ++iLead)
+        for (int iTrail = 0xA1; iTrail <= 0xFE; ++iTrail) {
+            const std::string euc = {static_cast<char>(iLead), static_cast<char>(iTrail)};
+            const std::string utf8 = VYX_A2UTF8(euc.c_str());
+            if (utf8.empty())
+                continue;
+            ++nCharacters;
+            ASSERT_EQ(VYX_UTF82A(utf8.c_str()), euc);
+        }
+    EXPECT_EQ(nCharacters, 7445) << "682 signs and 6763 ideographs";
+}
+
+TEST(Charset, LongText) {
+    std::string euc, utf8;
+    for (int i = 0; i < 100000; ++i) {
+        euc += "\xD6\xD0";
+        utf8 += "\xE4\xB8\xAD";
+    }
+    EXPECT_TRUE(VYX_A2UTF8(euc.c_str()) == utf8);
+    EXPECT_TRUE(VYX_UTF82A(utf8.c_str()) == euc);
+    EXPECT_EQ(VYX_A2UTF8((euc + "\xD6").c_str()), "") << "one bad character at the end spoils all";
+}
+
+} // namespace

@@ -1,0 +1,362 @@
+// Files: translation of flags and permissions, the calls on one file, and copying.
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <vyx/sys.h>
+
+#include "support/support.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using support::ReadFile;
+using support::WriteFile;
+
+constexpr uint32_t kNew = VYX_OPEN_READ | VYX_OPEN_WRITE | VYX_OPEN_CREATE;
+
+mode_t ModeOf(const std::string &path) {
+    struct stat status = {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777;
+}
+
+// Bytes that repeat nowhere near.
+std::string Bytes(size_t nLength) {
+    std::string text(nLength, 0);
+    uint32_t nState = 1;
+    for (char &c : text)
+        c = static_cast<char>((nState = nState * 1664525U + 1013904223U) >> 24);
+    return text;
+}
+
+TEST(FileMapping, FlagsToPlatformFlags) {
+    const struct {
+        uint32_t nFlags;
+        int32_t iExpected;
+    } cases[] = {
+        {0, -1},
+        {VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE, -1},
+        {VYX_OPEN_READ, O_RDONLY},
+        {VYX_OPEN_WRITE, O_WRONLY},
+        {0x03, O_RDWR},
+        {0x05, O_RDONLY | O_CREAT},
+        {0x46, O_WRONLY | O_CREAT | O_EXCL},
+        {0x43, O_RDWR},
+        {0x0A, O_WRONLY | O_APPEND},
+        {0x12, O_WRONLY | O_TRUNC},
+        {0xFFFFFFA1, O_RDONLY},
+        {0xFFFFFFFF, O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_TRUNC},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(VYX_GetOFlagByFlag(c.nFlags), c.iExpected) << std::hex << c.nFlags;
+}
+
+TEST(FileMapping, ModeByPerm) {
+    const struct {
+        uint32_t nPerm;
+        uint32_t nMode;
+    } cases[] = {
+        {0, 0},         {0x1777, 0400},  {0xFFFFFFFF, 0400}, {0x6000, 0300},  {0x4000, 0100},
+        {0x2000, 0200}, {0x8000, 04000}, {0x0400, 0400},     {0x0200, 0200},  {0x0100, 0100},
+        {0x0040, 040},  {0x0020, 020},   {0x0010, 010},      {0x0004, 04},    {0x0002, 02},
+        {0x0001, 01},   {0x0888, 0},     {0xFFFF0000, 0},    {0xEFFF, 04777},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(VYX_GetModeByPerm(c.nPerm), c.nMode) << std::hex << c.nPerm;
+}
+
+TEST(FileMapping, PermByModeAndBack) {
+    EXPECT_EQ(VYX_GetPermByMode(02755), 0x4755U);
+    EXPECT_EQ(VYX_GetPermByMode(04000), 0x8000U);
+    EXPECT_EQ(VYX_GetPermByMode(0xFFFFFFFF), 0xC777U);
+    EXPECT_EQ(VYX_GetPermByMode(01000 | S_IFDIR), 0U);
+    EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(02000)), 0100)
+        << "set-group-id becomes a right of the owner";
+    for (uint32_t nMode = 0; nMode <= 0777; ++nMode) {
+        EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(nMode)), nMode);
+        EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(nMode | 04000)), nMode | 04000);
+    }
+}
+
+TEST(File, PermissionsUnderAnyMask) {
+    const support::TempDir dir;
+    const struct {
+        mode_t nMask;
+        uint32_t nPerm;
+        mode_t nExpected;
+    } cases[] = {
+        {0, 0x0777, 0777}, {022, 0x0777, 0755}, {077, 0x2444, 0600}, {0777, 0x0777, 0}, {0, 0x1777, 0400}};
+    for (const auto &c : cases) {
+        const std::string path = dir / std::to_string(c.nMask * 65536 + c.nPerm);
+        umask(c.nMask);
+        const VYX_FILE_T hFile = VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, c.nPerm);
+        EXPECT_EQ(VYX_CloseFile(hFile), VYX_OK);
+        EXPECT_EQ(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, c.nPerm), VYX_INVALID_FILE);
+        EXPECT_EQ(errno, EEXIST);
+        EXPECT_EQ(ModeOf(path), c.nExpected);
+    }
+    umask(022);
+    EXPECT_EQ(VYX_OpenFile((dir / "x").c_str(), VYX_OPEN_CREATE, 0x0777), VYX_INVALID_FILE);
+    EXPECT_EQ(VYX_AccessFile((dir / "x").c_str(), F_OK), VYX_ERROR) << "nothing was made";
+}
+
+TEST(File, WriteSeekReadBeyondFourGiB) {
+    const support::TempDir dir;
+    const VYX_FILE_T hFile = VYX_OpenFile((dir / "f").c_str(), kNew, 0x0600);
+    const int64_t iFar = (int64_t{5} << 30) + 7;
+    int64_t iPosition = 0;
+    int32_t iCount = 0;
+    char szText[8] = "";
+    VYX_FINFO_T info = {};
+    EXPECT_EQ(VYX_FileSeek(hFile, iFar, SEEK_SET, &iPosition), VYX_OK);
+    EXPECT_EQ(iPosition, iFar);
+    EXPECT_EQ(VYX_WriteFile(hFile, "abc", 3, &iCount), VYX_OK);
+    EXPECT_EQ(iCount, 3);
+    EXPECT_EQ(VYX_FileFlush(hFile), VYX_OK);
+    EXPECT_EQ(VYX_FileStat(hFile, &info), VYX_OK);
+    EXPECT_EQ(info.size, iFar + 3);
+    EXPECT_EQ(VYX_FileSeek(hFile, -2, SEEK_END, nullptr), VYX_OK);
+    EXPECT_EQ(VYX_FileSeek(hFile, 1, SEEK_CUR, &iPosition), VYX_OK);
+    EXPECT_EQ(iPosition, iFar + 2);
+    EXPECT_EQ(VYX_ReadFile(hFile, szText, 8, nullptr), VYX_OK);
+    EXPECT_STREQ(szText, "c");
+    EXPECT_EQ(VYX_ReadFile(hFile, szText, 8, &iCount), VYX_OK) << "the end is no failure";
+    EXPECT_EQ(iCount, 0);
+    EXPECT_EQ(VYX_CloseFile(hFile), VYX_OK);
+}
+
+TEST(File, CountIsStoredAfterFailure) {
+    int aPipe[2];
+    ASSERT_EQ(pipe(aPipe), 0);
+    int32_t iCount = 5;
+    char c = 0;
+    EXPECT_EQ(VYX_ReadFile(aPipe[1], &c, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(iCount, -1);
+    iCount = 5;
+    EXPECT_EQ(VYX_WriteFile(aPipe[0], &c, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(iCount, -1);
+    testing::internal::CaptureStdout();
+    int64_t iPosition = 5;
+    EXPECT_EQ(VYX_FileSeek(aPipe[0], 0, SEEK_SET, &iPosition), VYX_ERROR);
+    EXPECT_EQ(errno, ESPIPE);
+    EXPECT_EQ(iPosition, -1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "last error = " + std::to_string(ESPIPE) + "\n");
+    EXPECT_EQ(VYX_CloseFile(aPipe[0]), VYX_OK);
+    EXPECT_EQ(VYX_CloseFile(aPipe[1]), VYX_OK);
+}
+
+TEST(File, NullAndInvalid) {
+    int32_t iCount = 5;
+    char c = 0;
+    VYX_FINFO_T info = {};
+    EXPECT_EQ(VYX_OpenFile(nullptr, VYX_OPEN_READ, 0), VYX_INVALID_FILE);
+    EXPECT_EQ(VYX_CloseFile(VYX_INVALID_FILE), VYX_ERROR);
+    EXPECT_EQ(VYX_DeleteFile(nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_ReadFile(0, nullptr, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(VYX_ReadFile(VYX_INVALID_FILE, &c, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(VYX_WriteFile(1, nullptr, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(VYX_WriteFile(VYX_INVALID_FILE, &c, 1, &iCount), VYX_ERROR);
+    EXPECT_EQ(iCount, 5) << "nothing was done that could be counted";
+    EXPECT_EQ(VYX_FileStat(0, nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_FileStat(VYX_INVALID_FILE, &info), VYX_ERROR);
+    EXPECT_EQ(VYX_FileFlush(VYX_INVALID_FILE), VYX_ERROR);
+    EXPECT_EQ(VYX_AccessFile(nullptr, 0), VYX_ERROR);
+    EXPECT_EQ(VYX_RenameFile(nullptr, "x"), VYX_ERROR);
+    EXPECT_EQ(VYX_RenameFile("x", nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_CopyFile(nullptr, "x", 0), VYX_ERROR);
+    EXPECT_EQ(VYX_CopyFile("x", nullptr, 0), VYX_ERROR);
+    EXPECT_EQ(VYX_FileIsEOF(VYX_INVALID_FILE), 1);
+    EXPECT_EQ(VYX_FileIsEOF(0), 1);
+}
+
+TEST(File, SignalEndsAWaitOnce) {
+    int aPipe[2];
+    ASSERT_EQ(pipe(aPipe), 0);
+    struct sigaction action = {};
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    std::atomic<bool> bDone{false};
+    std::thread reader([&] {
+        char c = 0;
+        int32_t iCount = 0;
+        EXPECT_EQ(VYX_ReadFile(aPipe[0], &c, 1, &iCount), VYX_ERROR);
+        EXPECT_EQ(errno, EINTR);
+        EXPECT_EQ(iCount, -1);
+        bDone = true;
+    });
+    EXPECT_TRUE(support::WaitUntil([&] {
+        (void)pthread_kill(reader.native_handle(), SIGUSR1); // again, as the first may come before the read
+        return bDone.load();
+    }));
+    reader.join();
+    close(aPipe[0]);
+    close(aPipe[1]);
+}
+
+class FileCopy : public testing::Test {
+  protected:
+    int32_t Copy(int32_t bFailIfExists = 0) {
+        const long nBefore = support::OpenDescriptors();
+        const int32_t iResult = VYX_CopyFile(m_source.c_str(), m_target.c_str(), bFailIfExists);
+        const int iError = errno;
+        EXPECT_EQ(support::OpenDescriptors(), nBefore);
+        errno = iError;
+        return iResult;
+    }
+    support::TempDir m_dir;
+    std::string m_source = m_dir / "source";
+    std::string m_target = m_dir / "target";
+};
+
+TEST_F(FileCopy, ContentOfEachSizeWithinAndAcrossFileSystems) {
+    const support::TempDir other(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : testing::TempDir());
+    for (const size_t nSize : {1U, 4095U, 4096U, 4097U, 262145U, 3000000U}) {
+        const std::string text = Bytes(nSize);
+        for (const std::string &source : {m_source, other / "source"}) {
+            m_source = source;
+            WriteFile(m_source, text);
+            EXPECT_EQ(Copy(), 1) << m_source << " of " << nSize;
+            EXPECT_TRUE(ReadFile(m_target) == text) << m_source << " of " << nSize;
+        }
+        m_source = m_dir / "source";
+    }
+}
+
+TEST_F(FileCopy, GapsBeyondFourGiB) {
+    const int64_t iSize = (int64_t{5} << 30) + 3;
+    const int64_t aMarks[] = {0, (int64_t{4} << 30) - 1, (int64_t{4} << 30) + 4096};
+    const int iFd = open(m_source.c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(ftruncate(iFd, iSize), 0);
+    for (const int64_t iMark : aMarks)
+        ASSERT_EQ(pwrite(iFd, &iMark, sizeof iMark, iMark), 8);
+    close(iFd);
+    ASSERT_EQ(Copy(), 1);
+    const int iCopy = open(m_target.c_str(), O_RDONLY);
+    struct stat status = {};
+    EXPECT_EQ(fstat(iCopy, &status), 0);
+    EXPECT_EQ(status.st_size, iSize);
+    EXPECT_LT(status.st_blocks, 1 << 20) << "512 MiB: gaps stay gaps";
+    for (const int64_t iMark : aMarks) {
+        int64_t iFound[2] = {-1, -1};
+        EXPECT_EQ(pread(iCopy, iFound, sizeof iFound, iMark), 16);
+        EXPECT_EQ(iFound[0], iMark);
+        EXPECT_EQ(iFound[1], 0);
+    }
+    close(iCopy);
+}
+
+TEST_F(FileCopy, EmptyFileFails) {
+    WriteFile(m_source, "");
+    WriteFile(m_target, "old");
+    EXPECT_EQ(Copy(), VYX_ERROR);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(ReadFile(m_target), "") << "emptied before it failed";
+    ASSERT_EQ(access(m_target.c_str(), F_OK), 0);
+}
+
+TEST_F(FileCopy, ExistingTarget) {
+    WriteFile(m_source, "new");
+    WriteFile(m_target, "longer and older");
+    ASSERT_EQ(chmod(m_target.c_str(), 0640), 0);
+    EXPECT_EQ(Copy(1), VYX_ERROR);
+    EXPECT_EQ(ReadFile(m_target), "longer and older");
+    EXPECT_EQ(Copy(0), 1);
+    EXPECT_EQ(ReadFile(m_target), "new");
+    EXPECT_EQ(ModeOf(m_target), 0640U) << "an existing file keeps its permissions";
+}
+
+TEST_F(FileCopy, NewTargetHasTheSourcesModeLessTheMask) {
+    WriteFile(m_source, "text");
+    for (const mode_t nMask : {0U, 027U}) {
+        ASSERT_EQ(chmod(m_source.c_str(), 0575), 0);
+        umask(nMask);
+        (void)unlink(m_target.c_str());
+        EXPECT_EQ(Copy(1), 1);
+        EXPECT_EQ(ModeOf(m_target), 0575 & ~nMask);
+    }
+}
+
+TEST_F(FileCopy, OntoItselfIsRefused) {
+    WriteFile(m_source, "the only copy");
+    ASSERT_EQ(link(m_source.c_str(), (m_dir / "hard").c_str()), 0);
+    ASSERT_EQ(symlink("source", (m_dir / "soft").c_str()), 0);
+    for (const char *szName : {"source", "hard", "soft", "./source"}) {
+        m_target = m_dir / szName;
+        EXPECT_EQ(Copy(), VYX_ERROR) << szName;
+        EXPECT_EQ(ReadFile(m_source), "the only copy") << szName;
+    }
+}
+
+TEST_F(FileCopy, WhatCannotBeCopied) {
+    EXPECT_EQ(Copy(), VYX_ERROR);
+    EXPECT_NE(access(m_target.c_str(), F_OK), 0) << "no source, no target";
+    m_source = m_dir.Path();
+    EXPECT_EQ(Copy(), VYX_ERROR) << "a directory";
+    m_source = m_dir / "source";
+    WriteFile(m_source, "text");
+    for (const char *szTarget : {"/dev/null", "/dev/full", "/"}) {
+        m_target = szTarget;
+        EXPECT_EQ(Copy(), VYX_ERROR) << szTarget;
+    }
+}
+
+TEST_F(FileCopy, NoRoomForTheTarget) {
+    WriteFile(m_source, Bytes(100000));
+    const rlimit limit = {50000, 50000};
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    EXPECT_EQ(Copy(), VYX_ERROR);
+    EXPECT_EQ(errno, EFBIG);
+}
+
+TEST_F(FileCopy, SourceThatIsShorterThanItSaid) {
+    m_source = "/sys/devices/system/cpu/online"; // says 4096 bytes and has a few
+    if (access(m_source.c_str(), R_OK) != 0)
+        GTEST_SKIP() << "there is no " << m_source;
+    EXPECT_EQ(Copy(), VYX_ERROR);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(ReadFile(m_target).size(), 4096U);
+}
+
+TEST_F(FileCopy, SourceThatIsCutShortMeanwhile) {
+    const std::string text = Bytes(size_t{8} << 20);
+    WriteFile(m_source, text);
+    std::atomic<bool> bStop{false};
+    std::thread cutter([&] {
+        while (!bStop) {
+            EXPECT_EQ(truncate(m_source.c_str(), 100), 0);
+            EXPECT_EQ(truncate(m_source.c_str(), static_cast<off_t>(text.size())), 0);
+        }
+    });
+    for (int i = 0; i < 100; ++i)
+        EXPECT_TRUE(VYX_CopyFile(m_source.c_str(), m_target.c_str(), 0) == 1 || errno == EIO) << errno;
+    bStop = true;
+    cutter.join();
+    EXPECT_EQ(ReadFile(m_target).substr(0, 100), text.substr(0, 100));
+}
+
+TEST(ExePath, RoomForThePathAndItsZero) {
+    char szPath[1024];
+    ASSERT_EQ(VYX_GetCurExePath(szPath, sizeof szPath), VYX_OK);
+    const std::string path = szPath;
+    EXPECT_TRUE(std::filesystem::equivalent(path, "/proc/self/exe"));
+    EXPECT_EQ(path, std::filesystem::canonical(path).string());
+    szPath[0] = '?';
+    EXPECT_EQ(VYX_GetCurExePath(szPath, static_cast<uint32_t>(path.size())), VYX_ERROR);
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(szPath[0], '?');
+    EXPECT_EQ(VYX_GetCurExePath(szPath, static_cast<uint32_t>(path.size()) + 1), VYX_OK);
+    EXPECT_EQ(szPath, path);
+    EXPECT_EQ(VYX_GetCurExePath(nullptr, 1024), VYX_ERROR);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+} // namespace
