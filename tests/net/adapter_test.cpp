@@ -298,15 +298,14 @@ TEST_F(Namespace, ListsWhatIsUpAndRunning) {
                     "addr add 10.9.0.1 peer 10.9.0.2/31 dev b0\n",
         [] {
             const std::string head = " type " + std::to_string(ARPHRD_ETHER) + " mac ";
-            ExpectAdapters(
-                {"a0" + head +
-                     "02:11:22:33:44:55 10.1.2.3/255.255.255.0 172.16.0.1/255.240.0.0 "
-                     "192.0.2.1/255.255.255.255 10.1.2.4/255.255.255.0 "
-                     "fd00::6/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff 2001:db8::5/ffff:ffff:ffff:fff8::",
-                 "b0" + head + "02:aa:bb:cc:dd:ee 10.9.0.1/255.255.255.254",
-                 "lo type " + std::to_string(ARPHRD_LOOPBACK) +
-                     " mac 00:00:00:00:00:00 127.0.0.1/255.0.0.0 "
-                     "::1/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"});
+            ExpectAdapters({"a0" + head +
+                                "02:11:22:33:44:55 10.1.2.3/255.255.255.0 172.16.0.1/255.240.0.0 "
+                                "192.0.2.1/255.255.255.255 10.1.2.4/255.255.255.0 "
+                                "2001:db8::5/ffff:ffff:ffff:fff8::",
+                            "b0" + head + "02:aa:bb:cc:dd:ee 10.9.0.1/255.255.255.254",
+                            "lo type " + std::to_string(ARPHRD_LOOPBACK) +
+                                " mac 00:00:00:00:00:00 127.0.0.1/255.0.0.0 "
+                                "::1/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"});
             EXPECT_TRUE(Ip("link set a0 down\nlink set lo down\n")); // takes b0's carrier, too
             ExpectAdapters({});
             VYX_ADAPTER_INFO *pList = kUntouched;
