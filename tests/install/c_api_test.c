@@ -477,7 +477,7 @@ static void NamesAndAdapters(void) {
     char szName[256];
     uint8_t address[8];
     uint32_t nLength = 0;
-    VYX_ADDRESS_INFO_T hints = {.iFlags = AI_NUMERICHOST, .iSockType = SOCK_STREAM};
+    VYX_ADDRESS_INFO_T hints = {.iFamily = AF_INET, .iSockType = SOCK_STREAM};
     VYX_ADDRESS_INFO_T *pNames = NULL;
     VYX_ADAPTER_INFO *pAdapters = NULL;
     CHECK(VYX_GetHostName(szName, sizeof szName) == 0 && strlen(szName) < sizeof szName);
