@@ -1,6 +1,6 @@
-// Routing messages from anywhere. The first byte chooses the byte order and whether the rest is the buffer as it is,
-// or pieces, each a type, a length, flags, an index and what follows the header, of which messages with true lengths
-// are made: few inputs would have those otherwise.
+// Routing messages from anywhere. The first byte chooses the byte order and whether the rest is the buffer as
+// it is, or pieces, each a type, a length, flags, an index and what follows the header, of which messages
+// with true lengths are made: few inputs would have those otherwise.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>

@@ -328,8 +328,8 @@ VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
  * Result:  0; -1 if there is no answer, memory is short or ppList is null. The platform's code is not passed on.
  * Threads: any number at once.
  */
-VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService, const VYX_ADDRESS_INFO_T *pHints,
-                                   VYX_ADDRESS_INFO_T **ppList);
+VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService,
+                                   const VYX_ADDRESS_INFO_T *pHints, VYX_ADDRESS_INFO_T **ppList);
 
 /* Frees a whole list; null is fine. Always 0. */
 VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
@@ -340,13 +340,13 @@ VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
  *   ppList  receives the list, null if there is none; untouched on failure. The caller owes it one VYX_FreeAdapterInfo
  *
  * nType is the platform's number: IFT_ETHER on Darwin, ARPHRD_ETHER on Linux and so on. Of a hardware address longer
- * than 8 bytes, as InfiniBand has, the first 8 are kept and nAddrLen is 8. Names and addresses are as the kernel has them.
+ * than 8 bytes, as InfiniBand has, the first 8 are kept and nAddrLen is 8. Names and addresses are the kernel's own.
  *
- * The first IPv4 address of an adapter begins pIpAddrList, the first IPv6 address pIp6AddrList. Every other one is linked
- * behind the address before it, whichever list that is in: where the platform reports IPv4, IPv6, IPv4, the third is in
- * the IPv6 list, the 16 characters of its texts in byAddr and byMask; and an IPv6 address may come into the IPv4 list
- * likewise, its 16 bytes, without a zero behind them, in szAddr and szMask. Linux reports all IPv4 addresses first,
- * so that the lists are pure there. The heads are always of their list's family.
+ * The first IPv4 address of an adapter begins pIpAddrList, the first IPv6 address pIp6AddrList. Every other one is
+ * linked behind the address before it, whichever list that is in: where the platform reports IPv4, IPv6, IPv4, the
+ * third is in the IPv6 list, the 16 characters of its texts in byAddr and byMask; and an IPv6 address may come into
+ * the IPv4 list likewise, its 16 bytes, without a zero behind them, in szAddr and szMask. The head of a list is always
+ * of its family. Linux reports all IPv4 addresses first, so that the lists are pure there.
  *
  * Result:  0; -1 if the platform's list cannot be read, memory is short, or ppList is null. If memory is short for an
  *          adapter rather than its addresses, the result is 0 and the list null.

@@ -41,7 +41,8 @@ int32_t VYX_GetMacAddr(const char *szText, uint8_t *pAddr, uint32_t *pLen) {
     for (const VYX_ADAPTER_INFO *pAdapter = pList; pAdapter != nullptr; pAdapter = pAdapter->pNext) {
         if (!HasAddress_Local(*pAdapter, szText))
             continue;
-        // Deliberate: what the caller's length was does not count. Pinned by Namespace.MacAddressComparesTheRawBytes.
+        // Deliberate: what the caller's length was does not count. Pinned by
+        // Namespace.MacAddressComparesTheRawBytes.
         std::memcpy(pAddr, pAdapter->byAddr, pAdapter->nAddrLen);
         *pLen = pAdapter->nAddrLen;
         return VYX_OK;

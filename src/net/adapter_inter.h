@@ -1,8 +1,8 @@
 // From what a platform reports about its interfaces to the list that callers get.
 //
-// The platform's file reads the report and turns it into facts, one for each interface and one for each address, in
-// the order reported. AdapterList makes the list of them; which adapters are in it and how their addresses are linked is
-// decided there alone.
+// The platform's file reads the report and turns it into facts, one for each interface and one for each
+// address, in the order reported. AdapterList makes the list of them; which adapters are in it and how their
+// addresses are linked is decided there alone.
 #ifndef VYX_NET_ADAPTER_INTER_H
 #define VYX_NET_ADAPTER_INTER_H
 
@@ -42,9 +42,9 @@ class AdapterList {
   public:
     void AddInterface(const InterfaceFact &fact);
     void AddAddress(const AddressFact &fact);
-    // Links the addresses to their adapters and hands the list over, null if there is no adapter. To be called once.
-    // Result: VYX_OK; VYX_ERROR and *ppList untouched if memory was short for the addresses. If it was short for an
-    // adapter: VYX_OK and null.
+    // Links the addresses to their adapters and hands the list over, null if there is no adapter. To be
+    // called once. Result: VYX_OK; VYX_ERROR and *ppList untouched if memory was short for the addresses. If
+    // it was short for an adapter: VYX_OK and null.
     int32_t Finish(VYX_ADAPTER_INFO **ppList);
 
   private:
@@ -61,8 +61,8 @@ class AdapterList {
 
 VYX_BEGIN_DECLS
 
-// Puts the interfaces of this system and their addresses into the list. VYX_ERROR with errno if they cannot be read or
-// memory is short. No exception leaves it.
+// Puts the interfaces of this system and their addresses into the list. VYX_ERROR with errno if they cannot
+// be read or memory is short. No exception leaves it.
 int32_t VYX_ReadInterfaces_Inter(vyx_inter::AdapterList *pList);
 
 VYX_END_DECLS

@@ -1,7 +1,7 @@
 // Linux: the kernel's lists of links and of addresses, each asked for over a netlink socket.
 //
-// A list comes as several datagrams, ended by a message that says so. They are collected first and read afterwards,
-// because a list that changed while it was sent is asked for again.
+// A list comes as several datagrams, ended by a message that says so. They are collected first and read
+// afterwards, because a list that changed while it was sent is asked for again.
 #include <algorithm>
 #include <cerrno>
 #include <climits>

@@ -62,8 +62,9 @@ VYX_IP6ADDR_ENTRY *NewIp6Entry_Local(const EntryBytes &bytes) {
 // Links a new entry; false if memory is short.
 bool LinkAddress_Local(VYX_ADAPTER_INFO *pAdapter, const AddressFact &fact, LastAddress *pLast) {
     // Deliberate: only the first address of a family begins the list of its family. Every other one is linked
-    // behind the last address of either, so that it may come into the other family's list, whose callers read it as one of
-    // theirs. It is made as an entry of that list. Pinned by AdapterList.LinksBehindTheLastOfEitherFamily.
+    // behind the last address of either, so that it may come into the other family's list, whose callers read
+    // it as one of theirs. It is made as an entry of that list. Pinned by
+    // AdapterList.LinksBehindTheLastOfEitherFamily.
     const bool bBegins = fact.bIp6 ? pAdapter->pIp6AddrList == nullptr : pAdapter->pIpAddrList == nullptr;
     const bool bAsIp6 = bBegins ? fact.bIp6 : pLast->pIp6 != nullptr;
     const EntryBytes bytes = BytesOf_Local(fact);
@@ -137,8 +138,8 @@ bool AdapterList::LinkAddresses(VYX_ADAPTER_INFO *pAdapter) const {
 }
 
 int32_t AdapterList::Finish(VYX_ADAPTER_INFO **ppList) {
-    // Deliberate: without memory for an adapter the list is empty, which callers cannot tell from a system without
-    // adapters. Pinned by AdapterList.ShortOfMemory.
+    // Deliberate: without memory for an adapter the list is empty, which callers cannot tell from a system
+    // without adapters. Pinned by AdapterList.ShortOfMemory.
     if (m_bAdapterFailed)
         m_list.reset();
     if (m_list != nullptr && m_bAddressFailed)

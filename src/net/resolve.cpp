@@ -25,8 +25,8 @@ bool IsKnownFamily_Local(int iFamily) {
     return iFamily == AF_INET || iFamily == AF_INET6;
 }
 
-// The platform's form of the hints, which must outlive it. getaddrinfo declares its hints constant, so the pointers
-// without const are not written through.
+// The platform's form of the hints, which must outlive it. getaddrinfo declares its hints constant, so the
+// pointers without const are not written through.
 addrinfo PlatformHints_Local(const VYX_ADDRESS_INFO_T &hints) {
     addrinfo result = {};
     result.ai_flags = hints.iFlags;

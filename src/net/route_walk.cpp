@@ -50,8 +50,8 @@ void TakeInterface_Local(const Bytes &message, AdapterList *pList) {
     pList->AddInterface(fact);
 }
 
-// The mask's record is first, and takes 8 bytes for IPv4: the kernel cuts its trailing zeros and pads it. The address
-// follows it.
+// The mask's record is first, and takes 8 bytes for IPv4: the kernel cuts its trailing zeros and pads it. The
+// address follows it.
 bool TakeIp_Local(const Bytes &mask, AddressFact *pFact) {
     constexpr size_t kCount = 4;
     if (!mask.Holds(route::kIpAddressAt, kCount))
@@ -63,8 +63,8 @@ bool TakeIp_Local(const Bytes &mask, AddressFact *pFact) {
 
 bool TakeIp6_Local(const Bytes &mask, AddressFact *pFact) {
     constexpr size_t kCount = 16;
-    // Deliberate: the mask's own length leads to the address, without the padding that a length which is no multiple of 4
-    // would have. Pinned by RouteWalk.SkipsAnIp6MaskByItsOwnLength.
+    // Deliberate: the mask's own length leads to the address, without the padding that a length which is no
+    // multiple of 4 would have. Pinned by RouteWalk.SkipsAnIp6MaskByItsOwnLength.
     const size_t nAddressAt = mask.p[route::kSockLengthAt];
     if (!mask.Holds(route::kIp6BytesAt, kCount) || !mask.Holds(nAddressAt + route::kIp6BytesAt, kCount))
         return false;

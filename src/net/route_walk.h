@@ -1,5 +1,5 @@
-// Reads the routing messages in which Darwin's kernel lists its interfaces. Plain code over bytes, so that it is built
-// and tested on every platform.
+// Reads the routing messages in which Darwin's kernel lists its interfaces. Plain code over bytes, so that it
+// is built and tested on every platform.
 #ifndef VYX_NET_ROUTE_WALK_H
 #define VYX_NET_ROUTE_WALK_H
 
@@ -12,8 +12,8 @@ namespace vyx_inter {
 
 enum class ByteOrder { Little, Big };
 
-// Places and numbers of the records. Their fields have the same widths for 32 and 64-bit programs, and socket addresses are
-// padded to 4 bytes for both.
+// Places and numbers of the records. Their fields have the same widths for 32 and 64-bit programs, and socket
+// addresses are padded to 4 bytes for both.
 namespace route {
 constexpr uint8_t kNewAddress = 0x0C; // RTM_NEWADDR
 constexpr uint8_t kInterface = 0x0E;  // RTM_IFINFO
@@ -46,9 +46,9 @@ constexpr size_t kIp6BytesAt = 8;
 constexpr size_t kIpAddressAt = 12; // from the netmask to the bytes of the IPv4 address that follows it
 } // namespace route
 
-// Puts the interfaces and addresses of a whole buffer into the list. The walk ends at a message that is shorter than
-// its own start or reaches beyond the buffer; a message whose contents do not fit into it is passed over. Reads nothing
-// outside the buffer, which needs no alignment.
+// Puts the interfaces and addresses of a whole buffer into the list. The walk ends at a message that is
+// shorter than its own start or reaches beyond the buffer; a message whose contents do not fit into it is
+// passed over. Reads nothing outside the buffer, which needs no alignment.
 void WalkRoutingMessages(const uint8_t *pBuffer, size_t nSize, ByteOrder order, AdapterList *pList);
 
 } // namespace vyx_inter
