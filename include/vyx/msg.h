@@ -1,9 +1,10 @@
 /*
- * Messaging and timers: priority-ordered message queues that copy, a first-in first-out queue of pointers as a
- * class, and periodic timers. The constants and the record of network events stand here as well.
+ * Messaging and timers: priority-ordered message queues that copy, a first-in first-out queue of pointers as
+ * a class, events that can be waited for together with sockets, and periodic timers.
  *
- * Queues and timers need the started library (VYX_Init), vyx::vyx_msgq does not. VYX_MsgQReceiveEx,
- * VYX_KillTimer and vyx_msgq::getq block; nothing here prints. All times are milliseconds of the wall clock.
+ * Queues and timers need the started library (VYX_Init), events and vyx::vyx_msgq do not. VYX_MsgQReceiveEx,
+ * the two VYX_WaitFor functions, VYX_KillTimer and vyx_msgq::getq block. Of all these only events print. All
+ * times are milliseconds, of the wall clock except for events.
  */
 #ifndef VYX_MSG_H
 #define VYX_MSG_H
@@ -19,25 +20,25 @@
 typedef struct VYX_MSG_BLOCK_T {
     int32_t iMsgType;  /* the caller's own; copied, never interpreted */
     int32_t iPriority; /* any value; higher ones are received first */
-    int32_t iDataLen;  /* sending: bytes in szData. Receiving: in, the room in szData; out, the bytes delivered */
+    int32_t iDataLen;  /* sending: bytes in szData. Receiving: in, the room there; out, the bytes delivered */
     char szData[VYX_MSG_DATA_SIZE];
 } VYX_MSG_BLOCK_T;
 
 /* Network events, as bits of lNetworkEvents. */
-#define VYX_FD_READ 1
-#define VYX_FD_WRITE 2
-#define VYX_FD_ACCEPT 8
-#define VYX_FD_CONNECT 16
-#define VYX_FD_CLOSE 32
+#define VYX_FD_READ 1        /* data can be read */
+#define VYX_FD_WRITE 2       /* data can be written */
+#define VYX_FD_ACCEPT 8      /* a connection can be accepted */
+#define VYX_FD_CONNECT 16    /* an attempt to connect is over */
+#define VYX_FD_CLOSE 32      /* the peer closed, and all that it sent has been read */
 #define VYX_FD_MAX_EVENTS 10 /* entries of iErrorCode */
 
 /* What has happened on a socket. */
 typedef struct VYX_NETWORKEVENTS_T {
-    int32_t lNetworkEvents; /* VYX_FD_ bits */
-    int32_t iErrorCode[VYX_FD_MAX_EVENTS];
+    int32_t lNetworkEvents;                /* a VYX_FD_ bit, or 0 */
+    int32_t iErrorCode[VYX_FD_MAX_EVENTS]; /* by bit number; only [4], for VYX_FD_CONNECT, is ever written */
 } VYX_NETWORKEVENTS_T;
 
-/* Results of waits for event objects. */
+/* Results of waits for events: VYX_WAIT_OBJECT_0 + an index, or one of the others. */
 #define VYX_WAIT_OBJECT_0 0u
 #define VYX_WAIT_TIMEOUT 0x7FFFFFFFu
 #define VYX_WAIT_INVALID_HANDLE 0x7FFFFFFEu
@@ -110,6 +111,111 @@ VYX_API int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pM
  */
 VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg, int32_t iTimeOut);
 
+/* ---- Events --------------------------------------------------------------------------------------------- */
+
+/*
+ * An event is signalled or not. A plain event is set and reset by hand: a wait that finds it signalled leaves
+ * it so, and everybody who waits sees it. VYX_EventSelect makes it a socket event for good: whether that is
+ * signalled is up to the socket, and only VYX_WaitForMultipleObjects can tell.
+ *
+ * Everything here may be called from any number of threads at once on the same event, with two exceptions:
+ * when VYX_CloseEvent or VYX_EventSelect is called, nobody may be inside another call on that event or wait
+ * for it; such a wait would not end. Nothing here is for signal handlers. Failures are explained on standard
+ * error.
+ */
+
+/*
+ * Makes a plain event.
+ *   bInitialState  0 = not signalled, anything else = signalled
+ *
+ * Result: the event, to be given to VYX_CloseEvent; null if memory (without a message) or descriptors are
+ *         short, the latter with errno of pipe.
+ * Costs two descriptors (pipe), which started programs inherit. A forked child shares the signal: it is the
+ * same pipe in both. Only one of the two processes may set and reset at a time.
+ */
+VYX_API VYX_EVENT VYX_CreateEvent(int32_t bInitialState);
+
+/* Frees the event. A bound socket stays open and non-blocking. VYX_TRUE; VYX_FALSE for null. */
+VYX_API int32_t VYX_CloseEvent(VYX_EVENT hEvent);
+
+/*
+ * Makes a plain event signalled until it is reset, however often it is set meanwhile; makes it not signalled.
+ * All who wait for a set event wake up.
+ *
+ * Result: VYX_TRUE; VYX_FALSE for null, for a socket event and when the pipe fails.
+ */
+VYX_API int32_t VYX_SetEvent(VYX_EVENT hEvent);
+VYX_API int32_t VYX_ResetEvent(VYX_EVENT hEvent);
+
+/*
+ * Waits until a plain event is signalled.
+ *   nTimeOut  milliseconds; 0 = only look; VYX_INFINITE, and everything from 0x80000000 on, = no limit
+ *
+ * Result: VYX_WAIT_OBJECT_0        signalled
+ *         VYX_WAIT_TIMEOUT         not within the time
+ *         VYX_WAIT_INVALID_HANDLE  null
+ *         VYX_WAIT_NO_PIPE         a socket event
+ *         VYX_WAIT_FAILED          poll failed, with its errno: EINTR if a signal handler ran, as this wait is
+ *                                  not taken up again
+ */
+VYX_API uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut);
+
+/*
+ * Waits until one of several events is signalled. If there are more, the first one in the array counts.
+ *   nEventCount  entries of hEvents; 0 and less = none, and the call only lets the time pass
+ *   hEvents      borrowed for the call; null entries are skipped
+ *   bWaitAll     has no effect: the first event always ends the wait
+ *   nTimeOut     milliseconds, as above. A signal handler that runs does not end the wait, but lets the whole
+ *                time-out start anew. With no event and no limit the call never returns.
+ *
+ * One wait watches VYX_WAIT_MAX_FDS descriptors: one for a plain event, one for a socket event with
+ * VYX_FD_READ, VYX_FD_ACCEPT or VYX_FD_CLOSE, one with VYX_FD_WRITE, hence two with both or with
+ * VYX_FD_CONNECT. In the order of the array, those beyond that number are left out: events there are never
+ * found signalled. Descriptors may have any number (poll).
+ *
+ * A socket event is signalled by the first of these that holds. It is noted for VYX_EnumNetworkEvents when
+ * the event is the one that is returned.
+ *   VYX_FD_CONNECT asked for        the socket is readable or writable: VYX_FD_CONNECT. A failed attempt
+ *                                   counts as well; its error is taken off the socket (SO_ERROR) and dropped.
+ *   VYX_FD_READ or VYX_FD_CLOSE     it is readable: VYX_FD_READ if there is data, otherwise VYX_FD_CLOSE, no
+ *                                   matter which was asked for. So a peer that closes is reported when all
+ *                                   it sent has been received; an empty datagram also reads as VYX_FD_CLOSE.
+ *                                   0 and an error code if the number of bytes cannot be told.
+ *   VYX_FD_WRITE                    it is writable: VYX_FD_WRITE
+ *   VYX_FD_ACCEPT                   it is ready: VYX_FD_ACCEPT
+ *
+ * Result: VYX_WAIT_OBJECT_0 + the index of the event; VYX_WAIT_INVALID_HANDLE if hEvents is null;
+ *         VYX_WAIT_TIMEOUT when the time is over, and also at once when poll fails or a descriptor reports
+ *         nothing but an error, as a closed socket does.
+ */
+VYX_API uint32_t VYX_WaitForMultipleObjects(int32_t nEventCount, const VYX_EVENT *hEvents, int32_t bWaitAll,
+                                            uint32_t nTimeOut);
+
+/*
+ * Makes the event a socket event, or binds a socket event to another socket. The pipe is closed.
+ *   hSocket         is made non-blocking (VYX_SetNonBlock; a failure is ignored) and remains the caller's,
+ *                   who keeps it open as long as the event takes part in waits
+ *   lNetworkEvents  what to watch for: VYX_FD_ bits
+ *
+ * What an earlier wait noted stays until the next one that finds the event signalled.
+ *
+ * Result: VYX_OK; VYX_ERROR, with nothing changed, for VYX_INVALID_SOCKET, a null event or no bits.
+ */
+VYX_API int32_t VYX_EventSelect(VYX_SOCK_T hSocket, VYX_EVENT hEvent, int32_t lNetworkEvents);
+
+/*
+ * Tells what the last VYX_WaitForMultipleObjects that returned this event noted. The socket is not looked at
+ * and the note is not cleared.
+ *   hSocket  must not be VYX_INVALID_SOCKET, but is not used otherwise: the event knows its socket
+ *   pEvents  lNetworkEvents receives one VYX_FD_ bit or 0, always 0 for an event that never had a socket.
+ *            iErrorCode[4] receives an errno if there is one and the event was asked for VYX_FD_CONNECT; all
+ *            other entries are left alone, so clear them before.
+ *
+ * Result: VYX_OK, although a socket event causes a message that it has no pipe, which means nothing here;
+ *         VYX_ERROR for VYX_INVALID_SOCKET, a null event or a null pointer.
+ */
+VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_NETWORKEVENTS_T *pEvents);
+
 /* ---- Timers --------------------------------------------------------------------------------------------- */
 
 /*
@@ -122,14 +228,17 @@ VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg,
  *   pTimerId     receives the id, the lowest that is free. May be null: the timer then runs until the process
  *                ends or somebody who knows the id kills it.
  *
- * Result:  VYX_OK; VYX_ERROR, and nothing is written, if VYX_MAX_TIMERS run or memory is short. A thread that
- *          could not be started is not reported: the timer has its id but never calls.
+ * Result:  VYX_OK; VYX_ERROR, and nothing is written, if VYX_MAX_TIMERS run. A thread that could not be started,
+ *          or a semaphore that could not be created for it, is not reported: the timer has its id but never calls.
  * Routine: runs with no lock of the library held and never at the same time as itself. It may start timers and
  *          kill other ones. If it calls VYX_Thread_Exit the timer stays silent until it is killed. An exception
  *          that leaves it ends the program (std::terminate).
  * Threads: any. The timer's thread has the platform's default stack and its creator's signal mask.
- * Fork:    a forked child has no timers and must not kill those of its parent.
- * Needs:   the started library. Without it no call comes; at its stop every timer calls once, early.
+ * Fork:    a forked child has no timers and all ids free; its parent's go on.
+ * Clock:   setting the wall clock lengthens or shortens the period that is under way.
+ * Needs:   the started library. Without it no call comes; at its stop every timer that waits for its next call,
+ *          unless that is never due, calls at once.
+ * Each timer takes a thread and, for as long as it runs, one semaphore (VYX_SemCreate).
  */
 VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod,
                              uint32_t *pTimerId);
@@ -140,10 +249,10 @@ VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32
  *
  * Result:  always VYX_ERROR, also on success: the result carries no information. An id that is out of range or
  *          free has no effect.
- * Threads: any; when several kill the same timer, all return after it has ended. Not to be called from the
+ * Threads: any; when several kill the same timer, all return after it has ended. Better not called from the
  *          timer's own routine, which cannot wait for its own end: such a call frees the id at once and returns,
- *          and the thread ends with the routine.
- * Two routines that kill each other's timer do not wait for one another; longer rings never end.
+ *          and the thread ends with the routine. The same goes for the kill that would close a ring of routines
+ *          that wait for each other's timers to end.
  */
 VYX_API int32_t VYX_KillTimer(int32_t iTimerId);
 

@@ -1,5 +1,6 @@
 // Start and stop: a counter and five stages, all under one mutex.
 #include <vyx/frame.h>
+#include <vyx/log.h>
 #include <vyx/sync.h>
 
 #include "frame/frame_inter.h"
@@ -22,6 +23,10 @@ static uint32_t s_bVyxTimedWait = 0;
 static uint32_t s_bVyxInitAtomic = 0;
 
 namespace {
+
+// Bits of VYX_Log's flags.
+constexpr uint32_t kLogToConsole = 1;
+constexpr uint32_t kLogToFiles = 2;
 
 VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
     {VYX_InitNetwork_Inter, VYX_FiniNetwork_Inter, &s_bVyxInitNetwork},
@@ -123,6 +128,18 @@ uint32_t VYX_GetVYXVersion(void) {
     return VYX_VERSION;
 }
 
-int32_t VYX_Log(uint32_t /*nFlags*/, const void * /*pFileParam*/) {
+int32_t VYX_Log(uint32_t nFlags, const void *pFileParam) {
+    if (nFlags == 0) {
+        (void)DisableTarget(VYX_LOG_TARGET_CONSOLE);
+        (void)DisableTarget(VYX_LOG_TARGET_FILE);
+        (void)StopLogService(true);
+        return VYX_OK;
+    }
+    (void)StartLogService();
+    if ((nFlags & kLogToConsole) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0);
+    if ((nFlags & kLogToFiles) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_FILE, pFileParam, 0, 0);
+    (void)AdjustLogLevel(VYX_LOG_LEVEL_INF);
     return VYX_OK;
 }

@@ -4,6 +4,7 @@
 //   ---------------  -------------------------  ------------------------------------------------------------
 //   s_vyxmutex       src/frame/lifecycle.cpp    the start counter and the stage flags; held through every
 //                                               stage's start and stop
+//   s_VyxTimerMutex  src/msg/timer.cpp          the table of timers; under it only s_hCreateLock is taken
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
 //   s_msgQMutex      src/msg/msgq.cpp           which message queues are live; held to create and destroy one
@@ -12,6 +13,7 @@
 //   hSendLock
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
 //   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
+//   hMutex           VYX_EVENT_T                what is in an event's pipe, and the closing of the pipe
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
@@ -19,7 +21,7 @@
 //
 // Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside
 // a VYX_Sema. Innermost: s_hCreateLock (src/sync/timed_wait.cpp), with which a fixed pool names the semaphore of
-// a worker while it holds its hLock. No two pools are ever locked together.
+// a worker while it holds its hLock, and so does a timer. No two pools are ever locked together.
 //
 // VYX_CondDestroy takes s_hCondLock, hence may be called with a caller's mutex held.
 //
