@@ -7,7 +7,7 @@
 // A queued message; its iDataLen bytes of data follow it in the same block of memory.
 struct VYX_MQ_MSG_S {
     VYX_MQ_MSG_S
-        *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
+    *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
     int32_t iMsgType;
     int32_t iPriority;
     int32_t iDataLen; // bytes
@@ -21,8 +21,9 @@ struct MsgIndexNode;
 // message. Neither copies nor frees messages. Everything but an object without messages needs a common lock.
 class MsgIndex {
   public:
-    // Puts a message behind all those of its priority and higher ones. Cannot fail: see m_pLate.
-    void Append(VYX_MQ_MSG_S *pMsg);
+    // Puts messages of one priority, linked from the first to the last, behind all those of this priority and
+    // higher ones. Cannot fail: see m_pLate.
+    void Append(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
 
     // Takes the first message out; null if there is none.
     VYX_MQ_MSG_S *RemoveFirst();
@@ -33,7 +34,7 @@ class MsgIndex {
     void Release();
 
   private:
-    bool AppendToTree(VYX_MQ_MSG_S *pMsg);
+    bool AppendToTree(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
     const MsgIndexNode *FirstLeaf() const;
 
     MsgIndexNode *m_pRoot = nullptr; // kept when the last message goes, so that the next needs no memory

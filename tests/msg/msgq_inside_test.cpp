@@ -193,7 +193,7 @@ TEST(MsgIndex, KeepsTheOrderWhateverComes) {
                 message.iPriority = priorities[nRound % 3];
                 t_nRefused = nRound % 2 != 0 && random() % 4 == 0 ? 1 : 0;
                 t_nPassed = static_cast<int>(random() % 2);
-                index.Append(&message);
+                index.Append(&message, &message);
                 t_nRefused = t_nPassed = 0;
                 model[message.iPriority].push_back(&message);
             } else if (!model.empty()) {
