@@ -12,6 +12,7 @@
 // moves messages on unseen.
 //
 // Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <new>
@@ -34,6 +35,8 @@ static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
 static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
 
 namespace {
+
+constexpr size_t kRuns = 8; // that are moved as a whole; more mean that priorities change all the time
 
 // Frees a message when the block ends.
 class MsgHolder {
@@ -73,19 +76,51 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
     return true;
 }
 
+// Messages of one priority that came one after the other, linked from the first to the last.
+struct Run {
+    VYX_MQ_MSG_S *pFirst;
+    VYX_MQ_MSG_S *pLast;
+};
+
+// Takes the newest run off a list.
+Run TakeRun_Local(VYX_MQ_MSG_S *&pNewest) {
+    Run run = {pNewest, pNewest};
+    pNewest = pNewest->pNext;
+    while (pNewest != nullptr && pNewest->struMsg.iPriority == run.pLast->struMsg.iPriority) {
+        VYX_MQ_MSG_S *pOlder = pNewest->pNext;
+        pNewest->pNext = run.pFirst;
+        run.pFirst = pNewest;
+        pNewest = pOlder;
+    }
+    return run;
+}
+
 // Puts a list into the index, oldest first.
-void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+void SortInSingly_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
     VYX_MQ_MSG_S *pOldest = nullptr;
     while (pNewest != nullptr) {
-        VYX_MQ_MSG_S *pNext = pNewest->pNext;
+        VYX_MQ_MSG_S *pOlder = pNewest->pNext;
         pNewest->pNext = pOldest;
         pOldest = pNewest;
-        pNewest = pNext;
+        pNewest = pOlder;
     }
     while (pOldest != nullptr) {
-        VYX_MQ_MSG_S *pNext = pOldest->pNext;
-        index.Append(pOldest);
-        pOldest = pNext;
+        VYX_MQ_MSG_S *pNewer = pOldest->pNext;
+        index.Append(pOldest, pOldest);
+        pOldest = pNewer;
+    }
+}
+
+// The same, in runs as far as a few of them go: often all messages have the same priority.
+void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+    std::array<Run, kRuns> runs; // newest first
+    size_t nRuns = 0;
+    while (pNewest != nullptr && nRuns < kRuns)
+        runs[nRuns++] = TakeRun_Local(pNewest);
+    SortInSingly_Local(index, pNewest);
+    while (nRuns != 0) {
+        const Run &run = runs[--nRuns];
+        index.Append(run.pFirst, run.pLast);
     }
 }
 

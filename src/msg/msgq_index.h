@@ -22,8 +22,9 @@ struct MsgIndexNode;
 // message. Neither copies nor frees messages. Everything but an object without messages needs a common lock.
 class MsgIndex {
   public:
-    // Puts a message behind all those of its priority and higher ones. Cannot fail: see m_pLate.
-    void Append(VYX_MQ_MSG_S *pMsg);
+    // Puts messages of one priority, linked from the first to the last, behind all those of this priority and
+    // higher ones. Cannot fail: see m_pLate.
+    void Append(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
 
     // Takes the first message out; null if there is none.
     VYX_MQ_MSG_S *RemoveFirst();
@@ -37,7 +38,7 @@ class MsgIndex {
     void Release();
 
   private:
-    bool AppendToTree(VYX_MQ_MSG_S *pMsg);
+    bool AppendToTree(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
     const MsgIndexNode *FirstLeaf() const;
 
     MsgIndexNode *m_pRoot = nullptr; // kept when the last message goes, so that the next needs no memory
