@@ -9,10 +9,10 @@ namespace {
 
 using vyx_inter::AddressFact;
 
-// The last address made for an adapter, in the list that it is in; at most one is not null.
-struct LastAddress {
-    VYX_IPADDR_STRING *pIp = nullptr;
-    VYX_IP6ADDR_ENTRY *pIp6 = nullptr;
+// Where an entry is linked: a head or the end of an entry, in one of the lists. One of the two is null.
+struct Place {
+    VYX_IPADDR_STRING **ppIp;
+    VYX_IP6ADDR_ENTRY **ppIp6;
 };
 
 // The 16 bytes of both fields of an entry: two texts, or two addresses.
@@ -59,25 +59,32 @@ VYX_IP6ADDR_ENTRY *NewIp6Entry_Local(const EntryBytes &bytes) {
     return pEntry;
 }
 
-// Links a new entry; false if memory is short.
-bool LinkAddress_Local(VYX_ADAPTER_INFO *pAdapter, const AddressFact &fact, LastAddress *pLast) {
+// Links a new entry and leaves the place behind it in *pBehindLast; false if memory is short.
+bool LinkAddress_Local(VYX_ADAPTER_INFO *pAdapter, const AddressFact &fact, Place *pBehindLast) {
     // Deliberate: only the first address of a family begins the list of its family. Every other one is linked
     // behind the last address of either, so that it may come into the other family's list, whose callers read
     // it as one of theirs. It is made as an entry of that list. Pinned by
     // AdapterList.LinksBehindTheLastOfEitherFamily.
-    const bool bBegins = fact.bIp6 ? pAdapter->pIp6AddrList == nullptr : pAdapter->pIpAddrList == nullptr;
-    const bool bAsIp6 = bBegins ? fact.bIp6 : pLast->pIp6 != nullptr;
+    Place place = *pBehindLast;
+    if (fact.bIp6 && pAdapter->pIp6AddrList == nullptr)
+        place = {nullptr, &pAdapter->pIp6AddrList};
+    else if (!fact.bIp6 && pAdapter->pIpAddrList == nullptr)
+        place = {&pAdapter->pIpAddrList, nullptr};
     const EntryBytes bytes = BytesOf_Local(fact);
-    LastAddress made;
-    if (bAsIp6) {
-        made.pIp6 = NewIp6Entry_Local(bytes);
-        (bBegins ? pAdapter->pIp6AddrList : pLast->pIp6->pNext) = made.pIp6;
-    } else {
-        made.pIp = NewIpEntry_Local(bytes);
-        (bBegins ? pAdapter->pIpAddrList : pLast->pIp->pNext) = made.pIp;
+    if (place.ppIp6 != nullptr) {
+        VYX_IP6ADDR_ENTRY *const pEntry = NewIp6Entry_Local(bytes);
+        if (pEntry == nullptr)
+            return false;
+        *place.ppIp6 = pEntry;
+        *pBehindLast = {nullptr, &pEntry->pNext};
+        return true;
     }
-    *pLast = made;
-    return made.pIp != nullptr || made.pIp6 != nullptr;
+    VYX_IPADDR_STRING *const pEntry = NewIpEntry_Local(bytes);
+    if (pEntry == nullptr)
+        return false;
+    *place.ppIp = pEntry;
+    *pBehindLast = {&pEntry->pNext, nullptr};
+    return true;
 }
 
 template <class Entry>
@@ -128,10 +135,10 @@ void AdapterList::AddAddress(const AddressFact &fact) {
 bool AdapterList::LinkAddresses(VYX_ADAPTER_INFO *pAdapter) const {
     AddressFact wanted = {};
     wanted.nIndex = pAdapter->nIndex;
-    LastAddress last;
+    Place behindLast = {&pAdapter->pIpAddrList, nullptr}; // unused until one of the lists begins
     const auto range = std::equal_range(m_addresses.begin(), m_addresses.end(), wanted, ByIndex());
     for (auto i = range.first; i != range.second; ++i) {
-        if (!LinkAddress_Local(pAdapter, *i, &last))
+        if (!LinkAddress_Local(pAdapter, *i, &behindLast))
             return false;
     }
     return true;
