@@ -1,5 +1,7 @@
 // What cannot be seen from outside: short memory, a missing thread, a service of one's own.
 #include <atomic>
+#include <string>
+#include <thread>
 
 #include "log/faults.h"
 #include "log/log_support.h"
@@ -99,6 +101,49 @@ TEST_F(LogInside, AnyLengthThatTheRingHolds) {
     EXPECT_EQ(service.PushData("", 2097153), -4);
     service.ServiceStop(true);
     EXPECT_EQ(LogText(path + "/vyx_log_1_w.log").size(), nTotal);
+}
+
+// The bytes that a line leaves free at the ring's end are not there for others: they lie before lines still queued.
+TEST_F(LogInside, BytesSkippedAtTheRingsEndAreTaken) {
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::string text;
+    const auto readUpTo = [&](size_t nSize) {
+        char buffer[4096];
+        ssize_t iRead = 0;
+        while (text.size() < nSize && (iRead = read(fds[0], buffer, sizeof buffer)) > 0)
+            text.append(buffer, static_cast<size_t>(iRead));
+    };
+    std::thread reader;
+    std::vector<int> results; // nothing may be reported while standard output is stuck
+    {
+        const Redirect redirect(stdout, fds[1]);
+        (void)close(fds[1]);
+        LogService service;
+        service.m_bConsole = true;
+        results.push_back(service.ServiceStart());
+        const auto push = [&](char fill, uint32_t nLength) {
+            results.push_back(service.PushData(std::string(nLength - 1, fill).c_str(), nLength));
+        };
+        for (const char fill : {'1', '2', '3'})
+            push(fill, 600000);
+        readUpTo(600000); // now the writer is done with the first line, and gets stuck in the second
+        results.push_back(support::WaitUntil([&] {
+            const vyx_inter::LockGuard guard(service.m_hQueueLock);
+            return service.m_nFree == 2097152 - 2 * 600000;
+        })
+                              ? 0
+                              : 1);
+        push('4', 599000); // at the ring's start
+        push('5', 1001);   // there is room at the ring's end only
+        push('6', 1000);
+        reader = std::thread([&] { readUpTo(SIZE_MAX); });
+    }
+    reader.join();
+    (void)close(fds[0]);
+    EXPECT_EQ(results, (std::vector<int>{0, 0, 0, 0, 0, 0, -4, 0}));
+    EXPECT_TRUE(text == std::string(599999, '1') + std::string(599999, '2') + std::string(599999, '3') +
+                            std::string(598999, '4') + std::string(999, '6'));
 }
 
 TEST_F(LogInside, FilesOnTheCallersThread) {
