@@ -71,7 +71,7 @@ using StdText = StdTable<const char *, std::unordered_map<const char *, void *, 
 using StdInt = StdTable<uint32_t, std::unordered_map<uint32_t, void *>>;
 
 constexpr uint32_t kPiece = 4096;
-constexpr uint32_t kPieces = 4; // that the ring holds
+constexpr uint32_t kPieces = 16; // that the ring holds
 
 // What a piece is copied out to, where the case says so.
 struct Outcome {

@@ -69,7 +69,7 @@ void RegisterSearches() {
         [](const Texts &t) { Keep(std::strstr(t.a.c_str(), "end!")); });
     RegisterCallPair(
         "strnstr", [](const Texts &t) { Keep(VYX_Strnstr(t.a.c_str(), "end!", 4)); },
-        [](const Texts &t) { Keep(std::strstr(t.a.c_str(), "end!")); });
+        [](const Texts &t) { Keep(memmem(t.a.c_str(), std::strlen(t.a.c_str()), "end!", 4)); });
     RegisterCallPair(
         "strcasestr", [](const Texts &t) { Keep(VYX_Strcasestr(t.a.c_str(), "END!")); },
         [](const Texts &t) { Keep(strcasestr(t.a.c_str(), "END!")); });

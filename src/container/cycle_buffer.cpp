@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vyx/sync.h>
 
@@ -15,6 +16,8 @@ static_assert(std::atomic<VYX_CYCLE_STORED_S>::is_always_lock_free, "readers mus
 static_assert(sizeof(std::atomic<VYX_CYCLE_STORED_S>) == 8, "two fields in one word");
 
 namespace {
+
+constexpr size_t kLine = 64; // bytes; storage that starts at such a multiple is copied to and from sooner
 
 // Holds a ring's lock for the length of a block.
 class RingGuard {
@@ -70,11 +73,14 @@ int32_t VYX_CycleBufferInit(VYX_HANDLE_CYCLEBUFFER *phBuffer, int32_t iCapacity,
                             VYX_CYCLEBUFFER_PROC fnCallback, void *pUser) {
     if (phBuffer == nullptr || fnCallback == nullptr || iCapacity < 1)
         return VYX_ERROR;
-    void *pBlock = std::calloc(1, sizeof(VYX_CYCLE_BUFFER_T) + static_cast<size_t>(iCapacity));
+    size_t nRoom = static_cast<size_t>(iCapacity) + kLine - 1;
+    void *pBlock = std::calloc(1, sizeof(VYX_CYCLE_BUFFER_T) + nRoom);
     if (pBlock == nullptr)
         return VYX_ERROR;
     auto *pRing = new (pBlock) VYX_CYCLE_BUFFER_T{};
-    pRing->pData = reinterpret_cast<uint8_t *>(pRing + 1);
+    void *pStorage = pRing + 1;
+    pRing->pData =
+        static_cast<uint8_t *>(std::align(kLine, static_cast<size_t>(iCapacity), pStorage, nRoom));
     pRing->iCapacity = iCapacity;
     (void)VYX_MutexCreate(&pRing->hLock, VYX_MUTEX_RECURSIVE);
     pRing->fnCallback = fnCallback;
