@@ -109,18 +109,42 @@ void CycleVyx(benchmark::State &state) {
         state.SkipWithError("bytes were lost");
 }
 
-// The same copies into storage of the same size, without a ring around them.
-template <VYX_CYCLEBUFFER_PROC fnCallback>
+// The same copies into storage of the same size, without a ring around them; under a mutex, if bLocked.
+template <VYX_CYCLEBUFFER_PROC fnCallback, bool bLocked = false>
 void CycleRaw(benchmark::State &state) {
+    static pthread_mutex_t s_hLock = PTHREAD_MUTEX_INITIALIZER;
     static uint8_t s_bytes[kPiece];
     static uint8_t s_storage[kPiece * kPieces];
     Outcome outcome;
     uint32_t nAt = 0;
     for (auto _ : state) {
+        if (bLocked)
+            (void)pthread_mutex_lock(&s_hLock);
         std::memcpy(s_storage + nAt, s_bytes, kPiece);
         benchmark::ClobberMemory();
+        if (bLocked)
+            (void)pthread_mutex_unlock(&s_hLock);
         (void)fnCallback(s_storage + nAt, kPiece, &outcome);
         nAt = (nAt + kPiece) % sizeof s_storage;
+    }
+}
+
+constexpr uint32_t kAlikeKeys = 2000;
+
+// Keys that differ behind their eighth byte only: the fixed hash does not see that far and gives all of them one path.
+template <class Table>
+void HashFindAlike(benchmark::State &state) {
+    std::vector<std::string> keys;
+    for (uint32_t n = 0; n < kAlikeKeys; ++n)
+        keys.push_back("customer-" + std::to_string(n));
+    Table table;
+    for (uint32_t n = 0; n < kAlikeKeys; ++n)
+        table.Enter(keys[n].c_str(), DataOf(n));
+    uint32_t n = 0;
+    for (auto _ : state) {
+        n = (n + 619) % kAlikeKeys;
+        if (table.Find(keys[n].c_str()) != DataOf(n))
+            state.SkipWithError("wrong data");
     }
 }
 
@@ -133,7 +157,11 @@ int main(int argc, char **argv) {
     RegisterTable<IntTable<2>, uint32_t>("vyx");
     RegisterTable<IntTable<1>, uint32_t>("vyx_full");
     RegisterTable<StdInt, uint32_t>("std");
-    bench::Compare("cycle_4k_in", {{"vyx", CycleVyx<LookOnly>}, {"raw", CycleRaw<LookOnly>, 1.3}});
+    bench::Compare("hash_find_text_alike",
+                   {{"vyx", HashFindAlike<TextTable<2>>}, {"std", HashFindAlike<StdText>}});
+    bench::Compare("cycle_4k_in", {{"vyx", CycleVyx<LookOnly>},
+                                   {"raw", CycleRaw<LookOnly>, 1.3},
+                                   {"raw_locked", CycleRaw<LookOnly, true>}});
     bench::Compare("cycle_4k_in_out", {{"vyx", CycleVyx<CopyOut>}, {"raw", CycleRaw<CopyOut>, 1.3}});
     return bench::Run(argc, argv);
 }
