@@ -140,10 +140,15 @@ TEST_F(CycleBuffer, AgreesWithTheModel) {
                 expected = {at(nRead, nRead + nCount)};
             else if (nCount != 0)
                 expected = {at(nRead, std::min(nRead + kCapacity - nCount, kCapacity)), at(0, nWrite)};
+            m_taken.bWriteBack = nCount + 2 <= kCapacity && random() % 2 == 0;
             ASSERT_EQ(Read(nCount == 0 ? VYX_ERROR : VYX_OK), expected);
             if (nCount != 0)
                 nRead = nWrite;
             nCount = 0;
+            for (size_t k = 0; m_taken.bWriteBack && k < expected.size(); ++k, ++nCount) {
+                storage[nWrite] = 77;
+                nWrite = (nWrite + 1) % kCapacity;
+            }
         }
         ASSERT_EQ(Count(), nCount);
     }
