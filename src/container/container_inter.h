@@ -20,8 +20,9 @@ struct VYX_HINTSLOT_S {
     _VYX_INTITEM entry;
 };
 
-// What of a ring is stored. It changes as one, so that it can be looked at without the lock.
-struct VYX_CYCLE_STORED_S {
+// What of a ring is stored. It changes as one, so that it can be looked at without the lock. Aligned as a whole, or
+// some compilers would call a library for it.
+struct alignas(8) VYX_CYCLE_STORED_S {
     int32_t iRead;   // where the oldest byte lies
     uint32_t nCount; // bytes stored
 };

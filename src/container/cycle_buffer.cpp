@@ -79,8 +79,7 @@ int32_t VYX_CycleBufferInit(VYX_HANDLE_CYCLEBUFFER *phBuffer, int32_t iCapacity,
         return VYX_ERROR;
     auto *pRing = new (pBlock) VYX_CYCLE_BUFFER_T{};
     void *pStorage = pRing + 1;
-    pRing->pData =
-        static_cast<uint8_t *>(std::align(kLine, static_cast<size_t>(iCapacity), pStorage, nRoom));
+    pRing->pData = static_cast<uint8_t *>(std::align(kLine, static_cast<size_t>(iCapacity), pStorage, nRoom));
     pRing->iCapacity = iCapacity;
     (void)VYX_MutexCreate(&pRing->hLock, VYX_MUTEX_RECURSIVE);
     pRing->fnCallback = fnCallback;

@@ -26,13 +26,16 @@ bool GivesDifferences_Local() {
     for (size_t i = 0; i < kTried; ++i) {
         szLow[i] = '\x01';
         szHigh[i] = '\xFE';
-        if (std::strcmp(szHigh, szLow) != kDifference || std::strcmp(szLow, szHigh) != -kDifference ||
-            std::strncmp(szHigh, szLow, kTried) != kDifference ||
-            std::strncmp(szLow, szHigh, i + 1) != -kDifference)
-            return false;
+        const int32_t aiMiddle[] = {std::strcmp(szHigh, szLow), -std::strcmp(szLow, szHigh),
+                                    std::strncmp(szHigh, szLow, kTried), -std::strncmp(szLow, szHigh, i + 1)};
         szLow[i] = '\0'; // the end of a text is a byte like any other
-        if (std::strcmp(szLow, szHigh) != -0xFE || std::strncmp(szHigh, szLow, i + 1) != 0xFE)
-            return false;
+        const int32_t aiEnd[] = {-std::strcmp(szLow, szHigh), std::strncmp(szHigh, szLow, i + 1)};
+        for (const int32_t iResult : aiMiddle)
+            if (iResult != kDifference)
+                return false;
+        for (const int32_t iResult : aiEnd)
+            if (iResult != kDifference + 1)
+                return false;
         szLow[i] = szHigh[i] = 'x';
     }
     return true;
