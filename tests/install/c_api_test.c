@@ -37,6 +37,23 @@ static void VersionAndErrors(void) {
     CHECK(VYX_GetSystemLastError() == 22);
 }
 
+/* ---- log.h */
+
+static void Logging(void) {
+    char szHeader[100];
+    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "a/f.c", 7) == 49);
+    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
+    CHECK(strcmp(FindLastSlash("a/b\\c"), "c") == 0);
+    CHECK(StartLogService() == 0);
+    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0);
+    CHECK(AdjustLogLevel(VYX_LOG_LEVEL_DBG) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_INF, __FILE__, __LINE__, "not shown") == -3);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "a line of the %s test", "C") == 0);
+    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0);
+    CHECK(StopLogService(true) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "no target") == -5);
+}
+
 /* ---- sync.h */
 
 static void Mutexes(void) {
@@ -272,20 +289,6 @@ static void Memory(void) {
     CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
 }
 
-/* ---- log.h */
-
-static void Logging(void) {
-    char szHeader[128];
-    CHECK(strcmp(FindLastSlash("a/b\\c.x"), "c.x") == 0);
-    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "x/f.c", 7) == (int32_t)strlen(szHeader));
-    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
-    CHECK(StartLogService() == 0 && WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -5);
-    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0 && AdjustLogLevel(VYX_LOG_LEVEL_ERR) == 0);
-    CHECK(WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -3);
-    CHECK(WriteLog(VYX_LOG_LEVEL_ERR, "f.c", 1, "%s", "a line of the log") == 0);
-    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0 && StopLogService(true) == 0);
-}
-
 /* ---- pool.h */
 
 static volatile uint32_t s_nItems; /* run by the pools */
@@ -471,10 +474,30 @@ static void Strings(void) {
     CHECK(VYX_Strcasestr(szText, "LO") == szText + 3);
 }
 
+/* ---- net.h */
+
+static void NamesAndAdapters(void) {
+    char szName[256];
+    uint8_t address[8];
+    uint32_t nLength = 0;
+    VYX_ADDRESS_INFO_T hints = {.iFamily = AF_INET, .iSockType = SOCK_STREAM};
+    VYX_ADDRESS_INFO_T *pNames = NULL;
+    VYX_ADAPTER_INFO *pAdapters = NULL;
+    CHECK(VYX_GetHostName(szName, sizeof szName) == 0 && strlen(szName) < sizeof szName);
+    CHECK(VYX_GetAddressByName("127.0.0.1")->h_length == 4);
+    CHECK(VYX_Htons(0x0102) == htons(0x0102) && VYX_Ntohs(0x0102) == ntohs(0x0102));
+    CHECK(VYX_Htonl(0x01020304) == htonl(0x01020304) && VYX_Ntohl(0x01020304) == ntohl(0x01020304));
+    CHECK(VYX_GetAddressInfo("127.0.0.1", NULL, &hints, &pNames) == 0 && pNames != NULL);
+    CHECK(VYX_FreeAddressInfo(pNames) == 0);
+    CHECK(VYX_GetAdapterInfo(&pAdapters) == 0 && VYX_FreeAdapterInfo(pAdapters) == 0);
+    CHECK(VYX_GetMacAddr("", address, &nLength) == -1 && nLength == 0);
+}
+
 int main(void) {
     StartAndStop();
     CHECK(VYX_Init() == VYX_OK); /* for the bounded waits and the atomic operations */
     VersionAndErrors();
+    Logging();
     Mutexes();
     Semaphores();
     Conditions();
@@ -496,9 +519,9 @@ int main(void) {
     Addresses();
     Streams();
     Options();
-    Logging();
     Numbers();
     Strings();
+    NamesAndAdapters();
     CHECK(VYX_Fini() == VYX_OK);
     return s_iFailures == 0 ? 0 : 1;
 }
