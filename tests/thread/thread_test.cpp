@@ -124,7 +124,9 @@ class AddressSpaceLimit {
         }
         rlimit tight = m_old;
         tight.rlim_cur = nPages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (512U << 20);
-        m_bSet = m_bSet && setrlimit(RLIMIT_AS, &tight) == 0;
+        rlimit inForce = {}; // an emulator takes the limit and ignores it
+        m_bSet = m_bSet && setrlimit(RLIMIT_AS, &tight) == 0 && getrlimit(RLIMIT_AS, &inForce) == 0 &&
+                 inForce.rlim_cur == tight.rlim_cur;
     }
     ~AddressSpaceLimit() {
         if (m_bSet)
