@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Prints how the library compares, from the JSON that the benchmarks write.  ratios.py FILE...
 
-A benchmark is named CASE/SIDE, with arguments perhaps behind that. Each side counts with the median of its
-repetitions. Exit status: 0 whatever the figures say, 1 if a benchmark failed or nothing was measured.
+A benchmark is named CASE/SIDE, with arguments perhaps behind that. The side "vyx" is this library; "vyx_" and a word
+are several ways of its own to do a case. Each side counts with the median of its repetitions. Exit status: 0 whatever the figures say, 1 if a benchmark failed or nothing was measured.
 """
 
 import json
@@ -10,7 +10,7 @@ import re
 import statistics
 import sys
 
-OURS = "vyx"
+OURS = re.compile("vyx(_|$)")
 SETTINGS = re.compile(r"/(real_time|process_time|manual_time|iterations:\d+|repeats:\d+|min_time:[\d.]+)")
 NANOSECONDS = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
 
@@ -60,26 +60,26 @@ def verdict(value, limit):
     return "" if not limit else "ok" if value <= limit else "over"
 
 
-def ratio_rows(case, sides):
-    ours = median(sides[OURS], nanoseconds)
+def ratio_rows(case, own, sides):
+    """One row for each side that is not the library's own."""
+    ours = median(sides[own], nanoseconds)
     for side, runs in sides.items():
-        if side == OURS:
+        if OURS.match(side):
             continue
         other, bound = median(runs, nanoseconds), runs[0].get("bound", 0)
         ratio = ours / other
-        yield [case, f"{ours:.1f}", side, f"{other:.1f}", f"{ratio:.2f}", f"{bound:.2f}" if bound else "",
-               verdict(round(ratio, 2), bound), spread(sides[OURS]), spread(runs)]
+        yield [f"{case} {own[4:]}".rstrip(), f"{ours:.1f}", side, f"{other:.1f}", f"{ratio:.2f}",
+               f"{bound:.2f}" if bound else "", verdict(round(ratio, 2), bound), spread(sides[own]), spread(runs)]
 
 
-def figure_row(case, sides):
+def figure_row(case, own, sides):
     def figure(side):
-        if side not in sides:
-            return ""
         return f"{float(format(median(sides[side], lambda run: run['figure']), '.3g')):g}"
 
-    limit = sides[OURS][0].get("limit", 0)
-    value = median(sides[OURS], lambda run: run["figure"])
-    return [case, figure(OURS), figure("raw"), sides[OURS][0]["label"], f"{limit:g}" if limit else "",
+    limit = sides[own][0].get("limit", 0)
+    value = median(sides[own], lambda run: run["figure"])
+    others = ", ".join(f"{figure(side)} ({side})" for side in sides if not OURS.match(side))
+    return [f"{case} {own[4:]}".rstrip(), figure(own), others, sides[own][0]["label"], f"{limit:g}" if limit else "",
             verdict(value, limit)]
 
 
@@ -96,15 +96,14 @@ def main(files):
     cases, failures = read(files)
     ratios, figures = [], []
     for case, sides in cases.items():
-        if OURS not in sides:
-            continue
-        if "figure" in sides[OURS][0]:
-            figures.append(figure_row(case, sides))
-        else:
-            ratios += ratio_rows(case, sides)
+        for own in filter(OURS.match, sides):
+            if "figure" in sides[own][0]:
+                figures.append(figure_row(case, own, sides))
+            else:
+                ratios += ratio_rows(case, own, sides)
     table("Nanoseconds for one operation; spread is half the distance between the quartiles",
           ["what", "vyx", "other", "takes", "ratio", "bound", "", "spread", "other's"], ratios)
-    table("Observed figures", ["what", "vyx", "raw", "unit", "limit", ""], figures)
+    table("Observed figures", ["what", "vyx", "others", "unit", "limit", ""], figures)
     for failure in failures:
         print(f"FAILED {failure}", file=sys.stderr)
     if not ratios and not figures:

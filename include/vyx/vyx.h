@@ -4,6 +4,7 @@
 
 #include <vyx/container.h>
 #include <vyx/frame.h>
+#include <vyx/pool.h>
 #include <vyx/string.h>
 #include <vyx/sync.h>
 #include <vyx/sys.h>

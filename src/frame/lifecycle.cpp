@@ -5,6 +5,7 @@
 #include "frame/frame_inter.h"
 #include "frame/static_init.h"
 #include "net/net_inter.h"
+#include "pool/thread_pool_inter.h"
 #include "sync/atomic_inter.h"
 #include "sync/timed_wait.h"
 
@@ -29,7 +30,7 @@ int32_t Nothing_Local() {
 VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
     {VYX_InitNetwork_Inter, VYX_FiniNetwork_Inter, &s_bVyxInitNetwork},
     {Nothing_Local, Nothing_Local, &s_bVyxInitMsgQ},
-    {Nothing_Local, Nothing_Local, &s_bVyxInitThreadPool},
+    {VYX_InitThreadPool_Inter, VYX_FiniThreadPool_Inter, &s_bVyxInitThreadPool},
     {VYX_InitTimeWait_Inter, VYX_FiniTimedWait_Inter, &s_bVyxTimedWait},
     {VYX_InitAtomic_Inter, VYX_FiniAtomic_Inter, &s_bVyxInitAtomic},
 };

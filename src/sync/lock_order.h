@@ -6,13 +6,16 @@
 //                                               stage's start and stop
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
+//   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
+//   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
 //   s_hParkLock      src/sync/timed_wait.cpp    the service's sleep while nothing is registered
 //
-// Only ever held alone: s_hCreateLock (src/sync/timed_wait.cpp), s_csLock (src/sync/atomic.cpp), the mutex
-// inside a VYX_Sema.
+// Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside
+// a VYX_Sema. Innermost: s_hCreateLock (src/sync/timed_wait.cpp), with which a fixed pool names the semaphore of
+// a worker while it holds its hLock. No two pools are ever locked together.
 //
 // VYX_CondDestroy takes s_hCondLock, hence may be called with a caller's mutex held.
 //
@@ -20,8 +23,9 @@
 // waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's
 // mutex and comes back later if it is busy, so that neither can wait for the other.
 //
-// Every lock here is initialised by the compiler or before any other static object, and none is destroyed
-// before the process ends, so each may be used from a static constructor and during stop.
+// A pool's hLock is made and destroyed with the pool. Every other lock here is initialised by the compiler or
+// before any other static object, and none is destroyed before the process ends, so each may be used from a
+// static constructor and during stop.
 #ifndef VYX_SYNC_LOCK_ORDER_H
 #define VYX_SYNC_LOCK_ORDER_H
 

@@ -271,6 +271,33 @@ static void Memory(void) {
     CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
 }
 
+/* ---- pool.h */
+
+static volatile uint32_t s_nItems; /* run by the pools */
+
+static void *CountItem(void *pCount) {
+    (void)VYX_AtomicInc((volatile uint32_t *)pCount);
+    return NULL;
+}
+
+static void CountPointer(void *pCount) {
+    (void)CountItem(pCount);
+}
+
+static void Pools(void) {
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 2);
+    CHECK(hPool != NULL && VYX_ThreadPool_Work(hPool, CountItem, (void *)&s_nItems) == VYX_OK);
+    CHECK(VYX_ThreadPool_WorkEx(hPool, CountItem, (void *)&s_nItems, 1) == VYX_OK);
+    CHECK(VYX_ThreadPool_Destroy(hPool) == VYX_OK && s_nItems == 2);
+    hPool = VYX_ThreadPool_CreateEx(1, 1, 262144);
+    CHECK(hPool != NULL && VYX_ThreadPool_Destroy(hPool) == VYX_OK);
+    hPool = VYX_ThreadPool_CreateFlex(0, 1, 0, 10);
+    CHECK(hPool != NULL && VYX_ThreadPool_Destroy(hPool) == VYX_OK);
+    VYX_HANDLE_THREADPOOLFLEX hFlex = VYX_ThreadPoolFlex_Create(1, -1, CountPointer, 0);
+    CHECK(hFlex != NULL && VYX_ThreadPoolFlex_Work(hFlex, (void *)&s_nItems) == VYX_OK);
+    CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
+}
+
 /* ---- string.h */
 
 static void Numbers(void) {
@@ -317,6 +344,7 @@ int main(void) {
     TimeAsText();
     HashTables();
     Memory();
+    Pools();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);

@@ -1,0 +1,127 @@
+// The work that every pool gets, so that figures of one run can be compared.
+//
+// A pool is a class with the number of its workers as constructor argument and
+//   void Submit(PoolWork *pWork)   has pWork->Run() run once on a worker, waiting where there is no room
+//   void Drain()                   called by the submitting thread until the items are done; may do nothing
+#ifndef VYX_BENCH_POOL_BENCH_H
+#define VYX_BENCH_POOL_BENCH_H
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <semaphore.h>
+
+#include "support/bench.h"
+
+struct PoolWork {
+    using Clock = std::chrono::steady_clock;
+
+    std::chrono::nanoseconds length{0}; // of one item, spent computing
+    std::atomic<Clock::rep> started{0}; // when the latest item began
+    std::atomic<uint64_t> nDone{0};
+    sem_t permits; // of items that may be under way, where the benchmark limits them
+
+    PoolWork() { (void)sem_init(&permits, 0, 0); }
+    ~PoolWork() { (void)sem_destroy(&permits); }
+    PoolWork(const PoolWork &) = delete;
+    PoolWork &operator=(const PoolWork &) = delete;
+
+    void Run() {
+        const auto now = Clock::now();
+        started.store(now.time_since_epoch().count(), std::memory_order_relaxed);
+        while (length.count() != 0 && Clock::now() - now < length) {
+        }
+        (void)sem_post(&permits);
+        nDone.fetch_add(1, std::memory_order_release);
+    }
+};
+
+// The time that an item takes off a batch: handed over by one thread, and over when its last item has run.
+//   Limited  have no more items under way than there are workers, as a pool without a queue does by itself
+template <class Pool, bool Limited>
+void PoolItems(benchmark::State &state) {
+    constexpr uint64_t kBatch = 2000;
+    Pool pool(static_cast<int>(state.range(0)));
+    PoolWork work;
+    work.length = std::chrono::nanoseconds(state.range(1));
+    for (int64_t n = 0; n < state.range(0); ++n)
+        (void)sem_post(&work.permits);
+    uint64_t nDue = 0;
+    std::vector<double> samples;
+    for (auto _ : state) {
+        for (int nBatch = 0; nBatch < 5; ++nBatch) {
+            const auto start = bench::Clock::now();
+            nDue += kBatch;
+            for (uint64_t n = 0; n < kBatch; ++n) {
+                while (Limited && sem_wait(&work.permits) != 0) {
+                }
+                pool.Submit(&work);
+            }
+            while (work.nDone.load(std::memory_order_acquire) != nDue) {
+                pool.Drain();
+                std::this_thread::yield();
+            }
+            samples.push_back(bench::MicrosecondsSince(start) / kBatch);
+        }
+        bench::TimeOfMedian(state, samples);
+    }
+}
+
+// From the call that hands an item over to the item's first instruction, the workers asleep.
+template <class Pool>
+void PoolHandOver(benchmark::State &state) {
+    Pool pool(2);
+    PoolWork work;
+    uint64_t nDue = 0;
+    std::vector<double> samples;
+    for (auto _ : state) {
+        for (int n = 0; n < 50; ++n) {
+            std::this_thread::sleep_for(std::chrono::microseconds(300)); // lets the workers fall asleep
+            const auto before = bench::Clock::now().time_since_epoch().count();
+            pool.Submit(&work);
+            ++nDue;
+            while (work.nDone.load(std::memory_order_acquire) != nDue) {
+                pool.Drain();
+                std::this_thread::yield();
+            }
+            samples.push_back(static_cast<double>(work.started.load() - before) / 1e3);
+        }
+        bench::TimeOfMedian(state, samples);
+    }
+}
+
+// A case's side, with the bound on the time that the library may take in proportion; 0 = none.
+inline auto *RegisterPoolCase(const char *szCase, const char *szSide, void (*pfnRun)(benchmark::State &),
+                              double fBound) {
+    auto *pCase = benchmark::RegisterBenchmark((std::string(szCase) + "/" + szSide).c_str(),
+                                               [=](benchmark::State &state) {
+                                                   pfnRun(state);
+                                                   if (fBound > 0)
+                                                       state.counters["bound"] = fBound;
+                                               });
+    bench::ByHand(pCase);
+    return pCase;
+}
+
+// Empty items and items of 10 microseconds, for each of these numbers of workers.
+inline void RegisterItems(const char *szCase, const char *szSide, void (*pfnRun)(benchmark::State &),
+                          const std::vector<int64_t> &workers, double fBound) {
+    RegisterPoolCase(szCase, szSide, pfnRun, fBound)
+        ->ArgsProduct({workers, {0, 10000}})
+        ->ArgNames({"workers", "item_ns"});
+}
+
+// Registers a peer's pool, before main. It is a side of all cases: as it is beside the flexible pool, which queues
+// as it does, and with a limit on what is under way beside the fixed pool, which has no queue. Result: of no use,
+// so that a constant's initialiser can call it.
+template <class Pool>
+int RegisterPeer(const char *szName, const std::vector<int64_t> &workers = {1, 2, 8}) {
+    RegisterItems("pool_items", szName, PoolItems<Pool, false>, workers, 1.0);
+    RegisterItems("pool_items_without_queue", szName, PoolItems<Pool, true>, workers, 1.0);
+    RegisterPoolCase("pool_hand_over", szName, PoolHandOver<Pool>, 1.0);
+    return 0;
+}
+
+#endif

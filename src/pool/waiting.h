@@ -1,0 +1,45 @@
+// What both pools need to wait and to hold locks.
+#ifndef VYX_POOL_WAITING_H
+#define VYX_POOL_WAITING_H
+
+#include <chrono>
+#include <sched.h>
+#include <vyx/sync.h>
+
+namespace vyx_inter {
+
+// Holds a mutex that lives in a pool for the length of a block, also if the thread ends in it.
+class MutexHold {
+  public:
+    explicit MutexHold(VYX_MUTEX_T &hMutex) : m_hMutex(hMutex) { (void)VYX_MutexLock(&m_hMutex); }
+    ~MutexHold() { (void)VYX_MutexUnlock(&m_hMutex); }
+    MutexHold(const MutexHold &) = delete;
+    MutexHold &operator=(const MutexHold &) = delete;
+
+  private:
+    VYX_MUTEX_T &m_hMutex;
+};
+
+// Under a steady load the next item, or the next idle worker, is there sooner than a thread falls asleep and is
+// woken. So both sides look this often before they sleep. In between they let others run, who may be those that
+// they wait for; where these take longer than kBriefTime, the machine is busy with something else.
+constexpr uint32_t kBriefTries = 32;
+constexpr std::chrono::microseconds kBriefTime{30};
+
+// Result: true as soon as fnTry succeeds, false when the time is over.
+template <class Try>
+bool TryBriefly(Try fnTry) {
+    if (fnTry())
+        return true;
+    const auto end = std::chrono::steady_clock::now() + kBriefTime;
+    for (uint32_t nTry = 0; nTry < kBriefTries && std::chrono::steady_clock::now() < end; ++nTry) {
+        (void)sched_yield();
+        if (fnTry())
+            return true;
+    }
+    return false;
+}
+
+} // namespace vyx_inter
+
+#endif

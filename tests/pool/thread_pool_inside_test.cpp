@@ -1,0 +1,192 @@
+// The fixed pool from inside: its records, and what happens when the system refuses semaphores or threads.
+#include <algorithm>
+
+#include "pool/pool_support.h"
+#include "pool/refusals.h"
+#include "pool/thread_pool_inter.h"
+
+using pooltest::ErrorsOf;
+using pooltest::Gate;
+using pooltest::Shown;
+
+namespace {
+
+// Every test gives all semaphores back.
+class FixedPoolInside : public pooltest::StartedTest {
+  protected:
+    ~FixedPoolInside() override {
+        refusals::g_nSemaphoresLeft = refusals::g_nThreadsLeft = -1;
+        EXPECT_EQ(refusals::g_nNames, 0);
+    }
+};
+
+const std::string kNoSemaphore = Shown("quelby !!! VYX_CreateThread_Local VYX_SemCreate error, return -1 2");
+const std::string kNoThread = Shown("quelby !!! VYX_CreateThread_Local VYX_Thread_Create error, return -1 3");
+const std::string kNotStarted =
+    Shown("quelby !!! VYX_InitThread_Local VYX_CreateThread_Local error, return -1 2") +
+    Shown("quelby !!! VYX_ThreadPool_Create VYX_InitThread_Local error, return -1 3");
+
+template <class Read>
+auto Locked(THREAD_POOL_T *pPool, Read read) {
+    (void)VYX_MutexLock(&pPool->hLock);
+    const auto value = read();
+    (void)VYX_MutexUnlock(&pPool->hLock);
+    return value;
+}
+
+uint32_t LiveCount(THREAD_POOL_T *pPool) {
+    return Locked(pPool, [pPool] { return pPool->nCurrCount; });
+}
+
+// A text with one sign for each place: '-' free, 'i' idle, 'b' busy.
+std::string Places(THREAD_POOL_T *pPool) {
+    return Locked(pPool, [pPool] {
+        std::string text;
+        for (uint32_t n = 0; n < pPool->nMaxCount; ++n) {
+            const THREAD_INFO_T &info = pPool->struThreads[n];
+            text += info.hThread == VYX_INVALID_THREAD ? '-' : info.bIdle == 1 ? 'i' : 'b';
+        }
+        return text;
+    });
+}
+
+bool WaitPlaces(THREAD_POOL_T *pPool, const std::string &text) {
+    return support::WaitUntil([&] { return Places(pPool) == text; });
+}
+
+TEST_F(FixedPoolInside, LowestIdlePlaceIsChosen) {
+    Gate all;
+    Gate some[2];
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateEx(1, 130, 65536);
+    for (int i = 0; i < 130; ++i)
+        ASSERT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, i == 3 ? &some[0] : i == 129 ? &some[1] : &all), 0);
+    ASSERT_TRUE(all.WaitEntered(128));
+    EXPECT_EQ(VYX_GetIdle_Local(hPool), nullptr);
+    some[1].bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, std::string(129, 'b') + "i"));
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &all), 0) << "the last place of a nearly full pool";
+    some[0].bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, "bbbi" + std::string(126, 'b')));
+    all.bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, std::string(130, 'i')));
+    Gate again;
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &again), 0);
+    EXPECT_EQ(Places(hPool), std::string(100, 'b') + std::string(30, 'i'));
+    again.bOpen = true;
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+}
+
+TEST_F(FixedPoolInside, ShrinksAndStaysUsable) {
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(1, 4, 0, 100);
+    for (int nRound = 0; nRound < 2; ++nRound) {
+        Gate gate;
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+        ASSERT_TRUE(gate.WaitEntered(4));
+        EXPECT_EQ(LiveCount(hPool), 4U);
+        const double dMilliseconds = support::MillisecondsOf([&] {
+            gate.bOpen = true;
+            EXPECT_TRUE(WaitPlaces(hPool, "i---"));
+        });
+        EXPECT_GE(dMilliseconds, 99.0) << "not before the time is out, to one tick";
+        EXPECT_EQ(LiveCount(hPool), 1U);
+        EXPECT_EQ(refusals::g_nNames, 1) << "retired workers give their semaphore back";
+    }
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+}
+
+TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(2, 4, 0, 30);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    // The first two places lose their workers; the next ones to start take these places, and stay.
+    ASSERT_TRUE(gate.WaitEntered(3));
+    gate.bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
+    const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
+    ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
+    Gate two;
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &two), 0);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &two), 0);
+    EXPECT_EQ(Places(hPool), "bb--");
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &two), 0);
+    two.bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+}
+
+TEST_F(FixedPoolInside, NoSemaphoreNameLeft) {
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hRunning = VYX_ThreadPool_Create(2, 4);
+    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+    ASSERT_TRUE(gate.WaitEntered(1));
+    refusals::g_nSemaphoresLeft = 5;
+    refusals::g_nNameTrials = 0;
+    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(6, 512), nullptr); }),
+              kNoSemaphore + kNotStarted);
+    EXPECT_GE(refusals::g_nNameTrials, 5 + 32767) << "all names were tried";
+    EXPECT_EQ(refusals::g_nNames, 2) << "the workers that had been started are gone";
+    // The running pool goes on with what it has, and cannot grow.
+    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hRunning, Gate::Item, &gate, 1), -1); }),
+              kNoSemaphore);
+    EXPECT_EQ(Places(hRunning), "bb--");
+    refusals::g_nSemaphoresLeft = -1;
+    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+    // The place that the failed creation had taken serves the next one.
+    VYX_HANDLE_THREADPOOL hNext = VYX_ThreadPool_Create(3, 3);
+    ASSERT_EQ(hNext, hRunning + 1);
+    EXPECT_EQ(VYX_ThreadPool_Work(hNext, Gate::Item, &gate), 0);
+    gate.bOpen = true;
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hNext), 0);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hRunning), 0);
+    EXPECT_EQ(gate.nLeft, 4);
+}
+
+TEST_F(FixedPoolInside, NoThreadToBeHad) {
+    refusals::g_nThreadsLeft = 2;
+    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(3, 3), nullptr); }), kNoThread + kNotStarted);
+    EXPECT_EQ(refusals::g_nNames, 0);
+    refusals::g_nThreadsLeft = 1;
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 2);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), -1); }), kNoThread);
+    EXPECT_EQ(Places(hPool), "b-");
+    refusals::g_nThreadsLeft = -1;
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    gate.bOpen = true;
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+    EXPECT_EQ(gate.nLeft, 2);
+}
+
+TEST_F(FixedPoolInside, NullRecords) {
+    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_GetIdle_Local(nullptr), nullptr); }),
+              Shown("quelby !!! VYX_GetIdle_Local pThreadPool == NULL error, return NULL 1"));
+    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(f_Thread_Svc(nullptr), nullptr); }),
+              Shown("quelby !!! f_Thread_Svc pParam == NULL error, return NULL 1"));
+}
+
+TEST_F(FixedPoolInside, StartForgetsPoolsThatWereLeftOver) {
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(0, 2, 0, 30);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    ASSERT_TRUE(gate.WaitEntered(1));
+    VYX_SEM_T hLost = hPool->struThreads[0].hSem;
+    ASSERT_EQ(VYX_Fini(), 0);
+    ASSERT_EQ(VYX_Init(), 0);
+    VYX_HANDLE_THREADPOOL hNew = VYX_ThreadPool_Create(2, 2);
+    EXPECT_EQ(hNew, hPool) << "the registry is empty again";
+    gate.bOpen = true; // the old worker comes back to a record that is not its own, and leaves it alone
+    ASSERT_TRUE(gate.WaitLeft(1));
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(VYX_ThreadPool_WorkEx(hNew, Gate::Item, &gate, 1), 0);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hNew), 0);
+    EXPECT_EQ(gate.nLeft, 101);
+    EXPECT_EQ(VYX_SemDestroy(&hLost), 0);
+}
+
+} // namespace
