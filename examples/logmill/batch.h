@@ -1,20 +1,61 @@
-// What the reader hands to a worker.
+// A batch: lines of one sender on their way from its connection to the store, inside one queued message.
+//
+// Behind the pointer to the connection come records: a header and the text of a line, or of a piece of one.
 #ifndef LOGMILL_BATCH_H
 #define LOGMILL_BATCH_H
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <string_view>
+#include <vyx/msg.h>
+
+#include "classifier.h"
 
 namespace logmill {
 
-// The longest line that is kept whole, in bytes with its line feed. It bounds the memory that a file without
-// line feeds takes; of a longer line the rest is counted but not looked at.
-constexpr size_t kLongestLine = 4 * 1024 * 1024;
+class Connection;
 
-struct Batch {
-    std::string text;     // whole lines with their line feeds; only the file's last line may lack its own
-    uint64_t skipped = 0; // bytes left out of the last line, before its last two
+// A line of the log service has some 2,000 bytes of room; longer lines are stored as several pieces that follow one
+// another under the same line number.
+constexpr size_t kPieceBytes = 1900;
+
+struct Piece {
+    uint32_t line; // counted from 1
+    Level level;   // of the whole line, as far as its first piece shows it
+    bool last;     // the line ends here
+    std::string_view text;
+};
+
+// Fills a message, piece by piece.
+class BatchWriter {
+  public:
+    explicit BatchWriter(Connection *connection);
+
+    // The text is copied. False if the batch has no room left for it.
+    bool Add(const Piece &piece);
+    bool Empty() const;
+    void Clear();
+
+    // Higher is sooner: how bad the worst line is.
+    const VYX_MSG_BLOCK_T &Message();
+
+  private:
+    VYX_MSG_BLOCK_T m_message;
+    Level m_worst = Level::None;
+};
+
+// Takes a message apart again; it must outlive the reader and the pieces.
+class BatchReader {
+  public:
+    explicit BatchReader(const VYX_MSG_BLOCK_T &message);
+
+    Connection *From() const;
+    // False at the end.
+    bool Next(Piece &piece);
+
+  private:
+    const VYX_MSG_BLOCK_T &m_message;
+    size_t m_at = sizeof(Connection *);
 };
 
 } // namespace logmill

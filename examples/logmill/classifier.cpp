@@ -53,10 +53,6 @@ Level LevelOf(std::string_view word) {
     return Level::None;
 }
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
 } // namespace
 
 const char *LevelName(Level level) {
@@ -75,21 +71,6 @@ Level FindLevel(std::string_view line) {
         at = end;
     }
     return Level::None;
-}
-
-std::string_view FirstField(std::string_view line) {
-    const auto begin = std::find_if_not(line.begin(), line.end(), IsBlank);
-    const auto end = std::find_if(begin, line.end(), IsBlank);
-    return line.substr(static_cast<size_t>(begin - line.begin()), static_cast<size_t>(end - begin));
-}
-
-std::string_view WithoutEnd(std::string_view line) {
-    if (line.empty() || line.back() != '\n')
-        return line;
-    line.remove_suffix(1);
-    if (!line.empty() && line.back() == '\r')
-        line.remove_suffix(1);
-    return line;
 }
 
 } // namespace logmill

@@ -7,17 +7,22 @@
 
 namespace logmill {
 
+enum class Command { Collect, Send, Help, Wrong };
+
 struct Options {
-    std::string file;            // "-" for standard input
-    uint32_t workers = 0;        // threads that classify; 0 until parsed, then the processors if not given
-    uint32_t buffer = 16;        // batches between the reader and the workers
-    uint32_t batchBytes = 65536; // text handed over at a time; a batch holds at least one line
+    std::string address = "127.0.0.1"; // IPv4 or IPv6
+    uint32_t port = 0;                 // collecting: 0 takes a free one
+    // Collecting.
+    std::string directory = "logmill-logs";
+    uint32_t fileBytes = 2 * 1024 * 1024; // of one log file
+    uint32_t connections = 32;            // senders served at a time
+    // Sending.
+    std::string file; // "-" for standard input
+    std::string name; // under which the lines are stored
 };
 
-enum class Parsed { Run, Help, Wrong };
-
 // Fills options. For Help the usage is on standard output, for Wrong what is wrong is on standard error.
-Parsed ParseOptions(int argc, char **argv, Options &options);
+Command ParseOptions(int argc, char **argv, Options &options);
 
 } // namespace logmill
 

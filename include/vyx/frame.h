@@ -48,11 +48,14 @@ VYX_API int32_t VYX_FiniEx(void);
 VYX_API uint32_t VYX_GetVYXVersion(void);
 
 /*
- * Switches the log service on or off in one call.
- *   nFlags      0: off. Otherwise on; bit 0 adds standard output, bit 1 the rotating files; others are ignored
- *   pFileParam  parameter of the file target, borrowed for the call; may be null
+ * Switches the log service (vyx/log.h) on or off in one call.
+ *   nFlags      0: standard output and files off, after what is queued has been written, and the service stopped until
+ *               it is switched on again; standard error is left as it is. Otherwise on, for lines of every level; bit
+ *               0 adds standard output, bit 1 the rotating files, 2 MiB each and numbered without end; other bits are
+ *               ignored
+ *   pFileParam  directory of the files, a text borrowed for the call; null: "./vyxlog/"
  *
- * Result:  always VYX_OK. The log service is not part of this version yet: the call has no effect.
+ * Result:  always VYX_OK.
  * Threads: any.
  */
 VYX_API int32_t VYX_Log(uint32_t nFlags, const void *pFileParam);

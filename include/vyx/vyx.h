@@ -4,6 +4,9 @@
 
 #include <vyx/container.h>
 #include <vyx/frame.h>
+#include <vyx/log.h>
+#include <vyx/msg.h>
+#include <vyx/net.h>
 #include <vyx/pool.h>
 #include <vyx/string.h>
 #include <vyx/sync.h>

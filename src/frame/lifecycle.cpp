@@ -1,9 +1,11 @@
 // Start and stop: a counter and five stages, all under one mutex.
 #include <vyx/frame.h>
+#include <vyx/log.h>
 #include <vyx/sync.h>
 
 #include "frame/frame_inter.h"
 #include "frame/static_init.h"
+#include "msg/msgq_inter.h"
 #include "net/net_inter.h"
 #include "pool/thread_pool_inter.h"
 #include "sync/atomic_inter.h"
@@ -22,14 +24,13 @@ static uint32_t s_bVyxInitAtomic = 0;
 
 namespace {
 
-// A stage that this version has nothing to do for: it succeeds.
-int32_t Nothing_Local() {
-    return VYX_OK;
-}
+// Bits of VYX_Log's flags.
+constexpr uint32_t kLogToConsole = 1;
+constexpr uint32_t kLogToFiles = 2;
 
 VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
     {VYX_InitNetwork_Inter, VYX_FiniNetwork_Inter, &s_bVyxInitNetwork},
-    {Nothing_Local, Nothing_Local, &s_bVyxInitMsgQ},
+    {VYX_MsgQInitEx_Inter, VYX_MsgQFiniEx_Inter, &s_bVyxInitMsgQ},
     {VYX_InitThreadPool_Inter, VYX_FiniThreadPool_Inter, &s_bVyxInitThreadPool},
     {VYX_InitTimeWait_Inter, VYX_FiniTimedWait_Inter, &s_bVyxTimedWait},
     {VYX_InitAtomic_Inter, VYX_FiniAtomic_Inter, &s_bVyxInitAtomic},
@@ -127,6 +128,18 @@ uint32_t VYX_GetVYXVersion(void) {
     return VYX_VERSION;
 }
 
-int32_t VYX_Log(uint32_t /*nFlags*/, const void * /*pFileParam*/) {
+int32_t VYX_Log(uint32_t nFlags, const void *pFileParam) {
+    if (nFlags == 0) {
+        (void)DisableTarget(VYX_LOG_TARGET_CONSOLE);
+        (void)DisableTarget(VYX_LOG_TARGET_FILE);
+        (void)StopLogService(true);
+        return VYX_OK;
+    }
+    (void)StartLogService();
+    if ((nFlags & kLogToConsole) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0);
+    if ((nFlags & kLogToFiles) != 0)
+        (void)EnableTarget(VYX_LOG_TARGET_FILE, pFileParam, 0, 0);
+    (void)AdjustLogLevel(VYX_LOG_LEVEL_INF);
     return VYX_OK;
 }

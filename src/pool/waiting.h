@@ -6,19 +6,9 @@
 #include <sched.h>
 #include <vyx/sync.h>
 
+#include "sync/mutex_hold.h"
+
 namespace vyx_inter {
-
-// Holds a mutex that lives in a pool for the length of a block, also if the thread ends in it.
-class MutexHold {
-  public:
-    explicit MutexHold(VYX_MUTEX_T &hMutex) : m_hMutex(hMutex) { (void)VYX_MutexLock(&m_hMutex); }
-    ~MutexHold() { (void)VYX_MutexUnlock(&m_hMutex); }
-    MutexHold(const MutexHold &) = delete;
-    MutexHold &operator=(const MutexHold &) = delete;
-
-  private:
-    VYX_MUTEX_T &m_hMutex;
-};
 
 // Under a steady load the next item, or the next idle worker, is there sooner than a thread falls asleep and is
 // woken. So both sides look this often before they sleep. In between they let others run, who may be those that

@@ -4,10 +4,16 @@
 //   ---------------  -------------------------  ------------------------------------------------------------
 //   s_vyxmutex       src/frame/lifecycle.cpp    the start counter and the stage flags; held through every
 //                                               stage's start and stop
+//   s_VyxTimerMutex  src/msg/timer.cpp          the table of timers; under it only s_hCreateLock is taken
 //   (caller's mutex) argument of                the caller's predicate; held by the caller
 //                    VYX_CondTimedWait
+//   s_msgQMutex      src/msg/msgq.cpp           which message queues are live; held to create and destroy one
+//   hQueueLock       VYX_MQ_INTER               a queue's messages in order; senders do without it
+//   hRecvLock,       VYX_MQ_INTER               who waits at a queue; never both
+//   hSendLock
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
 //   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
+//   hMutex           VYX_EVENT_T                what is in an event's pipe, and the closing of the pipe
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
@@ -15,13 +21,15 @@
 //
 // Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside
 // a VYX_Sema. Innermost: s_hCreateLock (src/sync/timed_wait.cpp), with which a fixed pool names the semaphore of
-// a worker while it holds its hLock. No two pools are ever locked together.
+// a worker while it holds its hLock, and so does a timer. No two pools are ever locked together.
 //
 // VYX_CondDestroy takes s_hCondLock, hence may be called with a caller's mutex held.
 //
 // One intended reversal: the timed-wait service holds s_hCondLock and then takes a caller's mutex, while a
 // waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's
 // mutex and comes back later if it is busy, so that neither can wait for the other.
+//
+// The lock of a vyx::vyx_msgq is only ever held alone.
 //
 // A pool's hLock is made and destroyed with the pool. Every other lock here is initialised by the compiler or
 // before any other static object, and none is destroyed before the process ends, so each may be used from a

@@ -102,11 +102,22 @@ std::atomic<int32_t> s_bBreakTimer{1};
 VYX_THREAD_T s_hThreadId = VYX_INVALID_THREAD; // under the start/stop mutex
 pid_t s_iServicePid = 0;                       // the process the service was started in; likewise
 
+// See VYX_TimedWaitEpoch_Inter. Written under the start/stop mutex.
+std::atomic<uint32_t> s_nEpoch{0};
+std::atomic<void (*)(void)> s_fnEpochChanged{nullptr};
+
 // Where the service sleeps while nothing is registered. s_nPending rises before the sleeper is signalled and
 // is looked at under the lock, so a registration is never missed.
 Lock s_hParkLock;
 VYX_COND_T s_hParkCond = PTHREAD_COND_INITIALIZER;
 std::atomic<uint32_t> s_nPending{0};
+
+void SetEpoch_Local(uint32_t nEpoch) {
+    s_nEpoch.store(nEpoch);
+    void (*const fnChanged)(void) = s_fnEpochChanged.load();
+    if (fnChanged != nullptr)
+        fnChanged();
+}
 
 void WakeService_Local() {
     const LockGuard guard(s_hParkLock);
@@ -355,7 +366,10 @@ int32_t VYX_InitTimeWait_Inter(void) {
     s_bBreakTimer.store(0);
     s_iServicePid = getpid();
     s_hThreadId = VYX_StartServiceThread_Inter(timer_svc, nullptr, kStackSize);
-    return s_hThreadId != VYX_INVALID_THREAD ? VYX_OK : VYX_ERROR;
+    if (s_hThreadId == VYX_INVALID_THREAD)
+        return VYX_ERROR;
+    SetEpoch_Local(s_nEpoch.load() | 1);
+    return VYX_OK;
 }
 
 int32_t VYX_FiniTimedWait_Inter(void) {
@@ -373,6 +387,7 @@ int32_t VYX_FiniTimedWait_Inter(void) {
     // The caller may itself hold a mutex that a waiter needs, so this must not wait until all have left.
     for (uint32_t nPass = 0; nPass < kStopPasses && !ReleaseConds_Local(); ++nPass)
         (void)VYX_USleep(kPassPause);
+    SetEpoch_Local((s_nEpoch.load() | 1) + 1);
     return VYX_OK;
 }
 
@@ -384,6 +399,14 @@ bool VYX_TimedWaitPass_Inter(void) {
 
 uint32_t VYX_TimedWaitPending_Inter(void) {
     return s_nPending.load();
+}
+
+uint32_t VYX_TimedWaitEpoch_Inter(void) {
+    return s_nEpoch.load();
+}
+
+void VYX_TimedWaitTell_Inter(void (*fnChanged)(void)) {
+    s_fnEpochChanged.store(fnChanged);
 }
 
 void VYX_TimedWaitWithdraw_Inter(const VYX_COND_T *pCond) {

@@ -52,6 +52,13 @@ void VYX_TimedWaitWithdraw_Inter(const VYX_COND_T *pCond);
 // Waits registered at this moment, of both kinds.
 uint32_t VYX_TimedWaitPending_Inter(void);
 
+// Whether the service runs, and how often it has stopped, for those who sleep by other means and keep to its
+// hours: the epoch is odd while the service runs, and half of it, rounded down, is the number of stops.
+uint32_t VYX_TimedWaitEpoch_Inter(void);
+
+// Has a function called, under the start/stop mutex, after every change of the epoch. There is room for one.
+void VYX_TimedWaitTell_Inter(void (*fnChanged)(void));
+
 // The service thread's body.
 void *timer_svc(void *pIgnored);
 

@@ -1,44 +1,42 @@
 // The example programs, run as their users run them, and the first programs of the README.
+#include <algorithm>
 #include <cctype>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "support/support.h"
+#include "support/temp_dir.h"
 
 namespace {
 
-constexpr size_t kLongestLine = 4 * 1024 * 1024; // bytes of a line that the mill keeps
 const std::string kMill = LOGMILL;
 
 struct Outcome {
     int iStatus; // exit status, or -1 if a signal ended the program
     std::string out;
-
-    // The first number after a key that starts a line, blanks before it aside; -1 if there is none.
-    int64_t Number(const std::string &key) const {
-        std::istringstream lines(out);
-        for (std::string line; std::getline(lines, line);) {
-            const size_t nStart = line.find_first_not_of(' ');
-            if (nStart == std::string::npos || line.compare(nStart, key.size(), key) != 0)
-                continue;
-            const size_t nNumber = line.find_first_not_of(' ', nStart + key.size());
-            if (nNumber != std::string::npos && nNumber > nStart + key.size() && isdigit(line[nNumber]) != 0)
-                return std::stoll(line.substr(nNumber));
-        }
-        return -1;
-    }
 };
+
+// The first number after a key that starts a line, blanks before it aside; -1 if there is none.
+int64_t NumberAfter(const std::string &key, const std::string &text) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t nStart = line.find_first_not_of(' ');
+        if (nStart == std::string::npos || line.compare(nStart, key.size(), key) != 0)
+            continue;
+        const size_t nNumber = line.find_first_not_of(' ', nStart + key.size());
+        if (nNumber != std::string::npos && isdigit(line[nNumber]) != 0)
+            return std::stoll(line.substr(nNumber));
+    }
+    return -1;
+}
 
 // Runs a shell command; standard output and error together.
 Outcome Shell(const std::string &command) {
@@ -53,216 +51,219 @@ Outcome Shell(const std::string &command) {
     return outcome;
 }
 
-// A file of its own, gone at the end of the test.
+// A collector with a directory of its own.
 class Mill : public testing::Test {
   protected:
-    Mill() {
-        const int iFd = mkstemp(m_path.data());
-        EXPECT_NE(iFd, -1);
-        close(iFd);
+    ~Mill() override {
+        if (m_iCollector > 0) {
+            kill(m_iCollector, SIGKILL);
+            waitpid(m_iCollector, nullptr, 0);
+        }
+        if (m_pSaid != nullptr)
+            fclose(m_pSaid);
     }
-    ~Mill() override { unlink(m_path.c_str()); }
 
-    void Write(const std::string &content) { std::ofstream(m_path, std::ios::binary) << content; }
-    Outcome Grind(const std::string &options = "") { return Shell(kMill + " " + options + " " + m_path); }
+    std::string Path(const std::string &name) const { return m_dir / name; }
+    void Write(const std::string &name, const std::string &content) const {
+        support::WriteFile(Path(name), content);
+    }
+    std::string Read(const std::string &name) const { return support::ReadFile(Path(name)); }
 
-    std::string m_path = testing::TempDir() + "vyx_mill_XXXXXX";
+    // Starts it and waits until it tells its port.
+    void StartCollector(const std::string &options = "") {
+        int fds[2];
+        ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
+        m_iCollector = fork();
+        if (m_iCollector == 0) {
+            dup2(fds[1], STDOUT_FILENO);
+            const std::string command = "exec " + kMill + " collect -d " + Path("logs") + " " + options;
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            _exit(127);
+        }
+        close(fds[1]);
+        m_pSaid = fdopen(fds[0], "r");
+        unsigned nPort = 0;
+        ASSERT_EQ(fscanf(m_pSaid, "collecting at %*s port %u into", &nPort), 1);
+        m_port = std::to_string(nPort);
+    }
+    std::string SendCommand(const std::string &name) const {
+        return kMill + " send -p " + m_port + " -n " + name + " " + Path(name);
+    }
+    // Interrupts it as Ctrl-C does; what it says at its end.
+    std::string EndCollector() {
+        EXPECT_EQ(kill(m_iCollector, SIGINT), 0);
+        std::string said;
+        for (int c; (c = fgetc(m_pSaid)) != EOF;)
+            said += static_cast<char>(c);
+        int iStatus = 0;
+        EXPECT_EQ(waitpid(m_iCollector, &iStatus, 0), m_iCollector);
+        EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0) << iStatus;
+        m_iCollector = 0;
+        return said;
+    }
+    // Puts the lines of the log files back together, into out/NAME for each sender.
+    void Rebuild() {
+        const Outcome outcome = Shell(
+            "mkdir " + Path("out") + "; cd " + Path("logs") + "; ls | sort -t_ -k3n | LC_ALL=C xargs cat | " +
+            "LC_ALL=C awk -v directory=" + Path("out") + " -f " SOURCE_DIR "/examples/logmill/check.awk");
+        EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
+    }
+
+    support::TempDir m_dir;
+    pid_t m_iCollector = 0;
+    FILE *m_pSaid = nullptr; // the collector's standard output
+    std::string m_port;
 };
 
-TEST_F(Mill, EdgeFiles) {
+// As a sender's file comes back: with a last line end, and as text.
+std::string Stored(std::string content) {
+    std::replace(content.begin(), content.end(), '\0', '?');
+    if (!content.empty() && content.back() != '\n')
+        content += '\n';
+    return content;
+}
+
+TEST_F(Mill, StoresWhateverLinesThereAre) {
     using namespace std::string_literals;
-    const struct {
-        const char *name;
-        std::string content;
-        int64_t lines, longest, blank; // blank -1: the summary does not mention blank lines
-        const char *level;             // all lines have this one
-    } cases[] = {
-        {"empty", "", 0, 0, -1, "none"},
-        {"one feed", "\n", 1, 0, 1, "none"},
-        {"no final feed", "one\nthree", 2, 5, -1, "none"},
-        {"carriage returns", "one\r\nt\rwo\r\n\r\n", 3, 4, 1, "none"},
-        {"return at the very end", "one\r", 1, 4, -1, "none"},
-        {"zero bytes", "\0\0 error\0\n\0"s, 2, 9, -1, nullptr},
-        {"blanks", "  \t \n \terror here\n", 2, 12, 1, nullptr},
-        {"errors", "Error:\n[ERR]\nx error, fatal\nerror-info\nan \"error\"", 5, 14, -1, "error"},
-        {"near words",
-         "errors\nerror_1\nxerror\nerr0r\ner\n\xC3\xBC"
-         "error\nwarningfatal",
-         7, 12, -1, "none"},
-        {"warnings", "WARN\nWarning\n", 2, 7, -1, "warning"},
-        {"fatal", "alert\ncrit\ncritical\nemerg\nfatal\npanic", 6, 8, -1, "fatal"},
-        {"debug", "dbg\ndebug\ntrace", 3, 5, -1, "debug"},
-        {"info", "inf\ninfo", 2, 4, -1, "info"},
-        {"notice", "notice", 1, 6, -1, "notice"},
+    const std::string cases[] = {
+        "",
+        "\n",
+        "\n\n\n",
+        "one\nthree",
+        "one\r\nt\rwo\r\n\r\n",
+        "\0\0 error\0\n\0"s,
+        "[2026-01-01 00:00:00.000][ERR][FILE:x][LINE:7] no header\n",
+        "%s %n %d\n\xFF\xFE\n",
+        std::string(1899, 'a') + "\n" + std::string(1900, 'b') + "\n" + std::string(1901, 'c') + "\n",
+        std::string(3800, 'd') + "\n" + std::string(3801, 'e') + " error",
+        std::string(3800, 'f'),
+        std::string(1000000, 'g') + "\nerror\n",
     };
-    for (const auto &test : cases) {
-        for (const char *szOptions : {"", "--batch 1", "--batch 3 -w 3 -b 1"}) {
-            SCOPED_TRACE(std::string(test.name) + " " + szOptions);
-            Write(test.content);
-            const Outcome outcome = Grind(szOptions);
-            EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-            EXPECT_EQ(outcome.Number("lines"), test.lines);
-            EXPECT_EQ(outcome.Number("bytes"), static_cast<int64_t>(test.content.size()));
-            EXPECT_EQ(outcome.Number("longest"), test.longest);
-            EXPECT_EQ(outcome.Number("(blank line)"), test.blank);
-            EXPECT_EQ(outcome.Number(test.level != nullptr ? test.level : "error"),
-                      test.level != nullptr ? test.lines : 1);
-        }
-    }
-}
-
-TEST_F(Mill, LongLines) {
-    const auto isCut = [this](size_t nBefore, const char *szEnd, bool bCut) {
-        SCOPED_TRACE(std::to_string(nBefore) + szEnd);
-        const std::string line = std::string(nBefore, 'x') + " error";
-        Write("first info\n" + line + szEnd + "last debug\n");
-        const Outcome outcome = Grind();
-        EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-        EXPECT_EQ(outcome.Number("lines"), 3);
-        EXPECT_EQ(outcome.Number("bytes"), static_cast<int64_t>(22 + line.size() + strlen(szEnd)));
-        EXPECT_EQ(outcome.Number("longest"), static_cast<int64_t>(line.size()));
-        EXPECT_EQ(outcome.Number("cut"), bCut ? 1 : -1);
-        EXPECT_EQ(outcome.Number("error"), bCut ? 0 : 1);
-        EXPECT_EQ(outcome.Number("info") + outcome.Number("debug"), 2) << "the lines around it are whole";
-    };
-    isCut(3 << 20, "\n", false);
-    isCut(3 << 20, "\r\n", false);
-    isCut(kLongestLine - 7, "\n", false); // with its feed exactly as long as is kept
-    isCut(kLongestLine + 100000, "\n", true);
-    isCut(kLongestLine + 100000, "\r\n", true);
-    Write("a\n" + std::string(kLongestLine + 100000, 'x'));
-    const Outcome outcome = Grind();
-    EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-    EXPECT_EQ(outcome.Number("longest"), static_cast<int64_t>(kLongestLine + 100000))
-        << "without a last feed";
-}
-
-// 60000 lines: every third says error, every fifth is a warning unless it is an error; ten first fields.
-TEST_F(Mill, CountsWhatWasWritten) {
-    std::string content;
-    for (int i = 0; i < 60000; ++i) {
-        const char *szWord = i % 3 == 0 ? "error" : i % 5 == 0 ? "Warning" : "words";
-        content += "field" + std::to_string(i % 10) + " [" + szWord + "] " +
-                   std::string(static_cast<size_t>(i % 50), '.') + "\n";
-    }
-    Write(content);
-    const Outcome counted = Shell("wc -lc " + m_path);
-    std::istringstream words(counted.out);
+    StartCollector();
     int64_t iLines = 0;
-    int64_t iBytes = 0;
-    words >> iLines >> iBytes;
-    ASSERT_EQ(iLines, 60000);
-    for (const char *szOptions : {"", "-w 1 -b 1", "-w 7 -b 2 --batch 1000", "-w 2 -b 64 --batch 200",
-                                  "--workers=3 --buffer=3 --batch=4194304"}) {
-        SCOPED_TRACE(szOptions);
-        const Outcome outcome = Grind(szOptions);
+    for (size_t n = 0; n < std::size(cases); ++n) {
+        const std::string name = "case" + std::to_string(n);
+        Write(name, cases[n]);
+        const std::string stored = Stored(cases[n]);
+        const auto iOwn = std::count(stored.begin(), stored.end(), '\n');
+        const Outcome outcome = Shell(SendCommand(name));
         EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-        EXPECT_EQ(outcome.Number("lines"), iLines);
-        EXPECT_EQ(outcome.Number("bytes"), iBytes);
-        EXPECT_EQ(outcome.Number("error"), 20000);
-        EXPECT_EQ(outcome.Number("warning"), 8000);
-        EXPECT_EQ(outcome.Number("none"), 32000);
-        EXPECT_EQ(outcome.Number("field3"), 6000);
-        EXPECT_EQ(outcome.Number("check        lines"), iLines);
+        EXPECT_EQ(outcome.out,
+                  name + ": " + std::to_string(iOwn) + " lines sent, " + std::to_string(iOwn) + " stored\n");
+        iLines += iOwn;
+    }
+    const std::string said = EndCollector();
+    EXPECT_EQ(NumberAfter("lines", said), iLines);
+    EXPECT_EQ(NumberAfter("senders", said), static_cast<int64_t>(std::size(cases)));
+    EXPECT_EQ(NumberAfter("error", said), 3) << "the word at the end of a long line is not looked for";
+    Rebuild();
+    for (size_t n = 0; n < std::size(cases); ++n)
+        EXPECT_TRUE(Read("out/case" + std::to_string(n)) == Stored(cases[n])) << n;
+}
+
+// A line in three says error, one in five of the others is a warning.
+TEST_F(Mill, ManySendersAtOnceLoseNothingAndKeepTheirOrder) {
+    constexpr int kSenders = 12;
+    constexpr int kLines = 6000;
+    StartCollector("--connections 5 --file-size 65536"); // so that some wait for their turn
+    std::string command;
+    for (int iSender = 0; iSender < kSenders; ++iSender) {
+        const std::string name = "sender" + std::to_string(iSender);
+        std::string content;
+        for (int i = 0; i < kLines; ++i) {
+            const char *szWord = i % 3 == 0 ? "error" : i % 5 == 0 ? "Warning" : "words";
+            content += std::to_string(i) + " [" + szWord + "] " +
+                       std::string(static_cast<size_t>((i + iSender) % 90), '.') + "\n";
+        }
+        Write(name, content);
+        command += SendCommand(name) + " || echo failed & ";
+    }
+    const Outcome outcome = Shell(command + "wait");
+    EXPECT_EQ(outcome.out.find("failed"), std::string::npos) << outcome.out;
+    const std::string said = EndCollector();
+    EXPECT_EQ(NumberAfter("lines", said), kSenders * kLines);
+    EXPECT_EQ(NumberAfter("error", said), kSenders * 2000);
+    EXPECT_EQ(NumberAfter("warning", said), kSenders * 800);
+    EXPECT_EQ(NumberAfter("none", said), kSenders * 3200);
+    EXPECT_GT(NumberAfter("files", said), 50);
+    Rebuild();
+    for (int iSender = 0; iSender < kSenders; ++iSender) {
+        const std::string name = "sender" + std::to_string(iSender);
+        EXPECT_TRUE(Read("out/" + name) == Read(name)) << name;
     }
 }
 
-TEST_F(Mill, ManyDifferentFieldsDoNotFillTheMemory) {
-    std::string content;
-    for (int i = 0; i < 70000; ++i)
-        content += std::to_string(i) + "\n";
-    Write(content);
-    const Outcome outcome = Grind("-w 1");
-    EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-    EXPECT_EQ(outcome.Number("lines"), 70000);
-    EXPECT_EQ(outcome.Number("others"), 70000 - 65536);
+TEST_F(Mill, InterruptionKeepsWhatHasArrived) {
+    StartCollector();
+    FILE *pInput = popen((kMill + " send -p " + m_port + " -n s - >" + Path("said") + " 2>&1").c_str(), "we");
+    ASSERT_NE(pInput, nullptr);
+    setbuf(pInput, nullptr);
+    fputs("one\ntwo\nth", pInput);
+    const auto isStored = [&] {
+        return Shell("cat " + Path("logs") + "/*").out.find("two") != std::string::npos;
+    };
+    EXPECT_TRUE(support::WaitUntil(isStored));
+    const std::string said = EndCollector();
+    fputs("ree\n", pInput); // too late
+    const int iStatus = pclose(pInput);
+    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 1);
+    EXPECT_NE(Read("said").find("2 stored\nlogmill: not all lines are stored of s\n"), std::string::npos)
+        << Read("said");
+    EXPECT_EQ(NumberAfter("lines", said), 2);
+    Rebuild();
+    EXPECT_EQ(Read("out/s"), "one\ntwo\n");
 }
 
-TEST_F(Mill, StandardInput) {
-    for (const char *szFile : {"-", "/dev/stdin"}) {
-        const Outcome outcome =
-            Shell("{ echo one; sleep 0.1; printf 'an error'; } | " + kMill + " " + szFile);
-        EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
-        EXPECT_EQ(outcome.Number("lines"), 2);
-        EXPECT_EQ(outcome.Number("error"), 1);
-    }
+TEST_F(Mill, TellsSendersApart) {
+    StartCollector();
+    Write("same", "one\n");
+    EXPECT_EQ(Shell(SendCommand("same") + "; " + SendCommand("same")).iStatus, 0);
+    const Outcome stranger =
+        Shell("bash -c 'exec 3<>/dev/tcp/127.0.0.1/" + m_port + "; echo GET / >&3; cat <&3'");
+    EXPECT_EQ(stranger.out, "");
+    const std::string said = EndCollector();
+    EXPECT_EQ(NumberAfter("lines", said), 2);
+    EXPECT_EQ(NumberAfter("senders", said), 2);
+    Rebuild();
+    EXPECT_EQ(Read("out/same"), "one\n");
+    EXPECT_EQ(Read("out/same+2"), "one\n");
 }
 
 TEST_F(Mill, SaysWhatIsWrong) {
-    Write("one\n");
+    StartCollector();
+    Write("file", "one\n");
+    Write("vyx_log_1.log", "");
+    const std::string send = "send -p " + m_port + " ";
     const struct {
         std::string arguments;
         int iStatus;
-        const char *message;
+        std::string message;
     } cases[] = {
-        {"", 2, "which file"},
-        {"a b", 2, "one file"},
-        {"-w 0 " + m_path, 2, "--workers must be a number from 1 to 256, not '0'"},
-        {"-b 1x " + m_path, 2, "--buffer must"},
-        {"--batch -1 " + m_path, 2, "--batch must"},
-        {"--nonsense " + m_path, 2, "logmill --help"},
+        {"", 2, "the first argument must be 'collect' or 'send'"},
         {"--help", 0, "Usage: logmill"},
-        {m_path + "_missing", 1, "_missing: No such file or directory"},
-        {testing::TempDir(), 1, "Is a directory"},
-        {"/proc/self/mem", 1, "/proc/self/mem: Input/output error"},
-        {"- <&-", 1, "Bad file descriptor"},
-        {m_path + " >/dev/full", 1, "cannot write the summary"},
+        {"collect x", 2, "collect takes options only"},
+        {"collect -s 4095", 2, "--file-size must be a number from 4096 to 1073741824, not '4095'"},
+        {"collect --connections 1x", 2, "--connections must"},
+        {"collect --nonsense", 2, "logmill --help"},
+        {"collect -a 127.0.0.1 -p " + m_port, 1, "cannot listen at 127.0.0.1 port " + m_port},
+        {"collect -d " + Path("file"), 1, "cannot write into " + Path("file")},
+        {"collect -d " + Path(""), 1, "there are log files already in " + Path("")},
+        {"collect >/dev/full", 1, "cannot write where I listen"},
+        {send, 2, "which file?"},
+        {send + "a b", 2, "one file at a time"},
+        {"send " + Path("file"), 2, "which port?"},
+        {send + "-n 'a b' " + Path("file"), 2, "--name has letters"},
+        {send + Path("missing"), 1, "missing: No such file or directory"},
+        {send + m_dir.Path(), 1, "Is a directory"},
+        {send + "- <&-", 1, "Bad file descriptor"},
+        {send + Path("file") + " >/dev/full", 1, "cannot write the result"},
+        {"send -a 127.0.0.1 -p 1 " + Path("file"), 1, "no collector at 127.0.0.1 port 1"},
     };
     for (const auto &test : cases) {
         const Outcome outcome = Shell(kMill + " " + test.arguments);
-        EXPECT_EQ(outcome.iStatus, test.iStatus) << test.arguments;
+        EXPECT_EQ(outcome.iStatus, test.iStatus) << test.arguments << "\n" << outcome.out;
         EXPECT_NE(outcome.out.find(test.message), std::string::npos) << test.arguments << "\n" << outcome.out;
     }
-}
-
-// Starts the mill on a file, with standard input from iInput and standard output to szOutput.
-pid_t StartMill(const char *szFile, int iInput, const char *szOutput) {
-    const pid_t iChild = fork();
-    if (iChild != 0)
-        return iChild;
-    dup2(iInput, STDIN_FILENO);
-    if (freopen(szOutput, "w", stdout) != nullptr)
-        execl(LOGMILL, LOGMILL, szFile, nullptr);
-    _exit(127);
-}
-
-// Whether it is at work: it has read far more than is read for starting a program.
-bool HasReadMuch(pid_t iProcess) {
-    std::ifstream io("/proc/" + std::to_string(iProcess) + "/io");
-    std::string key;
-    int64_t nRead = 0;
-    return io >> key >> nRead && key == "rchar:" && nRead > (int64_t{64} << 20);
-}
-
-void ExpectInterruptible(pid_t iChild) {
-    ASSERT_GT(iChild, 0);
-    EXPECT_EQ(kill(iChild, SIGINT), 0);
-    int iStatus = 0;
-    if (!support::WaitUntil([&] { return waitpid(iChild, &iStatus, WNOHANG) != 0; })) {
-        ADD_FAILURE() << "it goes on";
-        kill(iChild, SIGKILL);
-        waitpid(iChild, &iStatus, 0);
-    }
-    EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 1) << iStatus;
-}
-
-// A killed process would leave the names of its semaphores behind.
-TEST_F(Mill, InterruptionEndsItInGoodOrder) {
-    int fds[2];
-    ASSERT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    ASSERT_EQ(write(fds[1], "one\ntwo\n", 8), 8);
-    pid_t iChild = StartMill("-", fds[0], m_path.c_str());
-    EXPECT_TRUE(support::WaitUntil([&] {
-        int iLeft = 8;
-        return ioctl(fds[0], FIONREAD, &iLeft) == 0 && iLeft == 0;
-    })) << "the mill has not read its input";
-    ExpectInterruptible(iChild); // it waits for more
-    EXPECT_EQ(Shell("cat " + m_path).Number("lines"), 2);
-    iChild = StartMill("/dev/zero", fds[0], m_path.c_str());
-    EXPECT_TRUE(support::WaitUntil([&] { return HasReadMuch(iChild); }));
-    ExpectInterruptible(iChild); // it never waits
-    close(fds[0]);
-    close(fds[1]);
 }
 
 TEST(Hello, BothProgramsGreet) {

@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <vyx/vyx.h>
 
 static int s_iFailures = 0;
@@ -271,6 +272,20 @@ static void Memory(void) {
     CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
 }
 
+/* ---- log.h */
+
+static void Logging(void) {
+    char szHeader[128];
+    CHECK(strcmp(FindLastSlash("a/b\\c.x"), "c.x") == 0);
+    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "x/f.c", 7) == (int32_t)strlen(szHeader));
+    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
+    CHECK(StartLogService() == 0 && WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -5);
+    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0 && AdjustLogLevel(VYX_LOG_LEVEL_ERR) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -3);
+    CHECK(WriteLog(VYX_LOG_LEVEL_ERR, "f.c", 1, "%s", "a line of the log") == 0);
+    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0 && StopLogService(true) == 0);
+}
+
 /* ---- pool.h */
 
 static volatile uint32_t s_nItems; /* run by the pools */
@@ -296,6 +311,136 @@ static void Pools(void) {
     VYX_HANDLE_THREADPOOLFLEX hFlex = VYX_ThreadPoolFlex_Create(1, -1, CountPointer, 0);
     CHECK(hFlex != NULL && VYX_ThreadPoolFlex_Work(hFlex, (void *)&s_nItems) == VYX_OK);
     CHECK(VYX_ThreadPoolFlex_Destroy(hFlex) == VYX_OK);
+}
+
+/* ---- msg.h */
+
+static void Events(void) {
+    VYX_EVENT hEvent = VYX_CreateEvent(1);
+    VYX_NETWORKEVENTS_T found;
+    CHECK(hEvent != NULL && VYX_WaitForSingleObject(hEvent, 0) == VYX_WAIT_OBJECT_0);
+    CHECK(VYX_ResetEvent(hEvent) == VYX_TRUE);
+    CHECK(VYX_WaitForMultipleObjects(1, &hEvent, 1, 0) == VYX_WAIT_TIMEOUT);
+    CHECK(VYX_SetEvent(hEvent) == VYX_TRUE);
+    CHECK(VYX_EventSelect(VYX_INVALID_SOCKET, hEvent, VYX_FD_READ) == VYX_ERROR);
+    CHECK(VYX_EnumNetworkEvents(0, hEvent, &found) == VYX_OK && found.lNetworkEvents == 0);
+    CHECK(VYX_CloseEvent(hEvent) == VYX_TRUE);
+}
+
+static void MessageQueues(void) {
+    VYX_HANDLE_MSGQ hQueue = NULL;
+    VYX_MSG_BLOCK_T struMsg = {7, 1, 2, "ab"};
+    CHECK(VYX_MsgQCreateEx(&hQueue) == VYX_OK && hQueue != NULL);
+    CHECK(VYX_MsgQSendEx(hQueue, &struMsg) == VYX_OK);
+    memset(&struMsg, 0, sizeof struMsg);
+    struMsg.iDataLen = VYX_MSG_DATA_SIZE;
+    CHECK(VYX_MsgQReceiveEx(hQueue, &struMsg, 0) == VYX_OK);
+    CHECK(struMsg.iMsgType == 7 && struMsg.iDataLen == 2 && memcmp(struMsg.szData, "ab", 2) == 0);
+    CHECK(VYX_MsgQDestroyEx(hQueue) == VYX_OK);
+}
+
+static void OnTimer(uint32_t nTimerId, void *pSem) {
+    if (nTimerId == 0)
+        (void)VYX_SemPost(pSem);
+}
+
+static void Timers(void) {
+    uint32_t nTimerId = 1;
+    VYX_SEM_T hSem = NULL;
+    CHECK(VYX_SemCreate(&hSem, 0) == VYX_OK && VYX_InitTimer() == VYX_OK);
+    CHECK(VYX_SetTimer(OnTimer, &hSem, 1, &nTimerId) == VYX_OK && nTimerId == 0);
+    CHECK(VYX_SemWait(&hSem) == VYX_OK);
+    CHECK(VYX_KillTimer((int32_t)nTimerId) == VYX_ERROR);
+    CHECK(VYX_SemDestroy(&hSem) == VYX_OK && VYX_FiniTimer() == VYX_OK);
+}
+
+/* ---- net.h */
+
+static void Addresses(void) {
+    VYX_ADDR_T struAddr;
+    VYX_ADDR_T struCopy;
+    VYX_ADDR_EXP_T struParts;
+    uint8_t byAddr[16] = {0};
+    uint32_t nAddr = 0;
+    char szText[46];
+    memset(&struAddr, 0, sizeof struAddr);
+    CHECK(VYX_MakeAddrByString(AF_INET, "127.0.0.1", 80, &struAddr) == VYX_OK);
+    CHECK(VYX_GetAddrType(&struAddr) == AF_INET && VYX_GetAddrPort(&struAddr) == 80);
+    CHECK(strcmp(VYX_GetAddrString(&struAddr), "127.0.0.1") == 0);
+    CHECK(VYX_GetAddr4Int(&struAddr, &nAddr) == VYX_OK && VYX_MakeAddr4ByInt(nAddr, 81, &struCopy) == VYX_OK);
+    CHECK(VYX_SetAddrPort(&struCopy, 82) == VYX_OK && VYX_GetAddrPort(&struCopy) == 82);
+    CHECK(VYX_MakeAddr(&struAddr, sizeof struAddr.in4, &struCopy) == VYX_OK);
+    CHECK(VYX_GetAddrInfo(&struCopy, &struParts) == VYX_OK && struParts.nPort == 80);
+    CHECK(VYX_InetPton("1::2", byAddr) == VYX_OK && VYX_MakeAddr6ByInt(byAddr, 9, &struCopy) == VYX_OK);
+    CHECK(VYX_GetAddr6Int(&struCopy, byAddr) == VYX_OK);
+    CHECK(strcmp(VYX_InetNtop(AF_INET6, byAddr, szText, sizeof szText), "1::2") == 0);
+}
+
+/* Both ends of a connection over loopback. */
+static void Connect(VYX_SOCK_T *pClient, VYX_SOCK_T *pServer) {
+    VYX_ADDR_T struAddr;
+    VYX_SOCK_T hListen = VYX_CreateSocket(AF_INET, SOCK_STREAM, 0);
+    memset(&struAddr, 0, sizeof struAddr);
+    CHECK(VYX_MakeAddrByString(AF_INET, "127.0.0.1", 0, &struAddr) == VYX_OK);
+    CHECK(VYX_SetReuseAddr(hListen, 1) == 0 && VYX_Bind(hListen, &struAddr) == 0);
+    CHECK(VYX_Listen(hListen, 1) == 0 && VYX_GetAddrBySockFd(hListen, &struAddr, NULL) == VYX_OK);
+    *pClient = VYX_CreateSocket(AF_INET, SOCK_STREAM, 0);
+    CHECK(VYX_ConnectWithTimeOut(*pClient, &struAddr, 5000) == 0);
+    *pServer = VYX_Accept(hListen, NULL, 5000);
+    CHECK(*pServer != VYX_INVALID_SOCKET && VYX_CloseSocket(hListen, 0) == 0);
+}
+
+static void Streams(void) {
+    VYX_SOCK_T hClient = VYX_INVALID_SOCKET;
+    VYX_SOCK_T hServer = VYX_INVALID_SOCKET;
+    char szText[8] = "";
+    int32_t iPending = 0;
+    uint32_t nTimeOut = 5000;
+    fd_set struSet;
+    struct timeval struTime = {5, 0};
+    struct pollfd struPoll;
+    Connect(&hClient, &hServer);
+    struPoll.fd = hServer;
+    struPoll.events = POLLIN;
+    FD_ZERO(&struSet);
+    FD_SET(hServer, &struSet);
+    CHECK(VYX_SetNoDelay(hClient, 1) == 0 && VYX_Send(hClient, "a", 1) == 1);
+    CHECK(VYX_Poll(&struPoll, 1, 5000) == 1 && VYX_PollEx(&struPoll, 1, &nTimeOut) == 1);
+    CHECK(VYX_Select(hServer + 1, &struSet, NULL, NULL, &struTime) == 1 &&
+          VYX_FdIsSet(hServer, &struSet) != 0);
+    CHECK(VYX_SelectEx(hServer + 1, &struSet, NULL, NULL, &struTime) == 1);
+    CHECK(VYX_Ioctl(hServer, FIONREAD, &iPending) == 0 && iPending == 1);
+    CHECK(VYX_Recv(hServer, szText, 1) == 1 && szText[0] == 'a');
+    CHECK(VYX_Sendn(hClient, "bcd", 3, 5000) == 3 && VYX_Recvn(hServer, szText, 2, 5000) == 2);
+    CHECK(VYX_RecvWithTimeOut(hServer, szText, 8, 5000) == 1 && szText[0] == 'd');
+    CHECK(VYX_SetNonBlock(hServer, 1) == 0 && VYX_ShutDown(hClient, SHUT_WR) == 0);
+    CHECK(VYX_CloseSocket(hClient, 1) == 0 && VYX_CloseSocket(hServer, 0) == 0);
+}
+
+static void Options(void) {
+    VYX_SOCK_T hSocket = VYX_CreateSocket(AF_INET, SOCK_DGRAM, 0);
+    VYX_ADDR_T struAddr;
+    VYX_ADDR_T struFrom;
+    char cByte = 0;
+    int32_t iValue = 0;
+    memset(&struAddr, 0, sizeof struAddr);
+    CHECK(VYX_MakeAddrByString(AF_INET, "127.0.0.1", 0, &struAddr) == VYX_OK &&
+          VYX_Bind(hSocket, &struAddr) == 0);
+    CHECK(VYX_GetAddrBySockFd(hSocket, &struAddr, NULL) == VYX_OK &&
+          VYX_SendTo(hSocket, "x", 1, &struAddr) == 1);
+    CHECK(VYX_RecvFrom(hSocket, &cByte, 1, &struFrom) == 1 && cByte == 'x');
+    CHECK(VYX_SetTTL(hSocket, 7) == 0 && VYX_GetTTL(hSocket, &iValue) == 0 && iValue == 7);
+    CHECK(VYX_SetTOS(hSocket, 16) == 0 && VYX_GetTOS(hSocket, &iValue) == 0 && iValue == 16);
+    CHECK(VYX_SetMultiCastTTL(hSocket, 2) == 0 && VYX_BroadCast(hSocket) == 0);
+    CHECK(VYX_LingerOn(hSocket, 1) == 0 && VYX_LingerOff(hSocket) == 0);
+    CHECK(VYX_SetTimeOut(hSocket, 1000, 1000) == 0 && VYX_SetBuffSize(hSocket, 65536, 65536) == 0);
+    CHECK(VYX_GetBuffSize(hSocket, &iValue, &iValue) == 0 && iValue >= 65536);
+    /* Refused: the socket is none of IPv6, and the address no group. */
+    CHECK(VYX_SetTTL_V6(-1, 7) == -1 && VYX_SetMultiCastTTL_V6(-1, 7) == -1 &&
+          VYX_GetTTL_V6(-1, &iValue) == -1);
+    CHECK(VYX_JoinMultiCastGroup(hSocket, &struAddr, &struAddr) == -1);
+    CHECK(VYX_LeaveMultiCastGroup(hSocket, &struAddr, &struAddr) == -1);
+    CHECK(VYX_CloseSocket(hSocket, 0) == 0);
 }
 
 /* ---- string.h */
@@ -345,6 +490,13 @@ int main(void) {
     HashTables();
     Memory();
     Pools();
+    Events();
+    MessageQueues();
+    Timers();
+    Addresses();
+    Streams();
+    Options();
+    Logging();
     Numbers();
     Strings();
     CHECK(VYX_Fini() == VYX_OK);

@@ -1,0 +1,187 @@
+// Message queues beside what else keeps messages by priority: between two threads, by the cost of a send to a
+// queue that holds much, and by their memory.
+#include <condition_variable>
+#include <cstring>
+#include <fcntl.h>
+#include <malloc.h>
+#include <memory>
+#include <mqueue.h>
+#include <mutex>
+#include <queue>
+#include <unistd.h>
+
+#include <vyx/msg.h>
+
+#include "msgq_bench.h"
+
+namespace {
+
+class VyxQueue {
+  public:
+    VyxQueue() { (void)VYX_MsgQCreateEx(&m_hQueue); }
+    ~VyxQueue() { (void)VYX_MsgQDestroyEx(m_hQueue); }
+    VyxQueue(const VyxQueue &) = delete;
+    VyxQueue &operator=(const VyxQueue &) = delete;
+
+    void Send(const Message &message) {
+        m_out.iPriority = message.iPriority;
+        m_out.iDataLen = static_cast<int32_t>(message.data.size());
+        std::memcpy(m_out.szData, message.data.data(), message.data.size());
+        if (VYX_MsgQSendEx(m_hQueue, &m_out) != VYX_OK)
+            std::abort();
+    }
+    void Receive(Message &message) {
+        m_in.iDataLen = VYX_MSG_DATA_SIZE;
+        if (VYX_MsgQReceiveEx(m_hQueue, &m_in, -1) != VYX_OK)
+            std::abort();
+        message.iPriority = m_in.iPriority;
+        std::memcpy(message.data.data(), m_in.szData, message.data.size());
+    }
+
+  private:
+    VYX_HANDLE_MSGQ m_hQueue = nullptr;
+    VYX_MSG_BLOCK_T m_out = {};
+    VYX_MSG_BLOCK_T m_in = {};
+};
+
+// The system's own queue, with as much room as it allows without privileges.
+class SystemQueue {
+  public:
+    SystemQueue() {
+        const std::string name = "/vyx_bench_" + std::to_string(getpid());
+        mq_attr attr = {};
+        attr.mq_maxmsg = 10;
+        attr.mq_msgsize = sizeof(Message::data);
+        m_hQueue = mq_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600, &attr);
+        (void)mq_unlink(name.c_str());
+    }
+    ~SystemQueue() { (void)mq_close(m_hQueue); }
+    SystemQueue(const SystemQueue &) = delete;
+    SystemQueue &operator=(const SystemQueue &) = delete;
+
+    void Send(const Message &message) {
+        if (mq_send(m_hQueue, message.data.data(), message.data.size(),
+                    static_cast<unsigned int>(message.iPriority)) != 0)
+            std::abort();
+    }
+    void Receive(Message &message) {
+        unsigned int nPriority = 0;
+        if (mq_receive(m_hQueue, message.data.data(), message.data.size(), &nPriority) < 0)
+            std::abort();
+        message.iPriority = static_cast<int32_t>(nPriority);
+    }
+
+  private:
+    mqd_t m_hQueue;
+};
+
+// What one writes by hand: a heap, with a number to keep equal ones in order.
+class HeapQueue {
+  public:
+    void Send(const Message &message) {
+        {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            m_heap.push({message, m_nNext++});
+        }
+        m_cond.notify_one();
+    }
+    void Receive(Message &message) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cond.wait(lock, [this] { return !m_heap.empty(); });
+        message = m_heap.top().message;
+        m_heap.pop();
+    }
+
+  private:
+    struct Entry {
+        Message message;
+        uint64_t nNumber;
+        bool operator<(const Entry &other) const {
+            return message.iPriority != other.message.iPriority ? message.iPriority < other.message.iPriority
+                                                                : nNumber > other.nNumber;
+        }
+    };
+    std::mutex m_mutex;
+    std::condition_variable m_cond;
+    std::priority_queue<Entry> m_heap;
+    uint64_t m_nNext = 0;
+};
+
+// The time of a send, of as many as are timed together, to a queue that stays about as full as it is.
+//   nQueued      messages that are there
+//   nPriorities  different ones among them, evenly spread; the sends go on in the same way
+double NanosecondsPerSend(uint32_t nQueued, uint32_t nPriorities) {
+    constexpr uint32_t kSends = 1000;
+    VyxQueue queue;
+    Message message = {};
+    uint32_t nNext = 0;
+    const auto Send = [&] {
+        message.iPriority = static_cast<int32_t>(nNext++ * 7919 % nPriorities);
+        queue.Send(message);
+    };
+    std::vector<double> samples;
+    for (uint32_t n = 0; n < nQueued; ++n)
+        Send();
+    for (int nRound = 0; nRound < 40; ++nRound) {
+        const auto start = bench::Clock::now();
+        for (uint32_t n = 0; n < kSends; ++n)
+            Send();
+        samples.push_back(bench::MicrosecondsSince(start) * 1000 / kSends);
+        for (uint32_t n = 0; n < kSends; ++n)
+            queue.Receive(message);
+    }
+    return bench::Median(samples);
+}
+
+// How many times what a send to a queue with one message costs. The first 1000 sends meet an emptier queue than
+// the last, on both sides alike.
+template <uint32_t Queued, uint32_t Priorities>
+void SendCost(benchmark::State &state) {
+    for (auto _ : state) {
+        const double fOne = NanosecondsPerSend(1, 1);
+        const double fFull = NanosecondsPerSend(Queued, Priorities);
+        bench::Observed(state, fFull / fOne, "times the cost at 1", 1.5);
+    }
+}
+
+template <class Count>
+void Memory(benchmark::State &state, Count count) {
+    constexpr int32_t kMessages = 50000;
+    auto pBlock = std::make_unique<VYX_MSG_BLOCK_T>();
+    pBlock->iDataLen = 64;
+    for (auto _ : state) {
+        VYX_HANDLE_MSGQ hQueue = nullptr;
+        (void)VYX_MsgQCreateEx(&hQueue);
+        const size_t nBefore = mallinfo2().uordblks + mallinfo2().hblkhd;
+        for (int32_t n = 0; n < kMessages; ++n) {
+            pBlock->iPriority = count(n);
+            (void)VYX_MsgQSendEx(hQueue, pBlock.get());
+        }
+        pBlock->iDataLen = VYX_MSG_DATA_SIZE; // a receive has the library put them in order
+        (void)VYX_MsgQReceiveEx(hQueue, pBlock.get(), 0);
+        const size_t nAfter = mallinfo2().uordblks + mallinfo2().hblkhd;
+        (void)VYX_MsgQDestroyEx(hQueue);
+        bench::Observed(state, static_cast<double>(nAfter - nBefore) / (kMessages - 1) - 64,
+                        "bytes a message beside its data", 96);
+    }
+}
+
+void MemoryEqual(benchmark::State &state) {
+    Memory(state, [](int32_t) { return 0; });
+}
+void MemoryDistinct(benchmark::State &state) {
+    Memory(state, [](int32_t n) { return n; });
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    (void)RegisterMessagesThrough<VyxQueue>("vyx", 0);
+    (void)RegisterMessagesThrough<SystemQueue>("mq_send", 1.0);
+    (void)RegisterMessagesThrough<HeapQueue>("heap", 1.0);
+    bench::Figure("send_cost_100000_equal", {{"vyx", SendCost<100000, 1>}}, 9);
+    bench::Figure("send_cost_10000_priorities", {{"vyx", SendCost<10000, 10000>}}, 9);
+    bench::Figure("memory_equal", {{"vyx", MemoryEqual}}, 3);
+    bench::Figure("memory_distinct", {{"vyx", MemoryDistinct}}, 3);
+    return bench::Run(argc, argv);
+}

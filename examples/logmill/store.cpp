@@ -1,0 +1,126 @@
+#include "store.h"
+
+#include <climits>
+#include <cstring>
+#include <unistd.h>
+#include <vyx/log.h>
+#include <vyx/sys.h>
+
+#include "connection.h"
+
+namespace logmill {
+
+namespace {
+
+constexpr int32_t kEndMessage = 1;
+constexpr int32_t kRingFull = -4; // of WriteLog
+
+log_level LogLevel(Level level) {
+    if (level <= Level::Error)
+        return VYX_LOG_LEVEL_ERR;
+    return level == Level::Debug ? VYX_LOG_LEVEL_DBG : VYX_LOG_LEVEL_INF;
+}
+
+// The log service takes the line or, when more comes than the disk can take, says so; then it is given time.
+bool WriteLine(const char *sender, const Piece &piece) {
+    int32_t result = 0;
+    while ((result = WriteLog(LogLevel(piece.level), sender, static_cast<int32_t>(piece.line), "%.*s",
+                              static_cast<int>(piece.text.size()), piece.text.data())) == kRingFull)
+        (void)VYX_Sleep(1);
+    return result == 0;
+}
+
+// -1 if the directory cannot be read.
+int64_t CountLogFiles(const std::string &directory) {
+    const VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
+    if (handle == nullptr)
+        return -1;
+    int64_t count = 0;
+    for (_FILE_FIND_INFO entry; VYX_FindFileInDir(handle, &entry) == 0;)
+        count += std::strncmp(entry.name, "vyx_log_", 8) == 0 ? 1 : 0;
+    (void)VYX_CloseDir(handle);
+    return count;
+}
+
+bool Complain(const char *what, const std::string &directory) {
+    VYX_OutputDebug("logmill: %s%s", what, directory.c_str());
+    return false;
+}
+
+} // namespace
+
+Store::~Store() {
+    Close();
+}
+
+bool Store::Open(const std::string &directory, uint32_t fileBytes) {
+    (void)VYX_MakeDir(directory.c_str()); // may exist
+    const int64_t files = CountLogFiles(directory);
+    if (files < 0 || VYX_AccessFile(directory.c_str(), W_OK) != 0)
+        return Complain("cannot write into ", directory);
+    if (files > 0)
+        return Complain("there are log files already in ", directory);
+    if (!m_levels.Usable() || VYX_MsgQCreateEx(&m_queue) != VYX_OK)
+        return Complain("memory is short", "");
+    m_directory = directory;
+    (void)EnableTarget(VYX_LOG_TARGET_FILE, directory.c_str(), fileBytes, 0);
+    m_open = m_thread.Create(Run, this, 0, 0, 0, 0) == VYX_OK;
+    return m_open || Complain("cannot start a thread", "");
+}
+
+bool Store::Put(const VYX_MSG_BLOCK_T &batch) {
+    return VYX_MsgQSendEx(m_queue, &batch) == VYX_OK;
+}
+
+void Store::Close() {
+    if (m_open) {
+        VYX_MSG_BLOCK_T end;
+        end.iMsgType = kEndMessage;
+        end.iPriority = INT_MIN; // behind everything else
+        end.iDataLen = 0;
+        while (!Put(end)) // memory is short at the moment
+            (void)VYX_Sleep(10);
+        (void)m_thread.Wait();
+        (void)DisableTarget(VYX_LOG_TARGET_FILE); // writes what the log service still has
+    }
+    m_open = false;
+    if (m_queue != nullptr)
+        (void)VYX_MsgQDestroyEx(m_queue);
+    m_queue = nullptr;
+}
+
+int64_t Store::Files() const {
+    return CountLogFiles(m_directory);
+}
+
+void *Store::Run(void *pStore) {
+    auto *store = static_cast<Store *>(pStore);
+    VYX_MSG_BLOCK_T message;
+    for (;;) {
+        message.iDataLen = sizeof message.szData;
+        if (VYX_MsgQReceiveEx(store->m_queue, &message, -1) != VYX_OK)
+            continue;
+        if (message.iMsgType == kEndMessage)
+            return nullptr;
+        store->WriteBatch(message);
+    }
+}
+
+void Store::WriteBatch(const VYX_MSG_BLOCK_T &batch) {
+    BatchReader reader(batch);
+    Connection *connection = reader.From();
+    uint64_t lines = 0;
+    for (Piece piece; reader.Next(piece);) {
+        if (!WriteLine(connection->Name().c_str(), piece))
+            continue; // not counted, so the sender hears of it
+        m_bytes += piece.text.size() + (piece.last ? 1 : 0);
+        if (!piece.last)
+            continue;
+        ++lines;
+        m_levels.Count(piece.level);
+    }
+    m_lines += lines;
+    connection->Stored(lines);
+}
+
+} // namespace logmill

@@ -1,0 +1,292 @@
+/*
+ * The network: addresses, sockets, waiting for readiness, names and adapters.
+ *
+ * Nothing here needs the started library, but VYX_Init makes SIGPIPE ignored, without which writing to a closed
+ * connection ends the process. Results and errno are the platform's unless a function says otherwise. Every
+ * function may be called from any thread, with the platform's own rules for the use of one socket by several.
+ * Time-outs are milliseconds; VYX_INFINITE means no limit, and signals do not end a wait.
+ */
+#ifndef VYX_NET_H
+#define VYX_NET_H
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/types.h>
+#include <vyx/types.h>
+
+/*
+ * An address of either family, laid out as the platform's socket address, so that a pointer to it may be passed
+ * on as one. 28 bytes. Zero it before building: the functions below write only the fields that they are given,
+ * so the length byte that some platforms have, the flow information and the scope stay as they are.
+ */
+typedef union VYX_ADDR_T {
+    struct sockaddr sa;
+    struct sockaddr_in in4;
+    struct sockaddr_in6 in6;
+} VYX_ADDR_T;
+
+/* An address taken apart. */
+typedef struct VYX_ADDR_EXP_T {
+    uint32_t nFamily;   /* AF_INET or AF_INET6 */
+    uint8_t byAddr[16]; /* network order; of IPv4 the first four are set */
+    uint16_t nPort;     /* host order */
+} VYX_ADDR_EXP_T;
+
+/* One result of VYX_GetAddressInfo, and the form of its hints. The first four are the platform's numbers. */
+typedef struct VYX_ADDRESS_INFO_T {
+    int32_t iFlags;
+    int32_t iFamily;
+    int32_t iSockType;
+    int32_t iProtocol;
+    VYX_ADDR_T struAddr;              /* set for IPv4 and IPv6 only */
+    char *pCanonName;                 /* owned by the node, or null */
+    struct VYX_ADDRESS_INFO_T *pNext; /* null at the end */
+} VYX_ADDRESS_INFO_T;
+
+/* One IPv4 address of an adapter, as dotted quads. */
+typedef struct VYX_IPADDR_STRING {
+    struct VYX_IPADDR_STRING *pNext;
+    char szAddr[16];
+    char szMask[16];
+} VYX_IPADDR_STRING;
+
+/* One IPv6 address of an adapter. */
+typedef struct VYX_IP6ADDR_ENTRY {
+    struct VYX_IP6ADDR_ENTRY *pNext;
+    uint8_t byAddr[16];
+    uint8_t byMask[16];
+} VYX_IP6ADDR_ENTRY;
+
+/* One network adapter. */
+typedef struct VYX_ADAPTER_INFO {
+    struct VYX_ADAPTER_INFO *pNext;
+    uint32_t nIndex;   /* the platform's interface index */
+    char szName[392];  /* zero-terminated */
+    uint32_t nAddrLen; /* valid bytes of byAddr */
+    uint8_t byAddr[8]; /* hardware address */
+    uint32_t nType;    /* the platform's interface type */
+    VYX_IPADDR_STRING *pIpAddrList;
+    VYX_IPADDR_STRING *pReservedList1; /* null */
+    VYX_IPADDR_STRING *pReservedList2; /* null */
+    VYX_IP6ADDR_ENTRY *pIp6AddrList;
+} VYX_ADAPTER_INFO;
+
+VYX_BEGIN_DECLS
+
+/* ---- Addresses: integers are in network order, ports in host order. VYX_OK or VYX_ERROR unless said otherwise. */
+
+/*
+ * Takes over a platform's socket address.
+ *   iLength  bytes at pSockAddr. Of more than 28 the first 28 are copied, so a sockaddr_storage may be passed whole
+ *
+ * Result:  VYX_ERROR if a pointer is null or iLength is 0 or less.
+ */
+VYX_API int32_t VYX_MakeAddr(const void *pSockAddr, int32_t iLength, VYX_ADDR_T *pAddr);
+
+/*
+ * Builds an address from text.
+ *   iFamily  AF_INET, read by the platform's inet_addr, or AF_INET6, read as VYX_InetPton does
+ *   szText   null or empty stands for the any-address
+ *
+ * Result:  VYX_ERROR if pAddr is null, the family is another, or the text is refused (for IPv4 the address in pAddr
+ *          is then all ones). 255.255.255.255 is refused.
+ */
+VYX_API int32_t VYX_MakeAddrByString(int32_t iFamily, const char *szText, uint16_t nPort, VYX_ADDR_T *pAddr);
+
+/* Build an address from its bytes. VYX_ERROR for a null pAddr only. */
+VYX_API int32_t VYX_MakeAddr4ByInt(uint32_t nAddr, uint16_t nPort, VYX_ADDR_T *pAddr);
+VYX_API int32_t VYX_MakeAddr6ByInt(const uint8_t *pBytes16, uint16_t nPort, VYX_ADDR_T *pAddr);
+
+/* The family; VYX_ERROR for null. */
+VYX_API int32_t VYX_GetAddrType(const VYX_ADDR_T *pAddr);
+
+/*
+ * The address as text, without its port.
+ *
+ * Result:  a static buffer, valid until the next call from any thread, so not for programs with several threads
+ *          that print addresses (VYX_InetNtop is); null for a null pAddr, another family, or an IPv6 address that
+ *          VYX_InetNtop cannot show.
+ */
+VYX_API char *VYX_GetAddrString(const VYX_ADDR_T *pAddr);
+
+/* The address bytes of an IPv4 record; VYX_ERROR for null and any other family. */
+VYX_API int32_t VYX_GetAddr4Int(const VYX_ADDR_T *pAddr, uint32_t *pOut);
+
+/* The 16 address bytes of a record of any family but IPv4; VYX_ERROR for null and IPv4. */
+VYX_API int32_t VYX_GetAddr6Int(const VYX_ADDR_T *pAddr, uint8_t *pOut16);
+
+/* Takes an address apart; every family but IPv4 is read as IPv6. VYX_ERROR for a null pointer. */
+VYX_API int32_t VYX_GetAddrInfo(const VYX_ADDR_T *pAddr, VYX_ADDR_EXP_T *pExp);
+
+/*
+ * The socket's own address and its peer's (getsockname, getpeername). Either may be null, not both. When both are
+ * asked for, an IPv4 peer limits the own address to 16 bytes, which suffices.
+ */
+VYX_API int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_ADDR_T *pPeer);
+
+/*
+ * Reads an address text by the library's own rules, the same on every platform.
+ *   pOut  16 bytes if szText holds a ':', else 4; written on success only
+ *
+ * IPv4 is four decimal numbers, leading zeros allowed. IPv6 differs from inet_pton: too few groups are filled up
+ * with zeros ("1:2"), a single ':' or any one character at the end is passed over, a :: at the very start makes no
+ * room ("::1" is group 1 first), and a dotted quad behind :: is refused.
+ *
+ * Result:  VYX_OK; VYX_ERROR for a malformed text or a null pointer.
+ */
+VYX_API int32_t VYX_InetPton(const char *szText, void *pOut);
+
+/*
+ * Prints an address.
+ *   pBytes  4 or 16 address bytes
+ *   iSize   bytes at szOut. For AF_INET the text's length is enough, though its zero is then written one byte
+ *           behind: give 16. For AF_INET6 the zero counts: 46 always suffice
+ *
+ * Result:  szOut; null if a pointer is null, iSize is 0 or too small, or the family is another. An IPv6 address that
+ *          ends in a dotted quad (after six zero groups, or five and ffff) has no text, and gives null, if that quad
+ *          is longer than 8 characters.
+ */
+VYX_API char *VYX_InetNtop(int32_t iFamily, const void *pBytes, char *szOut, int32_t iSize);
+
+/* Set and get the port; null gives VYX_ERROR, and port 0. */
+VYX_API int32_t VYX_SetAddrPort(VYX_ADDR_T *pAddr, uint16_t nPort);
+VYX_API uint16_t VYX_GetAddrPort(const VYX_ADDR_T *pAddr);
+
+/* ---- Sockets: the platform calls, with their results (a count or 0, and -1 with errno) ---------------------- */
+
+/* socket, shutdown, listen, ioctl. The caller owes a socket VYX_CloseSocket. */
+VYX_API VYX_SOCK_T VYX_CreateSocket(int32_t iFamily, int32_t iType, int32_t iProtocol);
+VYX_API int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow);
+VYX_API int32_t VYX_Listen(VYX_SOCK_T hSocket, int32_t iBacklog);
+VYX_API int32_t VYX_Ioctl(VYX_SOCK_T hSocket, int32_t iRequest, void *pArg);
+
+/* close; if bShutDown is not 0, a shutdown of both directions first, whose result does not matter. */
+VYX_API int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown);
+
+/* bind; -1 for a null address. */
+VYX_API int32_t VYX_Bind(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr);
+
+/* send, recv, sendto, recvfrom, without flags. pTo must not be null; pFrom may be. A negative iLen gives -1. */
+VYX_API int32_t VYX_Send(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen);
+VYX_API int32_t VYX_Recv(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen);
+VYX_API int32_t VYX_SendTo(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, const VYX_ADDR_T *pTo);
+VYX_API int32_t VYX_RecvFrom(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, VYX_ADDR_T *pFrom);
+
+/* Makes a socket non-blocking (bOn not 0) or blocking. */
+VYX_API int32_t VYX_SetNonBlock(VYX_SOCK_T hSocket, int32_t bOn);
+
+/* Options: 0, or -1 with errno. */
+VYX_API int32_t VYX_SetTTL(VYX_SOCK_T hSocket, int32_t iTTL);              /* IP_TTL */
+VYX_API int32_t VYX_SetTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);          /* IPV6_UNICAST_HOPS */
+VYX_API int32_t VYX_SetMultiCastTTL(VYX_SOCK_T hSocket, int32_t iTTL);     /* IP_MULTICAST_TTL */
+VYX_API int32_t VYX_SetMultiCastTTL_V6(VYX_SOCK_T hSocket, int32_t iHops); /* IPV6_MULTICAST_HOPS */
+VYX_API int32_t VYX_GetTTL(VYX_SOCK_T hSocket, int32_t *pTTL);
+VYX_API int32_t VYX_GetTTL_V6(VYX_SOCK_T hSocket, int32_t *pHops);
+VYX_API int32_t VYX_SetTOS(VYX_SOCK_T hSocket, int32_t iTOS); /* IP_TOS */
+VYX_API int32_t VYX_GetTOS(VYX_SOCK_T hSocket, int32_t *pTOS);
+VYX_API int32_t VYX_SetReuseAddr(VYX_SOCK_T hSocket, int32_t bOn);  /* SO_REUSEADDR */
+VYX_API int32_t VYX_SetNoDelay(VYX_SOCK_T hSocket, int32_t bOn);    /* TCP_NODELAY */
+VYX_API int32_t VYX_BroadCast(VYX_SOCK_T hSocket);                  /* SO_BROADCAST, always on */
+VYX_API int32_t VYX_LingerOff(VYX_SOCK_T hSocket);                  /* SO_LINGER */
+VYX_API int32_t VYX_LingerOn(VYX_SOCK_T hSocket, int32_t iSeconds); /* the low 16 bits count */
+
+/*
+ * Time-outs of the socket itself (SO_RCVTIMEO, then SO_SNDTIMEO). 0 leaves that one alone. Milliseconds beyond whole
+ * seconds are stored as that many microseconds: 1500 is one second and 500 microseconds.
+ *
+ * Result, also of the two below:  -1 if any option that was asked for failed, else 0.
+ */
+VYX_API int32_t VYX_SetTimeOut(VYX_SOCK_T hSocket, int32_t iSendMs, int32_t iRecvMs);
+
+/* Buffers in bytes (SO_RCVBUF, then SO_SNDBUF). A size of 0, or a null pointer, leaves that one out. The platform may
+ * report another size than was set. */
+VYX_API int32_t VYX_SetBuffSize(VYX_SOCK_T hSocket, int32_t iSendSize, int32_t iRecvSize);
+VYX_API int32_t VYX_GetBuffSize(VYX_SOCK_T hSocket, int32_t *pSendSize, int32_t *pRecvSize);
+
+/*
+ * Waits for a connection and accepts it.
+ *   pAddr     receives the peer's address; may be null
+ *   nTimeOut  VYX_INFINITE waits in accept itself, which a signal handler may interrupt
+ *
+ * Result:  the new socket; -1 on time-out and failure.
+ */
+VYX_API VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut);
+
+/*
+ * Connects. With a limit the socket is made non-blocking meanwhile and is always blocking afterwards, whatever it was.
+ * With VYX_INFINITE it is a plain connect with an address length of 16, which IPv6 needs more than: give a limit.
+ *
+ * Result:  0; -1 for a null address, on time-out (no message) and on failure. A failure to wait or to connect prints a
+ *          line on standard error.
+ */
+VYX_API int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint32_t nTimeOut);
+
+/*
+ * Join and leave a multicast group; the group's family decides.
+ *   pLocal  IPv4: the address of the interface to use. IPv6: not read, but not null
+ *   pGroup  IPv6: its flow information field (in6.sin6_flowinfo) holds the interface index
+ *
+ * Result:  that of setsockopt; -1 for a null pointer and for any other family.
+ */
+VYX_API int32_t VYX_JoinMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
+                                       const VYX_ADDR_T *pGroup);
+VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
+                                        const VYX_ADDR_T *pGroup);
+
+/*
+ * Sends all of a buffer within a total time; with a limit it does not block longer than that on a blocking socket
+ * either.
+ *
+ * Result:  the bytes sent, fewer than iLen when time ran out or the connection failed, 0 for a negative iLen. Never -1.
+ */
+VYX_API int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t nTimeOut);
+
+/* Receives once, as much as there is up to iLen. The count; -1 on time-out, failure and end of the connection. */
+VYX_API int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
+
+/*
+ * Receives exactly iLen bytes within a total time.
+ *
+ * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure or if the peer ended the connection before (the
+ *          bytes received until then are in pBuf, but not counted).
+ */
+VYX_API int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
+
+/* ---- Waiting for readiness ---------------------------------------------------------------------------------- */
+
+/*
+ * The bit of a descriptor in a set.
+ *   iFd   0 or more, and within the set: this is not checked
+ *   pSet  an fd_set, or an array of 32-bit words
+ *
+ * Result:  0, or the bit itself within its word, such as 8 for descriptor 3 (negative for the highest).
+ */
+VYX_API int32_t VYX_FdIsSet(int32_t iFd, const void *pSet);
+
+/* select. The first leaves the caller's time-out as it is; the second passes it on, and the platform may store the time
+ * that is left. Null waits without limit. */
+VYX_API int32_t VYX_Select(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
+                           const struct timeval *pTimeOut);
+VYX_API int32_t VYX_SelectEx(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
+                             struct timeval *pTimeOut);
+
+/* poll, once. iTimeOut in milliseconds, negative waits without limit. */
+VYX_API int32_t VYX_Poll(struct pollfd *pFds, uint32_t nCount, int32_t iTimeOut);
+
+/*
+ * poll for a total time, repeated when a signal handler interrupts it.
+ *   pTimeOut  milliseconds, lowered to the time that is left (never below 0), so that several calls can share one
+ *             budget; when interruptions used it up, the last round is taken off twice. Null or VYX_INFINITE in it
+ *             waits without limit and changes nothing
+ *
+ * Result:  poll's; -1 with EINTR if the time ran out during interruptions.
+ */
+VYX_API int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTimeOut);
+
+VYX_END_DECLS
+
+#endif

@@ -1,0 +1,274 @@
+// Message queues.
+//
+// A queue is an entry of a static registry; its handle is the entry's address. A message goes through two
+// stations. Senders push it onto a list without a lock (pNewest), so that they hold up neither each other nor
+// a receiver, and a send costs the same whatever is queued. Receivers, under hQueueLock, first move what has come
+// into the index, which keeps it in order, and then take the index's first.
+//
+// Nobody is woken who does not wait. A receiver sets bRecvWaits and then looks at pNewest once more; a sender
+// pushes and then looks at bRecvWaits. Both in one order that all threads agree on, so one of the two sees the
+// other. The flag is cleared by whoever broadcasts, under hRecvLock, which the receiver holds from setting the
+// flag until it sleeps. Between finding the index empty and the flag it holds hQueueLock, so that nobody else
+// moves messages on unseen.
+//
+// Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
+#include <cstring>
+#include <new>
+#include <vyx/msg.h>
+#include <vyx/sync.h>
+#include <vyx/time.h>
+
+#include "msg/msgq_inter.h"
+#include "pool/waiting.h"
+#include "sync/lock_order.h"
+
+using vyx_inter::Lock;
+using vyx_inter::LockGuard;
+using vyx_inter::MutexHold;
+
+VYX_MQ_MSG_S g_struMsgQClosed = {nullptr, 0, 0, 0};
+
+static Lock s_msgQMutex;
+static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
+static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
+
+namespace {
+
+char *Data_Local(VYX_MQ_MSG_S *pMsg) {
+    return reinterpret_cast<char *>(pMsg + 1);
+}
+
+// Frees a message when the block ends.
+class MsgHolder {
+  public:
+    explicit MsgHolder(VYX_MQ_MSG_S *pMsg) : m_pMsg(pMsg) {}
+    ~MsgHolder() { ::operator delete(m_pMsg); }
+    MsgHolder(const MsgHolder &) = delete;
+    MsgHolder &operator=(const MsgHolder &) = delete;
+
+  private:
+    VYX_MQ_MSG_S *m_pMsg;
+};
+
+// Result: a copy of the block with the given length; null if memory is short.
+VYX_MQ_MSG_S *Copy_Local(const VYX_MSG_BLOCK_T &block, int32_t iDataLen) {
+    const auto nDataLen = static_cast<size_t>(iDataLen);
+    void *pMemory = ::operator new(sizeof(VYX_MQ_MSG_S) + nDataLen, std::nothrow);
+    if (pMemory == nullptr)
+        return nullptr;
+    auto *pMsg = new (pMemory) VYX_MQ_MSG_S{nullptr, block.iMsgType, block.iPriority, iDataLen};
+    std::memcpy(Data_Local(pMsg), block.szData, nDataLen);
+    return pMsg;
+}
+
+// Puts a message onto the list. Result: false if the queue is not live.
+bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
+    VYX_MQ_MSG_S *pNewest = queue.pNewest.load(std::memory_order_relaxed);
+    do {
+        if (pNewest == &g_struMsgQClosed)
+            return false;
+        pMsg->pNext = pNewest;
+    } while (!queue.pNewest.compare_exchange_weak(pNewest, pMsg));
+    return true;
+}
+
+// Puts a list into the index, oldest first.
+void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+    VYX_MQ_MSG_S *pOldest = nullptr;
+    while (pNewest != nullptr) {
+        VYX_MQ_MSG_S *pNext = pNewest->pNext;
+        pNewest->pNext = pOldest;
+        pOldest = pNewest;
+        pNewest = pNext;
+    }
+    while (pOldest != nullptr) {
+        VYX_MQ_MSG_S *pNext = pOldest->pNext;
+        index.Append(pOldest);
+        pOldest = pNext;
+    }
+}
+
+// Moves what has come into the index. With hQueueLock held, the queue live.
+void TakeOver_Local(VYX_MQ_INTER &queue) {
+    if (queue.pNewest.load(std::memory_order_relaxed) == nullptr)
+        return;
+    SortIn_Local(queue.index, queue.pNewest.exchange(nullptr));
+}
+
+void WakeAll_Local(std::atomic<uint32_t> &bWaits, VYX_MUTEX_T &hLock, VYX_COND_T &hCond) {
+    if (bWaits.load() == 0)
+        return;
+    const MutexHold hold(hLock);
+    bWaits.store(0);
+    (void)VYX_CondBroadCast(&hCond);
+}
+
+// What a look at the queue came to.
+enum class Look { Taken, Empty, Gone };
+
+// Takes the first message, if the queue is still the one that the caller entered. On Empty hQueueLock is held,
+// otherwise not.
+Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg) {
+    (void)VYX_MutexLock(&queue.hQueueLock);
+    const bool bLive = queue.bUsed.load() != 0 && queue.nGeneration.load() == nGeneration;
+    if (bLive) {
+        TakeOver_Local(queue);
+        pMsg = queue.index.RemoveFirst();
+        if (pMsg == nullptr)
+            return Look::Empty;
+    }
+    (void)VYX_MutexUnlock(&queue.hQueueLock);
+    return bLive ? Look::Taken : Look::Gone;
+}
+
+// Waits for a message. Result: it, or null if the time is used up or the queue has gone.
+VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
+    const uint32_t nGeneration = queue.nGeneration.load();
+    VYX_MQ_MSG_S *pMsg = nullptr;
+    if (TakeOrHold_Local(queue, nGeneration, pMsg) != Look::Empty)
+        return pMsg; // the usual case does not even look at the clock
+    uint32_t nRemaining = nTimeOut;
+    uint32_t nStart = VYX_GetTimeTick();
+    do {
+        // Without a limit, what remains is counted but need not bound the sleep.
+        (void)VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining, 1);
+        const uint32_t nNow = VYX_GetTimeTick();
+        const uint32_t nElapsed = nNow - nStart;
+        if (nRemaining < nElapsed)
+            return nullptr;
+        nRemaining -= nElapsed;
+        nStart = nNow;
+        // Deliberate: a time-out of 0 comes here after the next send, and leaves its message where it is.
+        // Pinned by MsgQueue.TimeOutZeroWaitsForASendAndLeavesIt.
+        if (nTimeOut != VYX_INFINITE && nRemaining == 0)
+            return nullptr;
+    } while (TakeOrHold_Local(queue, nGeneration, pMsg) == Look::Empty);
+    return pMsg;
+}
+
+// Hands a message over to the caller.
+int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
+    const MsgHolder holder(pMsg);
+    block.iMsgType = pMsg->iMsgType;
+    block.iPriority = pMsg->iPriority;
+    // Deliberate: the message has left the queue by now, so a block with too little room loses it. Callers
+    // offer the full size. Pinned by MsgQueue.SmallBlockLosesTheMessage.
+    if (block.iDataLen < pMsg->iDataLen)
+        return VYX_ERROR;
+    block.iDataLen = pMsg->iDataLen;
+    std::memcpy(block.szData, Data_Local(pMsg), static_cast<size_t>(pMsg->iDataLen));
+    return VYX_OK;
+}
+
+} // namespace
+
+int32_t VYX_MsgQInitEx_Inter(void) {
+    const LockGuard guard(s_msgQMutex);
+    s_bMsgQStarted = true;
+    return VYX_OK;
+}
+
+int32_t VYX_MsgQFiniEx_Inter(void) {
+    const LockGuard guard(s_msgQMutex);
+    for (VYX_MQ_INTER &entry : s_msgQBlocks)
+        VYX_MsgQClearEx_Inter(&entry);
+    s_bMsgQStarted = false;
+    return VYX_OK;
+}
+
+int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
+    const MutexHold hold(pEntry->hQueueLock);
+    pEntry->nGeneration.fetch_add(1);
+    pEntry->pNewest.store(nullptr);
+    pEntry->bUsed.store(1);
+    return VYX_OK;
+}
+
+void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
+    if (pEntry == nullptr || pEntry->bUsed.load() == 0)
+        return;
+    {
+        const MutexHold hold(pEntry->hQueueLock);
+        pEntry->bUsed.store(0);
+        VYX_MQ_MSG_S *pNewest = pEntry->pNewest.exchange(&g_struMsgQClosed);
+        while (pNewest != nullptr) {
+            const MsgHolder holder(pNewest);
+            pNewest = pNewest->pNext;
+        }
+        while (VYX_MQ_MSG_S *pMsg = pEntry->index.RemoveFirst())
+            const MsgHolder holder(pMsg);
+        pEntry->index.Release();
+    }
+    WakeAll_Local(pEntry->bRecvWaits, pEntry->hRecvLock, pEntry->hRecvCond);
+    WakeAll_Local(pEntry->bSendWaits, pEntry->hSendLock, pEntry->hSendCond);
+}
+
+int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv) {
+    std::atomic<uint32_t> &bWaits = bRecv != 0 ? pEntry->bRecvWaits : pEntry->bSendWaits;
+    VYX_MUTEX_T *pLock = bRecv != 0 ? &pEntry->hRecvLock : &pEntry->hSendLock;
+    VYX_COND_T *pCond = bRecv != 0 ? &pEntry->hRecvCond : &pEntry->hSendCond;
+    const MutexHold hold(*pLock);
+    bWaits.store(1);
+    const bool bCome = bRecv != 0 && pEntry->pNewest.load() != nullptr;
+    (void)VYX_MutexUnlock(&pEntry->hQueueLock);
+    if (bCome)
+        return VYX_OK;
+    // Woken by WakeAll_Local, of a sender or of the queue's end. The result carries nothing.
+    if (nTimeOut != 0)
+        (void)VYX_CondTimedWait(pCond, pLock, nTimeOut);
+    else
+        (void)VYX_CondWait(pCond, pLock);
+    return VYX_OK;
+}
+
+int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {
+    if (phQueue == nullptr)
+        return VYX_ERROR;
+    const LockGuard guard(s_msgQMutex);
+    if (!s_bMsgQStarted)
+        return VYX_ERROR;
+    for (VYX_MQ_INTER &entry : s_msgQBlocks) {
+        if (entry.bUsed.load() != 0)
+            continue;
+        *phQueue = &entry;
+        return VYX_MsgQInitMQ_Inter(&entry);
+    }
+    return VYX_ERROR;
+}
+
+int32_t VYX_MsgQDestroyEx(VYX_HANDLE_MSGQ hQueue) {
+    if (hQueue == nullptr)
+        return VYX_ERROR;
+    const LockGuard guard(s_msgQMutex);
+    if (!s_bMsgQStarted)
+        return VYX_ERROR;
+    VYX_MsgQClearEx_Inter(hQueue);
+    return VYX_OK;
+}
+
+int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg) {
+    if (hQueue == nullptr || pMsg == nullptr || hQueue->pNewest.load() == &g_struMsgQClosed)
+        return VYX_ERROR;
+    const int32_t iDataLen = pMsg->iDataLen;
+    if (iDataLen < 0 || iDataLen > VYX_MSG_DATA_SIZE)
+        return VYX_ERROR;
+    VYX_MQ_MSG_S *pCopy = Copy_Local(*pMsg, iDataLen);
+    if (pCopy == nullptr)
+        return VYX_ERROR;
+    if (!Push_Local(*hQueue, pCopy)) {
+        ::operator delete(pCopy);
+        return VYX_ERROR;
+    }
+    WakeAll_Local(hQueue->bRecvWaits, hQueue->hRecvLock, hQueue->hRecvCond);
+    return VYX_OK;
+}
+
+int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg, int32_t iTimeOut) {
+    if (pMsg == nullptr || hQueue == nullptr)
+        return VYX_ERROR;
+    VYX_MQ_MSG_S *pTaken = Await_Local(*hQueue, static_cast<uint32_t>(iTimeOut));
+    if (pTaken == nullptr)
+        return VYX_ERROR;
+    WakeAll_Local(hQueue->bSendWaits, hQueue->hSendLock, hQueue->hSendCond);
+    return Deliver_Local(pTaken, *pMsg);
+}

@@ -1,0 +1,53 @@
+// The message queues' record and what the start and stop of the library need of them.
+#ifndef VYX_MSG_MSGQ_INTER_H
+#define VYX_MSG_MSGQ_INTER_H
+
+#include <atomic>
+
+#include <vyx/msg.h>
+
+#include "msg/msgq_index.h"
+
+// The end of the list of an entry that is not live: a send that finds it is refused.
+extern VYX_MQ_MSG_S g_struMsgQClosed;
+
+// One entry of the registry. It is static and its locks are never destroyed, so a thread that is late in
+// leaving a destroyed queue touches nothing that has gone.
+struct VYX_MQ_INTER {
+    // What senders use, on a cache line that a receiver's locking leaves alone.
+    alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index
+    std::atomic<uint32_t> bRecvWaits{
+        0}; // somebody may wait on hRecvCond; set and cleared with hRecvLock held
+    std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as bUsed does
+    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER; // a message has come
+
+    VYX_MUTEX_T hQueueLock = PTHREAD_MUTEX_INITIALIZER;
+    vyx_inter::MsgIndex index;           // messages in order; guarded by hQueueLock
+    std::atomic<uint32_t> bUsed{0};      // 1 while live; changes with s_msgQMutex and hQueueLock held
+    std::atomic<uint32_t> bSendWaits{0}; // as bRecvWaits, with hSendCond and hSendLock
+    VYX_MUTEX_T hRecvLock = PTHREAD_MUTEX_INITIALIZER;
+    VYX_MUTEX_T hSendLock = PTHREAD_MUTEX_INITIALIZER;
+    VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER; // a message has been taken
+};
+
+VYX_BEGIN_DECLS
+
+// Start and stop of the registry's stage, under the start/stop mutex. The start leaves every entry free, the
+// stop destroys the queues that are left. Both return 0.
+int32_t VYX_MsgQInitEx_Inter(void);
+int32_t VYX_MsgQFiniEx_Inter(void);
+
+// Makes a free entry a live queue without messages, 0; and a live one free again, discarding its messages and
+// waking who waits. Null and a free entry are left alone. Both with s_msgQMutex held.
+int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry);
+void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry);
+
+// Waits until something is sent (bRecv not 0) or received (bRecv 0), which the caller has found to be needed. It
+// holds hQueueLock, which is released.
+//   nTimeOut  milliseconds; 0 and VYX_INFINITE = no limit
+// 0 however the wait ended; the caller looks for itself.
+int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv);
+
+VYX_END_DECLS
+
+#endif

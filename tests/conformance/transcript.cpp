@@ -1,0 +1,114 @@
+// The parts that write the transcript, and what they share.
+#include "transcript.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace transcript {
+
+namespace {
+
+uint64_t s_nState = 0x243F6A8885A308D3u;
+Transcript s_transcript;
+
+void Append(std::string &text, const char *szFormat, va_list args) VYX_PRINTF(2, 0);
+void Append(std::string &text, const char *szFormat, va_list args) {
+    char szLine[1024];
+    (void)std::vsnprintf(szLine, sizeof szLine, szFormat, args);
+    text += szLine;
+    text += '\n';
+}
+
+} // namespace
+
+void Line(const char *szFormat, ...) {
+    va_list args;
+    va_start(args, szFormat);
+    Append(s_transcript.common, szFormat, args);
+    va_end(args);
+}
+
+void LocalLine(const char *szFormat, ...) {
+    const uint16_t nProbe = 1;
+    unsigned char byFirst = 0;
+    std::memcpy(&byFirst, &nProbe, 1);
+    s_transcript.local += std::to_string(sizeof(void *) * 8) + (byFirst == 1 ? " little: " : " big: ");
+    va_list args;
+    va_start(args, szFormat);
+    Append(s_transcript.local, szFormat, args);
+    va_end(args);
+}
+
+uint32_t Random() {
+    s_nState = s_nState * 6364136223846793005u + 1442695040888963407u;
+    return static_cast<uint32_t>(s_nState >> 33);
+}
+
+uint32_t Random(uint32_t nBelow) {
+    return Random() % nBelow;
+}
+
+int64_t Random64() {
+    const uint64_t nHigh = Random();
+    const uint64_t nLow = Random();
+    return static_cast<int64_t>((nHigh << 33 ^ nLow) << 1 ^ Random(2));
+}
+
+std::string Quoted(const char *szText) {
+    if (szText == nullptr)
+        return "null";
+    std::string out = "\"";
+    for (const char *p = szText; *p != '\0'; ++p) {
+        char szByte[4];
+        const auto by = static_cast<unsigned char>(*p);
+        (void)std::snprintf(szByte, sizeof szByte, by < ' ' || by > '~' || by == '\\' ? "\\%02x" : "%c", by);
+        out += szByte;
+    }
+    return out + "\"";
+}
+
+std::string Hex(const void *pBytes, size_t nCount) {
+    std::string out;
+    for (size_t n = 0; n < nCount; ++n) {
+        char szByte[3];
+        (void)std::snprintf(szByte, sizeof szByte, "%02x", static_cast<const unsigned char *>(pBytes)[n]);
+        out += szByte;
+    }
+    return out;
+}
+
+std::string MessagesOf(void (*pfnRun)()) {
+    FILE *pFile = std::tmpfile();
+    if (pFile == nullptr)
+        std::abort();
+    (void)std::fflush(stderr);
+    const int iKept = dup(STDERR_FILENO);
+    (void)dup2(fileno(pFile), STDERR_FILENO);
+    pfnRun();
+    (void)std::fflush(stderr);
+    (void)dup2(iKept, STDERR_FILENO);
+    (void)close(iKept);
+    std::rewind(pFile);
+    std::string out;
+    for (int c; (c = std::getc(pFile)) != EOF;)
+        out += static_cast<char>(c);
+    (void)std::fclose(pFile);
+    return out;
+}
+
+Transcript Take() {
+    Strings();
+    Numbers();
+    Times();
+    Containers();
+    Files();
+    Addresses();
+    Queues();
+    Refusals();
+    return s_transcript;
+}
+
+} // namespace transcript

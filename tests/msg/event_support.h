@@ -1,0 +1,63 @@
+// What the tests of events share.
+#ifndef VYX_TESTS_MSG_EVENT_SUPPORT_H
+#define VYX_TESTS_MSG_EVENT_SUPPORT_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <sys/resource.h>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+#include <vyx/msg.h>
+
+namespace eventtest {
+
+struct Closer {
+    void operator()(VYX_EVENT hEvent) const { EXPECT_EQ(VYX_CloseEvent(hEvent), VYX_TRUE); }
+};
+using Event = std::unique_ptr<std::remove_pointer_t<VYX_EVENT>, Closer>;
+
+inline Event Make(bool bSignalled = false) {
+    Event event(VYX_CreateEvent(bSignalled ? 1 : 0));
+    EXPECT_NE(event, nullptr);
+    return event;
+}
+
+// Looks at one event by itself and in company, without waiting.
+inline bool Signalled(const Event &event) {
+    const VYX_EVENT hEvent = event.get();
+    const bool bSingle = VYX_WaitForSingleObject(hEvent, 0) == VYX_WAIT_OBJECT_0;
+    EXPECT_EQ(VYX_WaitForMultipleObjects(1, &hEvent, 0, 0), bSingle ? VYX_WAIT_OBJECT_0 : VYX_WAIT_TIMEOUT);
+    return bSingle;
+}
+
+// What a call writes to standard error.
+inline std::string ErrorsOf(const std::function<void()> &fnCall) {
+    testing::internal::CaptureStderr();
+    fnCall();
+    return testing::internal::GetCapturedStderr();
+}
+
+constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";
+
+// Another limit of open descriptors for a while; where the hard limit is lower, that.
+class DescriptorLimit {
+  public:
+    explicit DescriptorLimit(rlim_t nLimit) {
+        (void)getrlimit(RLIMIT_NOFILE, &m_before);
+        struct rlimit limit = m_before;
+        limit.rlim_cur = nLimit < limit.rlim_max ? nLimit : limit.rlim_max;
+        (void)setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    ~DescriptorLimit() { (void)setrlimit(RLIMIT_NOFILE, &m_before); }
+    DescriptorLimit(const DescriptorLimit &) = delete;
+    DescriptorLimit &operator=(const DescriptorLimit &) = delete;
+
+  private:
+    struct rlimit m_before = {};
+};
+
+} // namespace eventtest
+
+#endif

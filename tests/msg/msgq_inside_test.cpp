@@ -1,0 +1,216 @@
+// Message queues where it matters who waits when, and where memory is short.
+#include <atomic>
+#include <deque>
+#include <map>
+#include <new>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "msg/msgq_inter.h"
+#include "msg/msgq_support.h"
+#include "support/support.h"
+
+namespace {
+
+thread_local int t_nRefused = 0; // of this thread's next allocations that report failure instead of throwing
+thread_local int t_nPassed = 0;  // allocations that come before them
+
+} // namespace
+
+// The library allocates what it must not fail for through this form.
+void *operator new(std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
+    if (t_nRefused > 0 && t_nPassed-- <= 0) {
+        --t_nRefused;
+        return nullptr;
+    }
+    return ::operator new(nSize);
+}
+
+namespace {
+
+using msgq::Got;
+using msgq::MsgQueue;
+using msgq::NextType;
+using msgq::Receive;
+using msgq::Send;
+using support::WaitUntil;
+
+// A receiver on a thread of its own.
+class Receiver {
+  public:
+    Receiver(VYX_HANDLE_MSGQ hQueue, int32_t iTimeOut)
+        : m_thread([this, hQueue, iTimeOut] {
+              m_got = Receive(hQueue, iTimeOut);
+              m_bDone.store(true);
+          }) {}
+    const Got &Join() {
+        m_thread.join();
+        return m_got;
+    }
+    bool Done() const { return m_bDone.load(); }
+
+  private:
+    Got m_got{};
+    std::atomic<bool> m_bDone{false};
+    std::thread m_thread;
+};
+
+// The flag is set before hQueueLock is released, and hRecvLock is held until the receiver sleeps.
+bool SomebodyWaits(VYX_HANDLE_MSGQ hQueue) {
+    if (!WaitUntil([hQueue] { return hQueue->bRecvWaits.load() != 0; }))
+        return false;
+    (void)VYX_MutexLock(&hQueue->hRecvLock);
+    (void)VYX_MutexUnlock(&hQueue->hRecvLock);
+    return true;
+}
+
+TEST_F(MsgQueue, TimeOutZeroWaitsForASendAndLeavesIt) {
+    for (int32_t iType = 0; iType < 3; ++iType) {
+        Receiver receiver(m_hQueue, 0);
+        ASSERT_TRUE(SomebodyWaits(m_hQueue));
+        EXPECT_FALSE(receiver.Done());
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, iType));
+        EXPECT_EQ(VYX_ERROR, receiver.Join().iResult);
+        EXPECT_EQ(iType, NextType(m_hQueue));
+    }
+}
+
+// One send: those that only wait for it all learn of it, and the one that wants the message gets it.
+TEST_F(MsgQueue, ASendWakesAllThatWait) {
+    std::vector<std::unique_ptr<Receiver>> watchers;
+    for (int i = 0; i < 4; ++i) {
+        m_hQueue->bRecvWaits.store(0);
+        watchers.push_back(std::make_unique<Receiver>(m_hQueue, 0));
+        ASSERT_TRUE(SomebodyWaits(m_hQueue));
+    }
+    m_hQueue->bRecvWaits.store(0);
+    Receiver taker(m_hQueue, -1);
+    ASSERT_TRUE(SomebodyWaits(m_hQueue));
+    ASSERT_EQ(VYX_OK, Send(m_hQueue, 42));
+    EXPECT_EQ(42, taker.Join().pBlock->iMsgType);
+    for (const auto &pWatcher : watchers)
+        EXPECT_EQ(VYX_ERROR, pWatcher->Join().iResult);
+}
+
+TEST_F(MsgQueue, TimeOutCountsOverAllWakeUps) {
+    constexpr int32_t kTimeOut = 150; // milliseconds
+    double fTook = 0;
+    std::atomic<bool> bDone{false};
+    std::thread receiver([&] {
+        fTook = support::MillisecondsOf([&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, kTimeOut).iResult); });
+        bDone.store(true);
+    });
+    EXPECT_TRUE(WaitUntil([&] { // wakes it about once a millisecond
+        (void)VYX_CondBroadCast(&m_hQueue->hRecvCond);
+        return bDone.load();
+    }));
+    receiver.join();
+    EXPECT_GE(fTook, kTimeOut - 1);
+    EXPECT_LT(fTook, 10 * kTimeOut * support::TimeScale());
+}
+
+TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
+    for (const bool bStop : {false, true}) {
+        Receiver forever(m_hQueue, -1);
+        ASSERT_TRUE(SomebodyWaits(m_hQueue));
+        m_hQueue->bRecvWaits.store(0);
+        Receiver watcher(m_hQueue, 0);
+        ASSERT_TRUE(SomebodyWaits(m_hQueue));
+        ASSERT_EQ(VYX_OK, bStop ? VYX_Fini() : VYX_MsgQDestroyEx(m_hQueue));
+        if (bStop) {
+            ASSERT_EQ(VYX_OK, VYX_Init());
+        }
+        VYX_HANDLE_MSGQ hNext = nullptr;
+        ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hNext));
+        ASSERT_EQ(m_hQueue, hNext);
+        ASSERT_EQ(VYX_OK, Send(hNext, 5));
+        EXPECT_EQ(VYX_ERROR, forever.Join().iResult);
+        EXPECT_EQ(VYX_ERROR, watcher.Join().iResult);
+        EXPECT_EQ(5, NextType(hNext)) << "a receiver of the destroyed queue took it";
+    }
+}
+
+// Whoever needs one of the locks here waits for ever.
+TEST_F(MsgQueue, NobodyIsSignalledWhoDoesNotWait) {
+    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hQueueLock)); // a sender never waits for receivers either
+    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock));
+    EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
+    (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
+    (void)VYX_MutexUnlock(&m_hQueue->hQueueLock);
+    EXPECT_EQ(1, NextType(m_hQueue));
+}
+
+TEST_F(MsgQueue, WaitForRoomEndsWithTheNextReceive) {
+    std::atomic<bool> bDone{false};
+    std::thread waiter([&] {
+        (void)VYX_MutexLock(&m_hQueue->hQueueLock);
+        EXPECT_EQ(VYX_OK, VYX_MsgQWaitTimeOut_Inter(m_hQueue, 0, 0));
+        bDone.store(true);
+    });
+    ASSERT_TRUE(WaitUntil([&] { return m_hQueue->bSendWaits.load() != 0; }));
+    ASSERT_EQ(VYX_OK, Send(m_hQueue, 1));
+    EXPECT_FALSE(bDone.load());
+    EXPECT_EQ(1, NextType(m_hQueue));
+    waiter.join();
+}
+
+TEST_F(MsgQueue, ASendWithoutMemoryIsRefused) {
+    t_nRefused = 1;
+    EXPECT_EQ(VYX_ERROR, Send(m_hQueue, 1));
+    EXPECT_EQ(0, t_nRefused);
+    ASSERT_EQ(VYX_OK, Send(m_hQueue, 2));
+    t_nRefused = 1; // for the index, which can do without
+    EXPECT_EQ(2, NextType(m_hQueue));
+    EXPECT_EQ(0, t_nRefused);
+    VYX_MSG_BLOCK_T *pOut = nullptr;
+    t_nRefused = 1;
+    vyx::vyx_msgq queue;
+    EXPECT_EQ(-1, queue.getq(&pOut, -1));
+    EXPECT_EQ(0, queue.init());
+    EXPECT_EQ(-1, queue.getq(&pOut, 0));
+}
+
+// Against a map of queues, in phases that fill and empty, with priorities that rise, fall and scatter, with and
+// without allocations that fail.
+TEST(MsgIndex, KeepsTheOrderWhateverComes) {
+    std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same run each time
+    for (int nRound = 0; nRound < 48; ++nRound) {
+        SCOPED_TRACE(nRound);
+        vyx_inter::MsgIndex index;
+        std::map<int32_t, std::deque<VYX_MQ_MSG_S *>, std::greater<>> model;
+        std::deque<VYX_MQ_MSG_S> messages;
+        const int32_t iSpread = nRound % 2 == 0 ? 2000 : INT32_MAX;
+        for (int32_t i = 0; i < 6000; ++i) {
+            const bool bGrow = i / 1000 % 2 == 0 ? random() % 4 != 0 : random() % 4 == 0;
+            if (bGrow) {
+                const int32_t iScatter = static_cast<int32_t>(random()) % iSpread;
+                const int32_t priorities[] = {iScatter, i, -i};
+                VYX_MQ_MSG_S &message = messages.emplace_back();
+                message.iPriority = priorities[nRound % 3];
+                if (nRound % 4 == 3 && random() % 64 == 0) {
+                    t_nRefused = 1;
+                    t_nPassed = static_cast<int>(random() % 3);
+                }
+                index.Append(&message);
+                t_nRefused = 0;
+                model[message.iPriority].push_back(&message);
+            } else if (!model.empty()) {
+                ASSERT_EQ(model.begin()->second.front(), index.RemoveFirst());
+                model.begin()->second.pop_front();
+                if (model.begin()->second.empty())
+                    model.erase(model.begin());
+            }
+            ASSERT_EQ(model.empty(), index.Empty());
+        }
+        for (const auto &level : model)
+            for (const VYX_MQ_MSG_S *pMsg : level.second)
+                ASSERT_EQ(pMsg, index.RemoveFirst());
+        EXPECT_EQ(nullptr, index.RemoveFirst());
+        index.Release();
+    }
+}
+
+} // namespace

@@ -1,0 +1,293 @@
+// Message queues and vyx::vyx_msgq as callers see them.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <climits>
+#include <map>
+#include <mutex>
+#include <numeric>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <vyx/msg.h>
+
+#include "msg/msgq_support.h"
+#include "support/support.h"
+
+namespace {
+
+using msgq::Got;
+using msgq::MakeBlock;
+using msgq::MsgQueue;
+using msgq::NextType;
+using msgq::Receive;
+using msgq::Send;
+
+TEST_F(MsgQueue, HighestPriorityFirstAndOldestAmongEquals) {
+    const struct {
+        const char *szName;
+        std::vector<int32_t> priorities; // in sending order; the type is the place
+        std::vector<int32_t> types;      // in receiving order
+    } cases[] = {
+        {"few", {1, 5, 5, 3}, {1, 2, 3, 0}},
+        {"equal", {7, 7, 7, 7}, {0, 1, 2, 3}},
+        {"signs", {-1, 0, 1, -1, 0}, {2, 1, 4, 0, 3}},
+        {"extremes", {INT32_MIN, INT32_MAX, 0, INT32_MAX, INT32_MIN, -1}, {1, 3, 2, 5, 0, 4}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.szName);
+        for (size_t i = 0; i < c.priorities.size(); ++i)
+            ASSERT_EQ(VYX_OK, Send(m_hQueue, static_cast<int32_t>(i), c.priorities[i]));
+        for (const int32_t iType : c.types) {
+            const Got got = Receive(m_hQueue, 0);
+            EXPECT_EQ(VYX_OK, got.iResult);
+            EXPECT_EQ(iType, got.pBlock->iMsgType);
+            EXPECT_EQ(c.priorities[static_cast<size_t>(iType)], got.pBlock->iPriority);
+        }
+    }
+}
+
+TEST_F(MsgQueue, ManyPrioritiesStayInOrder) {
+    constexpr int32_t kMessages = 3000;
+    for (const int32_t iStep : {1, -1, 1361}) { // ascending, descending, mixed; every priority twice
+        SCOPED_TRACE(iStep);
+        std::vector<std::pair<int32_t, int32_t>> expected; // minus priority, type
+        for (int32_t i = 0; i < kMessages; ++i) {
+            const int32_t iPriority = i * iStep % (kMessages / 2);
+            ASSERT_EQ(VYX_OK, Send(m_hQueue, i, iPriority));
+            expected.emplace_back(-iPriority, i);
+        }
+        std::sort(expected.begin(), expected.end());
+        for (const auto &message : expected)
+            ASSERT_EQ(message.second, NextType(m_hQueue));
+    }
+}
+
+TEST_F(MsgQueue, DataOfEveryLengthUpToTheLimit) {
+    for (const int32_t iLength : {0, 1, 64, VYX_MSG_DATA_SIZE}) {
+        SCOPED_TRACE(iLength);
+        std::string data(static_cast<size_t>(iLength), '\0');
+        std::iota(data.begin(), data.end(), static_cast<char>(iLength));
+        const auto pBlock = MakeBlock(3, -4, data);
+        ASSERT_EQ(VYX_OK, VYX_MsgQSendEx(m_hQueue, pBlock.get()));
+        std::memset(pBlock.get(), 0x5a, sizeof *pBlock); // the queue has a copy
+        pBlock->iDataLen = iLength;                      // exactly the room that is needed
+        ASSERT_EQ(VYX_OK, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), 0));
+        EXPECT_EQ(3, pBlock->iMsgType);
+        EXPECT_EQ(-4, pBlock->iPriority);
+        EXPECT_EQ(iLength, pBlock->iDataLen);
+        EXPECT_EQ(data, std::string(pBlock->szData, data.size()));
+        EXPECT_TRUE(std::all_of(pBlock->szData + iLength, std::end(pBlock->szData),
+                                [](char c) { return c == 0x5a; }));
+    }
+}
+
+// Two pages of which the second cannot be read.
+TEST_F(MsgQueue, SendReadsNoMoreThanTheLengthSays) {
+    const auto nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void *pPages = mmap(nullptr, 2 * nPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(MAP_FAILED, pPages);
+    ASSERT_EQ(0, mprotect(static_cast<char *>(pPages) + nPage, nPage, PROT_NONE));
+    const struct {
+        int32_t iDataLen;
+        int32_t iResult;
+    } cases[] = {{0, VYX_OK}, // lengths that are sent leave the block aligned
+                 {4, VYX_OK},           {VYX_MSG_DATA_SIZE + 1, VYX_ERROR},
+                 {INT_MAX, VYX_ERROR},  {-1, VYX_ERROR},
+                 {INT32_MIN, VYX_ERROR}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.iDataLen);
+        const size_t nReadable =
+            offsetof(VYX_MSG_BLOCK_T, szData) + (c.iResult == VYX_OK ? static_cast<size_t>(c.iDataLen) : 0);
+        char *pStart = static_cast<char *>(pPages) + nPage - nReadable;
+        const int32_t header[] = {1, 1, c.iDataLen};
+        std::memcpy(pStart, header, sizeof header);
+        EXPECT_EQ(c.iResult, VYX_MsgQSendEx(m_hQueue, reinterpret_cast<VYX_MSG_BLOCK_T *>(pStart)));
+    }
+    ASSERT_EQ(0, munmap(pPages, 2 * nPage));
+    // Nothing that was refused is in the queue.
+    for (const int32_t iDataLen : {0, 4})
+        EXPECT_EQ(iDataLen, Receive(m_hQueue, 1).pBlock->iDataLen);
+    EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, 1).iResult);
+}
+
+TEST_F(MsgQueue, SmallBlockLosesTheMessage) {
+    for (const int32_t iRoom : {19, 0, -1, INT32_MIN}) {
+        SCOPED_TRACE(iRoom);
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, 1, 9, std::string(20, 'a')));
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, 2, 8, "next"));
+        const auto pBlock = MakeBlock(-7, -7, "untouched");
+        pBlock->iDataLen = iRoom;
+        EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), -1));
+        EXPECT_EQ(1, pBlock->iMsgType);
+        EXPECT_EQ(9, pBlock->iPriority);
+        EXPECT_EQ(iRoom, pBlock->iDataLen);
+        EXPECT_STREQ("untouched", pBlock->szData);
+        EXPECT_EQ("next", Receive(m_hQueue, 0).Data());
+    }
+}
+
+TEST_F(MsgQueue, TimeOutOnAnEmptyQueue) {
+    for (const int32_t iTimeOut : {1, 100}) {
+        const double fTook =
+            support::MillisecondsOf([&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, iTimeOut).iResult); });
+        EXPECT_GE(fTook, iTimeOut - 1);
+        EXPECT_LT(fTook, 1000 * support::TimeScale());
+    }
+}
+
+TEST_F(MsgQueue, RefusesWhatIsNoQueueAndNoBlock) {
+    const auto pBlock = MakeBlock(1, 1, "");
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(nullptr));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQDestroyEx(nullptr));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(nullptr, pBlock.get()));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, nullptr));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(nullptr, pBlock.get(), 0));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, nullptr, 0));
+    ASSERT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
+    EXPECT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, pBlock.get()));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), -1));
+}
+
+TEST_F(MsgQueue, RegistryGivesOutTheLowestFreeEntryAlsoAfterARestart) {
+    for (int nRound = 0; nRound < 2; ++nRound) {
+        std::vector<VYX_HANDLE_MSGQ> queues{m_hQueue};
+        for (size_t i = 1; i < VYX_MAX_MSGQ; ++i) {
+            ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&queues.emplace_back()));
+            ASSERT_GT(queues[i], queues[i - 1]);
+        }
+        VYX_HANDLE_MSGQ hOther = m_hQueue;
+        EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(&hOther));
+        EXPECT_EQ(m_hQueue, hOther) << "written, though there is none";
+        for (const size_t i : {70U, 3U, 99U}) {
+            ASSERT_EQ(VYX_OK, Send(queues[i], 1));
+            ASSERT_EQ(VYX_OK, VYX_MsgQDestroyEx(queues[i]));
+        }
+        for (const size_t i : {3U, 70U, 99U}) {
+            ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hOther));
+            EXPECT_EQ(queues[i], hOther);
+            EXPECT_EQ(VYX_ERROR, Receive(hOther, 1).iResult) << "has the messages of its predecessor";
+        }
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, 1));
+        ASSERT_EQ(VYX_OK, VYX_Fini());
+        EXPECT_EQ(VYX_ERROR, Send(m_hQueue, 1)) << "lives on after the stop";
+        EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(&hOther));
+        EXPECT_EQ(VYX_ERROR, VYX_MsgQDestroyEx(m_hQueue));
+        ASSERT_EQ(VYX_OK, VYX_Init());
+        ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hOther));
+        EXPECT_EQ(m_hQueue, hOther);
+        EXPECT_EQ(VYX_ERROR, Receive(hOther, 1).iResult);
+    }
+}
+
+// Each sender numbers its messages. Whatever receiver gets them, it gets those of one sender in order, and all
+// receivers together get each exactly once.
+TEST_F(MsgQueue, ManySendersAndReceiversLoseAndDoubleNothing) {
+    constexpr int kThreads = 16;
+    constexpr int32_t kMessages = 1500;
+    std::array<std::vector<int32_t>, kThreads> received; // by receiver: type = number * kThreads + sender
+    std::vector<std::thread> receivers;
+    std::vector<std::thread> senders;
+    for (int i = 0; i < kThreads; ++i) {
+        receivers.emplace_back([&, i] {
+            for (;;) {
+                const Got got = Receive(m_hQueue, i % 2 == 0 ? -1 : 5);
+                if (got.iResult != VYX_OK)
+                    continue; // a time-out
+                if (got.pBlock->iMsgType < 0)
+                    return;
+                EXPECT_EQ(std::to_string(got.pBlock->iMsgType), got.Data());
+                received[static_cast<size_t>(i)].push_back(got.pBlock->iMsgType);
+            }
+        });
+        senders.emplace_back([&, i] {
+            for (int32_t n = 0; n < kMessages; ++n) {
+                const int32_t iType = n * kThreads + i;
+                EXPECT_EQ(VYX_OK, Send(m_hQueue, iType, 0, std::to_string(iType)));
+            }
+        });
+    }
+    for (std::thread &thread : senders)
+        thread.join();
+    for (int i = 0; i < kThreads; ++i)
+        EXPECT_EQ(VYX_OK, Send(m_hQueue, -1, -1)); // behind all others: the end for one receiver
+    for (std::thread &thread : receivers)
+        thread.join();
+    std::vector<int32_t> all;
+    for (const auto &types : received) {
+        std::map<int32_t, int32_t> last;
+        for (const int32_t iType : types) {
+            const auto [it, bFirst] = last.try_emplace(iType % kThreads, iType);
+            EXPECT_TRUE(bFirst || it->second < iType);
+            it->second = iType;
+        }
+        all.insert(all.end(), types.begin(), types.end());
+    }
+    std::sort(all.begin(), all.end());
+    ASSERT_EQ(size_t{kThreads} * kMessages, all.size());
+    for (size_t i = 0; i < all.size(); ++i)
+        ASSERT_EQ(static_cast<int32_t>(i), all[i]);
+}
+
+TEST(MsgqClass, GivesBackThePointersInTheirOrder) {
+    vyx::vyx_msgq queue;
+    VYX_MSG_BLOCK_T blocks[3] = {};
+    VYX_MSG_BLOCK_T *pOut = &blocks[2];
+    EXPECT_EQ(-1, queue.getq(&pOut, 0));
+    EXPECT_EQ(-1, queue.getq(&pOut, -5)) << "only -1 has no limit";
+    EXPECT_EQ(-1, queue.getq(nullptr, 0));
+    EXPECT_EQ(-1, queue.putq(nullptr));
+    EXPECT_EQ(&blocks[2], pOut);
+    for (const int iTimeOut : {0, -1, 10}) {
+        EXPECT_EQ(0, queue.putq(&blocks[0]));
+        EXPECT_EQ(0, queue.putq(&blocks[1]));
+        EXPECT_EQ(0, queue.getq(&pOut, iTimeOut));
+        EXPECT_EQ(&blocks[0], pOut);
+        EXPECT_EQ(0, queue.getq(&pOut, iTimeOut));
+        EXPECT_EQ(&blocks[1], pOut);
+    }
+}
+
+TEST(MsgqClass, ForgetsItsPointers) {
+    vyx::vyx_msgq queue;
+    VYX_MSG_BLOCK_T block = {};
+    VYX_MSG_BLOCK_T *pOut = nullptr;
+    EXPECT_EQ(0, queue.putq(&block));
+    EXPECT_EQ(0, queue.reset());
+    EXPECT_EQ(-1, queue.getq(&pOut, 0));
+    EXPECT_EQ(0, queue.putq(&block));
+    EXPECT_EQ(0, queue.init()); // a second time
+    EXPECT_EQ(-1, queue.getq(&pOut, 0));
+    EXPECT_EQ(0, queue.putq(&block));
+    EXPECT_EQ(0, queue.destroy());
+    EXPECT_EQ(-1, queue.putq(&block));
+    EXPECT_EQ(-1, queue.getq(&pOut, -1));
+    EXPECT_EQ(0, queue.reset());
+    EXPECT_EQ(0, queue.init());
+    EXPECT_EQ(0, queue.putq(&block));
+    EXPECT_EQ(0, queue.getq(&pOut, 0));
+    EXPECT_EQ(&block, pOut);
+}
+
+TEST(MsgqClass, QuickLooksUseUpNoTime) {
+    constexpr int kTimeOut = 100; // milliseconds
+    vyx::vyx_msgq queue;
+    VYX_MSG_BLOCK_T block = {};
+    VYX_MSG_BLOCK_T *pOut = nullptr;
+    std::atomic<bool> bDone{false};
+    std::thread getter([&] {
+        EXPECT_EQ(0, queue.getq(&pOut, kTimeOut));
+        bDone.store(true);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(3 * kTimeOut)); // time that must not end it
+    EXPECT_FALSE(bDone.load());
+    EXPECT_EQ(0, queue.putq(&block));
+    getter.join();
+    EXPECT_EQ(&block, pOut);
+}
+
+} // namespace
