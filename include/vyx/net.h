@@ -287,6 +287,91 @@ VYX_API int32_t VYX_Poll(struct pollfd *pFds, uint32_t nCount, int32_t iTimeOut)
  */
 VYX_API int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTimeOut);
 
+/* ---- Names and adapters: nothing here sets the library's last error ------------------------------------------ */
+
+/*
+ * The host's own name (gethostname), zero-terminated.
+ *   iLen  bytes at szBuf. If the name and its zero do not fit, the platform decides between -1 and a cut name
+ *
+ * Result:  0; -1 with errno, also for a null szBuf and a negative iLen.
+ */
+VYX_API int32_t VYX_GetHostName(char *szBuf, int32_t iLen);
+
+/*
+ * gethostbyname: looks up the IPv4 addresses of a name. It may ask name servers, hence block.
+ *
+ * Result:  the platform's static record, valid until the next such call from any thread, so not for programs with
+ *          several threads that look up names (VYX_GetAddressInfo is); null if there is no answer or szName is null.
+ */
+VYX_API struct hostent *VYX_GetAddressByName(const char *szName);
+
+/*
+ * Convert between host and network order. Both functions of a pair do the same: they swap the bytes on little-endian
+ * processors and nothing on others.
+ */
+VYX_API uint16_t VYX_Htons(uint16_t nValue);
+VYX_API uint16_t VYX_Ntohs(uint16_t nValue);
+VYX_API uint32_t VYX_Htonl(uint32_t nValue);
+VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
+
+/*
+ * getaddrinfo: turns a host and a service into addresses. It may ask name servers, hence block.
+ *   szNode, szService  name or number; either may be null, not both
+ *   pHints             null, or a node whose numbers restrict the result. Its address, if it is IPv4 or IPv6, and its
+ *                      canonical name are passed on too; platforms may ignore or refuse them, so leave them zero. It
+ *                      stays the caller's
+ *   ppList             receives the results in the platform's order; untouched on failure. The caller owes them one
+ *                      VYX_FreeAddressInfo
+ *
+ * The canonical name, asked for by AI_CANONNAME, is in the first node. The ports are in network order, in struAddr.
+ *
+ * Result:  0; -1 if there is no answer, memory is short or ppList is null. The platform's code is not passed on.
+ * Threads: any number at once.
+ */
+VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService,
+                                   const VYX_ADDRESS_INFO_T *pHints, VYX_ADDRESS_INFO_T **ppList);
+
+/* Frees a whole list; null is fine. Always 0. */
+VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
+
+/*
+ * Lists the adapters that are up and running, in the platform's order, with their addresses (Linux: a netlink socket
+ * for the length of the call; Darwin: sysctl).
+ *   ppList  receives the list, null if there is none; untouched on failure. The caller owes it one VYX_FreeAdapterInfo
+ *
+ * nType is the platform's number: IFT_ETHER on Darwin, ARPHRD_ETHER on Linux and so on. Of a hardware address longer
+ * than 8 bytes, as InfiniBand has, the first 8 are kept and nAddrLen is 8. Names and addresses are the kernel's own.
+ *
+ * The first IPv4 address of an adapter begins pIpAddrList, the first IPv6 address pIp6AddrList. Every other one is
+ * linked behind the address before it, whichever list that is in: where the platform reports IPv4, IPv6, IPv4, the
+ * third is in the IPv6 list, the 16 characters of its texts in byAddr and byMask; and an IPv6 address may come into
+ * the IPv4 list likewise, its 16 bytes, without a zero behind them, in szAddr and szMask. The head of a list is always
+ * of its family. Linux reports all IPv4 addresses first, so that the lists are pure there.
+ *
+ * Result:  0; -1 if the platform's list cannot be read, memory is short, or ppList is null. If memory is short for an
+ *          adapter rather than its addresses, the result is 0 and the list null.
+ * Threads: any number at once.
+ */
+VYX_API int32_t VYX_GetAdapterInfo(VYX_ADAPTER_INFO **ppList);
+
+/* Frees a whole list, the reserved lists of its adapters included; null is fine. Always 0. */
+VYX_API int32_t VYX_FreeAdapterInfo(VYX_ADAPTER_INFO *pList);
+
+/*
+ * The hardware address of the adapter that has a given IPv6 address.
+ *   szText  the address's bytes themselves up to the first zero byte or the sixteenth, not a printed address: the
+ *           text "\xfe\x80" finds the first adapter whose first IPv6 address begins with fe80:00
+ *   pAddr   receives the hardware address: room for 8 bytes, whatever *pLen says
+ *   pLen    must not hold 0; receives the bytes written, and 6 on failure. Untouched if an argument is refused
+ *
+ * Only the first IPv6 address of each adapter counts, and adapters without one are passed over.
+ *
+ * Result:  0; -1 if no adapter matches or the list cannot be read, and, with a line on standard error, if a pointer is
+ *          null or *pLen is 0.
+ * Threads: any number at once.
+ */
+VYX_API int32_t VYX_GetMacAddr(const char *szText, uint8_t *pAddr, uint32_t *pLen);
+
 VYX_END_DECLS
 
 #endif

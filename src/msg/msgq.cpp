@@ -12,6 +12,8 @@
 // moves messages on unseen.
 //
 // Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
+#include <array>
+#include <cstddef>
 #include <cstring>
 #include <new>
 #include <vyx/msg.h>
@@ -26,7 +28,7 @@ using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::MutexHold;
 
-VYX_MQ_MSG_S g_struMsgQClosed = {nullptr, 0, 0, 0};
+VYX_MQ_MSG_S g_struMsgQClosed = {};
 
 static Lock s_msgQMutex;
 static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
@@ -34,9 +36,7 @@ static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
 
 namespace {
 
-char *Data_Local(VYX_MQ_MSG_S *pMsg) {
-    return reinterpret_cast<char *>(pMsg + 1);
-}
+constexpr size_t kRuns = 8; // that are moved as a whole; more mean that priorities change all the time
 
 // Frees a message when the block ends.
 class MsgHolder {
@@ -52,12 +52,15 @@ class MsgHolder {
 
 // Result: a copy of the block with the given length; null if memory is short.
 VYX_MQ_MSG_S *Copy_Local(const VYX_MSG_BLOCK_T &block, int32_t iDataLen) {
+    constexpr size_t kWithoutData = offsetof(VYX_MQ_MSG_S, struMsg) + offsetof(VYX_MSG_BLOCK_T, szData);
     const auto nDataLen = static_cast<size_t>(iDataLen);
-    void *pMemory = ::operator new(sizeof(VYX_MQ_MSG_S) + nDataLen, std::nothrow);
-    if (pMemory == nullptr)
+    auto *pMsg = static_cast<VYX_MQ_MSG_S *>(::operator new(kWithoutData + nDataLen, std::nothrow));
+    if (pMsg == nullptr)
         return nullptr;
-    auto *pMsg = new (pMemory) VYX_MQ_MSG_S{nullptr, block.iMsgType, block.iPriority, iDataLen};
-    std::memcpy(Data_Local(pMsg), block.szData, nDataLen);
+    pMsg->struMsg.iMsgType = block.iMsgType;
+    pMsg->struMsg.iPriority = block.iPriority;
+    pMsg->struMsg.iDataLen = iDataLen;
+    std::memcpy(pMsg->struMsg.szData, block.szData, nDataLen);
     return pMsg;
 }
 
@@ -69,22 +72,55 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
             return false;
         pMsg->pNext = pNewest;
     } while (!queue.pNewest.compare_exchange_weak(pNewest, pMsg));
+    queue.nMsgCount.fetch_add(1, std::memory_order_relaxed);
     return true;
 }
 
+// Messages of one priority that came one after the other, linked from the first to the last.
+struct Run {
+    VYX_MQ_MSG_S *pFirst;
+    VYX_MQ_MSG_S *pLast;
+};
+
+// Takes the newest run off a list.
+Run TakeRun_Local(VYX_MQ_MSG_S *&pNewest) {
+    Run run = {pNewest, pNewest};
+    pNewest = pNewest->pNext;
+    while (pNewest != nullptr && pNewest->struMsg.iPriority == run.pLast->struMsg.iPriority) {
+        VYX_MQ_MSG_S *pOlder = pNewest->pNext;
+        pNewest->pNext = run.pFirst;
+        run.pFirst = pNewest;
+        pNewest = pOlder;
+    }
+    return run;
+}
+
 // Puts a list into the index, oldest first.
-void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+void SortInSingly_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
     VYX_MQ_MSG_S *pOldest = nullptr;
     while (pNewest != nullptr) {
-        VYX_MQ_MSG_S *pNext = pNewest->pNext;
+        VYX_MQ_MSG_S *pOlder = pNewest->pNext;
         pNewest->pNext = pOldest;
         pOldest = pNewest;
-        pNewest = pNext;
+        pNewest = pOlder;
     }
     while (pOldest != nullptr) {
-        VYX_MQ_MSG_S *pNext = pOldest->pNext;
-        index.Append(pOldest);
-        pOldest = pNext;
+        VYX_MQ_MSG_S *pNewer = pOldest->pNext;
+        index.Append(pOldest, pOldest);
+        pOldest = pNewer;
+    }
+}
+
+// The same, in runs as far as a few of them go: often all messages have the same priority.
+void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+    std::array<Run, kRuns> runs; // newest first
+    size_t nRuns = 0;
+    while (pNewest != nullptr && nRuns < kRuns)
+        runs[nRuns++] = TakeRun_Local(pNewest);
+    SortInSingly_Local(index, pNewest);
+    while (nRuns != 0) {
+        const Run &run = runs[--nRuns];
+        index.Append(run.pFirst, run.pLast);
     }
 }
 
@@ -114,8 +150,10 @@ Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&
     if (bLive) {
         TakeOver_Local(queue);
         pMsg = queue.index.RemoveFirst();
+        queue.pHead = queue.index.First();
         if (pMsg == nullptr)
             return Look::Empty;
+        queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
     }
     (void)VYX_MutexUnlock(&queue.hQueueLock);
     return bLive ? Look::Taken : Look::Gone;
@@ -149,14 +187,15 @@ VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
 // Hands a message over to the caller.
 int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
     const MsgHolder holder(pMsg);
-    block.iMsgType = pMsg->iMsgType;
-    block.iPriority = pMsg->iPriority;
+    const VYX_MSG_BLOCK_T &taken = pMsg->struMsg;
+    block.iMsgType = taken.iMsgType;
+    block.iPriority = taken.iPriority;
     // Deliberate: the message has left the queue by now, so a block with too little room loses it. Callers
     // offer the full size. Pinned by MsgQueue.SmallBlockLosesTheMessage.
-    if (block.iDataLen < pMsg->iDataLen)
+    if (block.iDataLen < taken.iDataLen)
         return VYX_ERROR;
-    block.iDataLen = pMsg->iDataLen;
-    std::memcpy(block.szData, Data_Local(pMsg), static_cast<size_t>(pMsg->iDataLen));
+    block.iDataLen = taken.iDataLen;
+    std::memcpy(block.szData, taken.szData, static_cast<size_t>(taken.iDataLen));
     return VYX_OK;
 }
 
@@ -179,6 +218,7 @@ int32_t VYX_MsgQFiniEx_Inter(void) {
 int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
     const MutexHold hold(pEntry->hQueueLock);
     pEntry->nGeneration.fetch_add(1);
+    pEntry->nMsgCount.store(0);
     pEntry->pNewest.store(nullptr);
     pEntry->bUsed.store(1);
     return VYX_OK;
@@ -198,6 +238,8 @@ void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
         while (VYX_MQ_MSG_S *pMsg = pEntry->index.RemoveFirst())
             const MsgHolder holder(pMsg);
         pEntry->index.Release();
+        pEntry->pHead = nullptr;
+        pEntry->nMsgCount.store(0);
     }
     WakeAll_Local(pEntry->bRecvWaits, pEntry->hRecvLock, pEntry->hRecvCond);
     WakeAll_Local(pEntry->bSendWaits, pEntry->hSendLock, pEntry->hSendCond);

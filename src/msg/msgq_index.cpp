@@ -179,29 +179,29 @@ Node *RemoveHighest_Local(Node *pRoot) {
 
 } // namespace
 
-bool MsgIndex::AppendToTree(VYX_MQ_MSG_S *pMsg) {
+bool MsgIndex::AppendToTree(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast) {
     if (m_pRoot == nullptr)
         m_pRoot = new (std::nothrow) Node();
     if (m_pRoot == nullptr)
         return false;
     Path path;
-    Descend_Local(m_pRoot, pMsg->iPriority, path);
+    Descend_Local(m_pRoot, pFirst->struMsg.iPriority, path);
     Node &leaf = *path.pNodes[0];
     const uint32_t nAt = path.nItems[0];
-    if (nAt != 0 && leaf.iKeys[nAt - 1] == pMsg->iPriority) {
-        VYX_MQ_MSG_S *&pLast = leaf.items[nAt - 1].pLast;
-        pMsg->pNext = pLast->pNext;
-        pLast->pNext = pMsg;
-        pLast = pMsg;
+    if (nAt != 0 && leaf.iKeys[nAt - 1] == pFirst->struMsg.iPriority) {
+        VYX_MQ_MSG_S *&pOldLast = leaf.items[nAt - 1].pLast;
+        pLast->pNext = pOldLast->pNext;
+        pOldLast->pNext = pFirst;
+        pOldLast = pLast;
         return true;
     }
     SpareNodes spares;
     if (!spares.Make(NodesNeeded_Local(path, m_pRoot->nLevel)))
         return false;
-    pMsg->pNext = pMsg;
+    pLast->pNext = pFirst;
     Node::Item item;
-    item.pLast = pMsg;
-    m_pRoot = Insert_Local(m_pRoot, path, spares, pMsg->iPriority, item);
+    item.pLast = pLast;
+    m_pRoot = Insert_Local(m_pRoot, path, spares, pFirst->struMsg.iPriority, item);
     return true;
 }
 
@@ -215,28 +215,35 @@ const MsgIndexNode *MsgIndex::FirstLeaf() const {
     return pNode;
 }
 
-void MsgIndex::Append(VYX_MQ_MSG_S *pMsg) {
-    if (m_pLate == nullptr && AppendToTree(pMsg))
+void MsgIndex::Append(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast) {
+    if (m_pLate == nullptr && AppendToTree(pFirst, pLast))
         return;
     VYX_MQ_MSG_S **ppNext = &m_pLate;
-    while (*ppNext != nullptr && (*ppNext)->iPriority >= pMsg->iPriority)
+    while (*ppNext != nullptr && (*ppNext)->struMsg.iPriority >= pFirst->struMsg.iPriority)
         ppNext = &(*ppNext)->pNext;
-    pMsg->pNext = *ppNext;
-    *ppNext = pMsg;
+    pLast->pNext = *ppNext;
+    *ppNext = pFirst;
+}
+
+VYX_MQ_MSG_S *MsgIndex::First() const {
+    const Node *pLeaf = FirstLeaf();
+    // Of equal priorities, those in the tree are older.
+    if (m_pLate != nullptr &&
+        (pLeaf == nullptr || m_pLate->struMsg.iPriority > pLeaf->iKeys[pLeaf->nCount - 1]))
+        return m_pLate;
+    return pLeaf == nullptr ? nullptr : pLeaf->items[pLeaf->nCount - 1].pLast->pNext;
 }
 
 VYX_MQ_MSG_S *MsgIndex::RemoveFirst() {
-    const Node *pLeaf = FirstLeaf();
-    // Of equal priorities, those in the tree are older.
-    if (m_pLate != nullptr && (pLeaf == nullptr || m_pLate->iPriority > pLeaf->iKeys[pLeaf->nCount - 1])) {
-        VYX_MQ_MSG_S *pFirst = m_pLate;
+    VYX_MQ_MSG_S *pFirst = First();
+    if (pFirst == nullptr)
+        return nullptr;
+    if (pFirst == m_pLate) {
         m_pLate = pFirst->pNext;
         return pFirst;
     }
-    if (pLeaf == nullptr)
-        return nullptr;
+    const Node *pLeaf = FirstLeaf();
     VYX_MQ_MSG_S *pLast = pLeaf->items[pLeaf->nCount - 1].pLast;
-    VYX_MQ_MSG_S *pFirst = pLast->pNext;
     if (pFirst == pLast)
         m_pRoot = RemoveHighest_Local(m_pRoot);
     else

@@ -4,13 +4,14 @@
 
 #include <cstdint>
 
-// A queued message; its iDataLen bytes of data follow it in the same block of memory.
+#include <vyx/msg.h>
+
+// A queued message. Its block of memory ends with the iDataLen bytes of data that there are, so that a message takes
+// what it needs: struMsg is never copied or assigned as a whole.
 struct VYX_MQ_MSG_S {
     VYX_MQ_MSG_S
-        *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
-    int32_t iMsgType;
-    int32_t iPriority;
-    int32_t iDataLen; // bytes
+    *pNext; // the next one of its list; in the index, where the last of a ring leads to the first
+    VYX_MSG_BLOCK_T struMsg;
 };
 
 namespace vyx_inter {
@@ -21,19 +22,23 @@ struct MsgIndexNode;
 // message. Neither copies nor frees messages. Everything but an object without messages needs a common lock.
 class MsgIndex {
   public:
-    // Puts a message behind all those of its priority and higher ones. Cannot fail: see m_pLate.
-    void Append(VYX_MQ_MSG_S *pMsg);
+    // Puts messages of one priority, linked from the first to the last, behind all those of this priority and
+    // higher ones. Cannot fail: see m_pLate.
+    void Append(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
 
     // Takes the first message out; null if there is none.
     VYX_MQ_MSG_S *RemoveFirst();
 
     bool Empty() const;
 
+    // The first message; null if there is none.
+    VYX_MQ_MSG_S *First() const;
+
     // Frees what the index itself holds. Only without messages.
     void Release();
 
   private:
-    bool AppendToTree(VYX_MQ_MSG_S *pMsg);
+    bool AppendToTree(VYX_MQ_MSG_S *pFirst, VYX_MQ_MSG_S *pLast);
     const MsgIndexNode *FirstLeaf() const;
 
     MsgIndexNode *m_pRoot = nullptr; // kept when the last message goes, so that the next needs no memory

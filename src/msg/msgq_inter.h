@@ -14,20 +14,22 @@ extern VYX_MQ_MSG_S g_struMsgQClosed;
 // One entry of the registry. It is static and its locks are never destroyed, so a thread that is late in
 // leaving a destroyed queue touches nothing that has gone.
 struct VYX_MQ_INTER {
-    // What senders use, on a cache line that a receiver's locking leaves alone.
-    alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index
-    std::atomic<uint32_t> bRecvWaits{
-        0}; // somebody may wait on hRecvCond; set and cleared with hRecvLock held
-    std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as bUsed does
-    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER; // a message has come
-
+    std::atomic<uint32_t> bUsed{0}; // 1 while live; changes with s_msgQMutex and hQueueLock held
     VYX_MUTEX_T hQueueLock = PTHREAD_MUTEX_INITIALIZER;
-    vyx_inter::MsgIndex index;           // messages in order; guarded by hQueueLock
-    std::atomic<uint32_t> bUsed{0};      // 1 while live; changes with s_msgQMutex and hQueueLock held
-    std::atomic<uint32_t> bSendWaits{0}; // as bRecvWaits, with hSendCond and hSendLock
+    vyx_inter::MsgIndex index; // messages in order; guarded by hQueueLock
+
+    // What senders use, on a cache line that a receiver's locking leaves alone.
+    alignas(64) std::atomic<uint32_t> nMsgCount{0}; // messages, in the index or not yet
+    std::atomic<uint32_t> bRecvWaits{0};            // somebody may wait on hRecvCond; changes under hRecvLock
+    std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index
+    std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as bUsed does
+    std::atomic<uint32_t> bSendWaits{0};  // as bRecvWaits, with hSendCond and hSendLock
+
+    alignas(64) VYX_MUTEX_T hSendLock = PTHREAD_MUTEX_INITIALIZER;
     VYX_MUTEX_T hRecvLock = PTHREAD_MUTEX_INITIALIZER;
-    VYX_MUTEX_T hSendLock = PTHREAD_MUTEX_INITIALIZER;
     VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER; // a message has been taken
+    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER; // a message has come
+    VYX_MQ_MSG_S *pHead = nullptr;                   // the index's first message; guarded by hQueueLock
 };
 
 VYX_BEGIN_DECLS

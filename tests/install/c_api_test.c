@@ -471,6 +471,25 @@ static void Strings(void) {
     CHECK(VYX_Strcasestr(szText, "LO") == szText + 3);
 }
 
+/* ---- net.h */
+
+static void NamesAndAdapters(void) {
+    char szName[256];
+    uint8_t address[8];
+    uint32_t nLength = 0;
+    VYX_ADDRESS_INFO_T hints = {.iFamily = AF_INET, .iSockType = SOCK_STREAM};
+    VYX_ADDRESS_INFO_T *pNames = NULL;
+    VYX_ADAPTER_INFO *pAdapters = NULL;
+    CHECK(VYX_GetHostName(szName, sizeof szName) == 0 && strlen(szName) < sizeof szName);
+    CHECK(VYX_GetAddressByName("127.0.0.1")->h_length == 4);
+    CHECK(VYX_Htons(0x0102) == htons(0x0102) && VYX_Ntohs(0x0102) == ntohs(0x0102));
+    CHECK(VYX_Htonl(0x01020304) == htonl(0x01020304) && VYX_Ntohl(0x01020304) == ntohl(0x01020304));
+    CHECK(VYX_GetAddressInfo("127.0.0.1", NULL, &hints, &pNames) == 0 && pNames != NULL);
+    CHECK(VYX_FreeAddressInfo(pNames) == 0);
+    CHECK(VYX_GetAdapterInfo(&pAdapters) == 0 && VYX_FreeAdapterInfo(pAdapters) == 0);
+    CHECK(VYX_GetMacAddr("", address, &nLength) == -1 && nLength == 0);
+}
+
 int main(void) {
     StartAndStop();
     CHECK(VYX_Init() == VYX_OK); /* for the bounded waits and the atomic operations */
@@ -499,6 +518,7 @@ int main(void) {
     Logging();
     Numbers();
     Strings();
+    NamesAndAdapters();
     CHECK(VYX_Fini() == VYX_OK);
     return s_iFailures == 0 ? 0 : 1;
 }

@@ -182,21 +182,20 @@ TEST(MsgIndex, KeepsTheOrderWhateverComes) {
         vyx_inter::MsgIndex index;
         std::map<int32_t, std::deque<VYX_MQ_MSG_S *>, std::greater<>> model;
         std::deque<VYX_MQ_MSG_S> messages;
-        const int32_t iSpread = nRound % 2 == 0 ? 2000 : INT32_MAX;
+        const int32_t spreads[] = {100, 2000, INT32_MAX};
+        const int32_t iSpread = spreads[nRound / 3 % 3];
         for (int32_t i = 0; i < 6000; ++i) {
             const bool bGrow = i / 1000 % 2 == 0 ? random() % 4 != 0 : random() % 4 == 0;
             if (bGrow) {
                 const int32_t iScatter = static_cast<int32_t>(random()) % iSpread;
                 const int32_t priorities[] = {iScatter, i, -i};
                 VYX_MQ_MSG_S &message = messages.emplace_back();
-                message.iPriority = priorities[nRound % 3];
-                if (nRound % 4 == 3 && random() % 64 == 0) {
-                    t_nRefused = 1;
-                    t_nPassed = static_cast<int>(random() % 3);
-                }
-                index.Append(&message);
-                t_nRefused = 0;
-                model[message.iPriority].push_back(&message);
+                message.struMsg.iPriority = priorities[nRound % 3];
+                t_nRefused = nRound % 2 != 0 && random() % 4 == 0 ? 1 : 0;
+                t_nPassed = static_cast<int>(random() % 2);
+                index.Append(&message, &message);
+                t_nRefused = t_nPassed = 0;
+                model[message.struMsg.iPriority].push_back(&message);
             } else if (!model.empty()) {
                 ASSERT_EQ(model.begin()->second.front(), index.RemoveFirst());
                 model.begin()->second.pop_front();

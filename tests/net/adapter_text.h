@@ -1,0 +1,41 @@
+// Adapters as text, for comparison.
+#ifndef VYX_TESTS_NET_ADAPTER_TEXT_H
+#define VYX_TESTS_NET_ADAPTER_TEXT_H
+
+#include <arpa/inet.h>
+#include <cstdio>
+#include <string>
+
+#include <vyx/net.h>
+
+namespace adapter_text {
+
+inline std::string Printed(const uint8_t *pBytes16) {
+    char szText[INET6_ADDRSTRLEN];
+    return inet_ntop(AF_INET6, pBytes16, szText, sizeof szText);
+}
+
+inline std::string Hex(const uint8_t *pBytes, size_t nCount) {
+    std::string text;
+    for (size_t i = 0; i < nCount; ++i) {
+        char szByte[8];
+        (void)std::snprintf(szByte, sizeof szByte, "%s%02x", i == 0 ? "" : ":", pBytes[i]);
+        text += szByte;
+    }
+    return text;
+}
+
+// "en0 type 6 mac 02:.. 10.0.0.1/255.0.0.0 fd00::1/ffff::": what the list holds, in its order.
+inline std::string Describe(const VYX_ADAPTER_INFO &adapter) {
+    std::string text = adapter.szName;
+    text += " type " + std::to_string(adapter.nType) + " mac " + Hex(adapter.byAddr, adapter.nAddrLen);
+    for (const auto *p = adapter.pIpAddrList; p != nullptr; p = p->pNext)
+        text += std::string(" ") + p->szAddr + "/" + p->szMask;
+    for (const auto *p = adapter.pIp6AddrList; p != nullptr; p = p->pNext)
+        text += " " + Printed(p->byAddr) + "/" + Printed(p->byMask);
+    return text;
+}
+
+} // namespace adapter_text
+
+#endif
