@@ -129,19 +129,19 @@ class LogService {
     void CloseFile() VYX_REQUIRES(m_fileLock);
     void Rotate() VYX_REQUIRES(m_fileLock);
 
+    uint32_t m_nAwaiting VYX_GUARDED_BY(m_hQueueLock) = 0; // threads that wait for m_nWritten
     vyx_inter::Lock m_switchLock; // serialises what switches targets off or the service
-    std::atomic<bool> m_bFileClosing{
-        false}; // the file target takes no more lines; changes under m_hQueueLock
+    // The file target takes no more lines; changes under m_hQueueLock.
+    std::atomic<bool> m_bFileClosing{false};
     std::atomic<bool> m_bFinished{false};
+    Writer m_eWriter VYX_GUARDED_BY(m_hQueueLock) = Writer::Awake;
     std::atomic<pid_t> m_iOwner; // the process that this is the service of
 
     char *m_pText = nullptr; // the writer's room for the text for the files; changes while no writer runs
     const char *m_pRead VYX_GUARDED_BY(m_hQueueLock) = nullptr; // behind the line taken last
     uint64_t m_nQueued VYX_GUARDED_BY(m_hQueueLock) = 0;        // lines so far
     uint64_t m_nWritten VYX_GUARDED_BY(m_hQueueLock) = 0;
-    uint32_t m_nAwaiting VYX_GUARDED_BY(m_hQueueLock) = 0; // threads that wait for m_nWritten
     VYX_COND_T m_hWritten = PTHREAD_COND_INITIALIZER;
-    Writer m_eWriter VYX_GUARDED_BY(m_hQueueLock) = Writer::Awake;
     vyx_inter::Doorbell m_bell;
     // Lines for which the queue had no memory; all younger than those in the queue.
     std::array<_LOG, kSpareLines> m_spare VYX_GUARDED_BY(m_hQueueLock) = {};

@@ -99,16 +99,14 @@ const char *PutConversion_Local(Printer &printer, const char *p, Arguments &argu
 
 // Result: false if there is anything but plain conversions.
 bool PutAll_Local(Printer &printer, const char *szFormat, Arguments &arguments) {
-    for (const char *p = szFormat; *p != '\0';) {
-        const size_t nPlain = std::strcspn(p, "%");
-        printer.Put(p, nPlain);
-        p += nPlain;
-        if (*p == '\0')
-            return true;
-        p = PutConversion_Local(printer, p + 1, arguments);
+    const char *p = szFormat;
+    for (const char *pPercent = std::strchr(p, '%'); pPercent != nullptr; pPercent = std::strchr(p, '%')) {
+        printer.Put(p, static_cast<size_t>(pPercent - p));
+        p = PutConversion_Local(printer, pPercent + 1, arguments);
         if (p == nullptr)
             return false;
     }
+    printer.Put(p);
     return true;
 }
 

@@ -35,7 +35,7 @@ bool ThreadExists(const char *szName) {
 
 TEST_F(Log, ResultsAndTheirOrder) {
     EXPECT_EQ(WriteLog(kInf, s_szNull, 1, "x"), -6);
-    EXPECT_EQ(WriteLog(log_level(9), "f", 1, s_szNull), -6) << "before the level";
+    EXPECT_EQ(WriteLog(log_level(9), "f", 1, s_szNull, 0), -6) << "before the level";
     EXPECT_EQ(WriteLog(log_level(4), "f", 1, "x"), -3) << "before the targets";
     EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -5);
     EXPECT_EQ(StopLogService(true), 0);
@@ -195,7 +195,7 @@ TEST_F(LogLine, KeepsErrno) {
     ASSERT_EQ(EnableTarget(kFile, dir.Path().c_str(), 0, 0), 0);
     const char *szFormat = "%m"; // of the C library here; not a constant, as it is not C++'s
     errno = ENOENT;
-    EXPECT_EQ(WriteLog(kInf, "f", 1, szFormat), 0);
+    EXPECT_EQ(WriteLog(kInf, "f", 1, szFormat, 0), 0);
     EXPECT_EQ(errno, ENOENT);
     StopLogService(true);
     EXPECT_EQ(TextOf(Lines(AllLogText(dir.Path())).at(0)), std::strerror(ENOENT));
