@@ -28,6 +28,12 @@ int UseThread() {
     return thread.Wait() == VYX_OK && bPosted && shared.iValue == 7 ? 0 : 3;
 }
 
+// Where the C library came without its conversion tables, a conversion gives an empty text.
+bool HasTables() {
+    const iconv_t hConverter = iconv_open("UTF-8", "EUC-CN");
+    return hConverter != reinterpret_cast<iconv_t>(-1) && iconv_close(hConverter) == 0;
+}
+
 } // namespace
 
 int main() {
@@ -35,8 +41,7 @@ int main() {
         return 1;
     if (const int iStep = UseThread())
         return iStep;
-    // Where the C library came without its conversion tables, a conversion gives an empty text.
-    const bool bTables = iconv_open("UTF-8", "EUC-CN") != reinterpret_cast<iconv_t>(-1);
+    const bool bTables = HasTables();
     if (VYX_A2UTF8("\xD6\xD0") != (bTables ? "\xE4\xB8\xAD" : "") ||
         VYX_UTF82A("\xE4\xB8\xAD") != (bTables ? "\xD6\xD0" : ""))
         return 4;
