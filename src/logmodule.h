@@ -1,128 +1,152 @@
-// The log service's one object. Callers reach it through the functions of vyx/log.h.
+// The log service; src/logmodule.cpp says how it works.
 #ifndef VYX_LOGMODULE_H
 #define VYX_LOGMODULE_H
 
+#include <array>
 #include <atomic>
 #include <deque>
-
+#include <sys/types.h>
 #include <vyx/log.h>
-#include <vyx/sync.h>
 
-// A queued line.
+#include "log/doorbell.h"
+#include "sync/lock_order.h"
+
+// One queued line.
 struct _LOG {
-    const char *pData; // its first byte, in the ring
-    uint32_t nLen;     // with carriage return, line feed and zero
-    uint32_t nSkipped; // bytes left unused at the ring's end before it
-    uint32_t nTargets; // bits 1 << log_services: the targets that were on when it was accepted
+    const char *pData; // the line's first byte in the ring
+    uint32_t nLen;     // bytes: the line, its carriage return, line feed and zero
+    uint32_t nTargets; // bit N: it goes to target N
+};
+
+// A run of whole lines for the files, without their zeros.
+struct VYX_LOG_TEXT_S {
+    const char *pData;
+    const uint32_t *pEnds; // of each line: where the next one begins, from pData on
+    uint32_t nLines;
 };
 
 extern const char *const LEVEL_TEXT[4];
 
-// Producers copy their lines into a ring; one writer thread takes them out in order and gives each line's space back
-// once it is written.
-//
-// Locks, outermost first: m_switchLock, m_serviceLock, then m_fileLock or m_hQueueLock, never both. The writer takes
-// only the last two. Flags are read without a lock; those that decide what happens to a line change with
-// m_hQueueLock held.
 class LogService {
   public:
     LogService();
-    // Writes what is queued and ends the writer.
+    // Writes what is queued, as ServiceStop.
     ~LogService();
     LogService(const LogService &) = delete;
     LogService &operator=(const LogService &) = delete;
 
-    // 0 started, or running already; -2 start blocked; -1 no memory for the ring, or no thread.
+    // Result: 0 running; -2 start blocked; -1 no memory or no thread.
     int ServiceStart();
-    // Writes what is queued, ends the writer and switches the file target off. 0. The writer is waited for in any
-    // case, since it uses the ring.
+    // Result: 0. The writer is waited for in any case, because the ring is freed.
     int ServiceStop(bool wait);
-    // Sets whether the service refuses to start.
-    void BlockStart(bool block) { m_bStartBlocked = block; }
-
-    // Queues a line, for the targets that are on. 0; -2 not started; -4 the ring is full, or memory for the queue is
-    // short: the line is dropped.
+    // Queues a line of len bytes, its zero included. Result: 0; -2 not running; -4 no room.
     int PushData(const char *data, unsigned int len);
-
-    // The writer's routine; service is the LogService.
     static void *WriteLogProc(void *service);
 
-    // Switches a target. Off: what was queued for it is written first.
-    void SetTarget(log_services target, bool on);
-    bool AnyTarget() const { return Targets() != 0; }
-    // Switches the file target with its parameters, at once.
+    // Result: 0; -6 for a path that is too long.
     int SwitchFileService(bool on, const char *path, unsigned int size, bool wrap);
-    // The same with what is queued for it written before it goes off.
-    int SwitchFileWhenWritten(bool on, const char *path, unsigned int size, bool wrap);
-
-    // The file target. All but InputDataToFile with m_fileLock held. -6 path too long; -8 the file cannot be opened.
-    int StartWriteFile(const char *path, unsigned int size);
-    int StopWriteFile();
+    int StartWriteFile(const char *path, unsigned int size) VYX_REQUIRES(m_fileLock);
+    int StopWriteFile() VYX_REQUIRES(m_fileLock);
+    // Result: 0 written, or the target is off; -8 no file could be opened.
     int InputDataToFile(const char *data, unsigned int len);
-    // The name of the current file while it is written, or when it is finished; valid until the next call.
-    char *MakeFileName(bool working);
+    // Result: the working or the finished name; valid until the next call.
+    char *MakeFileName(bool working) VYX_REQUIRES(m_fileLock);
 
-    // Around a fork: before it, and after it in either process. The child has no writer, an empty queue and no
-    // file target; the lines queued are written by its parent.
+    // As InputDataToFile, for several lines.
+    int InputLinesToFile(const VYX_LOG_TEXT_S &text);
+    bool AnyTarget() const { return TargetsOn() != 0; }
+    // Targets 0 and 1 on; any target off, having written what it is owed; then a stop if that was the last one.
+    void SwitchOutputOn(log_services eTarget);
+    void SwitchOff(log_services eTarget);
+    // The process is at its end: writes what is queued and never starts again.
+    void Finish();
+    // Around fork, in the thread that forks.
     void BeforeFork();
     void AfterForkInParent();
     void AfterForkInChild();
 
-    std::atomic<bool> m_bStarted{false};
+    std::atomic<bool> m_bStarted{false}; // changes under m_hQueueLock
     std::atomic<log_level> m_eLevel{VYX_LOG_LEVEL_INF};
-    VYX_Mutex m_serviceLock{VYX_MUTEX_NORMAL};
+    vyx_inter::Lock m_serviceLock; // serialises start and stop
     std::atomic<bool> m_bStartBlocked{false};
     std::atomic<bool> m_bConsole{false};
     std::atomic<bool> m_bDebug{false};
     std::atomic<bool> m_bFile{false};
-    VYX_THREAD_T m_hThread; // VYX_INVALID_THREAD while there is none
+    VYX_THREAD_T m_hThread VYX_GUARDED_BY(m_serviceLock) = VYX_INVALID_THREAD;
     std::atomic<int32_t> m_bQuit{0};
-    VYX_MUTEX_T m_hQueueLock; // guards ring, free count, queue and the counts below
-    char *m_pRing = nullptr;  // 2 MiB while started
-    char *m_pWrite = nullptr; // where the next line goes
-    uint32_t m_nFree = 0;     // bytes that no queued or half-written line holds
-    std::deque<_LOG> m_queue;
-    VYX_Mutex m_fileLock{VYX_MUTEX_NORMAL}; // guards what follows up to m_szDir
-    VYX_FILE_T m_hFile = VYX_INVALID_FILE;
-    int32_t m_iFileIndex = 0; // number of the current file, less one
-    int32_t m_bWrap = 1;      // after file 100 comes file 1
-    uint32_t m_nMaxFileSize = 0;
-    char m_szDir[260] = {}; // ends in '/'
+
+    vyx_inter::Lock m_hQueueLock;
+    char *m_pRing VYX_GUARDED_BY(m_hQueueLock) = nullptr;
+    char *m_pWrite VYX_GUARDED_BY(m_hQueueLock) = nullptr; // where the next line goes
+    uint32_t m_nFree VYX_GUARDED_BY(m_hQueueLock) = 0;     // bytes
+    std::deque<_LOG> m_queue VYX_GUARDED_BY(m_hQueueLock);
+
+    vyx_inter::Lock m_fileLock;
+    VYX_FILE_T m_hFile VYX_GUARDED_BY(m_fileLock) = VYX_INVALID_FILE;
+    int32_t m_iFileIndex VYX_GUARDED_BY(m_fileLock) = 0;    // the current file's number, less one
+    int32_t m_bWrap VYX_GUARDED_BY(m_fileLock) = 1;         // numbers count modulo 100
+    uint32_t m_nMaxFileSize VYX_GUARDED_BY(m_fileLock) = 0; // bytes
+    char m_szDir[260] VYX_GUARDED_BY(m_fileLock) = {};      // ends in '/'
 
   private:
-    uint32_t Targets() const;
-    bool MakeRing();
-    void FreeRing();
-    bool Append(const char *data, unsigned int len, uint32_t nSkipped);
-    void SetFlag(std::atomic<bool> &bFlag, bool on);
+    static constexpr uint32_t kSpareLines = 64;
+
+    // What the writer has taken off the queue; it alone works on it.
+    struct Batch {
+        std::array<_LOG, 512> lines;
+        std::array<uint32_t, 512> ends; // of the lines for the files, in the text for the files
+        uint32_t nLines = 0;
+        uint32_t nHeld = 0;    // bytes of the ring, those skipped at its end included
+        char *pText = nullptr; // room for the text for the files
+    };
+    enum class Writer : uint8_t {
+        Awake,
+        Dozing, // looks again by itself in a few milliseconds
+        Parked, // looks again when the bell rings
+    };
+
+    uint32_t TargetsOn() const;
+    int Append(const char *pData, uint32_t nLen, bool *pReport) VYX_REQUIRES(m_hQueueLock);
+    bool Enqueue(const _LOG &line, bool *pReport) VYX_REQUIRES(m_hQueueLock);
+    bool WakesWriter() VYX_REQUIRES(m_hQueueLock);
+    const _LOG *Front() const VYX_REQUIRES(m_hQueueLock);
+    void PopFront() VYX_REQUIRES(m_hQueueLock);
+    void Take(Batch &batch) VYX_REQUIRES(m_hQueueLock);
+    void GiveBack(Batch &batch) VYX_REQUIRES(m_hQueueLock);
+    bool AwaitBatch(Batch &batch);
+    void WriteBatch(Batch &batch);
+    void WriteBatchToFile(Batch &batch);
     void AwaitWritten();
-    bool TakeQueued();
-    void WriteUntilQuit();
-    void Idle(uint32_t nRound);
-    void WriteTaken();
-    void WriteToFile(size_t nFirst, size_t nEnd);
-    void WriteToStreams(const _LOG &line);
-    void GiveBack(uint32_t nBytes, size_t nLines);
-    int PutLine(const char *data, unsigned int len);
-    bool OpenWorkingFile();
-    void Rotate();
-    void FlushBatch();
-    void CutTornLine(uint32_t nWritten);
+    bool PrepareRing();
+    void FreeRing();
+    void Stop() VYX_REQUIRES(m_switchLock);
+    void SwitchFileOff() VYX_REQUIRES(m_switchLock);
+    void CloseFileTarget();
+    void ForgetIfForked();
+    void Forget();
+    int WriteLines(const VYX_LOG_TEXT_S &text) VYX_REQUIRES(m_fileLock);
+    bool OpenFile() VYX_REQUIRES(m_fileLock);
+    void CloseFile() VYX_REQUIRES(m_fileLock);
+    void Rotate() VYX_REQUIRES(m_fileLock);
 
-    // The file's size with what is in the batch, and the batch: lines that go to the file with one write.
-    int64_t m_nFileSize = 0;
-    char *m_pBatch = nullptr; // behind the ring
-    uint32_t m_nBatch = 0;
+    vyx_inter::Lock m_switchLock; // serialises what switches targets off or the service
+    std::atomic<bool> m_bFileClosing{
+        false}; // the file target takes no more lines; changes under m_hQueueLock
+    std::atomic<bool> m_bFinished{false};
+    std::atomic<pid_t> m_iOwner; // the process that this is the service of
 
-    std::atomic<bool> m_bFileClosing{false};  // on its way off: takes no more lines
-    VYX_Mutex m_switchLock{VYX_MUTEX_NORMAL}; // serialises what switches the file target
-    std::deque<_LOG> m_taken; // being written; changed with m_hQueueLock held, read by the writer without
-    uint64_t m_nAccepted = 0; // lines
-    uint64_t m_nWritten = 0;
-    bool m_bParked = false;   // the writer sleeps until m_hWake
-    uint32_t m_nAwaiting = 0; // threads that sleep until m_hWritten
-    VYX_COND_T m_hWake;
-    VYX_COND_T m_hWritten;
+    char *m_pText = nullptr; // the writer's room for the text for the files; changes while no writer runs
+    const char *m_pRead VYX_GUARDED_BY(m_hQueueLock) = nullptr; // behind the line taken last
+    uint64_t m_nQueued VYX_GUARDED_BY(m_hQueueLock) = 0;        // lines so far
+    uint64_t m_nWritten VYX_GUARDED_BY(m_hQueueLock) = 0;
+    uint32_t m_nAwaiting VYX_GUARDED_BY(m_hQueueLock) = 0; // threads that wait for m_nWritten
+    VYX_COND_T m_hWritten = PTHREAD_COND_INITIALIZER;
+    Writer m_eWriter VYX_GUARDED_BY(m_hQueueLock) = Writer::Awake;
+    vyx_inter::Doorbell m_bell;
+    // Lines for which the queue had no memory; all younger than those in the queue.
+    std::array<_LOG, kSpareLines> m_spare VYX_GUARDED_BY(m_hQueueLock) = {};
+    uint32_t m_iSpare VYX_GUARDED_BY(m_hQueueLock) = 0; // the first of them
+    uint32_t m_nSpare VYX_GUARDED_BY(m_hQueueLock) = 0;
 };
 
 #endif

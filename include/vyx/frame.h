@@ -49,14 +49,15 @@ VYX_API uint32_t VYX_GetVYXVersion(void);
 
 /*
  * Switches the log service (vyx/log.h) on or off in one call.
- *   nFlags      0: standard output and files off, after what is queued has been written, and the service stopped until
- *               it is switched on again; standard error is left as it is. Otherwise on, for lines of every level; bit
- *               0 adds standard output, bit 1 the rotating files, 2 MiB each and numbered without end; other bits are
- *               ignored
- *   pFileParam  directory of the files, a text borrowed for the call; null: "./vyxlog/"
+ *   nFlags      0: off. Otherwise on: lines of every level pass; bit 0 adds standard output, bit 1 the rotating files,
+ *               of 2097152 bytes and numbered without end; other bits are ignored. Nothing is switched off
+ *   pFileParam  directory of the files, as in EnableTarget: a path, borrowed for the call; null = "./vyxlog/"
+ *
+ * Off writes what is queued, switches standard output and the files off, leaves standard error as it is, and stops the
+ * service: WriteLog answers -2 (or -5 with no target) until it is switched on again.
  *
  * Result:  always VYX_OK.
- * Threads: any.
+ * Threads: any. Off blocks until the lines are written.
  */
 VYX_API int32_t VYX_Log(uint32_t nFlags, const void *pFileParam);
 

@@ -1,24 +1,19 @@
 /*
- * The log service: lines from any thread, written by one background thread to up to three targets: standard
- * output, standard error (the debug output), and rotating files in a directory.
+ * The log service: any thread hands over a formatted line and goes on; one background thread of the library writes
+ * the lines to those targets that are on: standard output, standard error, and rotating files. Nothing here needs
+ * the started library. VYX_Log (vyx/frame.h) switches the usual targets with one call. docs/log.md says what
+ * is written in the end, whichever way the process ends.
  *
- * A line is
- *   [2026-11-21 08:12:30.123][ERR][FILE:main.c][LINE:42] text
- * in local time, followed by a carriage return and a line feed. Callers never touch a file: WriteLog copies the line into
- * a ring of 2 MiB and returns. Nobody ever waits for room: when the ring is full a line is refused.
+ * A line, the same on every target:
  *
- * A line for which WriteLog returned 0 reaches, whole and once, every target that was on at that moment: through file
- * changes, while targets are switched, through StopLogService and VYX_Fini, and at the end of the process by return
- * from main or exit. Lines are written in the order in which they were accepted. Only an error of the target itself loses
- * one: a file that cannot be opened, a full disk. Other ends of the process (_exit, quick_exit, abort, a signal) lose
- * what the writer had not written yet.
+ *   [2026-11-21 09:21:26.042][INF][FILE:main.c][LINE:17] text<CR><LF>
  *
- * After a fork, the child has the parent's settings except for the file target, which is off, and an empty queue: the
- * parent writes what was queued. The child's first line starts a writer of its own.
+ * that is local time to the millisecond, the level's name, the caller's file without its folders, the caller's
+ * line. Header and text together are cut after 2046 bytes; carriage return and line feed always follow.
  *
- * The service needs no VYX_Init; VYX_Log switches the usual combinations on and off. Every function may be called from
- * any thread at any time, unless said otherwise; those that switch something off wait until the lines accepted before
- * have been written.
+ * What is promised: a line that WriteLog took (result 0) reaches, whole, once and in the order of the takings, each
+ * target that was on at that moment, unless the target itself refuses it. A target that is switched off, and
+ * the service when it is stopped, first write what was taken for it.
  */
 #ifndef VYX_LOG_H
 #define VYX_LOG_H
@@ -26,112 +21,134 @@
 #include <stdbool.h>
 #include <vyx/types.h>
 
-/* How important a line is, and the least important one that passes: those with a higher value are refused. */
+/*
+ * Levels, also as the threshold: a line passes if its level is not above it (compared as signed numbers). Other
+ * values work as numbers do, but their printed name is "?".
+ */
 enum log_level VYX_ENUM32 {
-    VYX_LOG_LEVEL_DISABLE = 0, /* "DISABLE": as threshold, only lines of this level pass */
-    VYX_LOG_LEVEL_ERR = 1,     /* "ERR": errors */
-    VYX_LOG_LEVEL_DBG = 2,     /* "DBG": debugging */
-    VYX_LOG_LEVEL_INF = 3      /* "INF": information; the threshold at first */
+    VYX_LOG_LEVEL_DISABLE = 0, /* "DISABLE"; as threshold: nothing but lines of this level */
+    VYX_LOG_LEVEL_ERR = 1,     /* "ERR" */
+    VYX_LOG_LEVEL_DBG = 2,     /* "DBG" */
+    VYX_LOG_LEVEL_INF = 3      /* "INF"; the threshold at first */
 };
 typedef enum log_level log_level;
 
-/* Where lines go. */
+/* Targets; all are off at first. */
 enum log_services VYX_ENUM32 {
-    VYX_LOG_TARGET_CONSOLE = 0, /* standard output, as fputs writes it, without a flush */
-    VYX_LOG_TARGET_DEBUG = 1,   /* standard error, through VYX_OutputDebugString */
-    VYX_LOG_TARGET_FILE = 2     /* rotating files */
+    VYX_LOG_TARGET_CONSOLE =
+        0, /* standard output, through stdio and not flushed; up to the line's first zero byte */
+    VYX_LOG_TARGET_DEBUG =
+        1, /* VYX_OutputDebugString, that is standard error; up to the line's first zero byte */
+    VYX_LOG_TARGET_FILE = 2 /* files in a directory */
 };
 typedef enum log_services log_services;
 
 VYX_BEGIN_DECLS
 
 /*
- * Lets the service start again after a stop that blocked it. The writer thread starts with the first line.
+ * Allows the service to start again after StopLogService(true). It starts nothing: the background thread, its
+ * stack of 128 KiB and a buffer of 2 MiB come with the first line that passes.
  *
  * Result:  0.
+ * Threads: any.
  */
 VYX_API int32_t StartLogService(void);
 
 /*
- * Writes what is queued, ends the writer thread and switches the file target off; the other targets stay as they are.
- *   bBlock  refuse to start again until StartLogService; otherwise the next line starts the service
+ * Stops the service if it is running: lines taken so far are written, the background thread ends, the file target
+ * is switched off, the buffer is freed. The other targets stay as they are.
+ *   bBlock  true: WriteLog answers -2 from now on, until StartLogService. false: the next line starts it again
  *
  * Result:  0.
+ * Threads: any; blocks until the lines are written. A WriteLog that meets the stop answers -2 or waits for its end.
+ *          Not from a signal handler.
  */
 VYX_API int32_t StopLogService(bool bBlock);
 
 /*
- * Switches a target on. For the file target:
- *   pParam  the directory as a text of at most 256 bytes, made if only its last part is missing; '\' counts as '/'.
- *           Null is "./vyxlog/". A longer one is refused: the target stays as it was, and the result is 0 all the same.
- *   nSize   bytes of a file, above which no line is added to it; 0 = 2 MiB. A file holds one line at least.
- *   nWrap   0: files are numbered without end. Otherwise file 1 follows file 100, whose old content is deleted.
- * The other targets ignore them.
+ * Switches a target on. The last three arguments are for VYX_LOG_TARGET_FILE only.
+ *   pParam  the directory, a zero-terminated path of at most 256 bytes, borrowed for the call; null = "./vyxlog/".
+ *           Backslashes become slashes, and a slash is appended where the last one is missing (so "" is "/"). It
+ *           is made if missing (VYX_MakeDir, one level). A longer path leaves everything as it was
+ *   nSize   bytes a file may have; 0 = 2097152
+ *   nWrap   not 0: after file 100 comes file 1 again; 0: numbers go on without end
  *
- * Files: the current one is "vyx_log_N_w.log", and becomes "vyx_log_N.log" when it is full; a finished file of the same
- * number is deleted when the current one is opened. Stopping leaves the current file under its name; when the target
- * goes on again with the same number, the next line empties it. Whoever needs the files of a run changes the directory.
- * Switching to another directory while the target is on takes effect with the next file.
+ * The file being written is DIRECTORY/vyx_log_N_w.log, N from 1 on. Before a line that would not fit any more it
+ * is closed and renamed to vyx_log_N.log, and the next number is opened; a line is never split, and one that is
+ * longer than nSize gets a file to itself. A new file first removes an old vyx_log_N.log and empties an
+ * old vyx_log_N_w.log. N is kept through a stop, so that the file last written is emptied when files are written
+ * again. The mode is 0200 less the process's file-creation mask: only the superuser may read it without chmod.
+ * Where files are being written already, a new directory counts from the next file on, limit and wrap at once.
  *
- * Result:  0; -6 for an unknown target.
+ * If a file cannot be opened, "LogService OpenFile[NAME] failed" goes to standard error and that line is lost; if
+ * it cannot be written (a full disk), the line is lost without a message, and none of it stays in the file.
+ * The next line tries again.
+ *
+ * Result:  0, also for a directory that was refused or cannot be made; -6 for an unknown target.
+ * Threads: any; may wait for a target that is just being switched off.
  */
 VYX_API int32_t EnableTarget(log_services eTarget, const void *pParam, uint32_t nSize, uint32_t nWrap);
 
 /*
- * Switches a target off, after what was queued for it has been written. The last one stops the service as
- * StopLogService(false) does.
+ * Switches a target off. The lines taken for it are written before the call returns. The working file is closed and
+ * keeps its name with "_w". When this was the last target, the service is stopped as with StopLogService, without
+ * a change of what bBlock said last.
  *
  * Result:  0; -6 for an unknown target.
+ * Threads: any; blocks until the lines are written. Not from a signal handler.
  */
 VYX_API int32_t DisableTarget(log_services eTarget);
 
-/* Sets the threshold. Result: 0. */
+/* Sets the threshold for the lines to come. Result: 0. Any thread. */
 VYX_API int32_t AdjustLogLevel(log_level eLevel);
 
 /*
- * Queues one line.
- *   eLevel    0 to 3; others print "?"
- *   szFile    the caller's source file; only what follows the last '/' or '\' is shown
- *   iLine     the caller's line number
- *   szFormat  as of printf, with its arguments. Header and text have 2046 bytes together; a longer text is cut.
+ * Hands one line over. Starts the service if it is not running.
+ *   eLevel    of the line
+ *   szFile    the caller's file (__FILE__); what follows its last '/' or '\' is shown
+ *   iLine     the caller's line (__LINE__)
+ *   szFormat  as for printf, without a line feed at its end
+ * Nothing is kept of the arguments.
  *
- * Result:  0   accepted
- *          -6  szFile or szFormat is null
- *          -3  above the threshold
+ * Result:   0  taken
+ *          -1  memory or a thread for the service is short; the next line tries again
+ *          -2  the service was stopped with StopLogService(true), is just being stopped, or the process is at its end
+ *          -3  the level is above the threshold
+ *          -4  the buffer of 2 MiB is full: the line is dropped. The call never waits for room
  *          -5  no target is on
- *          -2  the service is stopped, and blocked or just being stopped
- *          -1  no memory for the ring (2 MiB), or no thread
- *          -7  the text cannot be formatted
- *          -4  the ring is full, or memory is short: the line is dropped, and nobody is told but the caller. It may
- *              try again once the writer has caught up.
- * Failures of the targets come later and have no result: a file that cannot be opened is told on standard error as
- * "LogService OpenFile[NAME] failed", its line is lost for this target, and the next line tries again.
- *
- * Not for signal handlers. Clock: the wall clock, cut to milliseconds.
+ *          -6  szFile or szFormat is null
+ *          -7  the C library cannot format the text
+ *          They are tested in the order -6, -3, -5, -2 or -1, -7, -4. No last error is set; errno is not kept.
+ * Threads: any number at once. Not from a signal handler, as the C library's formatting is not.
+ * Fork:    a forked child begins with the service not running and the file target off; what the parent took, the
+ *          parent writes. The child may use all of this header. To let it write files, give it a directory of
+ *          its own.
  */
 VYX_API int32_t WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char *szFormat, ...)
     VYX_PRINTF(4, 5);
 
 /*
- * Writes the header of a line, up to the blank before its text, with the current time.
- *   szBuf, nSize  receives at most nSize bytes with the zero; nSize 0 writes nothing
- *   szFile        null counts as empty
+ * Prints the header of a line of this moment, blank at its end included, as snprintf does: at most nSize - 1 bytes
+ * and a zero; szBuf may be null if nSize is 0.
  *
- * Result:  the header's length, also when it was cut (snprintf); -1 if it cannot be formatted.
+ * Result:  the characters of the whole header, also if they did not fit; -1 if szFile is null, szBuf is null with a
+ *          size, or the time cannot be told.
+ * Threads: any.
  */
 VYX_API int32_t FormatTimeAndName(char *szBuf, uint32_t nSize, log_level eLevel, const char *szFile,
                                   int32_t iLine);
 
-/* Just behind the last '/' or '\' of a path; the path itself if it has none. Not for null. */
+/* What follows the last '/' or '\' of a path; the path itself where it has none; null for null. Any thread. */
 VYX_API const char *FindLastSlash(const char *szPath);
 
 VYX_END_DECLS
 
 #ifdef __cplusplus
 
+/* The service itself is of no use to callers: they have the functions above. */
 class LogService;
 
-/* The one service object, made by the first call and stopped at exit. It is opaque to callers. */
+/* The process's one service. Result: valid as long as the process lives. Any thread. */
 VYX_API LogService &GetLogService();
 
 #endif

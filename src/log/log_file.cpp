@@ -1,53 +1,93 @@
-// The log service's file target: names, rotation, and writing several lines at a time.
+// The file target of the log service: names, rotation, writing. Everything here is done under m_fileLock.
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
 #include <vyx/sys.h>
 
-#include "log/log_hold.h"
 #include "logmodule.h"
 
-using vyx_inter::ClassHold;
+using vyx_inter::LockGuard;
 
 namespace {
 
-constexpr uint32_t kDefaultFileBytes = 2097152;
-constexpr size_t kLongestPath = 256;
-constexpr int32_t kFilesWhenWrapping = 100;
-constexpr uint32_t kBatchBytes = 65536;
-constexpr char kDefaultDirectory[] = "./vyxlog/";
-constexpr char kBaseName[] = "vyx_log_";
+constexpr const char *kDefaultDir = "./vyxlog/";
+constexpr size_t kLongestPath = 256; // bytes
+constexpr uint32_t kDefaultFileSize = 2097152;
+constexpr int32_t kWrappedFiles = 100;
+constexpr int32_t kLastIndex = INT32_MAX - 1; // its number is the last one
+constexpr size_t kNameSize = 320; // a directory of 257 bytes, "vyx_log_", ten digits, "_w", ".log", zero
 constexpr uint32_t kOpenFlags = VYX_OPEN_WRITE | VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE;
-constexpr uint32_t kPermission = VYX_ATTR_WRITE;
+constexpr uint32_t kPermissions = VYX_ATTR_WRITE;
+constexpr int32_t kFromEnd = 2;
 
-// A longest directory, a name and any number.
-constexpr size_t kNameBytes = 320;
+uint32_t Begin_Local(const VYX_LOG_TEXT_S &text, uint32_t nLine) {
+    return nLine == 0 ? 0 : text.pEnds[nLine - 1];
+}
+
+// Writes all of it, if need be in several steps. Result: the bytes written.
+uint32_t WriteAll_Local(VYX_FILE_T hFile, const char *pData, uint32_t nSize) {
+    uint32_t nDone = 0;
+    while (nDone < nSize) {
+        int32_t iCount = 0;
+        if (VYX_WriteFile(hFile, pData + nDone, nSize - nDone, &iCount) != VYX_OK && errno == EINTR)
+            continue;
+        if (iCount <= 0)
+            break;
+        nDone += static_cast<uint32_t>(iCount);
+    }
+    return nDone;
+}
+
+// Writes the lines nFirst to nLast - 1 to the end of a file of iSize bytes. Of a line that does not fit on the disk
+// nothing stays in the file. Result: the line to go on with; a line that failed is passed over.
+uint32_t WriteRun_Local(VYX_FILE_T hFile, int64_t iSize, const VYX_LOG_TEXT_S &text, uint32_t nFirst,
+                        uint32_t nLast) {
+    const uint32_t nBegin = Begin_Local(text, nFirst);
+    const uint32_t nEnd = Begin_Local(text, nLast);
+    const uint32_t nReached = nBegin + WriteAll_Local(hFile, text.pData + nBegin, nEnd - nBegin);
+    if (nReached == nEnd)
+        return nLast;
+    uint32_t nLine = nFirst;
+    while (text.pEnds[nLine] <= nReached)
+        ++nLine;
+    const uint32_t nWhole = Begin_Local(text, nLine);
+    if (nReached > nWhole && ftruncate(hFile, iSize + (nWhole - nBegin)) != 0)
+        return nLine + 1; // a device: what it took, it has
+    return nLine + 1;
+}
+
+// How many lines from nFirst on may be written to a file of iSize bytes in one go: at least one.
+uint32_t Fitting_Local(const VYX_LOG_TEXT_S &text, uint32_t nFirst, int64_t iSize, int64_t iMost) {
+    const int64_t iBegin = Begin_Local(text, nFirst);
+    uint32_t nLast = nFirst + 1;
+    while (nLast < text.nLines && iSize + (text.pEnds[nLast] - iBegin) <= iMost)
+        ++nLast;
+    return nLast;
+}
 
 } // namespace
 
 char *LogService::MakeFileName(bool working) {
-    static char filename[kNameBytes];
+    static char filename[kNameSize];
     std::memset(filename, 0, sizeof filename);
-    const int32_t iNumber = static_cast<int32_t>(static_cast<uint32_t>(m_iFileIndex) + 1);
-    (void)std::snprintf(filename, sizeof filename, "%s%s%d%s%s", m_szDir, kBaseName, iNumber,
-                        working ? "_w" : "", ".log");
+    (void)std::snprintf(filename, sizeof filename, "%svyx_log_%d%s.log", m_szDir, m_iFileIndex + 1,
+                        working ? "_w" : "");
     return filename;
 }
 
 int LogService::StartWriteFile(const char *path, unsigned int size) {
-    const char *szFrom = path != nullptr ? path : kDefaultDirectory;
-    const size_t nLength = std::strlen(szFrom);
+    const char *szDir = path == nullptr ? kDefaultDir : path;
+    const size_t nLength = std::strlen(szDir);
     if (nLength > kLongestPath)
         return -6;
     std::memset(m_szDir, 0, sizeof m_szDir);
-    std::memcpy(m_szDir, szFrom, nLength);
-    for (char *p = m_szDir; *p != '\0'; ++p)
-        if (*p == '\\')
-            *p = '/';
+    for (size_t n = 0; n < nLength; ++n)
+        m_szDir[n] = szDir[n] == '\\' ? '/' : szDir[n];
     if (nLength == 0 || m_szDir[nLength - 1] != '/')
         m_szDir[nLength] = '/';
-    m_nMaxFileSize = size != 0 ? size : kDefaultFileBytes;
-    (void)VYX_MakeDir(m_szDir); // may exist
+    m_nMaxFileSize = size == 0 ? kDefaultFileSize : size;
+    (void)VYX_MakeDir(m_szDir); // it may exist; if it cannot be made, opening the file says so
     m_bFile = true;
     return 0;
 }
@@ -56,100 +96,67 @@ int LogService::StopWriteFile() {
     if (!m_bFile)
         return 0;
     m_bFile = false;
-    if (m_hFile != VYX_INVALID_FILE)
-        (void)VYX_CloseFile(m_hFile);
-    m_hFile = VYX_INVALID_FILE;
+    // Deliberate: the file keeps its working name. Pinned by LogFile.StopKeepsTheWorkingName.
+    CloseFile();
     std::memset(m_szDir, 0, sizeof m_szDir);
     m_nMaxFileSize = 0;
     return 0;
 }
 
-int LogService::InputDataToFile(const char *data, unsigned int len) {
-    const ClassHold file(m_fileLock);
-    if (!m_bFile)
-        return 0;
-    m_nFileSize = 0;
-    if (m_hFile != VYX_INVALID_FILE)
-        (void)VYX_FileSeek(m_hFile, 0, SEEK_END, &m_nFileSize);
-    const int iResult = PutLine(data, len);
-    FlushBatch();
-    return iResult;
-}
-
-// The taken lines from nFirst up to nEnd, as InputDataToFile writes each.
-void LogService::WriteToFile(size_t nFirst, size_t nEnd) {
-    const ClassHold file(m_fileLock);
-    if (!m_bFile)
-        return;
-    m_nFileSize = 0;
-    if (m_hFile != VYX_INVALID_FILE)
-        (void)VYX_FileSeek(m_hFile, 0, SEEK_END, &m_nFileSize);
-    for (size_t n = nFirst; n < nEnd; ++n) {
-        const _LOG &line = m_taken[n];
-        if ((line.nTargets & (1U << VYX_LOG_TARGET_FILE)) != 0)
-            (void)PutLine(line.pData, line.nLen - 1); // without its zero
-    }
-    FlushBatch();
-}
-
-// A line is never split: the file changes before one that would cross the limit.
-int LogService::PutLine(const char *data, unsigned int len) {
-    if (m_hFile != VYX_INVALID_FILE && static_cast<int64_t>(m_nMaxFileSize) < m_nFileSize + len)
-        Rotate();
-    if (m_hFile == VYX_INVALID_FILE && !OpenWorkingFile())
-        return -8;
-    if (len > kBatchBytes - m_nBatch)
-        FlushBatch();
-    m_nFileSize += len;
-    if (m_pBatch == nullptr || len > kBatchBytes) {
-        (void)VYX_WriteFile(m_hFile, data, len, nullptr);
-        return 0;
-    }
-    std::memcpy(m_pBatch + m_nBatch, data, len);
-    m_nBatch += len;
-    return 0;
-}
-
-bool LogService::OpenWorkingFile() {
-    (void)VYX_DeleteFile(MakeFileName(false)); // an old one of the same number
-    const char *szName = MakeFileName(true);
-    m_hFile = VYX_OpenFile(szName, kOpenFlags, kPermission);
-    m_nFileSize = 0;
-    if (m_hFile == VYX_INVALID_FILE)
-        VYX_OutputDebug("LogService OpenFile[%s] failed", szName);
-    return m_hFile != VYX_INVALID_FILE;
+void LogService::CloseFile() {
+    const VYX_FILE_T hFile = m_hFile;
+    m_hFile = VYX_INVALID_FILE; // first: a child forked in between must not close somebody else's descriptor
+    (void)VYX_CloseFile(hFile); // also where none is open
 }
 
 void LogService::Rotate() {
-    FlushBatch();
-    (void)VYX_CloseFile(m_hFile);
-    m_hFile = VYX_INVALID_FILE;
-    char szFinished[kNameBytes];
-    std::memcpy(szFinished, MakeFileName(false), sizeof szFinished);
-    (void)std::rename(MakeFileName(true), szFinished);
-    const uint32_t nNext = static_cast<uint32_t>(m_iFileIndex) + 1;
-    m_iFileIndex = static_cast<int32_t>(m_bWrap != 0 ? nNext % kFilesWhenWrapping : nNext);
+    CloseFile();
+    char szWorking[kNameSize];
+    std::memcpy(szWorking, MakeFileName(true), sizeof szWorking);
+    (void)std::rename(szWorking, MakeFileName(false)); // somebody may have taken it away
+    if (m_bWrap != 0)
+        m_iFileIndex = (m_iFileIndex + 1) % kWrappedFiles;
+    else
+        m_iFileIndex = m_iFileIndex < kLastIndex ? m_iFileIndex + 1 : 0;
 }
 
-void LogService::FlushBatch() {
-    uint32_t nDone = 0;
-    while (nDone < m_nBatch) {
-        int32_t iCount = 0;
-        if (VYX_WriteFile(m_hFile, m_pBatch + nDone, m_nBatch - nDone, &iCount) != 0 || iCount <= 0)
-            break;
-        nDone += static_cast<uint32_t>(iCount);
+bool LogService::OpenFile() {
+    (void)VYX_DeleteFile(MakeFileName(false)); // of an earlier turn or run; there may be none
+    m_hFile = VYX_OpenFile(MakeFileName(true), kOpenFlags, kPermissions);
+    if (m_hFile != VYX_INVALID_FILE)
+        return true;
+    (void)VYX_OutputDebug("LogService OpenFile[%s] failed", MakeFileName(true));
+    return false;
+}
+
+int LogService::WriteLines(const VYX_LOG_TEXT_S &text) {
+    int iResult = 0;
+    uint32_t nLine = 0;
+    while (nLine < text.nLines) {
+        int64_t iSize = 0;
+        if (m_hFile != VYX_INVALID_FILE) {
+            (void)VYX_FileSeek(m_hFile, 0, kFromEnd, &iSize);
+            if (m_nMaxFileSize < iSize + (text.pEnds[nLine] - Begin_Local(text, nLine))) {
+                Rotate();
+                iSize = 0;
+            }
+        }
+        if (m_hFile == VYX_INVALID_FILE && !OpenFile()) {
+            iResult = -8;
+            ++nLine; // lost; the next one tries again
+            continue;
+        }
+        nLine =
+            WriteRun_Local(m_hFile, iSize, text, nLine, Fitting_Local(text, nLine, iSize, m_nMaxFileSize));
     }
-    if (nDone < m_nBatch)
-        CutTornLine(nDone);
-    m_nBatch = 0;
+    return iResult;
 }
 
-// A full disk took only a part: the file ends with the last whole line of it.
-void LogService::CutTornLine(uint32_t nWritten) {
-    const int64_t nStart = m_nFileSize - m_nBatch;
-    while (nWritten > 0 && m_pBatch[nWritten - 1] != '\n')
-        --nWritten;
-    m_nFileSize = nStart + nWritten;
-    if (ftruncate(m_hFile, static_cast<off_t>(m_nFileSize)) == 0)
-        (void)VYX_FileSeek(m_hFile, m_nFileSize, SEEK_SET, nullptr);
+int LogService::InputDataToFile(const char *data, unsigned int len) {
+    return InputLinesToFile({data, &len, 1});
+}
+
+int LogService::InputLinesToFile(const VYX_LOG_TEXT_S &text) {
+    const LockGuard guard(m_fileLock);
+    return m_bFile ? WriteLines(text) : 0;
 }

@@ -14,10 +14,16 @@
 //   hLock            THREAD_POOL_T, recursive   a fixed pool's live count, its thread records, who waits
 //   hLock            thrmgr_pool_t              a flexible pool's queue, its live count, the start of workers
 //   hMutex           VYX_EVENT_T                what is in an event's pipe, and the closing of the pipe
+//   m_switchLock     LogService                 which targets are switched, and the stop of the service
+//   m_serviceLock    LogService                 the log service's start and stop
+//   m_hQueueLock     LogService                 the ring of log lines and their queue; never with m_fileLock
+//   m_fileLock       LogService                 the log files
 //   s_hSemLock       src/sync/timed_wait.cpp    s_struTimeSems; never together with s_hCondLock
 //   s_hCondLock      src/sync/timed_wait.cpp    s_struTimeConds
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
 //   s_hParkLock      src/sync/timed_wait.cpp    the service's sleep while nothing is registered
+//
+// s_hCalendarLock (src/log/log_header.cpp) is held alone, or within m_hQueueLock by a thread that forks.
 //
 // Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside
 // a VYX_Sema. Innermost: s_hCreateLock (src/sync/timed_wait.cpp), with which a fixed pool names the semaphore of

@@ -37,6 +37,23 @@ static void VersionAndErrors(void) {
     CHECK(VYX_GetSystemLastError() == 22);
 }
 
+/* ---- log.h */
+
+static void Logging(void) {
+    char szHeader[100];
+    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "a/f.c", 7) == 49);
+    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
+    CHECK(strcmp(FindLastSlash("a/b\\c"), "c") == 0);
+    CHECK(StartLogService() == 0);
+    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0);
+    CHECK(AdjustLogLevel(VYX_LOG_LEVEL_DBG) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_INF, __FILE__, __LINE__, "not shown") == -3);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "a line of the %s test", "C") == 0);
+    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0);
+    CHECK(StopLogService(true) == 0);
+    CHECK(WriteLog(VYX_LOG_LEVEL_DBG, __FILE__, __LINE__, "no target") == -5);
+}
+
 /* ---- sync.h */
 
 static void Mutexes(void) {
@@ -272,20 +289,6 @@ static void Memory(void) {
     CHECK(VYX_AlignedFree(pMemory) == VYX_OK);
 }
 
-/* ---- log.h */
-
-static void Logging(void) {
-    char szHeader[128];
-    CHECK(strcmp(FindLastSlash("a/b\\c.x"), "c.x") == 0);
-    CHECK(FormatTimeAndName(szHeader, sizeof szHeader, VYX_LOG_LEVEL_ERR, "x/f.c", 7) == (int32_t)strlen(szHeader));
-    CHECK(strcmp(szHeader + 25, "[ERR][FILE:f.c][LINE:7] ") == 0);
-    CHECK(StartLogService() == 0 && WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -5);
-    CHECK(EnableTarget(VYX_LOG_TARGET_DEBUG, NULL, 0, 0) == 0 && AdjustLogLevel(VYX_LOG_LEVEL_ERR) == 0);
-    CHECK(WriteLog(VYX_LOG_LEVEL_INF, "f.c", 1, "%d", 2) == -3);
-    CHECK(WriteLog(VYX_LOG_LEVEL_ERR, "f.c", 1, "%s", "a line of the log") == 0);
-    CHECK(DisableTarget(VYX_LOG_TARGET_DEBUG) == 0 && StopLogService(true) == 0);
-}
-
 /* ---- pool.h */
 
 static volatile uint32_t s_nItems; /* run by the pools */
@@ -494,6 +497,7 @@ int main(void) {
     StartAndStop();
     CHECK(VYX_Init() == VYX_OK); /* for the bounded waits and the atomic operations */
     VersionAndErrors();
+    Logging();
     Mutexes();
     Semaphores();
     Conditions();
@@ -515,7 +519,6 @@ int main(void) {
     Addresses();
     Streams();
     Options();
-    Logging();
     Numbers();
     Strings();
     NamesAndAdapters();

@@ -1,0 +1,177 @@
+// Eight threads write while others switch what can be switched: nothing taken is lost, torn or out of order.
+#include <atomic>
+#include <functional>
+#include <set>
+#include <thread>
+
+#include "log/log_support.h"
+#include "support/support.h"
+
+using namespace log_support;
+
+namespace {
+
+constexpr int kThreads = 8;
+constexpr int kLines = 4000; // of each thread
+
+using Taken = std::vector<std::vector<std::string>>; // by thread
+
+std::string Text(int iThread, int n) {
+    return std::to_string(iThread) + " " + std::to_string(n) + " " +
+           std::string(static_cast<size_t>((n * 37 + iThread) % 400), static_cast<char>('a' + iThread));
+}
+
+// Writes one line, again and again while the ring is full. Result: that of WriteLog.
+int32_t WriteWithPatience(const std::string &text) {
+    for (;;) {
+        const int32_t iResult = WriteLog(kInf, "f", 1, "%s", text.c_str());
+        if (iResult != -4)
+            return iResult;
+        std::this_thread::yield();
+    }
+}
+
+// Runs the writers, and beside them fnBeside again and again. fnWrite writes a line and tells whether it was taken.
+Taken RunWriters(const std::function<bool(const std::string &)> &fnWrite,
+                 const std::function<void()> &fnBeside) {
+    Taken taken(kThreads);
+    std::atomic<int> nRunning{kThreads};
+    std::vector<std::thread> threads;
+    for (int iThread = 0; iThread < kThreads; ++iThread)
+        threads.emplace_back([&, iThread] {
+            for (int n = 0; n < kLines; ++n) {
+                const std::string text = Text(iThread, n);
+                if (fnWrite(text))
+                    taken[static_cast<size_t>(iThread)].push_back(text);
+            }
+            --nRunning;
+        });
+    while (nRunning > 0)
+        fnBeside();
+    for (std::thread &thread : threads)
+        thread.join();
+    return taken;
+}
+
+// The lines of a log are exactly those taken, each thread's in its order.
+void ExpectAll(const std::string &log, const Taken &taken) {
+    std::vector<size_t> next(kThreads);
+    for (const std::string &line : Lines(log)) {
+        const std::string text = TextOf(line);
+        const auto nThread = static_cast<size_t>(text.at(0) - '0');
+        ASSERT_LT(nThread, taken.size()) << text;
+        ASSERT_LT(next[nThread], taken[nThread].size()) << "one too many: " << text;
+        ASSERT_EQ(text, taken[nThread][next[nThread]++]);
+    }
+    for (size_t nThread = 0; nThread < taken.size(); ++nThread)
+        EXPECT_EQ(next[nThread], taken[nThread].size()) << "lines of thread " << nThread << " are missing";
+}
+
+class LogStress : public testing::Test {
+  protected:
+    support::TempDir dir;
+};
+
+TEST_F(LogStress, ThroughRotation) {
+    EnableTarget(kFile, dir.Path().c_str(), 65536, 0);
+    const Taken taken = RunWriters([](const std::string &text) { return WriteWithPatience(text) == 0; },
+                                   [] { std::this_thread::yield(); });
+    StopLogService(true);
+    EXPECT_EQ(taken[0].size(), static_cast<size_t>(kLines));
+    EXPECT_GT(Names(dir.Path()).size(), 50U);
+    ExpectAll(AllLogText(dir.Path()), taken);
+}
+
+TEST_F(LogStress, WhileOtherTargetsAndTheLevelAreSwitched) {
+    const Capture out(stdout, dir / "out");
+    const Capture err(stderr, dir / "err");
+    const std::string folder = dir / "logs";
+    EnableTarget(kFile, folder.c_str(), 1000000, 0);
+    const Taken taken = RunWriters([](const std::string &text) { return WriteWithPatience(text) == 0; },
+                                   [] {
+                                       EnableTarget(kConsole, nullptr, 0, 0);
+                                       AdjustLogLevel(kDbg);
+                                       EnableTarget(kDebug, nullptr, 0, 0);
+                                       AdjustLogLevel(kInf);
+                                       DisableTarget(kConsole);
+                                       (void)VYX_LOG_LEVEL_INF;
+                                       DisableTarget(kDebug);
+                                       StartLogService();
+                                   });
+    StopLogService(true);
+    ExpectAll(AllLogText(folder), taken);
+    (void)Lines(out.Text()); // whole
+    (void)Lines(err.Text());
+}
+
+// Two threads switch the same things at once, so that the switches meet each other as well.
+TEST_F(LogStress, WhileTheServiceIsStoppedAndStarted) {
+    const Capture out(stdout, dir / "out");
+    EnableTarget(kConsole, nullptr, 0, 0);
+    const auto toggle = [this] {
+        EnableTarget(kFile, (dir / "logs").c_str(), 5000, 1);
+        std::this_thread::yield();
+        StopLogService(true);
+        StartLogService();
+        DisableTarget(kFile);
+        StopLogService(false);
+    };
+    std::atomic<bool> bStop{false};
+    std::thread second([&] {
+        while (!bStop)
+            toggle();
+    });
+    const Taken taken = RunWriters(
+        [](const std::string &text) {
+            const int32_t iResult = WriteWithPatience(text);
+            EXPECT_TRUE(iResult == 0 || iResult == -2) << iResult;
+            return iResult == 0;
+        },
+        toggle);
+    bStop = true;
+    second.join();
+    StopLogService(true);
+    ExpectAll(out.Text(), taken);
+    (void)Lines(AllLogText(dir / "logs"));
+}
+
+// The files are on in odd phases, each with a folder of its own: what was taken in one must be there.
+TEST_F(LogStress, FilesSwitchedOffGetWhatWasTakenForThem) {
+    const Capture out(stdout, dir / "out");
+    EnableTarget(kConsole, nullptr, 0, 0);
+    std::atomic<int> iPhase{0};
+    std::atomic<int> nTaken{0};
+    std::mutex mutex;
+    std::vector<std::pair<int, std::string>> owed;
+    const Taken taken = RunWriters(
+        [&](const std::string &text) {
+            const int iBefore = iPhase;
+            const bool bTaken = WriteWithPatience(text) == 0;
+            if (bTaken && iBefore % 2 == 1 && iPhase == iBefore) {
+                const std::lock_guard<std::mutex> guard(mutex);
+                owed.emplace_back(iBefore, text);
+            }
+            ++nTaken;
+            return bTaken;
+        },
+        [&] {
+            EnableTarget(kFile, (dir / std::to_string(iPhase + 1)).c_str(), 100000000, 0);
+            ++iPhase;
+            const int iStart = nTaken;
+            while (nTaken < iStart + 500 && nTaken < kThreads * kLines)
+                std::this_thread::yield();
+            ++iPhase;
+            DisableTarget(kFile);
+        });
+    StopLogService(true);
+    ExpectAll(out.Text(), taken);
+    EXPECT_GT(owed.size(), 1000U);
+    std::vector<std::set<std::string>> found(static_cast<size_t>(iPhase) + 1);
+    for (size_t n = 1; n < found.size(); n += 2)
+        for (const std::string &line : Lines(AllLogText(dir / std::to_string(n))))
+            found[n].insert(TextOf(line));
+    for (const auto &[iWhen, text] : owed)
+        ASSERT_EQ(found[static_cast<size_t>(iWhen)].count(text), 1U) << text << " in phase " << iWhen;
+}
+
+} // namespace
