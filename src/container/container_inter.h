@@ -2,8 +2,9 @@
 #ifndef VYX_CONTAINER_CONTAINER_INTER_H
 #define VYX_CONTAINER_CONTAINER_INTER_H
 
-#include <atomic>
 #include <vyx/container.h>
+
+#include "container/whole_value.h"
 
 VYX_BEGIN_DECLS
 
@@ -31,7 +32,7 @@ struct VYX_CYCLE_BUFFER_T {
     uint8_t *pData;    // the storage, behind this record in the same block
     int32_t iCapacity; // bytes
     int32_t iWrite; // where the next byte goes, 0 to iCapacity - 1; always nCount bytes behind iRead, around
-    std::atomic<VYX_CYCLE_STORED_S> stored;
+    vyx_inter::WholeValue<VYX_CYCLE_STORED_S> stored;
     VYX_MUTEX_T hLock; // recursive; one writer at a time: guards iWrite and what is free of the storage
     VYX_CYCLEBUFFER_PROC fnCallback;
     void *pUser;

@@ -12,9 +12,6 @@
 
 #include "container/container_inter.h"
 
-static_assert(std::atomic<VYX_CYCLE_STORED_S>::is_always_lock_free, "readers must not need a lock");
-static_assert(sizeof(std::atomic<VYX_CYCLE_STORED_S>) == 8, "two fields in one word");
-
 namespace {
 
 constexpr size_t kLine = 64; // bytes; storage that starts at such a multiple is copied to and from sooner
