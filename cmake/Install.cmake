@@ -18,6 +18,9 @@ set(VYX_PC_CXX_LIBRARY stdc++)
 if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
   set(VYX_PC_CXX_LIBRARY c++)
 endif()
+if(VYX_PLATFORM STREQUAL "darwin")
+  string(APPEND VYX_PC_CXX_LIBRARY " -liconv")
+endif()
 configure_file(cmake/vyx.pc.in ${PROJECT_BINARY_DIR}/vyx.pc @ONLY)
 
 install(TARGETS vyx vyx_static EXPORT vyxTargets

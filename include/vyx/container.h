@@ -99,8 +99,9 @@ VYX_API int32_t VYX_SimpleIntHashDestroy(void *pTable);
 
 /* ---- Cycle buffer: a ring of bytes ------------------------------------------------------------------------
  *
- * Writers add bytes, one reader at a time takes all of them through the callback given at creation. A recursive
- * lock inside makes every call safe from any thread; the callback runs without it and may write to the ring.
+ * Writers add bytes, one reader at a time takes all of them through the callback given at creation. Every call is
+ * safe from any thread: writers exclude each other by a recursive lock, readers wait for nobody. The callback runs
+ * without the lock and may use the ring. If it reads the ring, it is handed the same bytes once more.
  */
 
 /*
@@ -124,9 +125,9 @@ VYX_API int32_t VYX_CycleBufferWrite(VYX_HANDLE_CYCLEBUFFER hBuffer, const uint8
 /*
  * Hands the bytes stored at this moment to the callback and drops them. Bytes that run up to the storage's end
  * or past it come in two calls, the second from its start (with a length of 0 if nothing wrapped). Of such a
- * first call the length is the capacity less the bytes stored, though never past the storage's end: only when
- * the bytes stored and the read offset happen to add up to the capacity is it the whole first piece. Callers
- * that need every byte of a wrapped read choose pieces that divide the capacity.
+ * first call the length is the capacity less the bytes stored, though never past the storage's end: where more
+ * bytes are stored than lie before the oldest of them, the rest of the first piece is dropped unseen. Callers that
+ * need every byte make the ring at least twice as large as what is ever stored at once.
  *
  * Result:  VYX_OK; VYX_ERROR if hBuffer is null or nothing is stored (no callback then).
  * Threads: one reader at a time. Bytes written meanwhile stay for the next read.

@@ -1,12 +1,20 @@
-// The cycle buffer: a ring of bytes behind its record, under a recursive lock.
+// The cycle buffer: a ring of bytes behind its record.
+//
+// Writers exclude each other by the ring's recursive lock. Where the stored bytes begin and how many there are is
+// one atomic value: a writer adds to it after its bytes are in place, a reader takes off it after its callback is
+// done with them, and neither waits for the other.
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <vyx/sync.h>
 
 #include "container/container_inter.h"
 
 namespace {
+
+constexpr size_t kLine = 64; // bytes; storage that starts at such a multiple is copied to and from sooner
 
 // Holds a ring's lock for the length of a block.
 class RingGuard {
@@ -20,16 +28,26 @@ class RingGuard {
     VYX_CYCLE_BUFFER_T &m_ring;
 };
 
-// What a read found stored when it began.
-struct Stored {
-    int32_t iRead;
-    int32_t iWrite;
-    uint32_t nCount;
-};
+using Stored = VYX_CYCLE_STORED_S;
 
-Stored Look_Local(VYX_CYCLE_BUFFER_T &ring) {
-    const RingGuard guard(ring);
-    return {ring.iRead, ring.iWrite, ring.nCount};
+// The place nLen bytes behind another one, around the storage's end. nLen is at most the capacity.
+uint32_t Behind_Local(const VYX_CYCLE_BUFFER_T &ring, uint32_t nAt, uint32_t nLen) {
+    const auto nTail = static_cast<uint32_t>(ring.iCapacity) - nAt;
+    return nLen >= nTail ? nLen - nTail : nAt + nLen;
+}
+
+// Drops the bytes of a read. If another read, perhaps from within the callback, dropped them already, they stay
+// dropped once.
+void Drop_Local(VYX_CYCLE_BUFFER_T &ring, const Stored &taken) {
+    Stored now = ring.stored.load(std::memory_order_relaxed);
+    Stored next;
+    do {
+        if (now.iRead != taken.iRead)
+            return;
+        const uint32_t nLen = std::min(taken.nCount, now.nCount);
+        next = {static_cast<int32_t>(Behind_Local(ring, static_cast<uint32_t>(now.iRead), nLen)),
+                now.nCount - nLen};
+    } while (!ring.stored.compare_exchange_weak(now, next, std::memory_order_release));
 }
 
 void HandOver_Local(const VYX_CYCLE_BUFFER_T &ring, const Stored &stored) {
@@ -43,7 +61,7 @@ void HandOver_Local(const VYX_CYCLE_BUFFER_T &ring, const Stored &stored) {
     // kept from running past the storage. Pinned by CycleBuffer.WrappedReadKeepsItsTwoLengths.
     const uint32_t nFirst = std::min(nCapacity - stored.nCount, nCapacity - nRead);
     (void)ring.fnCallback(ring.pData + nRead, nFirst, ring.pUser);
-    (void)ring.fnCallback(ring.pData, static_cast<uint32_t>(stored.iWrite), ring.pUser);
+    (void)ring.fnCallback(ring.pData, Behind_Local(ring, nRead, stored.nCount), ring.pUser);
 }
 
 } // namespace
@@ -52,11 +70,13 @@ int32_t VYX_CycleBufferInit(VYX_HANDLE_CYCLEBUFFER *phBuffer, int32_t iCapacity,
                             VYX_CYCLEBUFFER_PROC fnCallback, void *pUser) {
     if (phBuffer == nullptr || fnCallback == nullptr || iCapacity < 1)
         return VYX_ERROR;
-    void *pBlock = std::calloc(1, sizeof(VYX_CYCLE_BUFFER_T) + static_cast<size_t>(iCapacity));
+    size_t nRoom = static_cast<size_t>(iCapacity) + kLine - 1;
+    void *pBlock = std::calloc(1, sizeof(VYX_CYCLE_BUFFER_T) + nRoom);
     if (pBlock == nullptr)
         return VYX_ERROR;
-    auto *pRing = static_cast<VYX_CYCLE_BUFFER_T *>(pBlock);
-    pRing->pData = reinterpret_cast<uint8_t *>(pRing + 1);
+    auto *pRing = new (pBlock) VYX_CYCLE_BUFFER_T{};
+    void *pStorage = pRing + 1;
+    pRing->pData = static_cast<uint8_t *>(std::align(kLine, static_cast<size_t>(iCapacity), pStorage, nRoom));
     pRing->iCapacity = iCapacity;
     (void)VYX_MutexCreate(&pRing->hLock, VYX_MUTEX_RECURSIVE);
     pRing->fnCallback = fnCallback;
@@ -69,36 +89,36 @@ int32_t VYX_CycleBufferWrite(VYX_HANDLE_CYCLEBUFFER hBuffer, const uint8_t *pDat
     if (hBuffer == nullptr || pData == nullptr || nLen == 0)
         return VYX_ERROR;
     const RingGuard guard(*hBuffer);
-    if (nLen > static_cast<uint32_t>(hBuffer->iCapacity) - hBuffer->nCount)
+    Stored now = hBuffer->stored.load(std::memory_order_acquire);
+    if (nLen > static_cast<uint32_t>(hBuffer->iCapacity) - now.nCount)
         return VYX_ERROR;
-    const auto nTail = static_cast<uint32_t>(hBuffer->iCapacity - hBuffer->iWrite);
-    const uint32_t nFirst = std::min(nLen, nTail);
-    std::memcpy(hBuffer->pData + hBuffer->iWrite, pData, nFirst);
-    std::memcpy(hBuffer->pData, pData + nFirst, nLen - nFirst);
-    hBuffer->iWrite =
-        static_cast<int32_t>(nLen >= nTail ? nLen - nTail : static_cast<uint32_t>(hBuffer->iWrite) + nLen);
-    hBuffer->nCount += nLen;
+    const auto nAt = static_cast<uint32_t>(hBuffer->iWrite);
+    const uint32_t nFirst = std::min(nLen, static_cast<uint32_t>(hBuffer->iCapacity) - nAt);
+    std::memcpy(hBuffer->pData + nAt, pData, nFirst);
+    if (nFirst != nLen)
+        std::memcpy(hBuffer->pData, pData + nFirst, nLen - nFirst);
+    hBuffer->iWrite = static_cast<int32_t>(Behind_Local(*hBuffer, nAt, nLen));
+    while (!hBuffer->stored.compare_exchange_weak(now, {now.iRead, now.nCount + nLen},
+                                                  std::memory_order_release, std::memory_order_relaxed)) {
+    }
     return VYX_OK;
 }
 
 int32_t VYX_CycleBufferRead(VYX_HANDLE_CYCLEBUFFER hBuffer) {
     if (hBuffer == nullptr)
         return VYX_ERROR;
-    const Stored stored = Look_Local(*hBuffer);
+    const Stored stored = hBuffer->stored.load(std::memory_order_acquire);
     if (stored.nCount == 0)
         return VYX_ERROR;
     HandOver_Local(*hBuffer, stored);
-    const RingGuard guard(*hBuffer);
-    hBuffer->nCount -= std::min(stored.nCount, hBuffer->nCount); // a second reader must not drive it below 0
-    hBuffer->iRead = stored.iWrite;
+    Drop_Local(*hBuffer, stored);
     return VYX_OK;
 }
 
 int32_t VYX_CycleBufferValue(VYX_HANDLE_CYCLEBUFFER hBuffer, uint32_t *pCount) {
     if (hBuffer == nullptr)
         return VYX_ERROR;
-    const RingGuard guard(*hBuffer);
-    *pCount = hBuffer->nCount;
+    *pCount = hBuffer->stored.load(std::memory_order_acquire).nCount;
     return VYX_OK;
 }
 

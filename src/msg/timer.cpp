@@ -206,7 +206,7 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
     pSlot->nPeriod = nPeriod;
     pSlot->hThread = VYX_INVALID_THREAD;
     // Deliberate: a semaphore or a thread that is not to be had is not reported. The timer stays silent.
-    // Pinned by TimerInside.SilentWithoutSemaphoreOrThread.
+    // Pinned by Timer.SilentWithoutSemaphoreOrThread.
     if (VYX_SemCreate(&pSlot->hSem, 0) == VYX_OK)
         pSlot->hThread = VYX_Thread_Create(VYX_OnTimer, pSlot, 0, 0, 0, 0);
     if (pTimerId != nullptr)

@@ -20,7 +20,7 @@ bool SetByText_Local(int32_t iFamily, const char *szText, VYX_ADDR_T *pAddr) {
     if (iFamily == AF_INET) {
         pAddr->in4.sin_addr.s_addr = inet_addr(szText);
         // Deliberate: the platform's answer for no address, so 255.255.255.255 cannot be given as text. Pinned
-        // by Address.BroadcastAddressCannotBeGivenAsText.
+        // by Addr.Records.
         return pAddr->in4.sin_addr.s_addr != INADDR_NONE;
     }
     return iFamily == AF_INET6 && VYX_InetPton6_Inter(szText, pAddr->in6.sin6_addr.s6_addr) != 0;
@@ -94,7 +94,7 @@ int32_t VYX_GetAddr4Int(const VYX_ADDR_T *pAddr, uint32_t *pOut) {
 }
 
 int32_t VYX_GetAddr6Int(const VYX_ADDR_T *pAddr, uint8_t *pOut16) {
-    // Deliberate: whatever is not IPv4 counts as IPv6. Pinned by Address.AnyOtherFamilyReadsAsTheLongForm.
+    // Deliberate: whatever is not IPv4 counts as IPv6. Pinned by Addr.Records.
     if (pAddr == nullptr || pAddr->sa.sa_family == AF_INET)
         return VYX_ERROR;
     std::memcpy(pOut16, &pAddr->in6.sin6_addr, sizeof pAddr->in6.sin6_addr);

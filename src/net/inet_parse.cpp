@@ -1,5 +1,6 @@
 // The library's own parsers of address texts. They accept and refuse what they do on every platform alike, which
 // is not quite what the platforms' own parsers do.
+#include <array>
 #include <cstring>
 
 #include "net/net_inter.h"
@@ -10,15 +11,23 @@ constexpr int kShortBytes = 4;
 constexpr int kLongBytes = 16;
 constexpr int kGroupBytes = 2;
 
-// The value of a hexadecimal digit; -1 for any other character.
+// For each byte the value of a hexadecimal digit; -1 for any other character.
+constexpr std::array<int8_t, 256> MakeHexTable() {
+    std::array<int8_t, 256> table{};
+    for (size_t n = 0; n < table.size(); ++n) {
+        const int iChar = static_cast<int>(n);
+        table[n] = static_cast<int8_t>(iChar >= '0' && iChar <= '9'   ? iChar - '0'
+                                       : iChar >= 'a' && iChar <= 'f' ? iChar - 'a' + 10
+                                       : iChar >= 'A' && iChar <= 'F' ? iChar - 'A' + 10
+                                                                      : -1);
+    }
+    return table;
+}
+
+constexpr std::array<int8_t, 256> kHexTable = MakeHexTable();
+
 int HexDigit_Local(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
+    return kHexTable[static_cast<unsigned char>(c)];
 }
 
 int CountColons_Local(const char *szText) {
@@ -45,7 +54,7 @@ class LongParser {
             if (iDigit >= 0 && !bLast)
                 continue;
             // Deliberate: one invalid character at the very end is passed over like a separator. Pinned by
-            // Parser.LongFormIsLenient.
+            // Addr.ParserWhereItIsItsOwn.
             if (iDigit < 0 && *p != ':' && !bLast)
                 return *p == '.' && EndWithShortForm() ? Finish(pOut16) : 0;
             if (!(m_bDigitSeen ? EndGroup(p) : RecordGap()))
@@ -76,7 +85,7 @@ class LongParser {
         return m_iPosition >= 0; // more groups than there is room for
     }
     // Deliberate: the position stays, so a gap at the very start makes no room and ::1 is group 1 first. Pinned by
-    // Parser.LongFormIsLenient.
+    // Addr.ParserWhereItIsItsOwn.
     bool RecordGap() {
         const bool bFirst = !m_bGap;
         m_bGap = true;

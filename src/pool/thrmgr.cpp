@@ -275,7 +275,7 @@ void *thrmgr_worker(void *pPool) {
         pool.nIdle.fetch_add(1);
         if (!AwaitWork_Local(pool, nTimeOut)) {
             // Deliberate: a worker that retires stays in the idle count, so later dispatches find somebody idle
-            // and start no more workers. Pinned by FlexPool.DoesNotGrowAgainAfterItShrank.
+            // and start no more workers. Pinned by FlexPoolInside.DoesNotGrowAgainAfterItShrank.
             if (membership.Retire())
                 return nullptr;
             // With the time-out 0 the last worker would look for work without a pause. It can sleep: while it

@@ -1,48 +1,76 @@
 // Comparisons of byte strings.
 //
-// The results are differences of bytes, of which the C library promises the sign only. Equal stretches are
-// passed over with its functions, which are faster than a loop; the difference is then found in a short one.
+// The results are differences of bytes, of which the C library promises the sign only. Most C libraries give the
+// difference all the same, which is tried out once. Where they do not, and where case is folded, equal stretches
+// are passed over with its functions, which are faster than a loop; the difference is then found in a short one.
 #include <algorithm>
-#include <cctype>
 #include <cstring>
-#include <vyx/string.h>
+
+#include "string/string_inter.h"
 
 namespace {
 
 constexpr size_t kNear = 16;    // bytes looked at in a loop before the C library is asked
 constexpr size_t kStretch = 64; // bytes that it is asked about at a time
+constexpr size_t kTried = 300;  // more than it looks at in one step
 
 int32_t Byte_Local(char c) {
     return static_cast<unsigned char>(c);
 }
-int32_t Upper_Local(char c) {
-    return std::toupper(static_cast<unsigned char>(c));
+
+// Tells by trial whether strcmp and strncmp give the difference of the bytes, at every distance from the start.
+bool GivesDifferences_Local() {
+    char szLow[kTried + 2] = {};
+    char szHigh[kTried + 2] = {};
+    constexpr int32_t kDifference = 0xFE - 1;
+    for (size_t i = 0; i < kTried; ++i) {
+        szLow[i] = '\x01';
+        szHigh[i] = '\xFE';
+        const int32_t aiMiddle[] = {std::strcmp(szHigh, szLow), -std::strcmp(szLow, szHigh),
+                                    std::strncmp(szHigh, szLow, kTried), -std::strncmp(szLow, szHigh, i + 1)};
+        szLow[i] = '\0'; // the end of a text is a byte like any other
+        const int32_t aiEnd[] = {-std::strcmp(szLow, szHigh), std::strncmp(szHigh, szLow, i + 1)};
+        for (const int32_t iResult : aiMiddle)
+            if (iResult != kDifference)
+                return false;
+        for (const int32_t iResult : aiEnd)
+            if (iResult != kDifference + 1)
+                return false;
+        szLow[i] = szHigh[i] = 'x';
+    }
+    return true;
 }
+
+// False until static constructors have run, when the other way is as good.
+const bool s_bGivesDifferences = GivesDifferences_Local();
 
 // The difference at the first differing byte within nCount, or at the end. *pEnded tells whether it was found
 // or the texts ended.
-int32_t Difference_Local(const char *szA, const char *szB, size_t nCount, bool *pEnded) {
+template <class FoldByte>
+int32_t Difference_Local(const char *szA, const char *szB, size_t nCount, FoldByte fold, bool *pEnded) {
+    *pEnded = true;
     for (size_t i = 0; i < nCount; ++i) {
-        if (szA[i] != szB[i] || szA[i] == '\0') {
-            *pEnded = true;
-            return Byte_Local(szA[i]) - Byte_Local(szB[i]);
-        }
+        const int32_t iDifference = szA[i] == szB[i] ? 0 : fold(szA[i]) - fold(szB[i]);
+        if (iDifference != 0 || szA[i] == '\0')
+            return iDifference;
     }
     *pEnded = false;
     return 0;
 }
 
-int32_t Compare_Local(const char *szA, const char *szB, size_t nCount) {
+template <class FoldByte>
+int32_t Compare_Local(const char *szA, const char *szB, size_t nCount, FoldByte fold) {
     size_t nDone = std::min(nCount, kNear);
     bool bEnded = false;
-    int32_t iDifference = Difference_Local(szA, szB, nDone, &bEnded);
+    int32_t iDifference = Difference_Local(szA, szB, nDone, fold, &bEnded);
     while (!bEnded && nDone < nCount) {
         const size_t nStretch = std::min(nCount - nDone, kStretch);
         const char *pA = szA + nDone;
         const char *pB = szB + nDone;
         if (std::strncmp(pA, pB, nStretch) != 0)
-            return Difference_Local(pA, pB, nStretch, &bEnded);
-        bEnded = std::memchr(pA, '\0', nStretch) != nullptr;
+            iDifference = Difference_Local(pA, pB, nStretch, fold, &bEnded);
+        else
+            bEnded = std::memchr(pA, '\0', nStretch) != nullptr;
         nDone += nStretch;
     }
     return iDifference;
@@ -50,31 +78,24 @@ int32_t Compare_Local(const char *szA, const char *szB, size_t nCount) {
 
 } // namespace
 
+int32_t VYX_CompareBySign_Inter(const char *szA, const char *szB, size_t nCount) {
+    return Compare_Local(szA, szB, nCount, Byte_Local);
+}
+
 int32_t VYX_Strcmp(const char *szA, const char *szB) {
-    return Compare_Local(szA, szB, SIZE_MAX);
+    return s_bGivesDifferences ? std::strcmp(szA, szB) : VYX_CompareBySign_Inter(szA, szB, SIZE_MAX);
 }
 
 int32_t VYX_Strncmp(const char *szA, const char *szB, uint32_t nCount) {
-    return Compare_Local(szA, szB, nCount);
+    return s_bGivesDifferences ? std::strncmp(szA, szB, nCount) : VYX_CompareBySign_Inter(szA, szB, nCount);
 }
 
 int32_t VYX_Strcasecmp(const char *szA, const char *szB) {
-    for (;; ++szA, ++szB) {
-        const int32_t iDifference = Upper_Local(*szA) - Upper_Local(*szB);
-        if (iDifference != 0 || *szA == '\0')
-            return iDifference;
-    }
+    return Compare_Local(szA, szB, SIZE_MAX, vyx_inter::ToUpper());
 }
 
 int32_t VYX_Strncasecmp(const char *szA, const char *szB, int32_t iCount) {
     // Deliberate: a negative count compares the first bytes, whatever follows. Pinned by
     // Comparisons.NegativeCountComparesOneByte.
-    if (iCount < 0)
-        return Upper_Local(*szA) - Upper_Local(*szB);
-    for (; iCount > 0; --iCount, ++szA, ++szB) {
-        const int32_t iDifference = Upper_Local(*szA) - Upper_Local(*szB);
-        if (iDifference != 0 || *szA == '\0')
-            return iDifference;
-    }
-    return 0;
+    return Compare_Local(szA, szB, iCount < 0 ? 1 : static_cast<size_t>(iCount), vyx_inter::ToUpper());
 }

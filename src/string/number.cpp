@@ -58,7 +58,8 @@ uint32_t DigitValue_Local(char c) {
 }
 
 bool IsSpace_Local(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
+    // No locale counts digits or signs as space; most numbers are spared the question.
+    return DigitValue_Local(c) > 9 && c != '-' && std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
 // The base that the text itself asks for; skips a hexadecimal prefix.
@@ -80,6 +81,17 @@ class Accumulator {
     Accumulator(bool bNegative, uint32_t nBase)
         : m_bNegative(bNegative), m_nBase(static_cast<Unsigned>(nBase)) {}
 
+    // Reads the digits that cannot overflow, whatever the base: 7 or 15 of a value up to 16 stay below 2^31 or
+    // 2^63. Returns the place behind them. Comes before Add.
+    const char *AddFirst(const char *p) {
+        constexpr int kSafe = static_cast<int>(sizeof(Signed)) * 2 - 1;
+        const char *const pStop = p + kSafe;
+        Unsigned nValue = 0;
+        for (uint32_t nDigit; p != pStop && (nDigit = DigitValue_Local(*p)) <= m_nBase; ++p)
+            nValue = nValue * m_nBase + nDigit;
+        m_iValue = static_cast<Signed>(m_bNegative ? Unsigned{0} - nValue : nValue);
+        return p;
+    }
     void Add(uint32_t nDigit) {
         if (m_bOverflow)
             return;
@@ -119,8 +131,12 @@ Signed Read_Local(const char *szText, char **ppEnd, uint32_t nBase) {
     Accumulator<Signed> number(bNegative, nBase);
     if (nBase >= kMinRadix && nBase <= kMaxBase) {
         // Deliberate: a digit that equals the base still counts. Pinned by Numbers.ADigitMayEqualTheBase.
-        for (uint32_t nDigit; (nDigit = DigitValue_Local(*p)) <= nBase; pEnd = ++p)
+        const char *const pFirst = p;
+        p = number.AddFirst(p);
+        for (uint32_t nDigit; (nDigit = DigitValue_Local(*p)) <= nBase; ++p)
             number.Add(nDigit);
+        if (p != pFirst)
+            pEnd = p;
     }
     if (ppEnd != nullptr)
         *ppEnd = const_cast<char *>(pEnd); // the caller's own text

@@ -1,7 +1,7 @@
 // Searches in byte strings. Results point into the caller's own text, hence the casts.
-#include <cctype>
 #include <cstring>
-#include <vyx/string.h>
+
+#include "string/string_inter.h"
 
 char *VYX_Strchr(const char *szText, char c) {
     // Deliberate: the terminating zero is found in an empty text only. Pinned by
@@ -31,11 +31,11 @@ char *VYX_Strnstr(const char *szText, const char *szNeedle, int32_t iLength) {
 char *VYX_Strcasestr(const char *szText, const char *szNeedle) {
     if (*szNeedle == '\0')
         return const_cast<char *>(szText);
-    const int iFirst = std::tolower(static_cast<unsigned char>(*szNeedle));
+    const vyx_inter::Fold lower = vyx_inter::ToLower();
+    const int32_t iFirst = lower(*szNeedle);
     const auto iRest = static_cast<int32_t>(std::strlen(szNeedle + 1));
     for (; *szText != '\0'; ++szText)
-        if (std::tolower(static_cast<unsigned char>(*szText)) == iFirst &&
-            VYX_Strncasecmp(szText + 1, szNeedle + 1, iRest) == 0)
+        if (lower(*szText) == iFirst && VYX_Strncasecmp(szText + 1, szNeedle + 1, iRest) == 0)
             return const_cast<char *>(szText);
     return nullptr;
 }

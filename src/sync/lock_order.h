@@ -35,6 +35,8 @@
 // waiter holds that mutex and then takes s_hCondLock. The service therefore only ever tries the caller's
 // mutex and comes back later if it is busy, so that neither can wait for the other.
 //
+// The lock of values that a processor cannot exchange as one (src/container/whole_value.h) is innermost.
+//
 // The lock of a vyx::vyx_msgq is only ever held alone.
 //
 // A pool's hLock is made and destroyed with the pool. Every other lock here is initialised by the compiler or

@@ -68,15 +68,6 @@ void PutName_Local(char *pOut, const char (&szName)[4]) {
 
 } // namespace
 
-struct tm *VYX_LocalTime_Inter(time_t tSeconds, struct tm *pOut) {
-    tzset(); // localtime does this, its reentrant form need not
-    struct tm fields = {};
-    if (localtime_r(&tSeconds, &fields) == nullptr) // which leaves some fields changed
-        return nullptr;
-    *pOut = fields;
-    return pOut;
-}
-
 VYX_TIME_T VYX_TimeNow(void) {
     struct timeval now;
     (void)gettimeofday(&now, nullptr); // cannot fail with a valid pointer
@@ -100,9 +91,8 @@ time_t VYX_AnsiTimeFromTime(VYX_TIME_T t) {
 int32_t VYX_ExpTimeFromTime(VYX_TIME_T t, int32_t iOffset, VYX_TIME_EXP_T *pOut) {
     if (pOut == nullptr)
         return VYX_ERROR;
-    const auto tSeconds = static_cast<time_t>(t / kMicrosPerSecond + iOffset);
     struct tm fields = {};
-    if (gmtime_r(&tSeconds, &fields) == nullptr)
+    if (VYX_UtcTime_Inter(t / kMicrosPerSecond + iOffset, &fields) == nullptr)
         return VYX_ERROR;
     CopyFields_Local(fields, t, pOut);
     pOut->tm_gmtoff = iOffset;
@@ -117,7 +107,7 @@ int32_t VYX_ExpTimeFromTimeLocal(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
     int32_t iMinutesWest = 0;
     struct tm fields = {};
     if (pOut == nullptr || VYX_MinutesWest_Inter(&iMinutesWest) != VYX_OK ||
-        VYX_LocalTime_Inter(static_cast<time_t>(t / kMicrosPerSecond), &fields) == nullptr)
+        VYX_LocalTime_Inter(t / kMicrosPerSecond, &fields) == nullptr)
         return VYX_ERROR;
     CopyFields_Local(fields, t, pOut);
     // Deliberate: the zone's standard offset, also while daylight saving is in force. VYX_TimeFromExpTimeGMT

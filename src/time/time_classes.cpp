@@ -32,7 +32,7 @@ bool IsUsable_Local(const struct timeval *tv) {
 
 // A time whose fields the platform cannot tell leaves them as they were.
 void SetFields_Local(int64_t t, struct tm *pOut) {
-    (void)VYX_LocalTime_Inter(static_cast<time_t>(t), pOut);
+    (void)VYX_LocalTime_Inter(t, pOut);
 }
 
 } // namespace
@@ -91,7 +91,7 @@ int vyx_time::get_year_day() const {
 }
 
 struct tm *vyx_time::time2tm(int64_t t, struct tm *out) {
-    return t < 0 || out == nullptr ? nullptr : VYX_LocalTime_Inter(static_cast<time_t>(t), out);
+    return t < 0 || out == nullptr ? nullptr : VYX_LocalTime_Inter(t, out);
 }
 
 // NOLINTNEXTLINE(cert-oop54-cpp): assigned to itself, a time refreshes its fields and is otherwise unchanged

@@ -10,9 +10,10 @@ VYX_BEGIN_DECLS
 // platform cannot tell.
 int32_t VYX_MinutesWest_Inter(int32_t *pMinutes);
 
-// Local calendar fields, with a change of TZ taken into account as localtime does. Result: pOut, or null with
-// pOut as it was if the year does not fit.
-struct tm *VYX_LocalTime_Inter(time_t tSeconds, struct tm *pOut);
+// Calendar fields of local time, with a change of TZ taken into account as localtime does, and of UTC. Result:
+// pOut, or null with pOut as it was if the year does not fit.
+struct tm *VYX_LocalTime_Inter(int64_t iSeconds, struct tm *pOut);
+struct tm *VYX_UtcTime_Inter(int64_t iSeconds, struct tm *pOut);
 
 VYX_END_DECLS
 

@@ -1,4 +1,5 @@
 // How flags and permissions are translated, files and their positions, identifiers.
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -21,6 +22,16 @@ std::string FlagNames(int32_t iFlags) {
     for (const auto &flag : flags)
         names += (iFlags & flag.iFlag) != 0 ? flag.szName : "";
     return iFlags < 0 ? "none" : names;
+}
+
+// The first three groups of an identifier are numbers in the processor's byte order, here from little-endian ones.
+void ToOwnOrder(uint8_t *pUuid) {
+    const uint16_t nOne = 1;
+    if (*reinterpret_cast<const uint8_t *>(&nOne) == 1)
+        return;
+    std::reverse(pUuid, pUuid + 4);
+    std::reverse(pUuid + 4, pUuid + 6);
+    std::reverse(pUuid + 6, pUuid + 8);
 }
 
 void Positions() {
@@ -81,9 +92,11 @@ void Files() {
         uint8_t byUuid[16];
         for (uint8_t &by : byUuid)
             by = static_cast<uint8_t>(Random());
+        const std::string given = Hex(byUuid, 16);
+        ToOwnOrder(byUuid);
         char szText[48] = "";
         const int32_t iResult = VYX_StringFromUUID(byUuid, szText, static_cast<int32_t>(30 + Random(15)));
-        Line("uuid %s: %d %s", Hex(byUuid, 16).c_str(), iResult, Quoted(szText).c_str());
+        Line("uuid %s: %d %s", given.c_str(), iResult, Quoted(szText).c_str());
     }
     Positions();
 }

@@ -18,6 +18,7 @@ struct Taken {
     VYX_HANDLE_CYCLEBUFFER hBuffer = nullptr;
     std::vector<Bytes> pieces;
     bool bWriteBack = false; // the callback adds a byte to the same ring
+    bool bReadAgain = false; // and then reads it, once
 };
 
 int32_t Take(uint8_t *pData, uint32_t nLen, void *pUser) {
@@ -25,6 +26,11 @@ int32_t Take(uint8_t *pData, uint32_t nLen, void *pUser) {
     pTaken->pieces.emplace_back(pData, pData + nLen);
     const uint8_t byMark = 77;
     if (pTaken->bWriteBack) {
+        EXPECT_EQ(VYX_CycleBufferWrite(pTaken->hBuffer, &byMark, 1), VYX_OK);
+    }
+    if (pTaken->bReadAgain) {
+        pTaken->bReadAgain = pTaken->bWriteBack = false;
+        EXPECT_EQ(VYX_CycleBufferRead(pTaken->hBuffer), VYX_OK);
         EXPECT_EQ(VYX_CycleBufferWrite(pTaken->hBuffer, &byMark, 1), VYX_OK);
     }
     return 0;
@@ -96,6 +102,17 @@ TEST_F(CycleBuffer, CallbackMayWriteToTheSameRing) {
     EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
 }
 
+TEST_F(CycleBuffer, CallbackMayReadTheSameRing) {
+    Make(16);
+    EXPECT_EQ(Write({1, 2}), VYX_OK);
+    m_taken.bWriteBack = m_taken.bReadAgain = true;
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}, {1, 2, 77}})) << "the inner one drops all of them";
+    EXPECT_EQ(Count(), 1U) << "written after the inner one";
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
+    EXPECT_EQ(Write({3, 4}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{3, 4}}));
+}
+
 TEST_F(CycleBuffer, AgreesWithTheModel) {
     std::mt19937 random(3);
     constexpr uint32_t kCapacity = 61;
@@ -123,42 +140,61 @@ TEST_F(CycleBuffer, AgreesWithTheModel) {
                 expected = {at(nRead, nRead + nCount)};
             else if (nCount != 0)
                 expected = {at(nRead, std::min(nRead + kCapacity - nCount, kCapacity)), at(0, nWrite)};
+            m_taken.bWriteBack = nCount + 2 <= kCapacity && random() % 2 == 0;
             ASSERT_EQ(Read(nCount == 0 ? VYX_ERROR : VYX_OK), expected);
             if (nCount != 0)
                 nRead = nWrite;
             nCount = 0;
+            for (size_t k = 0; m_taken.bWriteBack && k < expected.size(); ++k, ++nCount) {
+                storage[nWrite] = 77;
+                nWrite = (nWrite + 1) % kCapacity;
+            }
         }
         ASSERT_EQ(Count(), nCount);
     }
 }
 
 TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
-    // Pieces are half the ring, so that a read never cuts one: what comes out is one writer's piece, whole.
-    Make(8);
-    std::atomic<int> iRunning{4};
+    constexpr uint8_t kWriters = 4;
+    constexpr uint16_t kEach = 20000;
+    constexpr int kPiece = 5; // the writer, its count in two bytes, and both once more as a check
+    Make(70);                 // twice what is ever stored, so that nothing is dropped
+    std::atomic<int> iPermits{70 / 2 / kPiece};
     std::vector<std::thread> writers;
-    for (uint8_t byWriter = 1; byWriter <= 4; ++byWriter)
-        writers.emplace_back([this, byWriter, &iRunning] {
-            for (int n = 0; n < 5000;)
-                if (Write({byWriter, byWriter, byWriter, byWriter}) == VYX_OK)
-                    ++n;
-                else
+    for (uint8_t byWriter = 0; byWriter < kWriters; ++byWriter)
+        writers.emplace_back([this, byWriter, &iPermits] {
+            for (uint16_t n = 0; n < kEach; ++n) {
+                while (iPermits.fetch_sub(1) <= 0) {
+                    ++iPermits;
                     std::this_thread::yield();
-            --iRunning;
+                }
+                const auto byLow = static_cast<uint8_t>(n);
+                const auto byHigh = static_cast<uint8_t>(n >> 8);
+                const auto byCheck = static_cast<uint8_t>(byLow ^ byHigh);
+                ASSERT_EQ(Write({byWriter, byLow, byHigh, byCheck, byWriter}), VYX_OK);
+            }
         });
-    uint32_t nTorn = 0;
-    uint32_t nRead = 0;
-    while (iRunning != 0 || Count() != 0) {
+    Bytes all;
+    while (all.size() < size_t{kWriters} * kEach * kPiece) {
+        const size_t nBefore = all.size();
         m_taken.pieces.clear();
-        nRead += VYX_CycleBufferRead(m_taken.hBuffer) == VYX_OK ? 1U : 0U;
+        if (VYX_CycleBufferRead(m_taken.hBuffer) != VYX_OK)
+            std::this_thread::yield();
         for (const Bytes &piece : m_taken.pieces)
-            for (size_t i = 0; i < piece.size(); ++i)
-                nTorn += piece[i] == piece[i / 4 * 4] && piece[i] >= 1 && piece[i] <= 4 ? 0U : 1U;
+            all.insert(all.end(), piece.begin(), piece.end());
+        ASSERT_EQ((all.size() - nBefore) % kPiece, 0U) << "a piece comes whole";
+        iPermits += static_cast<int>((all.size() - nBefore) / kPiece);
     }
     for (std::thread &writer : writers)
         writer.join();
-    EXPECT_EQ(nTorn, 0U);
-    EXPECT_GT(nRead, 0U);
+    uint16_t nDue[kWriters] = {};
+    for (size_t i = 0; i < all.size(); i += kPiece) {
+        ASSERT_LT(all[i], kWriters);
+        ASSERT_EQ(all[i + 1] + all[i + 2] * 256, nDue[all[i]]++);
+        ASSERT_EQ(all[i + 3], all[i + 1] ^ all[i + 2]);
+        ASSERT_EQ(all[i + 4], all[i]);
+    }
+    EXPECT_EQ(Count(), 0U);
 }
 
 TEST(AlignedMemory, IsAlignedZeroedAndWhole) {

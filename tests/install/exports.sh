@@ -18,7 +18,7 @@ same() {
 }
 
 # Dynamic symbols of $1, "TYPE SECTION NAME[@VERSION]" a line; section UND is undefined.
-symbols() { "$READELF" --dyn-syms --wide "$1" | awk '$1 ~ /^[0-9]+:$/ && NF >= 8 { print $4, $7, $8 }'; }
+symbols() { "$READELF" --dyn-syms --wide "$1" | awk '$1 ~ /^[0-9]+:$/ && NF >= 8 && $5 != "LOCAL" { print $4, $7, $8 }'; }
 
 library() {
     sed 's/$/@@VYX_1.0/' "$LIST" >"$work/listed"

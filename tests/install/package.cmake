@@ -13,16 +13,21 @@ if(VYX_PLATFORM STREQUAL "linux")
            ${prefix} ${libdir} ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${PROJECT_VERSION})
 endif()
 
+list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
 add_test(NAME Package.PkgConfig COMMAND ${CMAKE_COMMAND} -E env
          PKG_CONFIG=${VYX_PKGCONFIG} "CC=${CMAKE_C_COMPILER}" "CFLAGS=${CMAKE_C_FLAGS}" "CXX=${CMAKE_CXX_COMPILER}"
-         "CXXFLAGS=${CMAKE_CXX_FLAGS}" "LDFLAGS=${CMAKE_EXE_LINKER_FLAGS}"
+         "CXXFLAGS=${CMAKE_CXX_FLAGS}" "LDFLAGS=${CMAKE_EXE_LINKER_FLAGS}" "EMULATOR=${emulator}"
          sh ${here}/pkgconfig.sh ${libdir} ${here}/consumer ${scratch}/pkgconfig ${PROJECT_VERSION})
 
 # vyx_add_consumer_test(NAME OPTION...): builds and runs the consumer project with the compilers of this build.
+set(toolchain)
+if(CMAKE_TOOLCHAIN_FILE)
+  set(toolchain -DCMAKE_TOOLCHAIN_FILE=${CMAKE_TOOLCHAIN_FILE})
+endif()
 function(vyx_add_consumer_test name)
   add_test(NAME Package.${name} COMMAND ${CMAKE_CTEST_COMMAND} --build-and-test ${here}/consumer ${scratch}/${name}
            --build-generator ${CMAKE_GENERATOR} --build-noclean
-           --build-options ${ARGN} -DEXPECTED_VERSION=${PROJECT_VERSION}
+           --build-options ${ARGN} ${toolchain} -DEXPECTED_VERSION=${PROJECT_VERSION}
            -DCMAKE_C_COMPILER=${CMAKE_C_COMPILER} -DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}
            --test-command ${CMAKE_CTEST_COMMAND} --output-on-failure --no-tests=error)
 endfunction()

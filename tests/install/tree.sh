@@ -31,7 +31,7 @@ if echo "$dynamic" | grep -E 'RPATH|RUNPATH'; then
     fail "the library looks for others in a fixed place"
 fi
 if echo "$dynamic" | grep NEEDED |
-    grep -Ev '\[(lib(c|m|pthread|dl|rt|stdc\+\+|c\+\+|c\+\+abi|gcc_s|asan|ubsan|tsan)\.so|ld-linux)'; then
+    grep -Ev '\[(lib(c|m|pthread|dl|rt|stdc\+\+|c\+\+|c\+\+abi|gcc_s|unwind|asan|ubsan|tsan)\.so|ld-linux|ld\.so\.1\])'; then
     fail "the library needs more than the C and C++ libraries"
 fi
 exit $status

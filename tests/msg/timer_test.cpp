@@ -356,7 +356,8 @@ TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     pthread_attr_t huge;
     ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
     ASSERT_EQ(pthread_attr_init(&huge), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&huge, size_t{1} << 47), 0); // more than there are addresses
+    constexpr uint64_t kMoreThanThereAreAddresses = sizeof(size_t) > 4 ? uint64_t{1} << 47 : 0xF0000000U;
+    ASSERT_EQ(pthread_attr_setstacksize(&huge, static_cast<size_t>(kMoreThanThereAreAddresses)), 0);
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
     EXPECT_EQ(Set(Calls::Count, &calls, 0), 1u);
     EXPECT_EQ(Set(Calls::Count, &calls, 0), 2u);

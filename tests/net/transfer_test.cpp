@@ -225,7 +225,10 @@ TEST(MultiCast, GroupOfIPv4) {
     ASSERT_EQ(VYX_Bind(member, &group), 0);
     group = LocalOf(member);
     const in_addr out = loopback.in4.sin_addr;
-    ASSERT_EQ(setsockopt(sender, IPPROTO_IP, IP_MULTICAST_IF, &out, sizeof out), 0);
+    const int iChosen = setsockopt(sender, IPPROTO_IP, IP_MULTICAST_IF, &out, sizeof out);
+    if (support::kEmulated && iChosen != 0)
+        GTEST_SKIP() << "the emulator cannot choose where groups are sent";
+    ASSERT_EQ(iChosen, 0);
     EXPECT_EQ(VYX_JoinMultiCastGroup(member, nullptr, &group), -1);
     EXPECT_EQ(VYX_JoinMultiCastGroup(member, &loopback, nullptr), -1);
     if (VYX_JoinMultiCastGroup(member, &loopback, &group) != 0)
@@ -256,7 +259,10 @@ TEST(MultiCast, GroupOfIPv6) {
     if (VYX_JoinMultiCastGroup(member, &any, &group) != 0)
         GTEST_SKIP() << "loopback takes no groups here";
     const int iIndex = kLoopbackIndex;
-    ASSERT_EQ(setsockopt(sender, IPPROTO_IPV6, IPV6_MULTICAST_IF, &iIndex, sizeof iIndex), 0);
+    const int iChosen = setsockopt(sender, IPPROTO_IPV6, IPV6_MULTICAST_IF, &iIndex, sizeof iIndex);
+    if (support::kEmulated && iChosen != 0)
+        GTEST_SKIP() << "the emulator cannot choose where groups are sent";
+    ASSERT_EQ(iChosen, 0);
     group.in6.sin6_flowinfo = 0;
     group.in6.sin6_scope_id = kLoopbackIndex;
     char cByte = 0;

@@ -57,7 +57,7 @@ bool WaitPlaces(THREAD_POOL_T *pPool, const std::string &text) {
 TEST_F(FixedPoolInside, LowestIdlePlaceIsChosen) {
     Gate all;
     Gate some[2];
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateEx(1, 130, 65536);
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateEx(1, 130, 262144);
     for (int i = 0; i < 130; ++i)
         ASSERT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, i == 3 ? &some[0] : i == 129 ? &some[1] : &all), 0);
     ASSERT_TRUE(all.WaitEntered(128));

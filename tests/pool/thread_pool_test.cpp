@@ -41,7 +41,7 @@ TEST_F(FixedPool, CreationAndItsRefusals) {
         {"at most none", 1, 0, 0, false, kPoolFull + kNotStarted},
         {"without workers", 0, 0, 0, true, ""},
         {"stack refused", 1, 1, 1, false, kNoThread + kNotStarted},
-        {"own stack", 2, 2, 65536, true, ""},
+        {"own stack", 2, 2, 262144, true, ""},
     };
     for (const auto &test : cases) {
         SCOPED_TRACE(test.szName);

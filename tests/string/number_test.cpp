@@ -1,9 +1,11 @@
 // Numbers to text and back.
+#include <cctype>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <string>
 
@@ -127,6 +129,76 @@ TEST(Numbers, WhatIsPrintedIsReadBack) {
         ASSERT_EQ(*pEnd, '\0');
         ASSERT_EQ(VYX_StrToi64(szOut, nullptr, nBase), std::strtoll(szOut, nullptr, static_cast<int>(nBase)));
     }
+}
+
+// The rules for reading, written once more digit by digit; what wraps does so in Unsigned.
+template <class Signed, class Unsigned>
+Signed Expected(const char *szText, uint32_t nBase, const char **ppEnd) {
+    const char *p = szText;
+    *ppEnd = szText;
+    p += std::strspn(p, " \t\n\v\f\r");
+    const bool bNegative = *p == '-';
+    p += *p == '-' || *p == '+' ? 1 : 0;
+    if ((nBase == 16 || nBase == 0) && p[0] == '0' && (p[1] | 32) == 'x') {
+        p += 2;
+        nBase = 16;
+    } else if (nBase == 0) {
+        nBase = *p == '0' ? 8 : 10;
+    }
+    if (nBase < 2 || nBase > 16)
+        return 0;
+    const char *const szDigits = "0123456789abcdefghijklmnopqrstuvwxyz";
+    Signed iValue = 0;
+    bool bOverflow = false;
+    for (; *p != '\0'; *ppEnd = ++p) {
+        const char *pDigit = std::strchr(szDigits, std::tolower(*p));
+        const auto nDigit = static_cast<Unsigned>(pDigit == nullptr ? 99 : pDigit - szDigits);
+        if (nDigit > nBase)
+            break;
+        const auto nProduct = static_cast<Unsigned>(static_cast<Unsigned>(iValue) * nBase);
+        const auto iProduct = static_cast<Signed>(nProduct);
+        const auto iNext = static_cast<Signed>(bNegative ? nProduct - nDigit : nProduct + nDigit);
+        bOverflow = bOverflow ||
+                    (bNegative ? iValue < iProduct || iValue < iNext : iValue > iProduct || iValue > iNext);
+        if (!bOverflow)
+            iValue = iNext;
+    }
+    if (!bOverflow)
+        return iValue;
+    return bNegative ? std::numeric_limits<Signed>::min() : std::numeric_limits<Signed>::max();
+}
+
+TEST(Numbers, AnyTextIsReadByTheRulesAndMostlyAsTheCLibraryDoes) {
+    std::mt19937 random(13);
+    int nAlike = 0;
+    for (int i = 0; i < 400000; ++i) {
+        std::string text(random() % 3, ' ');
+        text += std::string("+-").substr(random() % 3, 1);
+        text += random() % 4 == 0 ? "0x" : "";
+        const char *const szFrom = random() % 2 == 0 ? "0123456789" : "0123456789abcdefghABCDEFGH-x z";
+        const size_t nChoice = std::strlen(szFrom);
+        for (size_t n = random() % 24; n > 0; --n)
+            text += szFrom[random() % nChoice];
+        const auto nBase = static_cast<uint32_t>(random() % 18);
+        SCOPED_TRACE(text);
+        const char *pExpected = nullptr;
+        char *pEnd = nullptr;
+        const auto iSmall = Expected<int32_t, uint32_t>(text.c_str(), nBase, &pExpected);
+        ASSERT_EQ(VYX_StrToi32(text.c_str(), &pEnd, nBase), iSmall) << nBase;
+        ASSERT_EQ(pEnd, pExpected);
+        const auto iLarge = Expected<int64_t, uint64_t>(text.c_str(), nBase, &pExpected);
+        ASSERT_EQ(VYX_StrToi64(text.c_str(), &pEnd, nBase), iLarge) << nBase;
+        ASSERT_EQ(pEnd, pExpected);
+        // Where they differ: a digit equal to the base, a prefix without digits behind it, base 17 and 1, overflow.
+        errno = 0;
+        char *pTheirs = nullptr;
+        const int64_t iTheirs = std::strtoll(text.c_str(), &pTheirs, static_cast<int>(nBase));
+        if (pTheirs == pEnd && errno == 0) {
+            ASSERT_EQ(iTheirs, iLarge) << nBase;
+            ++nAlike;
+        }
+    }
+    EXPECT_GT(nAlike, 150000);
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 #include <strings.h>
 
 #include <gtest/gtest.h>
-#include <vyx/string.h>
+
+#include "string/string_inter.h"
 
 namespace {
 
@@ -65,10 +66,21 @@ TEST(Comparisons, AgreeWithTheCLibraryInSignAndAreByteDifferences) {
         ASSERT_EQ(VYX_Strcmp(a.c_str(), b.c_str()), iDifference);
         ASSERT_EQ(VYX_Strncmp(a.c_str(), b.c_str(), static_cast<uint32_t>(nCount)),
                   nSame < nCount ? iDifference : 0);
+        ASSERT_EQ(VYX_CompareBySign_Inter(a.c_str(), b.c_str(), nCount), nSame < nCount ? iDifference : 0);
         ASSERT_EQ(Sign(VYX_Strcasecmp(a.c_str(), b.c_str())), Sign(strcasecmp(a.c_str(), b.c_str())));
+        size_t nFolded = nSame; // as far as the texts are the same but for case
+        const auto fold = [&](const std::string &text) {
+            return std::toupper(static_cast<unsigned char>(text.c_str()[nFolded]));
+        };
+        while (nFolded < a.size() && fold(a) == fold(b))
+            ++nFolded;
+        ASSERT_EQ(VYX_Strcasecmp(a.c_str(), b.c_str()), fold(a) - fold(b));
+        ASSERT_EQ(VYX_Strncasecmp(a.c_str(), b.c_str(), static_cast<int32_t>(nCount)),
+                  nFolded < nCount ? fold(a) - fold(b) : 0);
         ASSERT_EQ(Sign(VYX_Strncasecmp(a.c_str(), b.c_str(), static_cast<int32_t>(nCount))),
                   Sign(strncasecmp(a.c_str(), b.c_str(), nCount)));
     }
+    EXPECT_GT(strcasecmp("a", "_"), 0) << "the C library folds downwards, where an underscore comes first";
     EXPECT_EQ(VYX_Strcasecmp("_", "a"), '_' - 'A') << "folded upwards: an underscore comes after the letters";
 }
 

@@ -16,11 +16,25 @@ namespace support {
 
 using Clock = std::chrono::steady_clock;
 
-// ThreadSanitizer cannot follow threads that a forked child starts.
-#if defined(__SANITIZE_THREAD__)
+// ThreadSanitizer cannot follow threads that a forked child starts, nor can the emulator.
+#if defined(__SANITIZE_THREAD__) || defined(VYX_TESTS_EMULATED)
 constexpr bool kThreadsAfterFork = false;
 #else
 constexpr bool kThreadsAfterFork = true;
+#endif
+
+// The tests run in an emulator of the processor: the process that the kernel shows is the emulator.
+#if defined(VYX_TESTS_EMULATED)
+constexpr bool kEmulated = true;
+#else
+constexpr bool kEmulated = false;
+#endif
+
+// The emulator of PowerPC aborts when a thread is cancelled in a platform call, also without this library.
+#if defined(VYX_TESTS_EMULATED) && defined(__powerpc__)
+constexpr bool kCancellation = false;
+#else
+constexpr bool kCancellation = true;
 #endif
 
 // How many times longer than on an idle native machine things may take; VYX_TEST_TIME_SCALE sets it.

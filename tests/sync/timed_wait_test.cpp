@@ -224,8 +224,10 @@ TEST(Service, IsThereWhileStartedAndBlocksAllSignals) {
         const uint64_t nBlocked =
             std::stoull(support::StatusOf(TaskNamed("timer_svc"), "SigBlk"), nullptr, 16);
         for (int nSignal = 1; nSignal <= SIGRTMAX; ++nSignal) {
-            const bool bBlockable =
-                nSignal != SIGKILL && nSignal != SIGSTOP && (nSignal < 32 || nSignal >= SIGRTMIN);
+            const bool bEmulators = support::kEmulated && (nSignal == SIGSEGV || nSignal == SIGBUS ||
+                                                           nSignal == SIGRTMIN || nSignal == SIGRTMIN + 1);
+            const bool bBlockable = nSignal != SIGKILL && nSignal != SIGSTOP &&
+                                    (nSignal < 32 || nSignal >= SIGRTMIN) && !bEmulators;
             EXPECT_TRUE(!bBlockable || (nBlocked >> (nSignal - 1) & 1) != 0) << nSignal;
         }
         EXPECT_EQ(VYX_Fini(), VYX_OK);
@@ -281,7 +283,7 @@ TEST(Counts, AreNeitherLostNorMadeNorLeaked) {
                   nLeft);
     }
     EXPECT_EQ(VYX_Fini(), VYX_OK);
-    EXPECT_TRUE(WaitUntil([&] { return support::Entries("/proc/self/task").size() == nThreads; }));
+    EXPECT_TRUE(WaitUntil([&] { return support::Entries("/proc/self/task").size() <= nThreads; }));
     EXPECT_EQ(support::Entries("/proc/self/fd").size(), nDescriptors);
     EXPECT_EQ(mappings(), 0);
 }

@@ -183,6 +183,8 @@ TEST(TickClass, FromTimeval) {
     };
     for (const auto &row : kTable) {
         struct timeval tv = {static_cast<time_t>(row.iSeconds), static_cast<suseconds_t>(row.iMicros)};
+        if (tv.tv_sec != row.iSeconds)
+            continue; // a narrow time_t has no such second
         EXPECT_EQ(vyx_time_tick::timeval2ms(&tv), row.iExpectedMs) << row.iSeconds << " s " << row.iMicros;
         EXPECT_EQ(vyx_time_tick::timeval2us(&tv), row.iExpectedUs) << row.iSeconds << " s " << row.iMicros;
     }

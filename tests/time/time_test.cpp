@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <vyx/time.h>
 
+#include "time/platform_calendar.h"
 #include "time/zone.h"
 
 namespace {
@@ -178,7 +179,7 @@ TEST(TimeFromFields, AgreesWithThePlatformWhateverCarriesOver) {
         platform.tm_hour = fields.tm_hour;
         platform.tm_min = fields.tm_min;
         platform.tm_sec = fields.tm_sec;
-        const int64_t iSeconds = timegm(&platform);
+        const int64_t iSeconds = support::PlatformSeconds(&platform);
         VYX_TIME_T t = kUntouched;
         ASSERT_EQ(VYX_TimeFromExpTime(&fields, &t), iSeconds < 0 ? VYX_ERROR : VYX_OK) << Show(fields);
         ASSERT_EQ(t, iSeconds < 0 ? kUntouched : iSeconds * kSecond + fields.tm_usec) << Show(fields);
@@ -207,7 +208,7 @@ TEST(TimeFromFields, ExtremesDoNotOverflow) {
         struct tm newYear = {};
         newYear.tm_mday = 1;
         newYear.tm_year = fields.tm_year;
-        const int64_t iSeconds = timegm(&newYear) + (int64_t{fields.tm_mday} - 1) * kDay +
+        const int64_t iSeconds = support::PlatformSeconds(&newYear) + (int64_t{fields.tm_mday} - 1) * kDay +
                                  int64_t{fields.tm_hour} * 3600 + int64_t{fields.tm_min} * 60 + fields.tm_sec;
         const bool bRefused = fields.tm_mon != 0 || iSeconds < 0;
         const auto expected = static_cast<VYX_TIME_T>(static_cast<uint64_t>(iSeconds) * kSecond +

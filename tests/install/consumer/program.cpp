@@ -1,4 +1,5 @@
 // A C++ program at work with the library. The exit status names the first step that went wrong; 0 is success.
+#include <iconv.h>
 #include <vyx/vyx.h>
 
 namespace {
@@ -27,6 +28,12 @@ int UseThread() {
     return thread.Wait() == VYX_OK && bPosted && shared.iValue == 7 ? 0 : 3;
 }
 
+// Where the C library came without its conversion tables, a conversion gives an empty text.
+bool HasTables() {
+    const iconv_t hConverter = iconv_open("UTF-8", "EUC-CN");
+    return hConverter != reinterpret_cast<iconv_t>(-1) && iconv_close(hConverter) == 0;
+}
+
 } // namespace
 
 int main() {
@@ -34,7 +41,9 @@ int main() {
         return 1;
     if (const int iStep = UseThread())
         return iStep;
-    if (VYX_A2UTF8("\xD6\xD0") != "\xE4\xB8\xAD" || VYX_UTF82A("\xE4\xB8\xAD") != "\xD6\xD0")
+    const bool bTables = HasTables();
+    if (VYX_A2UTF8("\xD6\xD0") != (bTables ? "\xE4\xB8\xAD" : "") ||
+        VYX_UTF82A("\xE4\xB8\xAD") != (bTables ? "\xD6\xD0" : ""))
         return 4;
     vyx::vyx_time time(20);
     time += vyx::vyx_time(22);
