@@ -22,7 +22,7 @@ int32_t Priority(Level worst) {
 
 BatchWriter::BatchWriter(Connection *connection) {
     m_message.iMsgType = 0;
-    std::memcpy(m_message.szData, &connection, sizeof connection);
+    std::memcpy(m_message.szData, &connection, kPointerBytes);
     Clear();
 }
 
@@ -41,11 +41,11 @@ bool BatchWriter::Add(const Piece &piece) {
 }
 
 bool BatchWriter::Empty() const {
-    return m_message.iDataLen == sizeof(Connection *);
+    return m_message.iDataLen == kPointerBytes;
 }
 
 void BatchWriter::Clear() {
-    m_message.iDataLen = sizeof(Connection *);
+    m_message.iDataLen = kPointerBytes;
     m_worst = Level::None;
 }
 
@@ -58,7 +58,7 @@ BatchReader::BatchReader(const VYX_MSG_BLOCK_T &message) : m_message(message) {}
 
 Connection *BatchReader::From() const {
     Connection *connection = nullptr;
-    std::memcpy(&connection, m_message.szData, sizeof(Connection *));
+    std::memcpy(&connection, m_message.szData, kPointerBytes);
     return connection;
 }
 

@@ -19,6 +19,8 @@ class Connection;
 // another under the same line number.
 constexpr size_t kPieceBytes = 1900;
 
+constexpr size_t kPointerBytes = sizeof(void *); // of the connection
+
 struct Piece {
     uint32_t line; // counted from 1
     Level level;   // of the whole line, as far as its first piece shows it
@@ -55,7 +57,7 @@ class BatchReader {
 
   private:
     const VYX_MSG_BLOCK_T &m_message;
-    size_t m_at = sizeof(Connection *);
+    size_t m_at = kPointerBytes;
 };
 
 } // namespace logmill

@@ -33,7 +33,7 @@ Collector::~Collector() {
     m_store.Close();
     if (m_socket != -1)
         (void)VYX_CloseSocket(m_socket, 0);
-    for (const VYX_EVENT event : {m_acceptable, m_idle})
+    for (VYX_EVENT event : {m_acceptable, m_idle})
         if (event != nullptr)
             (void)VYX_CloseEvent(event);
 }

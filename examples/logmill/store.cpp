@@ -32,7 +32,7 @@ bool WriteLine(const char *sender, const Piece &piece) {
 
 // -1 if the directory cannot be read.
 int64_t CountLogFiles(const std::string &directory) {
-    const VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
+    VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
     if (handle == nullptr)
         return -1;
     int64_t count = 0;
