@@ -68,7 +68,7 @@ int PrintLong_Local(const uint8_t *pBytes16, char (&szText)[kLongRoom]) {
     constexpr int kShortLimit = 8;
     uint32_t words[kWords];
     for (int i = 0; i < kWords; ++i)
-        words[i] = static_cast<uint32_t>(pBytes16[2 * i] << 8 | pBytes16[2 * i + 1]);
+        words[i] = static_cast<uint32_t>(pBytes16[ptrdiff_t{2} * i] << 8 | pBytes16[ptrdiff_t{2} * i + 1]);
     const ZeroRun run = LongestRun_Local(words);
     char *pOut = szText;
     for (int i = 0; i < kWords; ++i) {
