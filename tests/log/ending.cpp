@@ -97,16 +97,6 @@ void ChildLogs() {
     Write(0, 100);
 }
 
-#if defined(__linux__)
-pid_t BareFork() {
-    return _Fork();
-}
-#else
-pid_t BareFork() {
-    return fork();
-}
-#endif
-
 struct Way {
     const char *szName;
     std::function<void()> fnEnd;
@@ -129,7 +119,6 @@ const Way kWays[] = {
     {"fork_and_stop", [] { Fork(fork, [] { (void)VYX_Log(0, nullptr); }); }},
     {"fork_and_log", [] { Fork(fork, ChildLogs); }},
     {"fork_and_fini", [] { Fork(fork, [] { (void)VYX_Fini(); }); }},
-    {"bare_fork_and_exit", [] { Fork(BareFork, [] {}); }},
 };
 
 } // namespace

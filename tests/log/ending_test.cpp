@@ -12,12 +12,6 @@ using namespace log_support;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr size_t kLines = 5000; // fewer than a ring or a file holds
 
 enum class Left : uint8_t { All, Beginning };
@@ -107,8 +101,6 @@ TEST_P(LogFork, ChildEndsAndParentKeepsItsLines) {
     const std::string way = GetParam();
     if (!support::kThreadsAfterFork && way == "fork_and_log")
         GTEST_SKIP() << "ThreadSanitizer cannot follow threads that a forked child starts";
-    if (kSanitized && way == "bare_fork_and_exit")
-        GTEST_SKIP() << "sanitizers do not get to know of such a fork";
     const support::TempDir dir;
     const std::string logs = dir / "logs";
     // A child has none of the threads that the leak checker wants to stop at its exit.
@@ -126,8 +118,7 @@ TEST_P(LogFork, ChildEndsAndParentKeepsItsLines) {
     }
 }
 INSTANTIATE_TEST_SUITE_P(Way, LogFork,
-                         testing::Values("fork_and_exit", "fork_and_stop", "fork_and_log", "fork_and_fini",
-                                         "bare_fork_and_exit"),
+                         testing::Values("fork_and_exit", "fork_and_stop", "fork_and_log", "fork_and_fini"),
                          [](const auto &test) { return std::string(test.param); });
 
 } // namespace
