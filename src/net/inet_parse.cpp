@@ -145,8 +145,10 @@ int32_t VYX_InetPton6_Inter(const char *szText, uint8_t *pOut16) {
 int32_t VYX_InetPton(const char *szText, void *pOut) {
     if (szText == nullptr || pOut == nullptr)
         return VYX_ERROR;
+    // No dotted quad holds a ':', so a text that is one needs no search for it.
     auto *pBytes = static_cast<uint8_t *>(pOut);
-    const int32_t iAccepted = std::strchr(szText, ':') != nullptr ? VYX_InetPton6_Inter(szText, pBytes)
-                                                                  : VYX_InetPton4_Inter(szText, pBytes);
-    return iAccepted == 1 ? VYX_OK : VYX_ERROR;
+    if (VYX_InetPton4_Inter(szText, pBytes) == 1)
+        return VYX_OK;
+    const bool bLong = std::strchr(szText, ':') != nullptr;
+    return bLong && VYX_InetPton6_Inter(szText, pBytes) == 1 ? VYX_OK : VYX_ERROR;
 }
