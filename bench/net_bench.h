@@ -91,13 +91,16 @@ void PingPong(benchmark::State &state) {
                 (void)Send(connection.server, szEcho, kSize);
         });
         std::vector<double> samples;
+        bool bGood = true;
         for (int n = 0; n < kRounds; ++n) {
             const auto start = bench::Clock::now();
-            (void)Send(connection.client, szBytes, kSize);
-            (void)Recv(connection.client, szBytes, kSize);
+            bGood = Send(connection.client, szBytes, kSize) == kSize &&
+                    Recv(connection.client, szBytes, kSize) == kSize && bGood;
             samples.push_back(bench::MicrosecondsSince(start));
         }
         echo.join();
+        if (!bGood)
+            return state.SkipWithError("the connection broke");
         bench::TimeOfMedian(state, samples);
     }
 }

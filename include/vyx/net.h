@@ -4,7 +4,10 @@
  * Nothing here needs the started library, but VYX_Init makes SIGPIPE ignored, without which writing to a closed
  * connection ends the process. Results and errno are the platform's unless a function says otherwise. Every
  * function may be called from any thread, with the platform's own rules for the use of one socket by several.
- * Time-outs are milliseconds; VYX_INFINITE means no limit, and signals do not end a wait.
+ * Time-outs are milliseconds; VYX_INFINITE means no limit, and signals do not end a wait. They are measured by
+ * VYX_GetTimeTick, so setting the clock during a wait that signals interrupt lengthens or shortens it. From 0x80000000
+ * on they wait without limit, too, but until the first signal only. VYX_INVALID_SOCKET is never ready: a wait
+ * for it takes all its time.
  */
 #ifndef VYX_NET_H
 #define VYX_NET_H
@@ -210,7 +213,9 @@ VYX_API int32_t VYX_GetBuffSize(VYX_SOCK_T hSocket, int32_t *pSendSize, int32_t 
 /*
  * Waits for a connection and accepts it.
  *   pAddr     receives the peer's address; may be null
- *   nTimeOut  VYX_INFINITE waits in accept itself, which a signal handler may interrupt
+ *   nTimeOut  VYX_INFINITE waits in accept itself, which a signal handler may interrupt. Otherwise accept is called
+ *             once a connection is there: if several threads or processes accept from one socket, make it
+ *             non-blocking, or one whose connection another took waits in accept for the next
  *
  * Result:  the new socket; -1 on time-out and failure.
  */
@@ -221,7 +226,9 @@ VYX_API VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nT
  * With VYX_INFINITE it is a plain connect with an address length of 16, which IPv6 needs more than: give a limit.
  *
  * Result:  0; -1 for a null address, on time-out (no message) and on failure. A failure to wait or to connect prints a
- *          line on standard error.
+ *          line on standard error, with errno, not the socket's error. With a limit an attempt that the platform
+ *          refuses at once (no route, an address of another family) may give 0, where a socket without a peer
+ *          counts as writable: VYX_GetAddrBySockFd then has no peer to tell of.
  */
 VYX_API int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint32_t nTimeOut);
 
@@ -238,8 +245,8 @@ VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pL
                                         const VYX_ADDR_T *pGroup);
 
 /*
- * Sends all of a buffer within a total time; with a limit it does not block longer than that on a blocking socket
- * either.
+ * Sends all of a buffer within a total time, at least one attempt; with a limit it does not block longer than that on
+ * a blocking socket either.
  *
  * Result:  the bytes sent, fewer than iLen when time ran out or the connection failed, 0 for a negative iLen. Never -1.
  */
@@ -251,8 +258,8 @@ VYX_API int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen
 /*
  * Receives exactly iLen bytes within a total time.
  *
- * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure or if the peer ended the connection before (the
- *          bytes received until then are in pBuf, but not counted).
+ * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure, if a signal used up the last of the time, or if
+ *          the peer ended the connection before (the bytes received until then are in pBuf, but not counted).
  */
 VYX_API int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
 

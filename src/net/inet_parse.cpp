@@ -40,48 +40,47 @@ int CountColons_Local(const char *szText) {
 // One IPv6 text being read.
 class LongParser {
   public:
-    // 1 if the text was accepted; m_bytes holds the address then.
-    int32_t Parse(const char *szText, uint8_t *pOut16) {
+    // Whether the text is accepted, and then Store may be called.
+    bool Parse(const char *szText) {
         const char *p = szText;
         if (*p == ':' && *++p != ':')
-            return 0;
-        m_pToken = p;
-        for (; *p != '\0'; ++p) {
-            const bool bLast = p[1] == '\0';
-            const int iDigit = HexDigit_Local(*p);
-            if (iDigit >= 0 && !AddDigit(static_cast<uint32_t>(iDigit)))
-                return 0;
-            if (iDigit >= 0 && !bLast)
-                continue;
+            return false;
+        while (*p != '\0') {
+            const char *pToken = p;
+            uint32_t nValue = 0;
+            for (int iDigit = HexDigit_Local(*p); iDigit >= 0; iDigit = HexDigit_Local(*++p)) {
+                nValue = nValue * 16 + static_cast<uint32_t>(iDigit);
+                if (nValue > 0xFFFF)
+                    return false;
+            }
+            // Deliberate: nobody asks for eight groups; the missing ones are zero.
+            if (*p == '\0')
+                return AddGroup(nValue, p);
             // Deliberate: one invalid character at the very end is passed over like a separator. Pinned by
             // Addr.ParserWhereItIsItsOwn.
-            if (iDigit < 0 && *p != ':' && !bLast)
-                return *p == '.' && EndWithShortForm() ? Finish(pOut16) : 0;
-            if (!(m_bDigitSeen ? EndGroup(p) : RecordGap()))
-                return 0;
-            m_pToken = p + 1;
+            if (*p != ':' && p[1] != '\0')
+                return *p == '.' && EndWithShortForm(pToken);
+            if (!(p != pToken ? AddGroup(nValue, p + 1) : RecordGap()))
+                return false;
+            m_bColon = m_bColon || *p == ':';
+            ++p;
         }
-        // Deliberate: nobody asks for eight groups; the missing ones are zero.
-        return Finish(pOut16);
+        return true;
     }
+    // Whether an accepted text holds a ':'.
+    [[nodiscard]] bool HasColon() const { return m_bColon; }
+    void Store(uint8_t *pOut16) const { std::memcpy(pOut16, m_bytes, sizeof m_bytes); }
 
   private:
-    bool AddDigit(uint32_t nDigit) {
-        m_nValue = m_nValue * 16 + nDigit;
-        m_bDigitSeen = true;
-        return m_nValue <= 0xFFFF;
-    }
-    // Stores the group that ends at p. Before a gap, makes room at the end for the groups still to come.
-    bool EndGroup(const char *p) {
+    // Stores a group. If a gap follows at pNext, makes room at the end for the groups still to come.
+    bool AddGroup(uint32_t nValue, const char *pNext) {
         if (kLongBytes - m_iPosition < kGroupBytes)
             return false;
-        m_bytes[m_iPosition] = static_cast<uint8_t>(m_nValue >> 8);
-        m_bytes[m_iPosition + 1] = static_cast<uint8_t>(m_nValue);
+        m_bytes[m_iPosition] = static_cast<uint8_t>(nValue >> 8);
+        m_bytes[m_iPosition + 1] = static_cast<uint8_t>(nValue);
         m_iPosition += kGroupBytes;
-        if (p[1] == ':')
-            m_iPosition = kLongBytes - kGroupBytes - kGroupBytes * CountColons_Local(p + 2);
-        m_nValue = 0;
-        m_bDigitSeen = false;
+        if (*pNext == ':')
+            m_iPosition = kLongBytes - kGroupBytes - kGroupBytes * CountColons_Local(pNext + 1);
         return m_iPosition >= 0; // more groups than there is room for
     }
     // Deliberate: the position stays, so a gap at the very start makes no room and ::1 is group 1 first. Pinned by
@@ -91,21 +90,15 @@ class LongParser {
         m_bGap = true;
         return bFirst;
     }
-    bool EndWithShortForm() {
+    bool EndWithShortForm(const char *pToken) {
         return kLongBytes - m_iPosition >= kShortBytes &&
-               VYX_InetPton4_Inter(m_pToken, m_bytes + m_iPosition) == 1;
-    }
-    int32_t Finish(uint8_t *pOut16) const {
-        std::memcpy(pOut16, m_bytes, sizeof m_bytes);
-        return 1;
+               VYX_InetPton4_Inter(pToken, m_bytes + m_iPosition) == 1;
     }
 
     uint8_t m_bytes[kLongBytes] = {};
     int m_iPosition = 0;
-    uint32_t m_nValue = 0;
-    bool m_bDigitSeen = false; // since the last separator
-    bool m_bGap = false;       // a :: was seen
-    const char *m_pToken = nullptr;
+    bool m_bGap = false; // a :: was seen
+    bool m_bColon = false;
 };
 
 } // namespace
@@ -139,14 +132,22 @@ int32_t VYX_InetPton4_Inter(const char *szText, uint8_t *pOut4) {
 }
 
 int32_t VYX_InetPton6_Inter(const char *szText, uint8_t *pOut16) {
-    return szText == nullptr || pOut16 == nullptr ? 0 : LongParser().Parse(szText, pOut16);
+    LongParser parser;
+    if (szText == nullptr || pOut16 == nullptr || !parser.Parse(szText))
+        return 0;
+    parser.Store(pOut16);
+    return 1;
 }
 
 int32_t VYX_InetPton(const char *szText, void *pOut) {
     if (szText == nullptr || pOut == nullptr)
         return VYX_ERROR;
-    auto *pBytes = static_cast<uint8_t *>(pOut);
-    const int32_t iAccepted = std::strchr(szText, ':') != nullptr ? VYX_InetPton6_Inter(szText, pBytes)
-                                                                  : VYX_InetPton4_Inter(szText, pBytes);
-    return iAccepted == 1 ? VYX_OK : VYX_ERROR;
+    // A text is IPv6 if it holds a ':'. No dotted quad does, so nobody has to search for it first.
+    if (VYX_InetPton4_Inter(szText, static_cast<uint8_t *>(pOut)) == 1)
+        return VYX_OK;
+    LongParser parser;
+    if (!parser.Parse(szText) || !parser.HasColon())
+        return VYX_ERROR;
+    parser.Store(static_cast<uint8_t *>(pOut));
+    return VYX_OK;
 }

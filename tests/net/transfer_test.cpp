@@ -61,6 +61,45 @@ TEST(Transfer, TimeOutsTellWhatWasDone) {
     EXPECT_EQ(VYX_Recvn(pair.server, szBytes, -1, 10), -1);
 }
 
+// Something in the socket's error queue wakes every wait, also while there is no room to send.
+TEST(Transfer, WakeUpsWithoutRoomDoNotEndASend) {
+#ifndef SO_TIMESTAMPING
+    GTEST_SKIP() << "this platform's sockets have no error queue";
+#else
+    Pair pair;
+    constexpr int kTellWhenAcknowledged = 1 << 9 | 1 << 4 | 1 << 11; // nobody reads what is told
+    if (setsockopt(pair.client, SOL_SOCKET, SO_TIMESTAMPING, &kTellWhenAcknowledged, sizeof(int)) != 0)
+        GTEST_SKIP() << "this kernel tells nothing of what was sent";
+    const std::string data = Pattern(30000000);
+    const auto nSize = static_cast<int32_t>(data.size());
+    ASSERT_EQ(VYX_Sendn(pair.client, data.data(), 1, LongTime()), 1);
+    pollfd fd = {pair.client, 0, 0};
+    ASSERT_EQ(VYX_Poll(&fd, 1, static_cast<int32_t>(LongTime())), 1);
+    ASSERT_EQ(fd.revents, POLLERR);
+    int32_t iSent = 0;
+    EXPECT_GE(support::MillisecondsOf([&] { iSent = VYX_Sendn(pair.client, data.data(), nSize, 50); }), 48.0)
+        << "the time is used";
+    ASSERT_LT(iSent, nSize);
+    std::string got(data.size() + 1, '\0');
+    std::thread reader([&] {
+        EXPECT_EQ(VYX_Recvn(pair.server, got.data(), nSize + 1, LongTime()), nSize + 1);
+    });
+    EXPECT_EQ(VYX_Sendn(pair.client, data.data() + iSent, nSize - iSent, VYX_INFINITE), nSize - iSent);
+    reader.join();
+    EXPECT_TRUE(got.compare(1, std::string::npos, data) == 0);
+#endif
+}
+
+TEST(Transfer, ClosedDescriptorsAreNotWaitedFor) {
+    Socket socket(AF_INET, SOCK_STREAM);
+    const VYX_SOCK_T hClosed = socket;
+    char cByte = 0;
+    socket.Close();
+    EXPECT_EQ(VYX_Sendn(hClosed, "a", 1, VYX_INFINITE), 0);
+    EXPECT_EQ(VYX_Recvn(hClosed, &cByte, 1, VYX_INFINITE), -1);
+    EXPECT_EQ(VYX_RecvWithTimeOut(hClosed, &cByte, 1, VYX_INFINITE), -1);
+}
+
 TEST(Transfer, ReceiveAllFailsWhenThePeerEnds) {
     Pair pair;
     char szBytes[8];
