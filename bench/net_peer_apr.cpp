@@ -13,10 +13,9 @@ apr_socket_t *SocketOf(int fd) {
     static thread_local int s_fd = -1;
     static thread_local int s_nConnection = 0;
     static thread_local apr_socket_t *s_pSocket = nullptr;
-    if (s_pPool == nullptr) {
-        (void)apr_initialize();
+    static const apr_status_t s_started = apr_initialize(); // once: it cannot stand two threads
+    if (s_started == APR_SUCCESS && s_pPool == nullptr)
         (void)apr_pool_create(&s_pPool, nullptr);
-    }
     if (s_fd != fd || s_nConnection != netbench::g_nConnections) {
         s_fd = fd;
         s_nConnection = netbench::g_nConnections;
