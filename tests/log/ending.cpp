@@ -17,6 +17,8 @@
 #include <unistd.h>
 #include <vyx/vyx.h>
 
+#include "support/support.h"
+
 namespace {
 
 std::string s_folder;
@@ -92,6 +94,8 @@ void Fork(pid_t (*pfnFork)(), const Child &fnChild) {
 
 void ChildLogs() {
     EXPECT(WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "x") == -5);
+    if (!support::kThreadsAfterFork)
+        return;
     const std::string folder = s_folder + "/child";
     EXPECT(EnableTarget(VYX_LOG_TARGET_FILE, folder.c_str(), 0, 0) == 0);
     Write(0, 100);
