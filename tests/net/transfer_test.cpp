@@ -69,14 +69,15 @@ TEST(Transfer, WakeUpsWithoutRoomDoNotEndASend) {
 #else
     Pair pair;
     constexpr int kTellWhenAcknowledged = 1 << 9 | 1 << 4 | 1 << 11; // nobody reads what is told
-    if (setsockopt(pair.client, SOL_SOCKET, SO_TIMESTAMPING, &kTellWhenAcknowledged, sizeof(int)) != 0)
-        GTEST_SKIP() << "this kernel tells nothing of what was sent";
+    const bool bTold =
+        setsockopt(pair.client, SOL_SOCKET, SO_TIMESTAMPING, &kTellWhenAcknowledged, sizeof(int)) == 0;
+    ASSERT_TRUE(bTold || support::kEmulated);
     const std::string data = Pattern(30000000);
     const auto nSize = static_cast<int32_t>(data.size());
     ASSERT_EQ(VYX_Sendn(pair.client, data.data(), 1, LongTime()), 1);
     pollfd fd = {pair.client, 0, 0};
-    ASSERT_EQ(VYX_Poll(&fd, 1, static_cast<int32_t>(LongTime())), 1);
-    ASSERT_EQ(fd.revents, POLLERR);
+    ASSERT_EQ(VYX_Poll(&fd, 1, bTold ? static_cast<int32_t>(LongTime()) : 0), bTold ? 1 : 0);
+    ASSERT_EQ(fd.revents, bTold ? POLLERR : 0);
     int32_t iSent = 0;
     EXPECT_GE(support::MillisecondsOf([&] { iSent = VYX_Sendn(pair.client, data.data(), nSize, 50); }), 48.0)
         << "the time is used";
