@@ -3,14 +3,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
-#include <sys/resource.h>
 #include <thread>
 
 #include <vyx/vyx.h>
 
 #include "log/log_support.h"
 #include "support/support.h"
+#include "time/zone.h"
 
 using namespace log_support;
 
@@ -79,8 +78,8 @@ TEST(LogHeader, IsThatOfTheMoment) {
         const char *szExpected;
     };
     for (const Case &test : {Case{0, "a.c", 7, "[DISABLE][FILE:a.c][LINE:7] "},
-                             Case{1, "/x/y/a.c", 0, "[ERR][FILE:a.c][LINE:0] "},
-                             Case{2, "x\\y/z\\a.c", -5, "[DBG][FILE:a.c][LINE:-5] "},
+                             Case{1, "/x\\y/a.c", 0, "[ERR][FILE:a.c][LINE:0] "},
+                             Case{2, "x/z\\y\\a.c", -5, "[DBG][FILE:a.c][LINE:-5] "},
                              Case{3, "x/", INT32_MAX, "[INF][FILE:][LINE:2147483647] "},
                              Case{4, "", INT32_MIN, "[?][FILE:][LINE:-2147483648] "},
                              Case{-1, "%s", 1, "[?][FILE:%s][LINE:1] "}}) {
@@ -106,7 +105,7 @@ TEST(LogHeader, PrintsAsSnprintfDoes) {
     const int32_t iFull = FormatTimeAndName(full, sizeof full, kErr, "f.c", 12);
     ASSERT_EQ(iFull, 50);
     EXPECT_EQ(FormatTimeAndName(nullptr, 0, kErr, "f.c", 12), iFull);
-    for (const uint32_t nSize : {0U, 1U, 5U, 22U, 30U, 49U, 50U, 51U, 60U}) {
+    for (const uint32_t nSize : {0U, 1U, 22U, 49U, 50U, 51U}) {
         SCOPED_TRACE(nSize);
         char text[100];
         std::memset(text, '#', sizeof text);
@@ -117,66 +116,38 @@ TEST(LogHeader, PrintsAsSnprintfDoes) {
     }
     EXPECT_EQ(FormatTimeAndName(nullptr, 5, kErr, "f.c", 12), -1);
     EXPECT_EQ(FormatTimeAndName(full, sizeof full, kErr, nullptr, 12), -1);
-}
-
-TEST(LogHeader, FindLastSlash) {
-    for (const auto &[szPath, szName] : {std::pair{"", ""},
-                                         {"a", "a"},
-                                         {"/", ""},
-                                         {"/a", "a"},
-                                         {"a\\b", "b"},
-                                         {"a\\b/c", "c"},
-                                         {"a/b\\c", "c"},
-                                         {"a/b/", ""}})
-        EXPECT_STREQ(FindLastSlash(szPath), szName) << szPath;
     EXPECT_EQ(FindLastSlash(nullptr), nullptr);
 }
 
-// Sets the zone for the length of a block.
-class Zone {
-  public:
-    explicit Zone(const char *szZone) { Set(szZone); }
-    ~Zone() {
-        (void)unsetenv("TZ");
-        tzset();
-    }
-    static void Set(const char *szZone) {
-        (void)setenv("TZ", szZone, 1);
-        tzset();
-    }
-};
-
 TEST_F(LogLine, FollowsAChangeOfTheZoneAtOnce) {
-    const Zone zone("AAA0");
     ASSERT_EQ(EnableTarget(kFile, dir.Path().c_str(), 0, 0), 0);
-    const char *const zones[] = {"AAA0", "BBB-5:30", "AAA-11", "AAA12", "AAA0"};
-    std::vector<time_t> times;
-    for (const char *szZone : zones) {
-        Zone::Set(szZone);
+    const std::pair<const char *, int> zones[] = {
+        {"AAA0", 0}, {"BBB-5:30", 19800}, {"AAA-11", 39600}, {"AAA12", -43200}, {"AAA0", 0}};
+    for (const auto &zone : zones) {
+        const support::Zone set(zone.first);
+        tzset();
         EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), 0);
     }
-    (void)setenv("TZ", "AAA-3", 1); // without tzset
+    const support::Zone unseen("AAA-3"); // without tzset
     char header[100];
     EXPECT_GT(FormatTimeAndName(header, sizeof header, kInf, "f", 1), 0);
     StopLogService(true);
     const auto lines = Lines(AllLogText(dir.Path()));
-    ASSERT_EQ(lines.size(), 5U);
+    ASSERT_EQ(lines.size(), std::size(zones));
     const auto seconds = [](const std::string &line) { // as if it were UTC
         struct tm time = {};
         EXPECT_NE(strptime(line.c_str(), "[%Y-%m-%d %H:%M:%S", &time), nullptr);
-        return timegm(&time);
+        return static_cast<double>(timegm(&time));
     };
-    const time_t iBase = seconds(lines[0]);
-    const long shifts[] = {0, 19800, 39600, -43200, 0};
+    const double base = seconds(lines[0]);
     for (size_t n = 0; n < lines.size(); ++n)
-        EXPECT_NEAR(static_cast<double>(seconds(lines[n]) - iBase), static_cast<double>(shifts[n]), 600)
-            << zones[n];
-    EXPECT_NEAR(static_cast<double>(seconds(header) - iBase), 10800, 600);
+        EXPECT_NEAR(seconds(lines[n]) - base, zones[n].second, 600) << zones[n].first;
+    EXPECT_NEAR(seconds(header) - base, 10800, 600);
 }
 
 TEST_F(LogLine, IsCutButKeepsItsEnd) {
     ASSERT_EQ(EnableTarget(kFile, dir.Path().c_str(), 0, 0), 0);
-    for (const size_t nLength : {49U, 100U, 2047U, 2048U, 2049U, 2050U, 5000U})
+    for (const size_t nLength : {49U, 2047U, 2048U, 2049U, 5000U})
         EXPECT_EQ(WriteLength(nLength), 0);
     EXPECT_EQ(WriteLog(kInf, std::string(3000, 'n').c_str(), 1, "text"), 0);
     EXPECT_EQ(WriteLog(kInf, std::string(2046 - 46, 'n').c_str(), 1, "text"), 0) << "no room for any text";
@@ -186,9 +157,7 @@ TEST_F(LogLine, IsCutButKeepsItsEnd) {
     std::vector<size_t> lengths;
     for (const std::string &line : lines)
         lengths.push_back(line.size() + 2);
-    EXPECT_EQ(lengths, (std::vector<size_t>{49 - 0, 100, 2047, 2048, 2048, 2048, 2048, 2048, 2048, 49}));
-    ASSERT_EQ(lines.size(), 10U);
-    EXPECT_EQ(TextOf(lines[4]), std::string(2046 - 47, 'x'));
+    EXPECT_EQ(lengths, (std::vector<size_t>{49, 2047, 2048, 2048, 2048, 2048, 2048, 49}));
 }
 
 TEST_F(LogLine, KeepsErrno) {
@@ -240,13 +209,11 @@ TEST_F(LogSwitch, OneCall) {
     };
     const Capture out(stdout, dir / "out");
     ASSERT_EQ(VYX_Init(), VYX_OK);
-    AdjustLogLevel(log_level(0));
     EXPECT_EQ(VYX_Log(3, folder.c_str()), VYX_OK);
     write();
     EXPECT_EQ(VYX_Log(0, nullptr), VYX_OK);
     EXPECT_EQ(Lines(out.Text()).size(), 500U);
     EXPECT_EQ(Lines(LogText(folder + "/vyx_log_1_w.log")).size(), 500U);
-    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -5);
     EXPECT_EQ(VYX_Log(4, folder.c_str()), VYX_OK);
     EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -5) << "only bits 0 and 1 are targets";
     EXPECT_EQ(VYX_Log(1, folder.c_str()), VYX_OK);
