@@ -59,30 +59,6 @@ TEST_F(LogInside, FailedQueueingIsReportedAndLosesNoLine) {
     EXPECT_EQ(found, taken);
 }
 
-// One line longer than the room in which the writer gathers lines, then one that fills the ring, then one too long.
-TEST_F(LogInside, AnyLengthThatTheRingHolds) {
-    LogService service;
-    const std::string path = dir.Path();
-    ASSERT_EQ(service.SwitchFileService(true, path.c_str(), 0xFFFFFFFF, false), 0);
-    EXPECT_EQ(service.PushData("[x\r\n", 5), -2) << "not started";
-    ASSERT_EQ(service.ServiceStart(), 0);
-    ASSERT_EQ(service.ServiceStart(), 0) << "started already";
-    size_t nTotal = 0;
-    for (const uint32_t nLength : {65536U, 65537U, 100000U, 2097152U}) {
-        const std::string line(nLength - 1, 'x');
-        EXPECT_TRUE(support::WaitUntil([&] { return service.PushData(line.c_str(), nLength) == 0; }))
-            << nLength;
-        nTotal += nLength - 1;
-        if (nLength < 2097152U) {
-            EXPECT_TRUE(
-                support::WaitUntil([&] { return LogText(path + "/vyx_log_1_w.log").size() == nTotal; }));
-        }
-    }
-    EXPECT_EQ(service.PushData("", 2097153), -4);
-    service.ServiceStop(true);
-    EXPECT_EQ(LogText(path + "/vyx_log_1_w.log").size(), nTotal);
-}
-
 // The bytes that a line leaves free at the ring's end are not there for others: they lie before lines still queued.
 TEST_F(LogInside, BytesSkippedAtTheRingsEndAreTaken) {
     int fds[2];
@@ -128,6 +104,7 @@ TEST_F(LogInside, BytesSkippedAtTheRingsEndAreTaken) {
 
 TEST_F(LogInside, FilesOnTheCallersThread) {
     LogService service;
+    EXPECT_EQ(service.PushData("[a\r\n", 5), -2) << "not started";
     EXPECT_EQ(service.InputDataToFile("[a\r\n", 4), 0) << "the target is off";
     EXPECT_EQ(service.SwitchFileService(true, std::string(257, 'x').c_str(), 0, true), -6);
     const std::string missing = dir / "no/folder";

@@ -53,15 +53,4 @@ TEST_F(Charset, InvalidOrIncompleteInputGivesAnEmptyText) {
         EXPECT_EQ(VYX_UTF82A(szUtf8), "") << szUtf8;
 }
 
-TEST_F(Charset, LongText) {
-    std::string euc, utf8;
-    for (int i = 0; i < 100000; ++i) {
-        euc += "\xD6\xD0";
-        utf8 += "\xE4\xB8\xAD";
-    }
-    EXPECT_TRUE(VYX_A2UTF8(euc.c_str()) == utf8);
-    EXPECT_TRUE(VYX_UTF82A(utf8.c_str()) == euc);
-    EXPECT_EQ(VYX_A2UTF8((euc + "\xD6").c_str()), "") << "one bad character at the end spoils all";
-}
-
 } // namespace
