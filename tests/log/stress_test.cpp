@@ -80,11 +80,10 @@ TEST_F(LogStress, ThroughRotationWhileOtherTargetsAndTheLevelAreSwitched) {
     const Taken taken = RunWriters([](const std::string &text) { return WriteWithPatience(text) == 0; },
                                    [] {
                                        EnableTarget(kConsole, nullptr, 0, 0);
-                                       AdjustLogLevel(kDbg);
+                                       AdjustLogLevel(log_level(100));
                                        EnableTarget(kDebug, nullptr, 0, 0);
                                        AdjustLogLevel(kInf);
                                        DisableTarget(kConsole);
-                                       (void)VYX_LOG_LEVEL_INF;
                                        DisableTarget(kDebug);
                                        StartLogService();
                                    });
