@@ -15,6 +15,7 @@
 #include "pool/thread_pool_inter.h"
 #include "pool/waiting.h"
 #include "sync/lock_order.h"
+#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -131,6 +132,8 @@ int32_t VYX_InitThreadPool_Inter(void) {
 }
 
 int32_t VYX_FiniThreadPool_Inter(void) {
+    if (VYX_TimedWaitForked_Inter())
+        s_csLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     return VYX_OK; // s_csLock outlives the stage
 }
 

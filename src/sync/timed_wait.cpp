@@ -345,6 +345,7 @@ bool ReleaseConds_Local() {
 
 // In a forked child: the service and the waiters exist in the parent only, and may have held the locks.
 void ForgetService_Local() {
+    s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
     s_hSemLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     s_hCondLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     s_hParkLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -374,8 +375,7 @@ int32_t VYX_InitTimeWait_Inter(void) {
 
 int32_t VYX_FiniTimedWait_Inter(void) {
     s_bBreakTimer.store(1);
-    const bool bForked = s_iServicePid != getpid();
-    if (bForked) {
+    if (VYX_TimedWaitForked_Inter()) {
         ForgetService_Local();
     } else {
         WakeService_Local();
@@ -399,6 +399,10 @@ bool VYX_TimedWaitPass_Inter(void) {
 
 uint32_t VYX_TimedWaitPending_Inter(void) {
     return s_nPending.load();
+}
+
+bool VYX_TimedWaitForked_Inter(void) {
+    return s_iServicePid != getpid();
 }
 
 uint32_t VYX_TimedWaitEpoch_Inter(void) {
