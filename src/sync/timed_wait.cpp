@@ -246,7 +246,8 @@ bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock)
         return true;
     }
     // Deliberate: errno as an earlier call left it decides. If it says EINTR, the count just taken stays
-    // taken and the wait goes on. The service blocks all signals, so its own errno never does.
+    // taken and the wait goes on. The service blocks all signals and forgets what the C library's own ones,
+    // which nobody can block, did to its pause, so its own errno never does.
     // Pinned by TimedWait.StaleInterruptionKeepsTheCount.
     if (errno == EINTR)
         return false;
@@ -429,8 +430,8 @@ void *timer_svc(void * /*pIgnored*/) {
             continue;
         if (s_nPending.load() == 0)
             ParkService_Local();
-        else
-            (void)VYX_USleep(kPassPause);
+        else if (VYX_USleep(kPassPause) != 0)
+            errno = 0; // by setuid on another thread, say, and no reason to drop a count
     }
     return nullptr;
 }
