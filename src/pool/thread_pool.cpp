@@ -199,8 +199,10 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
     const MutexHold hold(hPool->hLock);
     for (bool bLooked = false; hPool->bQuit.load() == 0; bLooked = !bLooked) {
         THREAD_INFO_T *pWorker = nullptr;
-        if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK)
+        if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK) {
+            (void)VYX_CondSignal(&hPool->hFree); // the room is the next waiter's to try for
             return VYX_ERROR;
+        }
         if (pWorker != nullptr) {
             HandOver_Local(*pWorker, fnWork, pParam);
             return VYX_OK;
