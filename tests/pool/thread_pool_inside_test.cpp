@@ -105,8 +105,11 @@ TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     ASSERT_TRUE(gate.WaitEntered(3));
     gate.bOpen = true;
     ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
-    const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
+    const VYX_THREAD_PROC fnCancel = [](void *) -> void * {
+        EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
+        return nullptr;
+    };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnCancel, nullptr), 0);
     ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
     Gate two;
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &two), 0);
