@@ -105,8 +105,11 @@ TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     ASSERT_TRUE(gate.WaitEntered(3));
     gate.bOpen = true;
     ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
-    const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
+    const VYX_THREAD_PROC fnCancel = [](void *) -> void * {
+        EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
+        return nullptr;
+    };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnCancel, nullptr), 0);
     ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
     Gate two;
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &two), 0);
@@ -146,6 +149,33 @@ TEST_F(FixedPoolInside, NoSemaphoreNameLeft) {
     EXPECT_EQ(gate.nLeft, 4);
 }
 
+// Two callers wait for the one worker, which ends; and no other is to be had. Grants threads again afterwards.
+void LetWaitersBeRefused() {
+    const VYX_THREAD_PROC fnExit = [](void *pGate) -> void * {
+        Gate::Item(pGate);
+        VYX_Thread_Exit();
+    };
+    Gate gate;
+    refusals::g_nThreadsLeft = -1;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 1);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, &gate), 0);
+    std::atomic<int> nRefused{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 2; ++i)
+        waiters.emplace_back([&] { nRefused -= VYX_ThreadPool_WorkEx(hPool, fnExit, &gate, 1); });
+    EXPECT_TRUE(support::WaitUntil([&] { return Locked(hPool, [&] { return hPool->nWaiting == 2; }); }));
+    refusals::g_nThreadsLeft = 0;
+    EXPECT_EQ(ErrorsOf([&] {
+                  gate.bOpen = true;
+                  EXPECT_TRUE(support::WaitUntil([&] { return nRefused == 2; })) << "neither waits for ever";
+              }),
+              kNoThread + kNoThread);
+    refusals::g_nThreadsLeft = -1;
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+    for (std::thread &waiter : waiters)
+        waiter.join();
+}
+
 TEST_F(FixedPoolInside, NoThreadToBeHad) {
     refusals::g_nThreadsLeft = 2;
     EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(3, 3), nullptr); }), kNoThread + kNotStarted);
@@ -156,7 +186,7 @@ TEST_F(FixedPoolInside, NoThreadToBeHad) {
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
     EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), -1); }), kNoThread);
     EXPECT_EQ(Places(hPool), "b-");
-    refusals::g_nThreadsLeft = -1;
+    LetWaitersBeRefused();
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
     gate.bOpen = true;
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);

@@ -172,6 +172,32 @@ TEST_F(FlexPool, HandlerThatEndsItsThreadTakesOnlyItselfOut) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
 }
 
+TEST_F(FlexPool, CancelledSleeperTakesNoItemWithIt) {
+    static std::atomic<pthread_t> s_worker;
+    for (int nRound = 0; nRound < 30 && !HasFailure(); ++nRound) {
+        Gate both;
+        Gate next;
+        next.bOpen = true;
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
+            2, -1,
+            [](void *pGate) {
+                s_worker = pthread_self();
+                Gate::Handler(pGate);
+            },
+            0);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &both), 0);
+            ASSERT_TRUE(both.WaitEntered(i + 1));
+        }
+        both.bOpen = true;
+        ASSERT_TRUE(both.WaitLeft(2));
+        EXPECT_EQ(pthread_cancel(s_worker), 0);
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &next), 0);
+        EXPECT_TRUE(next.WaitLeft(1)) << "round " << nRound;
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+    }
+}
+
 TEST_F(FlexPool, NeedsNoStartWithoutALimit) {
     ASSERT_EQ(VYX_Fini(), 0);
     for (const int32_t nIdleTimeOut : {0, -1}) {

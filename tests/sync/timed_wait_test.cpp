@@ -112,6 +112,24 @@ TEST_F(SemTimedWait, SignalStormDoesNotEndIt) {
     EXPECT_GE(iTook, 100000);
 }
 
+// A change of the user is told to every thread by a signal that nobody can block, the service's included.
+TEST_F(SemTimedWait, NoCountIsLostToAChangeOfTheUser) {
+    Semaphore semaphore;
+    std::atomic<bool> bStop{false};
+    std::thread changer([&] {
+        while (!bStop)
+            EXPECT_EQ(setuid(getuid()), 0);
+    });
+    for (int nRound = 0; nRound < 100 && !HasFailure(); ++nRound) {
+        Async waiter([&] { return semaphore.Wait(2000); });
+        std::this_thread::sleep_for(std::chrono::microseconds(nRound * 10)); // from no pass to several
+        EXPECT_EQ(semaphore.Post(), VYX_OK);
+        EXPECT_EQ(waiter.Result(), VYX_OK) << "round " << nRound;
+    }
+    bStop = true;
+    changer.join();
+}
+
 TEST_F(CondTimedWait, AnswersErrorHoweverItEnds) {
     const Watchdog watchdog("a bounded wait on a condition did not end");
     Monitor monitor;
