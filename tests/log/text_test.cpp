@@ -47,7 +47,6 @@ void Compare(const char *szFormat, ...) {
 
 TEST(LogText, IsThatOfTheCLibrary) {
     Compare("");
-    Compare("plain");
     Compare("100%%");
     Compare("%d%d", INT_MIN, INT_MAX);
     Compare("<%i|%u|%x>", -1, UINT_MAX, 0xABCDEFU);
@@ -56,7 +55,6 @@ TEST(LogText, IsThatOfTheCLibrary) {
     Compare("%zu %zd %zx", SIZE_MAX, static_cast<ptrdiff_t>(-5), SIZE_MAX);
     Compare("%s and %s", "", "text");
     Compare("%c%c%c", 'a', '\0', 'b');
-    Compare("%s", static_cast<const char *>(nullptr));
     Compare("%d before a null %s and %d", 1, static_cast<const char *>(nullptr), 2);
     // From here on each has something that the short way does not know, after something that it does.
     Compare("%d %5d|%-5d|%05d|%+d|% d", 1, 2, 3, 4, 5, 6);

@@ -12,7 +12,6 @@
 #include <gtest/gtest.h>
 #include <vyx/sys.h>
 
-#include "support/support.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -37,99 +36,41 @@ std::string Bytes(size_t nLength) {
     return text;
 }
 
-TEST(FileMapping, FlagsToPlatformFlags) {
-    const struct {
-        uint32_t nFlags;
-        int32_t iExpected;
-    } cases[] = {
-        {0, -1},
-        {VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE, -1},
-        {VYX_OPEN_READ, O_RDONLY},
-        {VYX_OPEN_WRITE, O_WRONLY},
-        {0x03, O_RDWR},
-        {0x05, O_RDONLY | O_CREAT},
-        {0x46, O_WRONLY | O_CREAT | O_EXCL},
-        {0x43, O_RDWR},
-        {0x0A, O_WRONLY | O_APPEND},
-        {0x12, O_WRONLY | O_TRUNC},
-        {0xFFFFFFA1, O_RDONLY},
-        {0xFFFFFFFF, O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_TRUNC},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(VYX_GetOFlagByFlag(c.nFlags), c.iExpected) << std::hex << c.nFlags;
-}
-
 TEST(FileMapping, ModeByPerm) {
-    const struct {
-        uint32_t nPerm;
-        uint32_t nMode;
-    } cases[] = {
-        {0, 0},         {0x1777, 0400},  {0xFFFFFFFF, 0400}, {0x6000, 0300},  {0x4000, 0100},
-        {0x2000, 0200}, {0x8000, 04000}, {0x0400, 0400},     {0x0200, 0200},  {0x0100, 0100},
-        {0x0040, 040},  {0x0020, 020},   {0x0010, 010},      {0x0004, 04},    {0x0002, 02},
-        {0x0001, 01},   {0x0888, 0},     {0xFFFF0000, 0},    {0xEFFF, 04777},
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(VYX_GetModeByPerm(c.nPerm), c.nMode) << std::hex << c.nPerm;
-}
-
-TEST(FileMapping, PermByModeAndBack) {
-    EXPECT_EQ(VYX_GetPermByMode(02755), 0x4755U);
-    EXPECT_EQ(VYX_GetPermByMode(04000), 0x8000U);
-    EXPECT_EQ(VYX_GetPermByMode(0xFFFFFFFF), 0xC777U);
-    EXPECT_EQ(VYX_GetPermByMode(01000 | S_IFDIR), 0U);
+    EXPECT_EQ(VYX_GetModeByPerm(0x4000), 0100);
     EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(02000)), 0100)
         << "set-group-id becomes a right of the owner";
-    for (uint32_t nMode = 0; nMode <= 0777; ++nMode) {
-        EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(nMode)), nMode);
-        EXPECT_EQ(VYX_GetModeByPerm(VYX_GetPermByMode(nMode | 04000)), nMode | 04000);
-    }
+    EXPECT_EQ(VYX_GetModeByPerm(0xFFFFFFFF), 0400) << "read-only wins";
+    EXPECT_EQ(VYX_GetModeByPerm(0xFFFF0888), 0);
+    EXPECT_EQ(VYX_GetPermByMode(01000 | S_IFDIR), 0U);
 }
 
-TEST(File, PermissionsUnderAnyMask) {
+TEST(File, PermissionsUnderAMask) {
     const support::TempDir dir;
-    const struct {
-        mode_t nMask;
-        uint32_t nPerm;
-        mode_t nExpected;
-    } cases[] = {
-        {0, 0x0777, 0777}, {022, 0x0777, 0755}, {077, 0x2444, 0600}, {0777, 0x0777, 0}, {0, 0x1777, 0400}};
-    for (const auto &c : cases) {
-        const std::string path = dir / std::to_string(c.nMask * 65536 + c.nPerm);
-        umask(c.nMask);
-        const VYX_FILE_T hFile = VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, c.nPerm);
-        EXPECT_EQ(VYX_CloseFile(hFile), VYX_OK);
-        EXPECT_EQ(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, c.nPerm), VYX_INVALID_FILE);
-        EXPECT_EQ(errno, EEXIST);
-        EXPECT_EQ(ModeOf(path), c.nExpected);
-    }
-    umask(022);
+    const std::string path = dir / "f";
+    umask(027);
+    EXPECT_EQ(VYX_CloseFile(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, 0xFFFF0777)), VYX_OK);
+    EXPECT_EQ(ModeOf(path), 0750U);
+    EXPECT_EQ(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, 0x0777), VYX_INVALID_FILE);
+    EXPECT_EQ(errno, EEXIST);
     EXPECT_EQ(VYX_OpenFile((dir / "x").c_str(), VYX_OPEN_CREATE, 0x0777), VYX_INVALID_FILE);
     EXPECT_EQ(VYX_AccessFile((dir / "x").c_str(), F_OK), VYX_ERROR) << "nothing was made";
 }
 
-TEST(File, WriteSeekReadBeyondFourGiB) {
+TEST(File, AppendsBeyondFourGiBWhereverThePositionIs) {
     const support::TempDir dir;
-    const VYX_FILE_T hFile = VYX_OpenFile((dir / "f").c_str(), kNew, 0x0600);
+    const std::string path = dir / "f";
     const int64_t iFar = (int64_t{5} << 30) + 7;
-    int64_t iPosition = 0;
-    int32_t iCount = 0;
-    char szText[8] = "";
-    VYX_FINFO_T info = {};
-    EXPECT_EQ(VYX_FileSeek(hFile, iFar, SEEK_SET, &iPosition), VYX_OK);
-    EXPECT_EQ(iPosition, iFar);
-    EXPECT_EQ(VYX_WriteFile(hFile, "abc", 3, &iCount), VYX_OK);
-    EXPECT_EQ(iCount, 3);
+    WriteFile(path, "");
+    ASSERT_EQ(truncate(path.c_str(), iFar), 0);
+    const VYX_FILE_T hFile =
+        VYX_OpenFile(path.c_str(), VYX_OPEN_READ | VYX_OPEN_WRITE | VYX_OPEN_APPEND, 0x0600);
+    EXPECT_EQ(VYX_FileSeek(hFile, 0, SEEK_SET, nullptr), VYX_OK);
+    EXPECT_EQ(VYX_WriteFile(hFile, "abc", 3, nullptr), VYX_OK);
     EXPECT_EQ(VYX_FileFlush(hFile), VYX_OK);
+    VYX_FINFO_T info = {};
     EXPECT_EQ(VYX_FileStat(hFile, &info), VYX_OK);
     EXPECT_EQ(info.size, iFar + 3);
-    EXPECT_EQ(VYX_FileSeek(hFile, -2, SEEK_END, nullptr), VYX_OK);
-    EXPECT_EQ(VYX_FileSeek(hFile, 1, SEEK_CUR, &iPosition), VYX_OK);
-    EXPECT_EQ(iPosition, iFar + 2);
-    EXPECT_EQ(VYX_ReadFile(hFile, szText, 8, nullptr), VYX_OK);
-    EXPECT_STREQ(szText, "c");
-    EXPECT_EQ(VYX_ReadFile(hFile, szText, 8, &iCount), VYX_OK) << "the end is no failure";
-    EXPECT_EQ(iCount, 0);
     EXPECT_EQ(VYX_CloseFile(hFile), VYX_OK);
 }
 
@@ -158,8 +99,6 @@ TEST(File, NullAndInvalid) {
     char c = 0;
     VYX_FINFO_T info = {};
     EXPECT_EQ(VYX_OpenFile(nullptr, VYX_OPEN_READ, 0), VYX_INVALID_FILE);
-    EXPECT_EQ(VYX_CloseFile(VYX_INVALID_FILE), VYX_ERROR);
-    EXPECT_EQ(VYX_DeleteFile(nullptr), VYX_ERROR);
     EXPECT_EQ(VYX_ReadFile(0, nullptr, 1, &iCount), VYX_ERROR);
     EXPECT_EQ(VYX_ReadFile(VYX_INVALID_FILE, &c, 1, &iCount), VYX_ERROR);
     EXPECT_EQ(VYX_WriteFile(1, nullptr, 1, &iCount), VYX_ERROR);
@@ -173,32 +112,7 @@ TEST(File, NullAndInvalid) {
     EXPECT_EQ(VYX_RenameFile("x", nullptr), VYX_ERROR);
     EXPECT_EQ(VYX_CopyFile(nullptr, "x", 0), VYX_ERROR);
     EXPECT_EQ(VYX_CopyFile("x", nullptr, 0), VYX_ERROR);
-    EXPECT_EQ(VYX_FileIsEOF(VYX_INVALID_FILE), 1);
     EXPECT_EQ(VYX_FileIsEOF(0), 1);
-}
-
-TEST(File, SignalEndsAWaitOnce) {
-    int aPipe[2];
-    ASSERT_EQ(pipe(aPipe), 0);
-    struct sigaction action = {};
-    action.sa_handler = [](int) {}; // without SA_RESTART
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-    std::atomic<bool> bDone{false};
-    std::thread reader([&] {
-        char c = 0;
-        int32_t iCount = 0;
-        EXPECT_EQ(VYX_ReadFile(aPipe[0], &c, 1, &iCount), VYX_ERROR);
-        EXPECT_EQ(errno, EINTR);
-        EXPECT_EQ(iCount, -1);
-        bDone = true;
-    });
-    EXPECT_TRUE(support::WaitUntil([&] {
-        (void)pthread_kill(reader.native_handle(), SIGUSR1); // again, as the first may come before the read
-        return bDone.load();
-    }));
-    reader.join();
-    close(aPipe[0]);
-    close(aPipe[1]);
 }
 
 class FileCopy : public testing::Test {
@@ -218,7 +132,7 @@ class FileCopy : public testing::Test {
 
 TEST_F(FileCopy, ContentOfEachSizeWithinAndAcrossFileSystems) {
     const support::TempDir other(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : testing::TempDir());
-    for (const size_t nSize : {1U, 4095U, 4096U, 4097U, 262145U, 3000000U}) {
+    for (const size_t nSize : {1U, 4097U, 262145U}) {
         const std::string text = Bytes(nSize);
         for (const std::string &source : {m_source, other / "source"}) {
             m_source = source;
@@ -258,12 +172,13 @@ TEST_F(FileCopy, EmptyFileFails) {
     WriteFile(m_target, "old");
     EXPECT_EQ(Copy(), VYX_ERROR);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(access(m_target.c_str(), F_OK), 0);
     EXPECT_EQ(ReadFile(m_target), "") << "emptied before it failed";
-    ASSERT_EQ(access(m_target.c_str(), F_OK), 0);
 }
 
-TEST_F(FileCopy, ExistingTarget) {
+TEST_F(FileCopy, ExistingAndNewTarget) {
     WriteFile(m_source, "new");
+    ASSERT_EQ(chmod(m_source.c_str(), 0575), 0);
     WriteFile(m_target, "longer and older");
     ASSERT_EQ(chmod(m_target.c_str(), 0640), 0);
     EXPECT_EQ(Copy(1), VYX_ERROR);
@@ -271,24 +186,16 @@ TEST_F(FileCopy, ExistingTarget) {
     EXPECT_EQ(Copy(0), 1);
     EXPECT_EQ(ReadFile(m_target), "new");
     EXPECT_EQ(ModeOf(m_target), 0640U) << "an existing file keeps its permissions";
-}
-
-TEST_F(FileCopy, NewTargetHasTheSourcesModeLessTheMask) {
-    WriteFile(m_source, "text");
-    for (const mode_t nMask : {0U, 027U}) {
-        ASSERT_EQ(chmod(m_source.c_str(), 0575), 0);
-        umask(nMask);
-        (void)unlink(m_target.c_str());
-        EXPECT_EQ(Copy(1), 1);
-        EXPECT_EQ(ModeOf(m_target), 0575 & ~nMask);
-    }
+    (void)unlink(m_target.c_str());
+    umask(027);
+    EXPECT_EQ(Copy(1), 1);
+    EXPECT_EQ(ModeOf(m_target), 0575U & ~027U) << "a new one has the source's less the mask";
 }
 
 TEST_F(FileCopy, OntoItselfIsRefused) {
     WriteFile(m_source, "the only copy");
     ASSERT_EQ(link(m_source.c_str(), (m_dir / "hard").c_str()), 0);
-    ASSERT_EQ(symlink("source", (m_dir / "soft").c_str()), 0);
-    for (const char *szName : {"source", "hard", "soft", "./source"}) {
+    for (const char *szName : {"source", "hard"}) {
         m_target = m_dir / szName;
         EXPECT_EQ(Copy(), VYX_ERROR) << szName;
         EXPECT_EQ(ReadFile(m_source), "the only copy") << szName;
@@ -298,14 +205,14 @@ TEST_F(FileCopy, OntoItselfIsRefused) {
 TEST_F(FileCopy, WhatCannotBeCopied) {
     EXPECT_EQ(Copy(), VYX_ERROR);
     EXPECT_NE(access(m_target.c_str(), F_OK), 0) << "no source, no target";
-    m_source = m_dir.Path();
-    EXPECT_EQ(Copy(), VYX_ERROR) << "a directory";
-    m_source = m_dir / "source";
     WriteFile(m_source, "text");
     for (const char *szTarget : {"/dev/null", "/dev/full", "/"}) {
         m_target = szTarget;
         EXPECT_EQ(Copy(), VYX_ERROR) << szTarget;
     }
+    m_source = m_dir.Path();
+    m_target = m_dir / "target";
+    EXPECT_EQ(Copy(), VYX_ERROR) << "a directory";
 }
 
 TEST_F(FileCopy, NoRoomForTheTarget) {
@@ -348,7 +255,6 @@ TEST(ExePath, RoomForThePathAndItsZero) {
     ASSERT_EQ(VYX_GetCurExePath(szPath, sizeof szPath), VYX_OK);
     const std::string path = szPath;
     EXPECT_EQ(path, std::filesystem::read_symlink("/proc/self/exe"));
-    EXPECT_EQ(path, std::filesystem::canonical(path).string());
     szPath[0] = '?';
     EXPECT_EQ(VYX_GetCurExePath(szPath, static_cast<uint32_t>(path.size())), VYX_ERROR);
     EXPECT_EQ(errno, ENOMEM);

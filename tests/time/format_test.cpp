@@ -3,7 +3,6 @@
 #include <cstring>
 #include <ctime>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <vyx/time.h>
@@ -50,103 +49,38 @@ std::string Format(const std::string &format, size_t nMax, const VYX_TIME_EXP_T 
 }
 
 TEST(FormatTime, DirectivesAndTheSmallestBufferThatHoldsThem) {
+    constexpr VYX_TIME_EXP_T kFar = {0, 59, 59, 23, INT32_MIN, 11, INT32_MAX, 6, 365, 1, 0};
     const struct {
         const char *szFormat;
         const char *szExpected;
         size_t nSmallest;
+        const VYX_TIME_EXP_T &fields = kFields;
     } kTable[] = {
         {"plain", "plain", 6},
-        {"%C", "20", 3},
-        {"%D", "11/05/26", 9},
         {"%R", "09:04", 6},
-        {"%T", "09:04:03", 9},
-        {"%e", " 5", 3},
         {"%r", "09:04:03 AM", 12},
-        {"%Y", "2026", 5},
-        {"%H%M%S", "090403", 7},
         {"%d%%%d", "05%05", 7}, // the format itself needs more room than its result
-        {"%%%%", "%%", 5},
-        {"%%D", "%D", 4}, // what follows a doubled sign is no directive
-        {"a%", "a%", 4},  // a sign at the end counts as two
+        {"%%D", "%D", 4},       // what follows a doubled sign is no directive
+        {"a%", "a%", 4},        // a sign at the end counts as two
         {"%", "%", 3},
-        {"[%D %T]", "[11/05/26 09:04:03]", 20},
+        {"[%D %T]%C", "[11/05/26 09:04:03]20", 22},
         {"%Oe%EC", " 520", 7}, // modified directives are the platform's
         {"%a %b %j %p", "Thu Nov 309 AM", 15},
+        {"%C%R%e%T", "2147485623:59-214748364823:59:59", 33, kFar},
     };
     for (const auto &row : kTable) {
         SCOPED_TRACE(row.szFormat);
         for (size_t nMax = 0; nMax < row.nSmallest; ++nMax)
-            EXPECT_EQ(Format(row.szFormat, nMax), "") << nMax;
+            EXPECT_EQ(Format(row.szFormat, nMax, row.fields), "") << nMax;
         for (const size_t nMax : {row.nSmallest, row.nSmallest + 1, row.nSmallest + 100})
-            EXPECT_EQ(Format(row.szFormat, nMax), row.szExpected) << nMax;
+            EXPECT_EQ(Format(row.szFormat, nMax, row.fields), row.szExpected) << nMax;
     }
-    EXPECT_EQ(Format("", 0), "");
     EXPECT_EQ(Format("", 1), "");
 }
 
-// The same rules written down plainly, with room to spare everywhere.
-std::string Reference(const std::string &format, size_t nMax, const struct tm &fields) {
-    std::string work;
-    for (size_t i = 0; i < format.size() && work.size() < nMax;) {
-        if (format[i] != '%') {
-            work += format[i++];
-            continue;
-        }
-        const char cDirective = format.c_str()[i + 1];
-        i += 2;
-        const size_t nLeft = nMax - work.size();
-        char szNumber[40];
-        if (cDirective == 'C' || cDirective == 'e') {
-            const int64_t iValue =
-                cDirective == 'e' ? int64_t{fields.tm_mday} : (int64_t{fields.tm_year} + 1970) / 100;
-            (void)snprintf(szNumber, sizeof szNumber, "%2lld", static_cast<long long>(iValue));
-            if (strlen(szNumber) >= nLeft)
-                return "";
-            work += szNumber;
-        } else if (cDirective == 'D') {
-            work += "%m/%d/%y";
-        } else if (cDirective == 'R') {
-            work += "%H:%M";
-        } else if (cDirective == 'T') {
-            work += "%H:%M:%S";
-        } else if (cDirective == 'r') {
-            work += "%I:%M:%S %p";
-        } else {
-            work += '%';
-            work += cDirective;
-        }
-    }
-    if (work.size() >= nMax)
-        return "";
-    std::string out(nMax + 1, '\0');
-    out.resize(strftime(&out[0], nMax, work.c_str(), &fields));
-    return out;
-}
-
-TEST(FormatTime, AgreesWithTheReferenceInEveryBuffer) {
-    const char *const kPieces[] = {"",   "a",  "%C", "%D", "%R", "%T",  "%e",
-                                   "%r", "%%", "%Y", "%B", "%n", "xyz", "%"};
-    const VYX_TIME_EXP_T kOdd[] = {
-        kFields,
-        {0, 0, 0, 0, INT32_MIN, 0, INT32_MIN, 0, 0, 0, 0},
-        {0, 59, 59, 23, 123456789, 11, INT32_MAX, 6, 365, 1, 0},
-    };
-    for (const VYX_TIME_EXP_T &fields : kOdd)
-        for (const char *szFirst : kPieces)
-            for (const char *szSecond : kPieces)
-                for (const char *szThird : {"", "%e", "%T%"}) {
-                    const std::string format = std::string(szFirst) + szSecond + szThird;
-                    for (size_t nMax = 0; nMax < 50; ++nMax)
-                        ASSERT_EQ(Format(format, nMax, fields),
-                                  Reference(format, nMax, PlatformFields(fields)))
-                            << "\"" << format << "\" in " << nMax;
-                }
-}
-
 TEST(FormatTime, CenturyCountsFrom1970) {
-    const std::pair<int32_t, const char *> kTable[] = {{1929, "19"}, {1930, "20"}, {2026, "20"}, {2029, "20"},
-                                                       {2030, "21"}, {2129, "21"}, {2130, "22"}, {100, " 1"},
-                                                       {-70, " 0"},  {-270, "-2"}};
+    const std::pair<int32_t, const char *> kTable[] = {{1929, "19"}, {1930, "20"}, {2029, "20"},
+                                                       {2030, "21"}, {100, " 1"},  {-270, "-2"}};
     for (const auto &[iYear, szExpected] : kTable) {
         VYX_TIME_EXP_T fields = kFields;
         fields.tm_year = iYear - 1900;

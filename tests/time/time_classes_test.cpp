@@ -35,21 +35,16 @@ TEST(TimeClass, ShowsLocalFields) {
     EXPECT_EQ(summer.get_week_day(), 3);
     EXPECT_EQ(summer.get_year_day(), 195);
     ExpectFields(vyx_time(-1), 1970, 0, 1, 0, 59, 59);
-    const vyx_time copy(summer);
-    EXPECT_TRUE(copy == summer);
-    ExpectFields(copy, 2026, 6, 15, 14, 1, 1);
+    ExpectFields(vyx_time(summer), 2026, 6, 15, 14, 1, 1);
 }
 
 TEST(TimeClass, NowFollowsTheClock) {
     const int64_t iBefore = time(nullptr);
-    vyx_time t;
-    EXPECT_GE(t.get_time(), iBefore);
+    EXPECT_GE(vyx_time().get_time(), iBefore);
     vyx_time old(0);
-    EXPECT_EQ(old.get_year(), 1970);
-    EXPECT_GE(old.update_time(), t.get_time());
+    EXPECT_GE(old.update_time(), iBefore);
     EXPECT_GE(old.get_year(), 2024);
-    EXPECT_GE(t.now(), iBefore);
-    EXPECT_LE(t.get_time(), static_cast<int64_t>(time(nullptr)));
+    EXPECT_LE(old.get_time(), static_cast<int64_t>(time(nullptr)));
 }
 
 TEST(TimeClass, NegativeTimeKeepsTheFields) {
@@ -62,7 +57,6 @@ TEST(TimeClass, NegativeTimeKeepsTheFields) {
     EXPECT_EQ(t.get_time(), -1);
     ExpectFields(t, 2026, 6, 15, 12, 0, 0);
     t += vyx_time(2);
-    EXPECT_EQ(t.get_time(), 1);
     ExpectFields(t, 1970, 0, 1, 0, 0, 1);
     t = vyx_time(kSummer);
     ExpectFields(t, 2026, 6, 15, 12, 0, 0);
@@ -78,14 +72,10 @@ TEST(TimeClass, SubtractionStopsAtZero) {
     ExpectFields(t, 1970, 0, 1, 8, 0, 0);
     t = vyx_time(kSummer);
     t -= vyx_time(1);
-    EXPECT_EQ(t.get_time(), kSummer - 1);
     ExpectFields(t, 2026, 6, 15, 19, 59, 59);
     const vyx_time &self = t;
     t -= self;
     EXPECT_EQ(t.get_time(), 0);
-    ExpectFields(t, 1970, 0, 1, 8, 0, 0);
-    t -= vyx_time(-5);
-    EXPECT_EQ(t.get_time(), 5);
 }
 
 TEST(TimeClass, YearThatDoesNotFitKeepsTheFields) {
@@ -112,7 +102,6 @@ TEST(TimeClass, Time2tm) {
     EXPECT_EQ(fields.tm_year, -7);
     EXPECT_EQ(vyx_time::time2tm(0, nullptr), nullptr);
     EXPECT_EQ(vyx_time::time2tm(0, &fields), &fields);
-    EXPECT_EQ(fields.tm_year, 70);
     EXPECT_EQ(fields.tm_hour, 8);
     const Zone other(support::kBerlin); // changed between calls: each call follows
     EXPECT_EQ(vyx_time::time2tm(0, &fields), &fields);
@@ -131,11 +120,9 @@ TEST(TickClass, ArithmeticDoesNotClamp) {
     vyx_time_tick t(10);
     t -= vyx_time_tick(20);
     EXPECT_EQ(t.get_time(), -10);
-    t += vyx_time_tick(4);
-    EXPECT_EQ(t.get_time(), -6);
     const vyx_time_tick copy(t);
-    EXPECT_TRUE(copy == t && t < vyx_time_tick(-5) && t > vyx_time_tick(-7));
-    EXPECT_FALSE(copy > t || copy < t || t == vyx_time_tick(6));
+    EXPECT_TRUE(copy == t && t < vyx_time_tick(-9) && t > vyx_time_tick(-11));
+    EXPECT_FALSE(copy > t || copy < t || t == vyx_time_tick(10));
     t = vyx_time_tick(INT64_MAX);
     t += vyx_time_tick(1); // wraps
     EXPECT_EQ(t.get_time(), INT64_MIN);
@@ -152,14 +139,9 @@ TEST(TickClass, WholeUnitsRoundHalfUp) {
     for (const auto &[fnConvert, iUnit] : kConversions) {
         SCOPED_TRACE(iUnit);
         EXPECT_EQ(fnConvert(0), 0);
-        EXPECT_EQ(fnConvert(iUnit / 2 - 1), 0);
-        EXPECT_EQ(fnConvert(iUnit / 2), 1);
-        EXPECT_EQ(fnConvert(iUnit), 1);
         EXPECT_EQ(fnConvert(iUnit + iUnit / 2 - 1), 1);
         EXPECT_EQ(fnConvert(iUnit + iUnit / 2), 2);
-        EXPECT_EQ(fnConvert(-1), -1);
         EXPECT_EQ(fnConvert(-5 * iUnit), -1);
-        EXPECT_EQ(fnConvert(INT64_MIN), -1);
         EXPECT_EQ(fnConvert(INT64_MAX), INT64_MAX / iUnit + 1) << "both end in 775807 and 807";
     }
 }
@@ -170,12 +152,8 @@ TEST(TickClass, FromTimeval) {
     } kTable[] = {
         {2, 999500, 3000, 2999500},
         {2, 999499, 2999, 2999499},
-        {0, 499, 0, 499},
-        {0, 500, 1, 500},
         {-1, 5, -1, -1},
         {5, -1, -1, -1},
-        {-2, 0, -2000, -2000000},
-        {0, -2, 0, -2},
         {0, -1501, -1, -1501},
         {1, INT32_MAX, 2148484, 2148483647},
         {INT64_MAX, 0, -1000, -1000000},   // wraps
@@ -196,7 +174,6 @@ TEST(TickClass, ToTimevalTruncates) {
     struct timeval tv = {7, 8};
     for (auto fnConvert : {vyx_time_tick::ms2timeval, vyx_time_tick::us2timeval}) {
         EXPECT_EQ(fnConvert(-1, &tv), nullptr);
-        EXPECT_EQ(fnConvert(INT64_MIN, &tv), nullptr);
         EXPECT_EQ(fnConvert(1, nullptr), nullptr);
         EXPECT_TRUE(tv.tv_sec == 7 && tv.tv_usec == 8);
     }
@@ -204,8 +181,6 @@ TEST(TickClass, ToTimevalTruncates) {
     EXPECT_TRUE(tv.tv_sec == 1 && tv.tv_usec == 234000);
     EXPECT_EQ(vyx_time_tick::us2timeval(1999999, &tv), &tv);
     EXPECT_TRUE(tv.tv_sec == 1 && tv.tv_usec == 999999);
-    EXPECT_EQ(vyx_time_tick::us2timeval(0, &tv), &tv);
-    EXPECT_TRUE(tv.tv_sec == 0 && tv.tv_usec == 0);
     EXPECT_EQ(vyx_time_tick::ms2timeval(INT64_MAX, &tv), &tv);
     EXPECT_TRUE(tv.tv_sec == static_cast<time_t>(INT64_MAX / 1000) && tv.tv_usec == 807000);
 }
