@@ -101,6 +101,14 @@ TEST_F(CycleBuffer, CallbackMayWriteToAndReadTheSameRing) {
     EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}, {1, 2, 77}})) << "the inner one drops all of them";
     EXPECT_EQ(Count(), 1U) << "written after the inner one";
     EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
+    const Bytes full(16, 5);
+    EXPECT_EQ(Write(full), VYX_OK);
+    m_taken.bReadAgain = true;
+    (void)Read();
+    EXPECT_EQ(Count(), 1U) << "a whole ring dropped leaves its start where it was";
+    (void)Read();
+    EXPECT_EQ(Write({3, 4}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{3, 4}}));
 }
 
 TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {

@@ -23,6 +23,7 @@
 #include "net/adapter_text.h"
 #include "net/failing_memory.h"
 #include "support/support.h"
+#include "sys/descriptor.h"
 
 namespace {
 
@@ -359,6 +360,36 @@ TEST(Adapters, FromManyThreadsAtOnce) {
     if (Adapters() != expected)
         GTEST_SKIP() << "this system's adapters changed meanwhile";
     EXPECT_EQ(equal, std::vector<int>(kThreads, 20));
+}
+
+void *CancelledInTheCall(void * /*pParam*/) {
+    VYX_ADAPTER_INFO *pList = nullptr;
+    (void)pthread_cancel(pthread_self());
+    (void)VYX_GetAdapterInfo(&pList);
+    (void)VYX_FreeAdapterInfo(pList); // where nothing in the call ends a cancelled thread
+    pthread_testcancel();
+    return nullptr;
+}
+
+void *CancelledBeforeTheClose(void * /*pParam*/) {
+    {
+        const vyx_inter::Descriptor descriptor(socket(AF_INET, SOCK_DGRAM, 0));
+        (void)pthread_cancel(pthread_self());
+    }
+    pthread_testcancel();
+    return nullptr;
+}
+
+TEST(Adapters, CancelledThreadsEndAndLeaveNoDescriptor) {
+    const int iBefore = OpenDescriptors();
+    for (const auto fnStart : {CancelledInTheCall, CancelledBeforeTheClose}) {
+        pthread_t hThread;
+        void *pResult = nullptr;
+        ASSERT_EQ(pthread_create(&hThread, nullptr, fnStart, nullptr), 0);
+        ASSERT_EQ(pthread_join(hThread, &pResult), 0);
+        EXPECT_EQ(pResult, PTHREAD_CANCELED);
+        EXPECT_EQ(OpenDescriptors(), iBefore);
+    }
 }
 
 // ---- Hardware addresses
