@@ -1,23 +1,19 @@
-# Darwin for the processor VYX_DARWIN_PROCESSOR (x86_64 or arm64), with Clang, LLVM's linker and the headers that
-# scripts/darwin puts into build/darwin/sdk-PROCESSOR.
+# Darwin for the processor VYX_DARWIN_PROCESSOR (x86_64 or arm64), with Zig, LLVM's linker (see darwin-compiler) and what
+# scripts/darwin puts into build/darwin: the compiler, and the names of the platform's libraries in sdk.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES VYX_DARWIN_PROCESSOR)
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR ${VYX_DARWIN_PROCESSOR})
-get_filename_component(CMAKE_OSX_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../../build/darwin/sdk-${VYX_DARWIN_PROCESSOR} ABSOLUTE)
+get_filename_component(CMAKE_OSX_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../../build/darwin/sdk ABSOLUTE)
 set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
 set(CMAKE_FIND_ROOT_PATH ${CMAKE_OSX_SYSROOT})
-set(CMAKE_CXX_FLAGS_INIT -stdlib=libc++)
 foreach(language C CXX)
   set(CMAKE_${language}_COMPILER_TARGET ${VYX_DARWIN_PROCESSOR}-apple-darwin)
 endforeach()
-set(CMAKE_C_COMPILER clang)
-set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_C_COMPILER ${CMAKE_CURRENT_LIST_DIR}/darwin-compiler cc)
+set(CMAKE_CXX_COMPILER ${CMAKE_CURRENT_LIST_DIR}/darwin-compiler c++)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_EXE_LINKER_FLAGS_INIT -fuse-ld=lld)
-set(CMAKE_SHARED_LINKER_FLAGS_INIT -fuse-ld=lld)
-set(CMAKE_MODULE_LINKER_FLAGS_INIT -fuse-ld=lld)
 find_program(llvm_config llvm-config REQUIRED)
 execute_process(COMMAND ${llvm_config} --bindir OUTPUT_VARIABLE llvm OUTPUT_STRIP_TRAILING_WHITESPACE)
 foreach(tool AR RANLIB NM INSTALL_NAME_TOOL OTOOL LIPO STRIP)

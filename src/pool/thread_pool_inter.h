@@ -29,21 +29,20 @@ struct THREAD_POOL_T {
     std::atomic<uint32_t> bQuit; // 1 once destruction has begun; also read without the lock
     uint32_t nMaxCount;          // this and the next: set at creation, before the first worker
     uint32_t nInitCount;
-    uint32_t nCurrCount;         // live workers; guarded by hLock
-    uint32_t nStackSize;         // bytes; 0: 1 MiB
-    uint32_t nIdleTimeOut;       // milliseconds; VYX_INFINITE: workers never retire
-    std::atomic<uint32_t> nUses; // callers inside VYX_ThreadPool_WorkEx; destruction waits for them
-    VYX_MUTEX_T hLock;           // recursive
+    uint32_t nCurrCount;   // live workers; guarded by hLock
+    uint32_t nStackSize;   // bytes; 0: 1 MiB
+    uint32_t nIdleTimeOut; // milliseconds; VYX_INFINITE: workers never retire
+    VYX_MUTEX_T hLock;     // recursive
     THREAD_INFO_T struThreads[MAX_THREAD_PER_THREADPOOL];
 
     // A set bit: that record is certainly not idle, so a search for an idle one leaves it out. A clear bit says
     // nothing. Guarded by hLock.
     uint64_t nNotIdle[VYX_POOL_WORDS];
-    VYX_COND_T hFree;  // signalled when a worker becomes idle or goes; with hLock
-    uint32_t nWaiting; // callers asleep on hFree; guarded by hLock
-    std::atomic<uint32_t>
-        nFreed; // a hint for callers that look without the lock: changes soon after a worker
-                // has become idle
+    VYX_COND_T hFree;            // signalled when a worker becomes idle or goes; with hLock
+    uint32_t nWaiting;           // callers asleep on hFree; guarded by hLock
+    std::atomic<uint32_t> nUses; // callers inside VYX_ThreadPool_WorkEx; destruction waits for them
+    // A hint for callers that look without the lock: changes soon after a worker has become idle.
+    std::atomic<uint32_t> nFreed;
 };
 
 // Start and stop of the registry's stage, under the start/stop mutex. Both return 0. The start empties the

@@ -5,6 +5,7 @@
 // are passed over with its functions, which are faster than a loop; the difference is then found in a short one.
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "string/string_inter.h"
 
@@ -18,25 +19,30 @@ int32_t Byte_Local(char c) {
     return static_cast<unsigned char>(c);
 }
 
-// Tells by trial whether strcmp and strncmp give the difference of the bytes, at every distance from the start.
+// Two bytes, the first the smaller: far apart, next to each other, the end of a text, around the sign bit.
+constexpr unsigned char kPairs[][2] = {{0x01, 0xFE}, {'a', 'b'}, {0x00, 'a'}, {0x7F, 0x80}, {'A', 'a'}};
+
+// Tells by trial whether strcmp and strncmp give the difference of the bytes: at every distance from the start,
+// from all kinds of addresses and for bytes with many and with few differing bits. Some C libraries give a number that
+// happens to be the difference for some pairs of bytes and not for others.
 bool GivesDifferences_Local() {
-    char szLow[kTried + 2] = {};
-    char szHigh[kTried + 2] = {};
-    constexpr int32_t kDifference = 0xFE - 1;
+    char szLow[kTried + kNear + 1];
+    char szHigh[kTried + kNear + 1];
+    std::memset(szLow, 'x', sizeof szLow);
+    std::memset(szHigh, 'x', sizeof szHigh);
+    szLow[sizeof szLow - 1] = szHigh[sizeof szHigh - 1] = '\0';
     for (size_t i = 0; i < kTried; ++i) {
-        szLow[i] = '\x01';
-        szHigh[i] = '\xFE';
-        const int32_t aiMiddle[] = {std::strcmp(szHigh, szLow), -std::strcmp(szLow, szHigh),
-                                    std::strncmp(szHigh, szLow, kTried), -std::strncmp(szLow, szHigh, i + 1)};
-        szLow[i] = '\0'; // the end of a text is a byte like any other
-        const int32_t aiEnd[] = {-std::strcmp(szLow, szHigh), std::strncmp(szHigh, szLow, i + 1)};
-        for (const int32_t iResult : aiMiddle)
-            if (iResult != kDifference)
-                return false;
-        for (const int32_t iResult : aiEnd)
-            if (iResult != kDifference + 1)
-                return false;
-        szLow[i] = szHigh[i] = 'x';
+        const unsigned char *pPair = kPairs[i % std::size(kPairs)];
+        char *pLow = szLow + i * 3 % kNear;
+        char *pHigh = szHigh + i * 7 % kNear;
+        pLow[i] = static_cast<char>(pPair[0]);
+        pHigh[i] = static_cast<char>(pPair[1]);
+        const int32_t iDifference = pPair[1] - pPair[0];
+        if (std::strcmp(pHigh, pLow) != iDifference || std::strcmp(pLow, pHigh) != -iDifference ||
+            std::strncmp(pHigh, pLow, kTried) != iDifference ||
+            std::strncmp(pLow, pHigh, i + 1) != -iDifference)
+            return false;
+        pLow[i] = pHigh[i] = 'x';
     }
     return true;
 }

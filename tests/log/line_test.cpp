@@ -184,7 +184,8 @@ TEST_F(LogSwitch, OffFirstWritesWhatIsQueued) {
             ASSERT_EQ(TextOf(lines[n]), std::to_string(n));
         EXPECT_EQ(WriteLog(kInf, "f", 1, "late"), 0);
         EXPECT_EQ(DisableTarget(eOther), 0) << "the last one: stops the service";
-        EXPECT_FALSE(ThreadExists("WriteLogProc"));
+        EXPECT_TRUE(support::WaitUntil([] { return !ThreadExists("WriteLogProc"); }))
+            << "ended, it goes soon";
         EXPECT_EQ(Lines(read(eTarget)).size(), kLines);
         EXPECT_EQ(Lines(read(eOther)).size(), kLines + 1);
         EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -5);

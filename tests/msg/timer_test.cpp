@@ -155,7 +155,7 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
 TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
     Calls calls[VYX_MAX_TIMERS];
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n)
-        ASSERT_EQ(Set(Calls::Count, &calls[n], 10), n);
+        ASSERT_EQ(Set(Calls::Count, &calls[n], 10 * static_cast<uint32_t>(support::TimeScale())), n);
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n) {
         EXPECT_TRUE(calls[n].Wait(2));
         EXPECT_EQ(calls[n].nTimerId, n);

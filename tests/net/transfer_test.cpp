@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <vector>
 
+#include <net/if.h>
 #include <vyx/frame.h>
 
 #include "net/net_support.h"
@@ -68,22 +69,22 @@ TEST(Transfer, WakeUpsWithoutRoomDoNotEndASend) {
 #else
     Pair pair;
     constexpr int kTellWhenAcknowledged = 1 << 9 | 1 << 4 | 1 << 11; // nobody reads what is told
-    if (setsockopt(pair.client, SOL_SOCKET, SO_TIMESTAMPING, &kTellWhenAcknowledged, sizeof(int)) != 0)
-        GTEST_SKIP() << "this kernel tells nothing of what was sent";
+    const bool bTold =
+        setsockopt(pair.client, SOL_SOCKET, SO_TIMESTAMPING, &kTellWhenAcknowledged, sizeof(int)) == 0;
+    ASSERT_TRUE(bTold || support::kEmulated);
     const std::string data = Pattern(30000000);
     const auto nSize = static_cast<int32_t>(data.size());
     ASSERT_EQ(VYX_Sendn(pair.client, data.data(), 1, LongTime()), 1);
     pollfd fd = {pair.client, 0, 0};
-    ASSERT_EQ(VYX_Poll(&fd, 1, static_cast<int32_t>(LongTime())), 1);
-    ASSERT_EQ(fd.revents, POLLERR);
+    ASSERT_EQ(VYX_Poll(&fd, 1, bTold ? static_cast<int32_t>(LongTime()) : 0), bTold ? 1 : 0);
+    ASSERT_EQ(fd.revents, bTold ? POLLERR : 0);
     int32_t iSent = 0;
     EXPECT_GE(support::MillisecondsOf([&] { iSent = VYX_Sendn(pair.client, data.data(), nSize, 50); }), 48.0)
         << "the time is used";
     ASSERT_LT(iSent, nSize);
     std::string got(data.size() + 1, '\0');
-    std::thread reader([&] {
-        EXPECT_EQ(VYX_Recvn(pair.server, got.data(), nSize + 1, LongTime()), nSize + 1);
-    });
+    std::thread reader(
+        [&] { EXPECT_EQ(VYX_Recvn(pair.server, got.data(), nSize + 1, LongTime()), nSize + 1); });
     EXPECT_EQ(VYX_Sendn(pair.client, data.data() + iSent, nSize - iSent, VYX_INFINITE), nSize - iSent);
     reader.join();
     EXPECT_TRUE(got.compare(1, std::string::npos, data) == 0);
@@ -263,15 +264,10 @@ TEST(MultiCast, GroupOfIPv4) {
     ASSERT_EQ(VYX_MakeAddrByString(AF_INET, "239.255.77.7", 0, &group), VYX_OK);
     ASSERT_EQ(VYX_Bind(member, &group), 0);
     group = LocalOf(member);
-    const in_addr out = loopback.in4.sin_addr;
-    const int iChosen = setsockopt(sender, IPPROTO_IP, IP_MULTICAST_IF, &out, sizeof out);
-    if (support::kEmulated && iChosen != 0)
-        GTEST_SKIP() << "the emulator cannot choose where groups are sent";
-    ASSERT_EQ(iChosen, 0);
+    ASSERT_EQ(VYX_Bind(sender, &loopback), 0); // what it sends to groups goes out there
     EXPECT_EQ(VYX_JoinMultiCastGroup(member, nullptr, &group), -1);
     EXPECT_EQ(VYX_JoinMultiCastGroup(member, &loopback, nullptr), -1);
-    if (VYX_JoinMultiCastGroup(member, &loopback, &group) != 0)
-        GTEST_SKIP() << "loopback takes no groups here";
+    ASSERT_EQ(VYX_JoinMultiCastGroup(member, &loopback, &group), 0);
     ExpectHeard(member, sender, group, true);
     EXPECT_EQ(VYX_LeaveMultiCastGroup(member, &loopback, &group), 0);
     EXPECT_EQ(VYX_LeaveMultiCastGroup(member, &loopback, &group), -1);
@@ -279,39 +275,42 @@ TEST(MultiCast, GroupOfIPv4) {
     EXPECT_EQ(VYX_JoinMultiCastGroup(member, &loopback, &group), -1);
 }
 
+// An interface over which datagrams to the group, which never leave the machine, find their way; 0: none.
+uint32_t InterfaceWithGroups(const Socket &sender, VYX_ADDR_T group) {
+    struct if_nameindex *pNames = if_nameindex();
+    uint32_t nIndex = 0;
+    for (auto *p = pNames; p != nullptr && p->if_index != 0 && nIndex == 0; ++p) {
+        group.in6.sin6_scope_id = p->if_index;
+        if (VYX_SendTo(sender, "s", 1, &group) == 1)
+            nIndex = p->if_index;
+    }
+    if_freenameindex(pNames);
+    return nIndex;
+}
+
 TEST(MultiCast, GroupOfIPv6) {
     const Socket member(AF_INET6, SOCK_DGRAM);
     const Socket sender(AF_INET6, SOCK_DGRAM);
-    const VYX_ADDR_T any = Loopback(AF_INET6);
-    VYX_ADDR_T local;
+    VYX_ADDR_T any;
     VYX_ADDR_T group;
-    memset(&local, 0, sizeof local);
+    memset(&any, 0, sizeof any);
     memset(&group, 0, sizeof group);
-    ASSERT_EQ(VYX_MakeAddrByString(AF_INET6, nullptr, 0, &local), VYX_OK);
-    if (member == VYX_INVALID_SOCKET || VYX_Bind(member, &local) != 0)
+    ASSERT_EQ(VYX_MakeAddrByString(AF_INET6, nullptr, 0, &any), VYX_OK);
+    if (member == VYX_INVALID_SOCKET || VYX_Bind(member, &any) != 0)
         GTEST_SKIP() << "no IPv6 here";
-    ASSERT_EQ(VYX_MakeAddrByString(AF_INET6, "ff15:0:0:0:0:0:77:7", 0, &group), VYX_OK);
+    ASSERT_EQ(VYX_MakeAddrByString(AF_INET6, "ff01:0:0:0:0:0:77:7", 0, &group), VYX_OK);
     const VYX_ADDR_T bound = LocalOf(member);
     VYX_SetAddrPort(&group, VYX_GetAddrPort(&bound));
-    constexpr uint32_t kLoopbackIndex = 1;
-    group.in6.sin6_flowinfo = kLoopbackIndex;
-    if (VYX_JoinMultiCastGroup(member, &any, &group) != 0)
-        GTEST_SKIP() << "loopback takes no groups here";
-    const int iIndex = kLoopbackIndex;
-    const int iChosen = setsockopt(sender, IPPROTO_IPV6, IPV6_MULTICAST_IF, &iIndex, sizeof iIndex);
-    if (support::kEmulated && iChosen != 0)
-        GTEST_SKIP() << "the emulator cannot choose where groups are sent";
-    ASSERT_EQ(iChosen, 0);
-    group.in6.sin6_flowinfo = 0;
-    group.in6.sin6_scope_id = kLoopbackIndex;
-    char cByte = 0;
-    if (VYX_SendTo(sender, "g", 1, &group) != 1)
+    const uint32_t nIndex = InterfaceWithGroups(sender, group);
+    if (nIndex == 0)
         GTEST_SKIP() << "no route to groups of IPv6 here";
-    pollfd fd = {member, POLLIN, 0};
-    EXPECT_EQ(VYX_Poll(&fd, 1, static_cast<int32_t>(LongTime())), 1);
-    EXPECT_EQ(VYX_Recv(member, &cByte, 1), 1);
-    group.in6.sin6_flowinfo = kLoopbackIndex;
-    EXPECT_EQ(VYX_LeaveMultiCastGroup(member, &any, &group), 0);
+    VYX_ADDR_T membership = group;
+    membership.in6.sin6_flowinfo = nIndex;
+    group.in6.sin6_scope_id = nIndex;
+    ASSERT_EQ(VYX_JoinMultiCastGroup(member, &any, &membership), 0);
+    ExpectHeard(member, sender, group, true);
+    EXPECT_EQ(VYX_LeaveMultiCastGroup(member, &any, &membership), 0);
+    ExpectHeard(member, sender, group, false);
 }
 
 } // namespace

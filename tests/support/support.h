@@ -30,11 +30,12 @@ constexpr bool kEmulated = true;
 constexpr bool kEmulated = false;
 #endif
 
-// The emulator of PowerPC aborts when a thread is cancelled in a platform call, also without this library.
+// In the emulator of PowerPC the C++ runtime aborts when a thread is cancelled in its sleep: it does not find its way out
+// of the signal's frame, also without this library.
 #if defined(VYX_TESTS_EMULATED) && defined(__powerpc__)
-constexpr bool kCancellation = false;
+constexpr bool kCancelsSleepers = false;
 #else
-constexpr bool kCancellation = true;
+constexpr bool kCancelsSleepers = true;
 #endif
 
 // How many times longer than on an idle native machine things may take; VYX_TEST_TIME_SCALE sets it.
