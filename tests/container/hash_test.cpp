@@ -38,6 +38,7 @@ TEST(HashTable, SingleSlot) {
     EXPECT_EQ(pData, nullptr);
     EXPECT_EQ(VYX_SimpleIntHashRemove(12345, pTable), VYX_ERROR);
     EXPECT_EQ(VYX_SimpleIntHashRemove(UINT32_MAX, pTable), VYX_OK);
+    EXPECT_EQ(VYX_SimpleIntHashRemove(UINT32_MAX, pTable), VYX_ERROR);
     EXPECT_EQ(VYX_SimpleIntHashDestroy(pTable), VYX_OK);
 }
 
@@ -63,6 +64,21 @@ TEST(HashTable, RemovalKeepsTheCountWhenAnItemMoves) {
     EXPECT_EQ(pHeader->filled, 2U);
     EXPECT_EQ(VYX_SimpleHashRemove("commonly2", pTable), VYX_ERROR);
     EXPECT_EQ(VYX_SimpleHashDestroy(pTable), VYX_OK);
+}
+
+TEST(HashTable, RemovalFromAFullTableFailsButTakesTheItem) {
+    void *pTable = nullptr;
+    ASSERT_EQ(VYX_SimpleIntHashCreate(5, &pTable), VYX_OK);
+    for (uint32_t n = 1; n <= 5; ++n) { // all have the home 1
+        _VYX_INTITEM item = {n * 5, Data(n)};
+        ASSERT_EQ(VYX_SimpleIntHashEnter(&item, pTable), VYX_OK);
+    }
+    EXPECT_EQ(VYX_SimpleIntHashRemove(5, pTable), VYX_ERROR)
+        << "there is no room for the item that would move";
+    void *pData = nullptr;
+    EXPECT_EQ(VYX_SimpleIntHashFind(5, &pData, pTable), VYX_ERROR);
+    EXPECT_EQ(static_cast<struct VYX_HSEARCH_INTDATA *>(pTable)->filled, 5U);
+    EXPECT_EQ(VYX_SimpleIntHashDestroy(pTable), VYX_OK);
 }
 
 // The home of a key is its hash modulo the size, or 1 for 0. Bytes count with their sign, those behind the eighth

@@ -136,16 +136,20 @@ TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
 TEST_F(LogFile, FileSizeLimitOfTheProcessLeavesNoTornLine) {
     rlimit old;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    const rlimit limit = {1000, old.rlim_max};
-    On();
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0); // the signal that goes with it must not end the process
-    for (int n = 0; n < 6; ++n)
-        EXPECT_EQ(WriteLength(300), 0);
-    EXPECT_EQ(WriteLength(100, 's'), 0); // this one fits
-    DisableTarget(kFile);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
-    EXPECT_EQ(Lines(LogText(logs + "/vyx_log_1_w.log")).size(), 4U);
-    EXPECT_EQ(Size("vyx_log_1_w.log"), 1000U);
+    for (const rlim_t nRoom : {0U, 99U, 100U}) { // for three long lines and that much of the fourth
+        SCOPED_TRACE(nRoom);
+        const rlimit limit = {900 + nRoom, old.rlim_max};
+        On();
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit),
+                  0); // the signal that goes with it must not end the process
+        for (int n = 0; n < 6; ++n)
+            EXPECT_EQ(WriteLength(300), 0);
+        EXPECT_EQ(WriteLength(100, 's'), 0);
+        DisableTarget(kFile);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
+        EXPECT_EQ(Lines(LogText(logs + "/vyx_log_1_w.log")).size(), nRoom == 100 ? 4U : 3U);
+        EXPECT_EQ(Size("vyx_log_1_w.log"), nRoom == 100 ? 1000U : 900U);
+    }
 }
 
 TEST_F(LogFile, FullDeviceTakesNothing) {

@@ -41,7 +41,8 @@ TEST(Numbers, TextsAreReadToTheirEnd) {
         int64_t iValue;
         int iEnd; // offset
     } cases[] = {
-        {"0xh", 16, 0, 0}, {"\t\n\v\f\r +9x", 0, 9, 8}, {"--5", 10, 0, 0}, {"12", 17, 0, 0}, {"3", 2, 0, 0},
+        {"0Xh", 16, 0, 0}, {"7F", 16, 127, 2}, {"\t\n\v\f\r +9x", 0, 9, 8},
+        {"--5", 10, 0, 0}, {"12", 17, 0, 0},   {"3", 2, 0, 0},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.szText);

@@ -145,7 +145,8 @@ TEST(Dir, NullAndWhatIsNoDirectory) {
     EXPECT_EQ(VYX_OpenDir((dir / "file").c_str()), nullptr);
     EXPECT_EQ(errno, ENOTDIR);
     EXPECT_EQ(VYX_FindFileInDir(nullptr, &info), VYX_ERROR);
-    const VYX_DIR_T hDir = VYX_OpenDir(dir.Path().c_str());
+    const VYX_DIR_T hDir = VYX_OpenDir((dir / "").c_str());
+    EXPECT_EQ(hDir->szPath, dir / "");
     EXPECT_EQ(VYX_FindFileInDir(hDir, nullptr), VYX_ERROR);
     EXPECT_EQ(List(hDir).size(), 3U) << "no entry was lost to the null";
     EXPECT_EQ(VYX_CloseDir(nullptr), VYX_ERROR);
