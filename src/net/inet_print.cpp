@@ -81,7 +81,7 @@ int PrintLong_Local(const uint8_t *pBytes16, char (&szText)[kLongRoom]) {
             *pOut++ = ':';
         if (i == 6 && EndsInShortForm_Local(run, words)) {
             // Deliberate: the quad gets eight characters, and an address whose quad is longer has no text.
-            // Pinned by Addr.PrinterAgainstThePlatform.
+            // Pinned by Addr.PrinterKeepsToTheSize.
             if (VYX_InetNtop4(pBytes16 + 12, pOut, kShortLimit) == nullptr)
                 return -1;
             return static_cast<int>(std::strlen(szText));
