@@ -1,15 +1,12 @@
-// What the tests of sockets share: sockets that close themselves, connections over loopback, a storm of signals, and
-// peers written against another library.
+// What the tests share: sockets that close themselves, connections over loopback, a storm of signals, and limits.
 #ifndef VYX_TESTS_NET_SUPPORT_H
 #define VYX_TESTS_NET_SUPPORT_H
 
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <pthread.h>
-#include <string>
-#include <sys/wait.h>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -118,41 +115,23 @@ class SignalStorm {
     std::thread m_thread;
 };
 
-// A program for the platform's own interpreter. What it prints can be read; its end is awaited.
-class Python {
+// Sets this process's limit of descriptors for its own lifetime; failed if the system does not allow it.
+class DescriptorLimit {
   public:
-    explicit Python(const std::string &program)
-        : m_pOutput(popen(("python3 -c '" + program + "'").c_str(), "r")) {}
-    ~Python() { (void)Wait(); }
-    Python(const Python &) = delete;
-    Python &operator=(const Python &) = delete;
-
-    static bool Available() { return std::system("python3 -c '' 2>/dev/null") == 0; }
-
-    std::string Line() {
-        char szLine[256] = "";
-        if (m_pOutput == nullptr || std::fgets(szLine, sizeof szLine, m_pOutput) == nullptr)
-            return "";
-        return std::string(szLine).substr(0, std::strcspn(szLine, "\n"));
+    explicit DescriptorLimit(rlim_t nLimit) {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        const rlimit wanted = {nLimit, m_before.rlim_max};
+        m_bSet = setrlimit(RLIMIT_NOFILE, &wanted) == 0;
     }
-    // Its exit status.
-    int Wait() {
-        const int iStatus = m_pOutput == nullptr ? -1 : pclose(m_pOutput);
-        m_pOutput = nullptr;
-        return WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -1;
-    }
+    ~DescriptorLimit() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &m_before), 0); }
+    DescriptorLimit(const DescriptorLimit &) = delete;
+    DescriptorLimit &operator=(const DescriptorLimit &) = delete;
+    bool IsSet() const { return m_bSet; }
 
   private:
-    FILE *m_pOutput;
+    rlimit m_before = {};
+    bool m_bSet = false;
 };
-
-// What a call writes to standard error.
-template <class Call>
-std::string ErrorsOf(Call call) {
-    testing::internal::CaptureStderr();
-    call();
-    return testing::internal::GetCapturedStderr();
-}
 
 } // namespace nettest
 
