@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <vyx/net.h>
@@ -132,6 +133,21 @@ class DescriptorLimit {
     rlimit m_before = {};
     bool m_bSet = false;
 };
+
+// How many of 200 calls, 50 in each of four threads at once, are true.
+template <class Call>
+int CountInThreads(Call call) {
+    std::atomic<int> iTrue{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int j = 0; j < 50; ++j)
+                iTrue += call() ? 1 : 0;
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    return iTrue;
+}
 
 } // namespace nettest
 
