@@ -196,15 +196,10 @@ TEST_F(Mill, TellsSendersApart) {
     StartCollector();
     Write("same", "one\n");
     EXPECT_EQ(Shell(SendCommand("same") + "; " + SendCommand("same")).iStatus, 0);
-    const Outcome stranger =
-        Shell("bash -c 'exec 3<>/dev/tcp/127.0.0.1/" + m_port + "; echo GET / >&3; cat <&3'");
-    EXPECT_EQ(stranger.out, "");
-    const std::string said = EndCollector();
-    EXPECT_EQ(NumberAfter("lines", said), 2);
-    EXPECT_EQ(NumberAfter("senders", said), 2);
+    EXPECT_EQ(Shell("bash -c 'exec 3<>/dev/tcp/127.0.0.1/" + m_port + "; echo GET / >&3; cat <&3'").out, "");
+    EXPECT_EQ(NumberAfter("senders", EndCollector()), 2);
     Rebuild();
-    EXPECT_EQ(Read("out/same"), "one\n");
-    EXPECT_EQ(Read("out/same+2"), "one\n");
+    EXPECT_EQ(Read("out/same") + Read("out/same+2"), "one\none\n");
 }
 
 TEST_F(Mill, SaysWhatIsWrong) {
@@ -245,13 +240,10 @@ TEST_F(Mill, SaysWhatIsWrong) {
 }
 
 TEST(Hello, BothProgramsGreet) {
+    const std::regex greeting("Hello, world, on .{24}\n"); // the characters of a time
     for (const char *szProgram : {HELLO_C, HELLO_CPP}) {
         const Outcome outcome = Shell(szProgram);
-        EXPECT_EQ(outcome.iStatus, 0);
-        const std::string greeting = "Hello, world, on ";
-        EXPECT_EQ(outcome.out.substr(0, greeting.size()), greeting);
-        EXPECT_EQ(outcome.out.size(), greeting.size() + 24 + 1)
-            << outcome.out; // 24 characters of time, a feed
+        EXPECT_TRUE(outcome.iStatus == 0 && std::regex_match(outcome.out, greeting)) << outcome.out;
     }
 }
 

@@ -180,23 +180,20 @@ bool Ip(const std::string &commands) {
 bool EnterNamespace() {
     if (unshare(CLONE_NEWNET) == 0)
         return true;
-    const auto nUser = getuid();
-    const auto nGroup = getgid();
+    const std::string user = std::to_string(getuid());
+    const std::string group = std::to_string(getgid());
     if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
         return false;
     support::WriteFile("/proc/self/setgroups", "deny");
-    support::WriteFile("/proc/self/uid_map", "0 " + std::to_string(nUser) + " 1");
-    support::WriteFile("/proc/self/gid_map", "0 " + std::to_string(nGroup) + " 1");
+    support::WriteFile("/proc/self/uid_map", "0 " + user + " 1");
+    support::WriteFile("/proc/self/gid_map", "0 " + group + " 1");
     return true;
 }
 
 [[noreturn]] void RunChild(const std::string &commands, const std::function<void()> &check) {
-    if (!EnterNamespace()) {
-        std::perror("unshare");
-        _exit(kSkipped);
-    }
-    if (std::system(
-            "ip link add x0 type veth peer name y0 && ip link del x0 && test -e /proc/net/if_inet6") != 0)
+    const char *const szTry =
+        "ip link add x0 type veth peer name y0 && ip link del x0 && test -e /proc/net/if_inet6";
+    if (!EnterNamespace() || std::system(szTry) != 0)
         _exit(kSkipped);
     EXPECT_TRUE(Ip(commands)) << commands;
     if (!testing::Test::HasFailure())
@@ -217,7 +214,7 @@ class Namespace : public testing::Test {
         ASSERT_EQ(waitpid(iChild, &iStatus, 0), iChild);
         ASSERT_TRUE(WIFEXITED(iStatus));
         if (WEXITSTATUS(iStatus) == kSkipped)
-            GTEST_SKIP() << "no network namespaces with veth and IPv6 here, or no ip(8); see the lines above";
+            GTEST_SKIP() << "no network namespaces with veth and IPv6 here, or no ip(8)";
         EXPECT_EQ(WEXITSTATUS(iStatus), 0) << "see the failures above, from the child";
     }
 };
@@ -273,27 +270,6 @@ TEST_F(Namespace, ListsWhatIsUpAndRunning) {
             EXPECT_EQ(VYX_GetAdapterInfo(&pList), VYX_OK);
             EXPECT_EQ(pList, nullptr) << "no adapter";
         });
-}
-
-// More than the kernel puts into one datagram.
-TEST_F(Namespace, ListsManyAdapters) {
-    std::string commands;
-    std::vector<std::string> expected;
-    for (int i = 10; i < 50; ++i) {
-        const std::string number = std::to_string(i);
-        commands += "link add m" + number + " type veth peer name n" + number + "\n";
-        for (const char *szEnd : {"m", "n"}) {
-            const std::string name = szEnd + number;
-            const std::string mac = "02:00:00:00:00:" + number;
-            commands += "link set " + name + " addrgenmode none address " + mac + "\nlink set " + name +
-                        " up\naddr add 10.0." + number + ".1/24 dev " + name + "\naddr add fd00::" + number +
-                        "/64 dev " + name + " nodad\n";
-            expected.push_back(name + " type " + std::to_string(ARPHRD_ETHER) + " mac " + mac + " 10.0." +
-                               number + ".1/255.255.255.0 | fd00::" + number + "/ffff:ffff:ffff:ffff::");
-        }
-    }
-    std::sort(expected.begin(), expected.end());
-    Run(commands, [&expected] { ExpectAdapters(expected); });
 }
 
 TEST(Adapters, FromManyThreadsAtOnce) {
@@ -352,22 +328,16 @@ TEST_F(Namespace, MacAddressComparesTheRawBytes) {
 
 TEST(MacAddress, RefusesNullAndNoRoomWithALine) {
     uint8_t bytes[8] = {};
-    uint32_t nLength = 0;
-    uint32_t nSix = 9;
-    const std::function<int32_t()> calls[] = {
-        [&] { return VYX_GetMacAddr("x", bytes, &nLength); },
-        [&] { return VYX_GetMacAddr(nullptr, bytes, &nSix); },
-        [&] { return VYX_GetMacAddr("x", nullptr, &nSix); },
-        [&] { return VYX_GetMacAddr("x", bytes, nullptr); },
-    };
-    for (const auto &call : calls) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(call(), VYX_ERROR);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "quelby VYX_GetMacAddr parameter error, return VYX_ERROR\n\n");
-    }
-    EXPECT_EQ(nLength, 0U);
-    EXPECT_EQ(nSix, 9U);
+    uint32_t nNone = 0;
+    uint32_t nNine = 9;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(VYX_GetMacAddr("x", bytes, &nNone), VYX_ERROR);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "quelby VYX_GetMacAddr parameter error, return VYX_ERROR\n\n");
+    EXPECT_EQ(VYX_GetMacAddr(nullptr, bytes, &nNine), VYX_ERROR);
+    EXPECT_EQ(VYX_GetMacAddr("x", nullptr, &nNine), VYX_ERROR);
+    EXPECT_EQ(VYX_GetMacAddr("x", bytes, nullptr), VYX_ERROR);
+    EXPECT_EQ(nNine, 9U);
 }
 
 } // namespace

@@ -72,7 +72,7 @@ TEST(Addr, PrinterKeepsToTheSize) {
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_INET6, 11, "c0a8:10a:: #"},
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_INET6, 10, "null #"}, // no room for the zero
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_UNIX, 30, "null #"},
-        {"\0\0\0\1\0\0\0\0\0\0\0\1\0\0\0", AF_INET6, 30, "0:1::1:0:0 #"}, // the first of two equal runs
+        {"\0\1\0\0\0\0\0\1\0\0\0\0\0\1\0", AF_INET6, 30, "1::1:0:0:1:0 #"}, // the first of two equal runs
         {"\0\0\0\0\0\0\0\0\0\0\xFF\xFF\1\2\12\4", AF_INET6, 30, "::ffff:1.2.10.4 #"},
         {"\0\0\0\0\0\0\0\0\0\0\0\0\1\2\3\4", AF_INET6, 30, "::1.2.3.4 #"},
         {"\0\0\0\0\0\0\0\0\0\0\0\0\1\2\12\12", AF_INET6, 30, "null #"}, // room for eight characters of a quad

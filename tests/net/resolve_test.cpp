@@ -132,12 +132,10 @@ TEST(HostName, LooksUpIntoThePlatformsRecord) {
 }
 
 TEST(ByteOrder, NetworkOrderIsBigEndian) {
-    const uint8_t shortBytes[] = {1, 2};
-    const uint8_t longBytes[] = {1, 2, 3, 4};
-    uint16_t nShort = VYX_Htons(0x0102);
-    uint32_t nLong = VYX_Htonl(0x01020304);
-    EXPECT_EQ(std::memcmp(&nShort, shortBytes, 2), 0);
-    EXPECT_EQ(std::memcmp(&nLong, longBytes, 4), 0);
+    const uint16_t nShort = VYX_Htons(0x0102);
+    const uint32_t nLong = VYX_Htonl(0x01020304);
+    EXPECT_EQ(std::memcmp(&nShort, "\1\2", 2), 0);
+    EXPECT_EQ(std::memcmp(&nLong, "\1\2\3\4", 4), 0);
     EXPECT_EQ(VYX_Ntohs(nShort), 0x0102);
     EXPECT_EQ(VYX_Ntohl(nLong), 0x01020304U);
 }
