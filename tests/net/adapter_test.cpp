@@ -301,6 +301,9 @@ void *CancelledBeforeTheClose(void * /*pParam*/) {
 }
 
 TEST(Adapters, CancelledThreadsEndAndLeaveNoDescriptor) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the address sanitizer takes the frames that a cancellation leaves for live ones";
+#endif
     const long iBefore = support::OpenDescriptors();
     for (const auto fnStart : {CancelledInTheCall, CancelledBeforeTheClose}) {
         pthread_t hThread;
