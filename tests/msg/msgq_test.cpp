@@ -4,7 +4,6 @@
 #include <atomic>
 #include <climits>
 #include <map>
-#include <numeric>
 #include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
@@ -38,22 +37,6 @@ TEST_F(MsgQueue, ManyPrioritiesStayInOrder) {
         std::sort(expected.begin(), expected.end());
         for (const auto &message : expected)
             ASSERT_EQ(message.second, NextType(m_hQueue));
-    }
-}
-
-TEST_F(MsgQueue, DataOfEveryLengthUpToTheLimit) {
-    for (const int32_t iLength : {0, 64, VYX_MSG_DATA_SIZE}) {
-        SCOPED_TRACE(iLength);
-        std::string data(static_cast<size_t>(iLength), '\0');
-        std::iota(data.begin(), data.end(), static_cast<char>(iLength));
-        const auto pBlock = MakeBlock(3, -4, data);
-        ASSERT_EQ(VYX_OK, VYX_MsgQSendEx(m_hQueue, pBlock.get()));
-        std::memset(pBlock.get(), 0x5a, sizeof *pBlock); // the queue has a copy
-        pBlock->iDataLen = iLength;                      // exactly the room that is needed
-        ASSERT_EQ(VYX_OK, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), 0));
-        EXPECT_EQ(data, std::string(pBlock->szData, data.size()));
-        EXPECT_TRUE(std::all_of(pBlock->szData + iLength, std::end(pBlock->szData),
-                                [](char c) { return c == 0x5a; }));
     }
 }
 

@@ -113,17 +113,6 @@ TEST(SocketEvent, Streams) {
     }
 }
 
-TEST(SocketEvent, Accept) {
-    const Socket listener = Listener(AF_INET);
-    const Event event = Selected(listener, VYX_FD_ACCEPT);
-    EXPECT_EQ(Seen(event, 0), kNothing);
-    const Socket client = Connecting(LocalOf(listener));
-    EXPECT_EQ(Seen(event, VYX_INFINITE), VYX_FD_ACCEPT);
-    const Socket accepted(VYX_Accept(listener, nullptr, VYX_INFINITE));
-    EXPECT_EQ(Seen(event, 0), kNothing);
-    EXPECT_EQ(VYX_Accept(listener, nullptr, VYX_INFINITE), -1) << "the socket does not block";
-}
-
 TEST(SocketEvent, Connect) {
     const Socket listener = Listener(AF_INET);
     const Socket good = Connecting(LocalOf(listener));
@@ -232,21 +221,6 @@ TEST(SocketEvent, EnumerationPrintsAndKeeps) {
     EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_EnumNetworkEvents(0, plain.get(), &found), VYX_OK); }), "");
     EXPECT_EQ(found.lNetworkEvents, 0);
     EXPECT_TRUE(eventtest::Signalled(plain));
-}
-
-TEST(SocketEvent, TogetherWithPlainOnes) {
-    const Pair pair;
-    const Event plain = Make();
-    const Event socket = Selected(pair.client, VYX_FD_READ);
-    const Event last = Make(true);
-    const VYX_EVENT events[] = {plain.get(), nullptr, socket.get(), last.get()};
-    EXPECT_EQ(VYX_WaitForMultipleObjects(4, events, 0, VYX_INFINITE), 3U);
-    EXPECT_EQ(Enumerate(socket).lNetworkEvents, 0);
-    EXPECT_EQ(VYX_Send(pair.server, "a", 1), 1);
-    EXPECT_TRUE(support::WaitUntil([&] { return VYX_WaitForMultipleObjects(4, events, 0, 0) == 2U; }));
-    EXPECT_EQ(Enumerate(socket).lNetworkEvents, VYX_FD_READ);
-    ASSERT_EQ(VYX_SetEvent(plain.get()), VYX_TRUE);
-    EXPECT_EQ(VYX_WaitForMultipleObjects(4, events, 1, 0), 0U);
 }
 
 } // namespace
