@@ -1,7 +1,6 @@
 // The fixed pool from inside: its records, and what happens when the system refuses semaphores or threads.
 #include <algorithm>
 
-#include "pool/pool_support.h"
 #include "pool/refusals.h"
 #include "pool/thread_pool_inter.h"
 #include "sync/mutex_hold.h"
@@ -12,14 +11,7 @@ using pooltest::Shown;
 
 namespace {
 
-// Every test gives all semaphores back.
-class FixedPoolInside : public pooltest::StartedTest {
-  protected:
-    ~FixedPoolInside() override {
-        refusals::g_nSemaphoresLeft = refusals::g_nThreadsLeft = -1;
-        EXPECT_EQ(refusals::g_nNames, 0);
-    }
-};
+class FixedPoolInside : public refusals::RefusalsTest {};
 
 const std::string kNoSemaphore = Shown("quelby !!! VYX_CreateThread_Local VYX_SemCreate error, return -1 2");
 const std::string kNoThread = Shown("quelby !!! VYX_CreateThread_Local VYX_Thread_Create error, return -1 3");
@@ -67,32 +59,19 @@ TEST_F(FixedPoolInside, LowestIdlePlaceIsChosen) {
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
 }
 
-TEST_F(FixedPoolInside, ShrinksAndStaysUsable) {
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(1, 4, 0, 100);
-    for (int nRound = 0; nRound < 2; ++nRound) {
-        Gate gate;
-        for (int i = 0; i < 4; ++i)
-            EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
-        ASSERT_TRUE(gate.WaitEntered(4));
-        const double dMilliseconds = support::MillisecondsOf([&] {
-            gate.bOpen = true;
-            EXPECT_TRUE(WaitPlaces(hPool, "i---"));
-        });
-        EXPECT_GE(dMilliseconds, 99.0) << "not before the time is out, to one tick";
-        EXPECT_EQ(refusals::g_nNames, 1) << "retired workers give their semaphore back";
-    }
-    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-}
-
 TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     Gate gate;
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(2, 4, 0, 30);
-    for (int i = 0; i < 3; ++i)
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(2, 4, 0, 100);
+    for (int i = 0; i < 4; ++i)
         EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
-    // The first two places lose their workers; the next ones to start take these places, and stay.
-    ASSERT_TRUE(gate.WaitEntered(3));
-    gate.bOpen = true;
-    ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
+    ASSERT_TRUE(gate.WaitEntered(4));
+    const double fTook = support::MillisecondsOf([&] {
+        gate.bOpen = true;
+        EXPECT_TRUE(WaitPlaces(hPool, "ii--"));
+    });
+    EXPECT_GE(fTook, 99.0) << "not before the time is out, to one tick";
+    EXPECT_EQ(refusals::g_nNames, 2) << "retired workers give their semaphore back";
+    // A place among the first two loses its worker; the next one to start takes it, and stays.
     const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
     ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
@@ -106,49 +85,35 @@ TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
 }
 
-TEST_F(FixedPoolInside, NoSemaphoreNameLeft) {
-    Gate gate;
-    VYX_HANDLE_THREADPOOL hRunning = VYX_ThreadPool_Create(2, 4);
-    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
-    ASSERT_TRUE(gate.WaitEntered(1));
-    refusals::g_nSemaphoresLeft = 5;
-    refusals::g_nNameTrials = 0;
-    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(6, 512), nullptr); }),
-              kNoSemaphore + kNotStarted);
-    EXPECT_GE(refusals::g_nNameTrials, 5 + 32767) << "all names were tried";
-    EXPECT_EQ(refusals::g_nNames, 2) << "the workers that had been started are gone";
-    // The running pool goes on with what it has, and cannot grow.
-    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
-    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hRunning, Gate::Item, &gate, 1), -1); }),
-              kNoSemaphore);
-    EXPECT_EQ(Places(hRunning), "bb--");
-    refusals::g_nSemaphoresLeft = -1;
-    EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
-    // The place that the failed creation had taken serves the next one.
-    VYX_HANDLE_THREADPOOL hNext = VYX_ThreadPool_Create(3, 3);
-    ASSERT_EQ(hNext, hRunning + 1);
-    EXPECT_EQ(VYX_ThreadPool_Work(hNext, Gate::Item, &gate), 0);
-    gate.bOpen = true;
-    EXPECT_EQ(VYX_ThreadPool_Destroy(hNext), 0);
-    EXPECT_EQ(VYX_ThreadPool_Destroy(hRunning), 0);
-    EXPECT_EQ(gate.nLeft, 4);
-}
-
-TEST_F(FixedPoolInside, NoThreadToBeHad) {
-    refusals::g_nThreadsLeft = 2;
-    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(3, 3), nullptr); }), kNoThread + kNotStarted);
-    EXPECT_EQ(refusals::g_nNames, 0);
-    refusals::g_nThreadsLeft = 1;
-    Gate gate;
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 2);
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
-    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), -1); }), kNoThread);
-    EXPECT_EQ(Places(hPool), "b-");
-    refusals::g_nThreadsLeft = -1;
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
-    gate.bOpen = true;
-    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    EXPECT_EQ(gate.nLeft, 2);
+TEST_F(FixedPoolInside, NoSemaphoreOrNoThreadToBeHad) {
+    const struct {
+        std::atomic<int> &nLeft;
+        std::string message;
+    } cases[] = {{refusals::g_nSemaphoresLeft, kNoSemaphore}, {refusals::g_nThreadsLeft, kNoThread}};
+    for (const auto &test : cases) {
+        Gate gate;
+        VYX_HANDLE_THREADPOOL hRunning = VYX_ThreadPool_Create(2, 4);
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        test.nLeft = 5;
+        EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(6, 512), nullptr); }),
+                  test.message + kNotStarted);
+        EXPECT_EQ(refusals::g_nNames, 2) << "the workers that had been started are gone";
+        // The running pool goes on with what it has, and cannot grow.
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hRunning, Gate::Item, &gate, 1), -1); }),
+                  test.message);
+        EXPECT_EQ(Places(hRunning), "bb--");
+        test.nLeft = -1;
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        // The place that the failed creation had taken serves the next one.
+        VYX_HANDLE_THREADPOOL hNext = VYX_ThreadPool_Create(3, 3);
+        ASSERT_EQ(hNext, hRunning + 1);
+        EXPECT_EQ(VYX_ThreadPool_Work(hNext, Gate::Item, &gate), 0);
+        gate.bOpen = true;
+        EXPECT_EQ(VYX_ThreadPool_Destroy(hNext), 0);
+        EXPECT_EQ(VYX_ThreadPool_Destroy(hRunning), 0);
+        EXPECT_EQ(gate.nLeft, 4);
+    }
 }
 
 TEST_F(FixedPoolInside, NullRecords) {

@@ -77,49 +77,6 @@ TEST_F(FixedPool, PoolWithoutWorkersKeepsCallersUntilItGoes) {
         waiter.join();
 }
 
-TEST_F(FixedPool, DestroyWaitsForItemsAndRefusesNewOnes) {
-    Gate gate;
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(2, 4);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
-    std::atomic<bool> bDestroyed{false};
-    std::thread destroyer([&] {
-        EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-        bDestroyed = true;
-    });
-    // One place is free: there work is accepted until destruction has begun, and never after.
-    Gate quick;
-    quick.bOpen = true;
-    int nAccepted = 0;
-    while (VYX_ThreadPool_WorkEx(hPool, Gate::Item, &quick, 1) == 0)
-        ++nAccepted;
-    ASSERT_TRUE(gate.WaitEntered(3));
-    EXPECT_FALSE(bDestroyed);
-    gate.bOpen = true;
-    destroyer.join();
-    EXPECT_EQ(gate.nLeft, 3);
-    EXPECT_EQ(quick.nLeft, nAccepted);
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Nothing, nullptr), -1) << "also after the end";
-}
-
-// An item hands the next one to its own pool, a thousand deep.
-TEST_F(FixedPool, WorkFromInsideWork) {
-    struct Chain {
-        VYX_HANDLE_THREADPOOL hPool;
-        std::atomic<int> nLeft{1000};
-        static void *Link(void *pChain) {
-            auto &chain = *static_cast<Chain *>(pChain);
-            if (--chain.nLeft > 0) {
-                EXPECT_EQ(VYX_ThreadPool_WorkEx(chain.hPool, Link, pChain, 1), 0);
-            }
-            return nullptr;
-        }
-    } chain{VYX_ThreadPool_CreateFlex(0, 2, 0, 1)};
-    EXPECT_EQ(VYX_ThreadPool_Work(chain.hPool, Chain::Link, &chain), 0);
-    EXPECT_TRUE(support::WaitUntil([&] { return chain.nLeft == 0; }));
-    EXPECT_EQ(VYX_ThreadPool_Destroy(chain.hPool), 0);
-}
-
 TEST_F(FixedPool, DestroyFromInsideWork) {
     static std::atomic<int> s_iResult;
     s_iResult = 1;

@@ -1,5 +1,4 @@
 // The flexible pool from inside: its counts, and what happens when the system refuses semaphores or threads.
-#include "pool/pool_support.h"
 #include "pool/refusals.h"
 #include "pool/thrmgr.h"
 #include "sync/timed_wait.h"
@@ -8,14 +7,7 @@ using pooltest::Gate;
 
 namespace {
 
-// Every test gives all semaphores back.
-class FlexPoolInside : public pooltest::StartedTest {
-  protected:
-    ~FlexPoolInside() override {
-        refusals::g_nSemaphoresLeft = refusals::g_nThreadsLeft = -1;
-        EXPECT_EQ(refusals::g_nNames, 0);
-    }
-};
+class FlexPoolInside : public refusals::RefusalsTest {};
 
 std::string OutputOf(const std::function<void()> &fnCall) {
     testing::internal::CaptureStdout();
