@@ -20,7 +20,7 @@ namespace {
 using support::Clock;
 using support::WaitUntil;
 
-constexpr uint32_t kLong = 600000; // milliseconds; never runs out during a test
+constexpr uint32_t kLong = 600999; // milliseconds; never runs out during a test, and carries into the seconds
 constexpr uint32_t kUntouched = 4711;
 
 // What a timer did. As user data of Count.
@@ -97,18 +97,16 @@ class Timer : public testing::Test {
     std::string m_strThreads;
 };
 
-TEST_F(Timer, CallsAfterEachPeriodOnOneThreadOfItsOwn) {
+TEST_F(Timer, CallsAfterEachPeriod) {
     struct Record {
         Clock::time_point end = Clock::now(); // of the call before
         std::vector<double> pauses;           // milliseconds
-        std::vector<std::thread::id> threads;
         std::atomic<int> nCalls{0};
     } record;
     const uint32_t nTimerId = Set(
         [](uint32_t, void *pRecord) {
             auto &self = *static_cast<Record *>(pRecord);
             self.pauses.push_back(std::chrono::duration<double, std::milli>(Clock::now() - self.end).count());
-            self.threads.push_back(std::this_thread::get_id());
             std::this_thread::sleep_for(std::chrono::milliseconds(15)); // a slow routine
             ++self.nCalls;
             self.end = Clock::now();
@@ -116,11 +114,8 @@ TEST_F(Timer, CallsAfterEachPeriodOnOneThreadOfItsOwn) {
         &record, 20);
     EXPECT_TRUE(WaitUntil([&] { return record.nCalls >= 4; }));
     Kill(nTimerId);
-    EXPECT_NE(record.threads[0], std::this_thread::get_id());
-    for (size_t n = 0; n < record.pauses.size(); ++n) {
-        EXPECT_GE(record.pauses[n], 20.0) << n;
-        EXPECT_EQ(record.threads[n], record.threads[0]);
-    }
+    for (const double fPause : record.pauses)
+        EXPECT_GE(fPause, 20.0);
 }
 
 TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
@@ -199,51 +194,33 @@ TEST_F(Timer, AllWhoKillOneTimerSeeItEnd) {
     }
 }
 
-TEST_F(Timer, ARoutineMayKillItsOwnTimer) {
-    struct Heir {
-        std::atomic<int> nCalls{0};
-        std::atomic<uint32_t> nHeir{kUntouched};
-        Calls heir;
-    } shared;
-    const uint32_t nTimerId = Set(
-        [](uint32_t nOwn, void *pShared) {
-            auto &self = *static_cast<Heir *>(pShared);
-            ++self.nCalls;
-            Kill(nOwn);
-            self.nHeir = Set(Calls::Count, &self.heir, 1); // gets the place, this thread is still there
-        },
-        &shared, 1);
-    EXPECT_TRUE(shared.heir.Wait(5));
-    EXPECT_EQ(shared.nHeir, nTimerId);
-    Kill(nTimerId);
-    EXPECT_EQ(shared.nCalls, 1);
-}
-
+// A ring of one is a routine that kills its own timer.
 TEST_F(Timer, RoutinesMayKillEachOthersTimersInARing) {
-    constexpr int kRing = 3;
     struct Member {
-        std::atomic<int> *pInside;
+        std::atomic<uint32_t> *pInside;
+        uint32_t nRing;
         uint32_t nNext;
-        std::atomic<bool> bReturned;
+        std::atomic<bool> bReturned{false};
     };
-    for (int iRound = 0; iRound < 20; ++iRound) {
-        std::atomic<int> nInside{0};
-        Member ring[kRing] = {{&nInside, 1, {}}, {&nInside, 2, {}}, {&nInside, 0, {}}};
-        for (Member &member : ring)
+    for (uint32_t nRound = 0; nRound < 30; ++nRound) {
+        std::atomic<uint32_t> nInside{0};
+        const uint32_t nRing = nRound % 3 + 1;
+        Member ring[3] = {{&nInside, nRing, 1 % nRing}, {&nInside, nRing, 2 % nRing}, {&nInside, nRing, 0}};
+        for (uint32_t n = 0; n < nRing; ++n)
             (void)Set(
                 [](uint32_t, void *pMember) {
                     auto &self = *static_cast<Member *>(pMember);
                     ++*self.pInside;
-                    (void)WaitUntil([&] { return *self.pInside == kRing; });
+                    (void)WaitUntil([&] { return *self.pInside == self.nRing; });
                     Kill(self.nNext);
                     self.bReturned = true;
                 },
-                &member, 1);
-        for (Member &member : ring)
-            ASSERT_TRUE(WaitUntil([&] { return member.bReturned.load(); }))
+                &ring[n], 1);
+        for (uint32_t n = 0; n < nRing; ++n)
+            ASSERT_TRUE(WaitUntil([&] { return ring[n].bReturned.load(); }))
                 << "the kills wait for each other";
         ASSERT_TRUE(WaitUntil([] { return !HasSemaphores(); })); // hence no timer
-        EXPECT_EQ(nInside, kRing);
+        EXPECT_EQ(nInside, nRing);
     }
 }
 

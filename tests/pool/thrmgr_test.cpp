@@ -1,6 +1,4 @@
 // The flexible pool as an application sees it, through the shared library.
-#include <algorithm>
-
 #include "pool/pool_support.h"
 
 using pooltest::Gate;
@@ -31,19 +29,6 @@ TEST_F(FlexPool, CreationRefusals) {
         EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0) << "null is ignored";
     }
     EXPECT_EQ(VYX_ThreadPoolFlex_Work(nullptr, nullptr), -1);
-}
-
-TEST_F(FlexPool, GrowsToItsMaximumAndRunsEverything) {
-    Gate gate;
-    VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(4, -1, Gate::Handler, 0);
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &gate), 0);
-        ASSERT_TRUE(gate.WaitEntered(std::min(i + 1, 4))) << "four run at the same time";
-    }
-    EXPECT_EQ(gate.nEntered, 4) << "and no more";
-    gate.bOpen = true;
-    EXPECT_TRUE(gate.WaitLeft(10));
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
 }
 
 TEST_F(FlexPool, DestroyDropsWhatIsQueued) {
