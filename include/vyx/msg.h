@@ -58,6 +58,11 @@ VYX_BEGIN_DECLS
 /* ---- Message queues ------------------------------------------------------------------------------------- */
 
 /*
+ * A forked child has a copy of every queue with its messages, and none of the threads that wait. Waits with a limit
+ * need the library's services, which a child does not have.
+ */
+
+/*
  * Takes a queue from the registry of VYX_MAX_MSGQ: the free one with the lowest index, empty.
  *   phQueue  receives the handle, which is valid until VYX_MsgQDestroyEx or the library's stop
  *
