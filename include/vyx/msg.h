@@ -125,8 +125,9 @@ VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg,
  *
  * Everything here may be called from any number of threads at once on the same event, with two exceptions:
  * when VYX_CloseEvent or VYX_EventSelect is called, nobody may be inside another call on that event or wait
- * for it; such a wait would not end. Nothing here is for signal handlers. Failures are explained on standard
- * error.
+ * for it; such a wait would not end. Who waited for an event may close it at once, though: the VYX_SetEvent that
+ * ended the wait is given the time to return. Nothing here is for signal handlers. Failures are explained on
+ * standard error.
  */
 
 /*
