@@ -32,8 +32,10 @@
 #include "log/log_header.h"
 #include "log/log_text.h"
 #include "thread/service_thread.h"
+#include "thread/uncancelled.h"
 
 using vyx_inter::LockGuard;
+using vyx_inter::Uncancelled;
 
 namespace {
 
@@ -132,6 +134,7 @@ int LogService::ServiceStart() {
 }
 
 int LogService::ServiceStop(bool /*wait*/) {
+    const Uncancelled uncancelled;
     ForgetIfForked();
     const LockGuard guard(m_switchLock);
     Stop();
@@ -172,6 +175,7 @@ void LogService::SwitchOutputOn(log_services eTarget) {
 }
 
 void LogService::SwitchOff(log_services eTarget) {
+    const Uncancelled uncancelled;
     ForgetIfForked();
     const LockGuard guard(m_switchLock);
     if (eTarget == VYX_LOG_TARGET_FILE) {
@@ -188,6 +192,7 @@ void LogService::SwitchOff(log_services eTarget) {
 }
 
 int LogService::SwitchFileService(bool on, const char *path, unsigned int size, bool wrap) {
+    const Uncancelled uncancelled;
     ForgetIfForked();
     const LockGuard guard(m_switchLock);
     if (!on) {

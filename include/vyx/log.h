@@ -61,8 +61,8 @@ VYX_API int32_t StartLogService(void);
  *   bBlock  true: WriteLog answers -2 from now on, until StartLogService. false: the next line starts it again
  *
  * Result:  0.
- * Threads: any; blocks until the lines are written. A WriteLog that meets the stop answers -2 or waits for its end.
- *          Not from a signal handler.
+ * Threads: any; blocks until the lines are written; no cancellation point. A WriteLog that meets the stop answers
+ *          -2 or waits for its end. Not from a signal handler.
  */
 VYX_API int32_t StopLogService(bool bBlock);
 
@@ -70,7 +70,7 @@ VYX_API int32_t StopLogService(bool bBlock);
  * Switches a target on. The last three arguments are for VYX_LOG_TARGET_FILE only.
  *   pParam  the directory, a zero-terminated path of at most 256 bytes, borrowed for the call; null = "./vyxlog/".
  *           Backslashes become slashes, and a slash is appended where the last one is missing (so "" is "/"). It
- *           is made if missing (VYX_MakeDir, one level). A longer path leaves everything as it was
+ *           is made if missing (VYX_MakeDir, one level). A longer path changes nothing but nWrap
  *   nSize   bytes a file may have; 0 = 2097152
  *   nWrap   not 0: after file 100 comes file 1 again; 0: numbers go on without end
  *
@@ -96,7 +96,7 @@ VYX_API int32_t EnableTarget(log_services eTarget, const void *pParam, uint32_t 
  * a change of what bBlock said last.
  *
  * Result:  0; -6 for an unknown target.
- * Threads: any; blocks until the lines are written. Not from a signal handler.
+ * Threads: any; blocks until the lines are written; no cancellation point. Not from a signal handler.
  */
 VYX_API int32_t DisableTarget(log_services eTarget);
 

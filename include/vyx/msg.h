@@ -58,6 +58,11 @@ VYX_BEGIN_DECLS
 /* ---- Message queues ------------------------------------------------------------------------------------- */
 
 /*
+ * A forked child has a copy of every queue with its messages, and none of the threads that wait. Waits with a limit
+ * need the library's services, which a child does not have.
+ */
+
+/*
  * Takes a queue from the registry of VYX_MAX_MSGQ: the free one with the lowest index, empty.
  *   phQueue  receives the handle, which is valid until VYX_MsgQDestroyEx or the library's stop
  *
@@ -120,8 +125,9 @@ VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg,
  *
  * Everything here may be called from any number of threads at once on the same event, with two exceptions:
  * when VYX_CloseEvent or VYX_EventSelect is called, nobody may be inside another call on that event or wait
- * for it; such a wait would not end. Nothing here is for signal handlers. Failures are explained on standard
- * error.
+ * for it; such a wait would not end. Who waited for an event may close it at once, though: the VYX_SetEvent that
+ * ended the wait is given the time to return. Nothing here is for signal handlers. Failures are explained on
+ * standard error.
  */
 
 /*
@@ -236,8 +242,8 @@ VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_
  * Threads: any. The timer's thread has the platform's default stack and its creator's signal mask.
  * Fork:    a forked child has no timers and all ids free; its parent's go on.
  * Clock:   setting the wall clock lengthens or shortens the period that is under way.
- * Needs:   the started library. Without it no call comes; at its stop every timer that waits for its next call,
- *          unless that is never due, calls at once.
+ * Needs:   the started library, except for a period of 0. Without it no call comes; at its stop every timer that
+ *          waits for its next call, unless that is never due, calls at once.
  * Each timer takes a thread and, for as long as it runs, one semaphore (VYX_SemCreate).
  */
 VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod,
@@ -249,10 +255,10 @@ VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32
  *
  * Result:  always VYX_ERROR, also on success: the result carries no information. An id that is out of range or
  *          free has no effect.
- * Threads: any; when several kill the same timer, all return after it has ended. Better not called from the
- *          timer's own routine, which cannot wait for its own end: such a call frees the id at once and returns,
- *          and the thread ends with the routine. The same goes for the kill that would close a ring of routines
- *          that wait for each other's timers to end.
+ * Threads: any; when several kill the same timer, all return after it has ended. No cancellation point. Better not
+ *          called from the timer's own routine, which cannot wait for its own end: such a call frees the id at once
+ *          and returns, and the thread ends with the routine. The same goes for the kill that would close a ring of
+ *          routines that wait for each other's timers to end.
  */
 VYX_API int32_t VYX_KillTimer(int32_t iTimerId);
 

@@ -20,6 +20,8 @@ static_assert(offsetof(VYX_EVENT_T, hMutex) == 8 * sizeof(int32_t));
 namespace {
 
 constexpr size_t kDrainSize = 256;
+constexpr uint32_t kLeavePause = 100; // microseconds
+constexpr int kLeavePauses = 10000; // in a forked child, a second or so for one who exists in the parent only
 
 void ResetFields_Local(VYX_EVENT_T *pEvent) {
     pEvent->lNetworkEvents = 0;
@@ -32,6 +34,17 @@ void Free_Local(VYX_EVENT_T *pEvent) {
     VYX_ClearEventPipe_Inter(pEvent);
     ResetFields_Local(pEvent);
     delete pEvent;
+}
+
+// Returns when nobody holds the lock: who set an event may not have left when the one who waited for it closes it.
+void AwaitLeaving_Local(VYX_EVENT_T *pEvent) {
+    for (int i = 0; i < kLeavePauses; ++i) {
+        if (VYX_MutexTryLock(&pEvent->hMutex) == VYX_OK) {
+            (void)VYX_MutexUnlock(&pEvent->hMutex);
+            return;
+        }
+        (void)VYX_USleep(kLeavePause);
+    }
 }
 
 // A new record with its pipe and its mutex; the fields are set either way.
@@ -102,6 +115,7 @@ int32_t VYX_CloseEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_CloseEvent !hEvnet return error 0\n");
         return VYX_FALSE;
     }
+    AwaitLeaving_Local(hEvent);
     VYX_ClearEventMutex_Inter(hEvent);
     Free_Local(hEvent);
     return VYX_TRUE;

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstring>
 #include <new>
+#include <pthread.h>
 #include <vyx/msg.h>
 #include <vyx/sync.h>
 #include <vyx/time.h>
@@ -213,9 +214,41 @@ int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
     return VYX_OK;
 }
 
+// Around fork: the child gets the queues as they are at that moment, so nobody may be changing one. Which queues are
+// live stays as it is while s_msgQMutex is held.
+void BeforeFork_Local() {
+    (void)VYX_MutexLock(&s_msgQMutex.hMutex);
+    for (VYX_MQ_INTER &entry : s_msgQBlocks)
+        if (entry.bUsed.load() != 0)
+            (void)VYX_MutexLock(&entry.hQueueLock);
+}
+
+void AfterForkInParent_Local() {
+    for (VYX_MQ_INTER &entry : s_msgQBlocks)
+        if (entry.bUsed.load() != 0)
+            (void)VYX_MutexUnlock(&entry.hQueueLock);
+    (void)VYX_MutexUnlock(&s_msgQMutex.hMutex);
+}
+
+// Those who wait, or wake them, exist in the parent only.
+void AfterForkInChild_Local() {
+    for (VYX_MQ_INTER &entry : s_msgQBlocks) {
+        entry.hRecvLock = PTHREAD_MUTEX_INITIALIZER;
+        entry.hSendLock = PTHREAD_MUTEX_INITIALIZER;
+        entry.hRecvCond = PTHREAD_COND_INITIALIZER;
+        entry.hSendCond = PTHREAD_COND_INITIALIZER;
+        entry.bRecvWaits.store(0);
+        entry.bSendWaits.store(0);
+    }
+    AfterForkInParent_Local();
+}
+
 } // namespace
 
 int32_t VYX_MsgQInitEx_Inter(void) {
+    static const int iResult =
+        pthread_atfork(BeforeFork_Local, AfterForkInParent_Local, AfterForkInChild_Local);
+    (void)iResult; // without memory for it, a forked child may find a queue locked
     const LockGuard guard(s_msgQMutex);
     s_bMsgQStarted = true;
     return VYX_OK;

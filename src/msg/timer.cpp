@@ -16,6 +16,7 @@
 #include <vyx/thread.h>
 
 #include "sync/lock_order.h"
+#include "thread/uncancelled.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -218,6 +219,7 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
 int32_t VYX_KillTimer(int32_t iTimerId) {
     if (static_cast<uint32_t>(iTimerId) >= VYX_MAX_TIMERS)
         return VYX_ERROR;
+    const vyx_inter::Uncancelled uncancelled; // nobody else frees the place
     TIMER_EVENT_T *pSlot = BeginKill_Local(static_cast<uint32_t>(iTimerId));
     if (pSlot == nullptr)
         return VYX_ERROR;

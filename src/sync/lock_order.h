@@ -23,6 +23,8 @@
 //   TIMED_SEM_S lock src/sync/timed_wait.cpp    one pending semaphore wait's `waiting`, for its sleep
 //   s_hParkLock      src/sync/timed_wait.cpp    the service's sleep while nothing is registered
 //
+// A thread that forks holds s_msgQMutex and then the hQueueLock of every live queue.
+//
 // s_hCalendarLock (src/log/log_header.cpp) is held alone, or within m_hQueueLock by a thread that forks.
 //
 // Only ever held alone: s_csLock (src/pool/thread_pool.cpp), s_csLock (src/sync/atomic.cpp), the mutex inside

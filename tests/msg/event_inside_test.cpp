@@ -55,6 +55,24 @@ TEST(EventInside, SettingAndResettingTakeTheLock) {
     }
 }
 
+// The lock is a setter's last concern in an event.
+TEST(EventInside, ClosingWaitsForASetterAboutToLeave) {
+    Event event = Make();
+    std::atomic<bool> bInside{false};
+    std::atomic<bool> bLeft{false};
+    std::thread setter([&, pEvent = event.get()] {
+        (void)VYX_MutexLock(&pEvent->hMutex);
+        bInside = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // meanwhile the event is closed
+        bLeft = true;
+        (void)VYX_MutexUnlock(&pEvent->hMutex);
+    });
+    EXPECT_TRUE(support::WaitUntil([&] { return bInside.load(); }));
+    EXPECT_EQ(VYX_CloseEvent(event.release()), VYX_TRUE);
+    EXPECT_TRUE(bLeft);
+    setter.join();
+}
+
 TEST(EventInside, EnumerationLeavesTheLock) {
     const Event event = Make();
     VYX_NETWORKEVENTS_T found;
