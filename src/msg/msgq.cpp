@@ -24,7 +24,6 @@
 #include "msg/msgq_inter.h"
 #include "pool/waiting.h"
 #include "sync/lock_order.h"
-#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -186,19 +185,6 @@ VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
     return pMsg;
 }
 
-// In a forked child: who held the locks or slept on the conditions exists in the parent only.
-void ForgetThreads_Local() {
-    s_msgQMutex.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    for (VYX_MQ_INTER &entry : s_msgQBlocks) {
-        if (VYX_MutexTryLock(&entry.hQueueLock) != VYX_OK)
-            new (&entry.index) vyx_inter::MsgIndex; // somebody was changing it
-        for (VYX_MUTEX_T *pLock : {&entry.hQueueLock, &entry.hSendLock, &entry.hRecvLock})
-            *pLock = PTHREAD_MUTEX_INITIALIZER;
-        for (VYX_COND_T *pCond : {&entry.hSendCond, &entry.hRecvCond})
-            *pCond = PTHREAD_COND_INITIALIZER;
-    }
-}
-
 // Hands a message over to the caller.
 int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
     const MsgHolder holder(pMsg);
@@ -255,8 +241,6 @@ int32_t VYX_MsgQInitEx_Inter(void) {
 }
 
 int32_t VYX_MsgQFiniEx_Inter(void) {
-    if (VYX_TimedWaitForked_Inter())
-        ForgetThreads_Local();
     const LockGuard guard(s_msgQMutex);
     for (VYX_MQ_INTER &entry : s_msgQBlocks)
         VYX_MsgQClearEx_Inter(&entry);
