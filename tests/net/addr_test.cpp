@@ -36,6 +36,9 @@ TEST(Addr, ParserWhereItIsItsOwn) {
     } cases[] = {
         {"0000255.0.0.1", "ff000001"},
         {"256.1.1.1", "refused"},
+        {"1.2.3", "refused"},
+        {"1.2.3.4.5", "refused"},
+        {"1..2.3", "refused"},
         {"2001:DB8:0:0:8:800:200c:417A", "20010db80000000000080800200c417a"},
         {"fe80::1", "fe800000000000000000000000000001"},
         {"::1:2", "00010002000000000000000000000000"}, // the first group, where others have the last but one
@@ -72,7 +75,9 @@ TEST(Addr, PrinterKeepsToTheSize) {
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_INET6, 11, "c0a8:10a:: #"},
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_INET6, 10, "null #"}, // no room for the zero
         {"\xC0\xA8\1\12\0\0\0\0\0\0\0\0\0\0\0", AF_UNIX, 30, "null #"},
-        {"\0\1\0\0\0\0\0\1\0\0\0\0\0\1\0", AF_INET6, 30, "1::1:0:0:1:0 #"}, // the first of two equal runs
+        {"\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", AF_INET6, 30, ":: #"},
+        {"\0\1\0\2\0\3\0\0\0\5\0\6\0\7\0", AF_INET6, 30, "1:2:3:0:5:6:7:0 #"}, // a single zero is no run
+        {"\0\1\0\0\0\0\0\1\0\0\0\0\0\1\0", AF_INET6, 30, "1::1:0:0:1:0 #"},    // the first of two equal runs
         {"\0\0\0\0\0\0\0\0\0\0\xFF\xFF\1\2\12\4", AF_INET6, 30, "::ffff:1.2.10.4 #"},
         {"\0\0\0\0\0\0\0\0\0\0\0\0\1\2\3\4", AF_INET6, 30, "::1.2.3.4 #"},
         {"\0\0\0\0\0\0\0\0\0\0\0\0\1\2\12\12", AF_INET6, 30, "null #"}, // room for eight characters of a quad
@@ -101,6 +106,8 @@ TEST(Addr, Records) {
     EXPECT_STREQ(VYX_GetAddrString(&addr), "127.0.0.1");
     EXPECT_EQ(VYX_MakeAddrByString(AF_INET, "255.255.255.255", 1, &addr), VYX_ERROR)
         << "looks like no address";
+    EXPECT_EQ(VYX_MakeAddrByString(AF_INET6, "", 443, &addr), VYX_OK);
+    EXPECT_STREQ(VYX_GetAddrString(&addr), "::");
     EXPECT_EQ(VYX_MakeAddrByString(AF_INET6, "fe80::7", 443, &addr), VYX_OK);
     EXPECT_TRUE(addr.in6.sin6_family == AF_INET6 && addr.in6.sin6_port == htons(443) &&
                 addr.in6.sin6_addr.s6_addr[15] == 7);
