@@ -102,7 +102,10 @@ TEST_F(FixedPoolInside, NoWaiterIsLeftBehindWithoutThreads) {
     std::vector<std::thread> waiters;
     for (int i = 0; i < 2; ++i)
         waiters.emplace_back([&] { nRefused -= VYX_ThreadPool_WorkEx(hPool, fnExit, &gate, 1); });
-    EXPECT_TRUE(support::WaitUntil([&] { return Locked(hPool, [&] { return hPool->nWaiting == 2; }); }));
+    EXPECT_TRUE(support::WaitUntil([&] {
+        const vyx_inter::MutexHold hold(hPool->hLock);
+        return hPool->nWaiting == 2;
+    }));
     refusals::g_nThreadsLeft = 0;
     EXPECT_EQ(ErrorsOf([&] {
                   gate.bOpen = true;
