@@ -52,9 +52,8 @@ extern VYX_API struct VYX_HSEARCH_INTDATA VYX_HSEARCH_INTDATA;
 
 /*
  * Make a table.
- *   nCapacity  wish; the table gets the next size, from nCapacity with its lowest bit set upwards, that no odd
- *              number whose square is smaller divides: 0 and 1 give 1, 2 and 3 give 5, 9 gives 11, 10 gives 11,
- *              100 gives 101
+ *   nCapacity  wish; the table gets the least prime number of slots that is neither below it nor below 5: 2 and 3 give
+ *              5, 9 and 10 give 11, 100 gives 101. 0 and 1 give 1
  *   ppTable    receives the table, to be given back with the destroy function; null on failure
  *
  * Result:  VYX_OK; VYX_ERROR if ppTable is null or memory is short.
@@ -84,9 +83,10 @@ VYX_API int32_t VYX_SimpleIntHashFind(uint32_t nKey, void **ppData, void *pTable
  * In a table that is judged full the moved item cannot be put back. The result is VYX_ERROR then, the key is
  * gone all the same, and items behind the gap are not found until something fills it.
  *
- * Integer tables: items of several home slots share a path, and the last one on it, which is moved, may belong
- * to another home. It, or items behind it on other paths, may then no longer be found. Where items are removed,
- * use a string table, or keep an integer table so large that paths do not meet.
+ * The slot that becomes free is also a gap in the paths of other home slots that lead through it: their items behind
+ * it are not found until something fills the gap, and entering one of them again stores it a second time. In an
+ * integer table the item that is moved may besides belong to another home slot, and may then be lost. A table that
+ * must keep finding everything else after a removal is made anew from the items that are left.
  *
  * Result:  VYX_OK; VYX_ERROR if the key is absent or the item behind it could not be put back.
  */

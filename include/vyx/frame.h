@@ -24,7 +24,10 @@ VYX_BEGIN_DECLS
  * Threads: any thread, also before main (from static constructors). Not from within a service's own start or
  *          stop, which would deadlock. Not from a signal handler.
  * Effect:  SIGPIPE is ignored from the first start on, process-wide, also after VYX_Fini.
- * Fork:    the services do not exist in a forked child. It may call VYX_Fini, which then waits for nothing.
+ * Fork:    the services do not exist in a forked child, and locks that other threads of the parent held stay held
+ *          there. The child may call VYX_Fini, which then waits for nothing and frees the library's locks, and
+ *          VYX_Init again; unless one of these two was running in the parent at the moment of the fork. If
+ *          VYX_SemCreate or VYX_SemDestroy was, the child must not call them: the C library has a lock there.
  */
 VYX_API int32_t VYX_Init(void);
 VYX_API int32_t VYX_InitEx(void);

@@ -13,7 +13,8 @@
  *
  * What is promised: a line that WriteLog took (result 0) reaches, whole, once and in the order of the takings, each
  * target that was on at that moment, unless the target itself refuses it. A target that is switched off, and
- * the service when it is stopped, first write what was taken for it.
+ * the service when it is stopped, first write what was taken for it. An end that leaves the writer no time (_exit,
+ * quick_exit, abort, a signal) keeps the lines up to some point; the last of them may be cut.
  */
 #ifndef VYX_LOG_H
 #define VYX_LOG_H

@@ -5,9 +5,10 @@
  * connection ends the process. Results and errno are the platform's unless a function says otherwise. Every
  * function may be called from any thread, with the platform's own rules for the use of one socket by several.
  * Time-outs are milliseconds; VYX_INFINITE means no limit, and signals do not end a wait. They are measured by
- * VYX_GetTimeTick, so setting the clock during a wait that signals interrupt lengthens or shortens it. From 0x80000000
- * on they wait without limit, too, but until the first signal only. VYX_INVALID_SOCKET is never ready: a wait
- * for it takes all its time.
+ * VYX_GetTimeTick, so setting the clock lengthens or shortens a wait that signals interrupt, and those of VYX_Sendn and
+ * VYX_Recvn, which share their time among several waits. From 0x80000000 on they wait without limit, too, but until
+ * the first signal only, and VYX_Sendn and VYX_Recvn then transfer once only. VYX_INVALID_SOCKET is never ready: a
+ * wait for it takes all its time.
  */
 #ifndef VYX_NET_H
 #define VYX_NET_H

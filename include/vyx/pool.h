@@ -10,7 +10,8 @@
  * For both kinds: work runs on the library's worker threads with no lock of the library held. Workers keep
  * the signal mask of the thread that caused their start; a signal that interrupts one neither ends it nor
  * repeats or loses work. An exception that leaves the work ends the process, as in any thread. Work that ends
- * its own thread (VYX_Thread_Exit) takes that worker out of the pool, and a later item may start another.
+ * its own thread (VYX_Thread_Exit), or is cancelled (pthread_cancel), takes that worker out of the pool, and a
+ * later item may start another. A worker that is cancelled while it has no work ends in, or after, its next.
  */
 #ifndef VYX_POOL_H
 #define VYX_POOL_H

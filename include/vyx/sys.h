@@ -159,9 +159,10 @@ VYX_API int32_t VYX_AccessFile(const char *szPath, int32_t iMode);
 VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
 
 /*
- * Copies the content of a file; blocks until done. Links are followed. A target that is made has the source's
- * permissions less the process's file-creation mask; an existing one is emptied first and keeps its own, and must
- * be both readable and writable. The size at the start of the call is what is copied; gaps stay gaps.
+ * Copies the content of a file; blocks until done, and at a pipe as the source until somebody opens it for writing.
+ * Links are followed. A target that is made has the source's permissions less the process's file-creation mask; an
+ * existing one is emptied first and keeps its own, and must be both readable and writable. The size at the start of
+ * the call is what is copied; gaps stay gaps.
  *   bFailIfExists  not 0: leave an existing target alone
  *
  * Result:  1 copied.

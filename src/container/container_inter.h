@@ -33,6 +33,7 @@ struct VYX_CYCLE_BUFFER_T {
     int32_t iCapacity; // bytes
     int32_t iWrite; // where the next byte goes, 0 to iCapacity - 1; always nCount bytes behind iRead, around
     vyx_inter::WholeValue<VYX_CYCLE_STORED_S> stored;
+    std::atomic<uint32_t> nDrops; // reads that are done, around
     VYX_MUTEX_T hLock; // recursive; one writer at a time: guards iWrite and what is free of the storage
     VYX_CYCLEBUFFER_PROC fnCallback;
     void *pUser;

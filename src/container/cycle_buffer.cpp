@@ -36,9 +36,11 @@ uint32_t Behind_Local(const VYX_CYCLE_BUFFER_T &ring, uint32_t nAt, uint32_t nLe
     return nLen >= nTail ? nLen - nTail : nAt + nLen;
 }
 
-// Drops the bytes of a read. If another read, perhaps from within the callback, dropped them already, they stay
-// dropped once.
-void Drop_Local(VYX_CYCLE_BUFFER_T &ring, const Stored &taken) {
+// Drops the bytes of a read that began after nDrops others. If another read, perhaps from within the callback, dropped
+// them already, they stay dropped once. Where it dropped a whole ring the place alone would not tell.
+void Drop_Local(VYX_CYCLE_BUFFER_T &ring, const Stored &taken, uint32_t nDrops) {
+    if (ring.nDrops.load(std::memory_order_relaxed) != nDrops)
+        return;
     Stored now = ring.stored.load(std::memory_order_relaxed);
     Stored next;
     do {
@@ -48,6 +50,7 @@ void Drop_Local(VYX_CYCLE_BUFFER_T &ring, const Stored &taken) {
         next = {static_cast<int32_t>(Behind_Local(ring, static_cast<uint32_t>(now.iRead), nLen)),
                 now.nCount - nLen};
     } while (!ring.stored.compare_exchange_weak(now, next, std::memory_order_release));
+    ring.nDrops.fetch_add(1, std::memory_order_relaxed);
 }
 
 void HandOver_Local(const VYX_CYCLE_BUFFER_T &ring, const Stored &stored) {
@@ -107,11 +110,12 @@ int32_t VYX_CycleBufferWrite(VYX_HANDLE_CYCLEBUFFER hBuffer, const uint8_t *pDat
 int32_t VYX_CycleBufferRead(VYX_HANDLE_CYCLEBUFFER hBuffer) {
     if (hBuffer == nullptr)
         return VYX_ERROR;
+    const uint32_t nDrops = hBuffer->nDrops.load(std::memory_order_relaxed);
     const Stored stored = hBuffer->stored.load(std::memory_order_acquire);
     if (stored.nCount == 0)
         return VYX_ERROR;
     HandOver_Local(*hBuffer, stored);
-    Drop_Local(*hBuffer, stored);
+    Drop_Local(*hBuffer, stored, nDrops);
     return VYX_OK;
 }
 

@@ -6,40 +6,24 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <exception>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <new>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 #include "net/adapter_inter.h"
+#include "sys/descriptor.h"
 
 namespace {
 
 using vyx_inter::AdapterList;
 using vyx_inter::AddressFact;
+using vyx_inter::Descriptor;
 using vyx_inter::InterfaceFact;
 
 constexpr int kAttempts = 5; // at a list that does not change meanwhile
-
-class Descriptor {
-  public:
-    explicit Descriptor(int iFd) : m_iFd(iFd) {}
-    ~Descriptor() {
-        const int iError = errno;
-        if (m_iFd >= 0)
-            (void)close(m_iFd); // nothing was written that could be lost
-        errno = iError;
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    int Get() const { return m_iFd; }
-
-  private:
-    const int m_iFd;
-};
 
 // A piece of a message.
 struct Span {
@@ -257,7 +241,7 @@ bool ReadAll_Local(AdapterList *pList) {
 int32_t VYX_ReadInterfaces_Inter(vyx_inter::AdapterList *pList) {
     try {
         return ReadAll_Local(pList) ? VYX_OK : VYX_ERROR;
-    } catch (...) {
+    } catch (const std::exception &) { // memory is short; the end of a cancelled thread passes on
         errno = ENOMEM;
         return VYX_ERROR;
     }

@@ -46,23 +46,26 @@ bool IsEmptyWakeUp_Local(ssize_t nResult) {
     return nResult == -1 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
 }
 
+// Tells of a failed connection attempt. errno stays, also where standard error does not take the line.
+int32_t TellFailure_Local(const char *szWhat) {
+    const int iError = errno;
+    (void)VYX_OutputDebug("quelby !!! VYX_ConnectWithTimeOut %s return error, %d, Error\n", szWhat, iError);
+    errno = iError;
+    return VYX_ERROR;
+}
+
 // What became of a connection attempt: 0, or -1 with the message.
 int32_t ConnectResult_Local(VYX_SOCK_T hSocket, uint32_t *pTimeOut) {
     bool bReady = false;
     const int32_t iPolled = Await_Local(hSocket, POLLOUT, pTimeOut, &bReady);
     if (iPolled < 0)
-        (void)VYX_OutputDebug("quelby !!! VYX_ConnectWithTimeOut select/poll return error, %d, Error\n",
-                              errno);
+        return TellFailure_Local("select/poll");
     if (!bReady)
         return VYX_ERROR;
     int iError = 0;
     socklen_t nLength = sizeof iError;
     (void)getsockopt(hSocket, SOL_SOCKET, SO_ERROR, &iError, &nLength);
-    if (iError == 0)
-        return VYX_OK;
-    (void)VYX_OutputDebug("quelby !!! VYX_ConnectWithTimeOut getsockopt !iError return error, %d, Error\n",
-                          errno);
-    return VYX_ERROR;
+    return iError == 0 ? VYX_OK : TellFailure_Local("getsockopt !iError");
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include "pool/thread_pool_inter.h"
 #include "pool/waiting.h"
 #include "sync/lock_order.h"
+#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -131,6 +132,8 @@ int32_t VYX_InitThreadPool_Inter(void) {
 }
 
 int32_t VYX_FiniThreadPool_Inter(void) {
+    if (VYX_TimedWaitForked_Inter())
+        s_csLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     return VYX_OK; // s_csLock outlives the stage
 }
 
@@ -196,8 +199,10 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
     const MutexHold hold(hPool->hLock);
     for (bool bLooked = false; hPool->bQuit.load() == 0; bLooked = !bLooked) {
         THREAD_INFO_T *pWorker = nullptr;
-        if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK)
+        if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK) {
+            (void)VYX_CondSignal(&hPool->hFree); // the room is the next waiter's to try for
             return VYX_ERROR;
+        }
         if (pWorker != nullptr) {
             HandOver_Local(*pWorker, fnWork, pParam);
             return VYX_OK;

@@ -15,6 +15,8 @@
 #include "pool/waiting.h"
 
 using vyx_inter::MutexHold;
+using vyx_inter::RefuseCancellation;
+using vyx_inter::RunCancellable;
 using vyx_inter::TryBriefly;
 
 namespace {
@@ -128,7 +130,7 @@ class RunningItem {
     RunningItem &operator=(const RunningItem &) = delete;
 
     void Run() {
-        (void)m_info.fWork(m_info.pParam);
+        RunCancellable([this] { (void)m_info.fWork(m_info.pParam); });
         m_bReturned = true;
     }
 
@@ -254,6 +256,7 @@ void *f_Thread_Svc(void *pParam) {
     auto &info = *static_cast<THREAD_INFO_T *>(pParam);
     THREAD_POOL_T &pool = *info.pThreadPool;
     t_pOwnRecord = &info;
+    RefuseCancellation();
     while (ServeOnce_Local(pool, info)) {
     }
     return nullptr;

@@ -23,6 +23,8 @@
 #include "pool/waiting.h"
 
 using vyx_inter::MutexHold;
+using vyx_inter::RefuseCancellation;
+using vyx_inter::RunCancellable;
 using vyx_inter::TryBriefly;
 
 namespace {
@@ -188,7 +190,7 @@ void RunNext_Local(thrmgr_pool_t &pool) {
             return;
         pData = pItem->pData;
     }
-    pool.fnHandler(pData);
+    RunCancellable([&pool, pData] { pool.fnHandler(pData); });
 }
 
 void FreePool_Local(thrmgr_pool_t *pPool) {
@@ -270,6 +272,7 @@ void thrmgr_destroy(void *pPool) {
 void *thrmgr_worker(void *pPool) {
     auto &pool = *static_cast<thrmgr_pool_t *>(pPool);
     const auto nTimeOut = static_cast<uint32_t>(pool.nIdleTimeOut);
+    RefuseCancellation();
     Membership membership(pool);
     while (pool.nState.load() != kDestroying) {
         pool.nIdle.fetch_add(1);

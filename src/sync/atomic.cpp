@@ -5,6 +5,7 @@
 #include "sync/atomic_inter.h"
 
 #include "sync/lock_order.h"
+#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -27,6 +28,8 @@ int32_t VYX_InitAtomic_Inter(void) {
 
 int32_t VYX_FiniAtomic_Inter(void) {
     --s_iInitCount;
+    if (VYX_TimedWaitForked_Inter())
+        s_csLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     return VYX_OK;
 }
 

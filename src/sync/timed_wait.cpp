@@ -246,7 +246,8 @@ bool TryComplete_Local(SemWait &entry, VYX_TIME_T iNow) VYX_REQUIRES(s_hSemLock)
         return true;
     }
     // Deliberate: errno as an earlier call left it decides. If it says EINTR, the count just taken stays
-    // taken and the wait goes on. The service blocks all signals, so its own errno never does.
+    // taken and the wait goes on. The service blocks all signals and forgets what the C library's own ones,
+    // which nobody can block, did to its pause, so its own errno never does.
     // Pinned by TimedWait.StaleInterruptionKeepsTheCount.
     if (errno == EINTR)
         return false;
@@ -345,6 +346,7 @@ bool ReleaseConds_Local() {
 
 // In a forked child: the service and the waiters exist in the parent only, and may have held the locks.
 void ForgetService_Local() {
+    s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
     s_hSemLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     s_hCondLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
     s_hParkLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -390,8 +392,7 @@ int32_t VYX_InitTimeWait_Inter(void) {
 
 int32_t VYX_FiniTimedWait_Inter(void) {
     s_bBreakTimer.store(1);
-    const bool bForked = s_iServicePid != getpid();
-    if (bForked) {
+    if (VYX_TimedWaitForked_Inter()) {
         ForgetService_Local();
     } else {
         WakeService_Local();
@@ -415,6 +416,10 @@ bool VYX_TimedWaitPass_Inter(void) {
 
 uint32_t VYX_TimedWaitPending_Inter(void) {
     return s_nPending.load();
+}
+
+bool VYX_TimedWaitForked_Inter(void) {
+    return s_iServicePid != getpid();
 }
 
 uint32_t VYX_TimedWaitEpoch_Inter(void) {
@@ -441,8 +446,8 @@ void *timer_svc(void * /*pIgnored*/) {
             continue;
         if (s_nPending.load() == 0)
             ParkService_Local();
-        else
-            (void)VYX_USleep(kPassPause);
+        else if (VYX_USleep(kPassPause) != 0)
+            errno = 0; // by setuid on another thread, say, and no reason to drop a count
     }
     return nullptr;
 }

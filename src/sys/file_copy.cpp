@@ -8,31 +8,16 @@
 #include <new>
 #include <unistd.h>
 
+#include "sys/descriptor.h"
 #include "sys/file_inter.h"
 
 namespace {
 
+using vyx_inter::Descriptor;
+
 constexpr int32_t kCopied = 1;                // what callers compare with
 constexpr off_t kKernelStep = off_t{1} << 30; // bytes for one call within the kernel
 constexpr off_t kBufferSize = off_t{1} << 18;
-
-// Closes its descriptor and keeps errno as it was.
-class Descriptor {
-  public:
-    explicit Descriptor(int iFd) : m_iFd(iFd) {}
-    ~Descriptor() {
-        const int iError = errno;
-        if (m_iFd >= 0)
-            (void)close(m_iFd); // nothing is left to be done about it
-        errno = iError;
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    [[nodiscard]] int Get() const { return m_iFd; }
-
-  private:
-    int m_iFd;
-};
 
 // Where bytes are copied from and to, at the same offset in both.
 struct Copy {

@@ -1,6 +1,8 @@
-// The cycle buffer and aligned memory.
+// The cycle buffer, also against a plain model, and aligned memory.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -63,11 +65,14 @@ TEST_F(CycleBuffer, RefusesWhatItCannotHold) {
     EXPECT_EQ(Write({1, 2, 3, 4}), VYX_OK);
     EXPECT_EQ(Write({5, 6, 7, 8, 9, 10, 11}), VYX_ERROR);
     EXPECT_EQ(Write({5, 6, 7, 8, 9, 10}), VYX_OK);
+    EXPECT_EQ(Write({11}), VYX_ERROR);
     EXPECT_EQ(Count(), 10U);
     const uint8_t byOne = 1;
     EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, &byOne, UINT32_MAX), VYX_ERROR) << "a length that wraps";
     EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, &byOne, 0), VYX_ERROR);
     EXPECT_EQ(VYX_CycleBufferWrite(m_taken.hBuffer, nullptr, 1), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferWrite(nullptr, &byOne, 1), VYX_ERROR);
+    EXPECT_EQ(VYX_CycleBufferRead(nullptr), VYX_ERROR);
     VYX_HANDLE_CYCLEBUFFER hOther = nullptr;
     EXPECT_EQ(VYX_CycleBufferInit(&hOther, 0, Take, nullptr), VYX_ERROR);
     EXPECT_EQ(VYX_CycleBufferInit(&hOther, 1, nullptr, nullptr), VYX_ERROR);
@@ -88,19 +93,71 @@ TEST_F(CycleBuffer, WrappedReadKeepsItsTwoLengths) {
         << "8 bytes long by its rule, but kept in the storage";
 }
 
-TEST_F(CycleBuffer, CallbackMayWriteToAndReadTheSameRing) {
+TEST_F(CycleBuffer, CallbackMayWriteToTheSameRing) {
     Make(16);
     m_taken.bWriteBack = true;
     EXPECT_EQ(Write({1, 2}), VYX_OK);
     EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}}));
-    EXPECT_EQ(Read(), (std::vector<Bytes>{{77}})) << "written back, and now once more";
-    m_taken.bWriteBack = false;
+    EXPECT_EQ(Count(), 1U);
     EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
+}
+
+TEST_F(CycleBuffer, CallbackMayReadTheSameRing) {
+    Make(16);
     EXPECT_EQ(Write({1, 2}), VYX_OK);
     m_taken.bWriteBack = m_taken.bReadAgain = true;
     EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}, {1, 2, 77}})) << "the inner one drops all of them";
     EXPECT_EQ(Count(), 1U) << "written after the inner one";
     EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
+    const Bytes full(16, 5);
+    EXPECT_EQ(Write(full), VYX_OK);
+    m_taken.bReadAgain = true;
+    (void)Read();
+    EXPECT_EQ(Count(), 1U) << "a whole ring dropped leaves its start where it was";
+    (void)Read();
+    EXPECT_EQ(Write({3, 4}), VYX_OK);
+    EXPECT_EQ(Read(), (std::vector<Bytes>{{3, 4}}));
+}
+
+TEST_F(CycleBuffer, AgreesWithTheModel) {
+    std::mt19937 random(3);
+    constexpr uint32_t kCapacity = 61;
+    Make(kCapacity);
+    Bytes storage(kCapacity); // the model: every byte set on its own
+    uint32_t nRead = 0;
+    uint32_t nWrite = 0;
+    uint32_t nCount = 0;
+    uint8_t byNext = 0;
+    for (int i = 0; i < 300000; ++i) {
+        if (random() % 3 != 0) {
+            Bytes bytes(1 + random() % 40);
+            for (uint8_t &by : bytes)
+                by = ++byNext;
+            const bool bFits = bytes.size() + nCount <= kCapacity;
+            ASSERT_EQ(Write(bytes), bFits ? VYX_OK : VYX_ERROR);
+            for (size_t k = 0; bFits && k < bytes.size(); ++k, ++nCount, nWrite = (nWrite + 1) % kCapacity)
+                storage[nWrite] = bytes[k];
+        } else {
+            std::vector<Bytes> expected;
+            const auto at = [&](uint32_t nFrom, uint32_t nTo) {
+                return Bytes(&storage[0] + nFrom, &storage[0] + nTo);
+            };
+            if (nCount != 0 && nRead + nCount < kCapacity)
+                expected = {at(nRead, nRead + nCount)};
+            else if (nCount != 0)
+                expected = {at(nRead, std::min(nRead + kCapacity - nCount, kCapacity)), at(0, nWrite)};
+            m_taken.bWriteBack = nCount + 2 <= kCapacity && random() % 2 == 0;
+            ASSERT_EQ(Read(nCount == 0 ? VYX_ERROR : VYX_OK), expected);
+            if (nCount != 0)
+                nRead = nWrite;
+            nCount = 0;
+            for (size_t k = 0; m_taken.bWriteBack && k < expected.size(); ++k, ++nCount) {
+                storage[nWrite] = 77;
+                nWrite = (nWrite + 1) % kCapacity;
+            }
+        }
+        ASSERT_EQ(Count(), nCount);
+    }
 }
 
 TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {

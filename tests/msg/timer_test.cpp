@@ -3,9 +3,7 @@
 #include <climits>
 #include <csignal>
 #include <fstream>
-#include <mutex>
 #include <string>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -14,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <vyx/vyx.h>
 
+#include "msg/event_support.h"
 #include "support/support.h"
 
 namespace {
@@ -21,7 +20,7 @@ namespace {
 using support::Clock;
 using support::WaitUntil;
 
-constexpr uint32_t kLong = 600000; // milliseconds; never runs out during a test
+constexpr uint32_t kLong = 600999; // milliseconds; never runs out during a test, and carries into the seconds
 constexpr uint32_t kUntouched = 4711;
 
 // What a timer did. As user data of Count.
@@ -63,21 +62,22 @@ void Kill(uint32_t nTimerId) {
     EXPECT_EQ(VYX_KillTimer(static_cast<int32_t>(nTimerId)), VYX_ERROR);
 }
 
-// How many named semaphores this process has open.
-int Semaphores() {
-    int nFound = 0;
-    std::ifstream maps("/proc/self/maps");
-    for (std::string strLine; std::getline(maps, strLine);)
-        nFound += strLine.find("/dev/shm/sem.") != std::string::npos ? 1 : 0;
-    return nFound;
+// The lines of a file that contain a text.
+std::vector<std::string> LinesWith(const char *szText, const char *szFile) {
+    std::vector<std::string> lines;
+    std::ifstream file(szFile);
+    for (std::string strLine; std::getline(file, strLine);)
+        if (strLine.find(szText) != std::string::npos)
+            lines.push_back(strLine);
+    return lines;
+}
+
+bool HasSemaphores() { // named ones, open in this process
+    return !LinesWith("/dev/shm/sem.", "/proc/self/maps").empty();
 }
 
 std::string Threads() {
-    std::ifstream status("/proc/self/status");
-    for (std::string strLine; std::getline(status, strLine);)
-        if (strLine.rfind("Threads:", 0) == 0)
-            return strLine;
-    return {};
+    return LinesWith("Threads:", "/proc/self/status").at(0);
 }
 
 // With the library started, and a look at what the test leaves behind.
@@ -89,7 +89,7 @@ class Timer : public testing::Test {
     }
     ~Timer() override {
         EXPECT_TRUE(WaitUntil([&] { return Threads() == m_strThreads; })) << Threads();
-        EXPECT_TRUE(WaitUntil([] { return Semaphores() == 0; }));
+        EXPECT_TRUE(WaitUntil([] { return !HasSemaphores(); }));
         EXPECT_EQ(VYX_Fini(), VYX_OK);
     }
 
@@ -97,20 +97,16 @@ class Timer : public testing::Test {
     std::string m_strThreads;
 };
 
-TEST_F(Timer, CallsAfterEachPeriodOnOneThreadOfItsOwn) {
+TEST_F(Timer, CallsAfterEachPeriod) {
     struct Record {
         Clock::time_point end = Clock::now(); // of the call before
         std::vector<double> pauses;           // milliseconds
-        std::vector<std::thread::id> threads;
-        std::vector<uint32_t> ids;
         std::atomic<int> nCalls{0};
     } record;
     const uint32_t nTimerId = Set(
-        [](uint32_t nId, void *pRecord) {
+        [](uint32_t, void *pRecord) {
             auto &self = *static_cast<Record *>(pRecord);
             self.pauses.push_back(std::chrono::duration<double, std::milli>(Clock::now() - self.end).count());
-            self.threads.push_back(std::this_thread::get_id());
-            self.ids.push_back(nId);
             std::this_thread::sleep_for(std::chrono::milliseconds(15)); // a slow routine
             ++self.nCalls;
             self.end = Clock::now();
@@ -118,12 +114,8 @@ TEST_F(Timer, CallsAfterEachPeriodOnOneThreadOfItsOwn) {
         &record, 20);
     EXPECT_TRUE(WaitUntil([&] { return record.nCalls >= 4; }));
     Kill(nTimerId);
-    EXPECT_NE(record.threads[0], std::this_thread::get_id());
-    for (size_t n = 0; n < record.pauses.size(); ++n) {
-        EXPECT_GE(record.pauses[n], 20.0) << n;
-        EXPECT_EQ(record.threads[n], record.threads[0]);
-        EXPECT_EQ(record.ids[n], nTimerId);
-    }
+    for (const double fPause : record.pauses)
+        EXPECT_GE(fPause, 20.0);
 }
 
 TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
@@ -146,7 +138,6 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 1u); // still taken
     Kill(1);
     EXPECT_TRUE(WaitUntil([&] { return bKilling.load(); }));
-    EXPECT_EQ(nLeftAtReturn, -1);
     gate.bOpen = true;
     killer.join();
     EXPECT_EQ(nLeftAtReturn, 1);
@@ -156,14 +147,13 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
 TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
     Calls calls[VYX_MAX_TIMERS];
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n)
-        ASSERT_EQ(Set(Calls::Count, &calls[n], 10), n);
+        ASSERT_EQ(Set(Calls::Count, &calls[n], 10 * static_cast<uint32_t>(support::TimeScale())), n);
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n) {
         EXPECT_TRUE(calls[n].Wait(2));
         EXPECT_EQ(calls[n].nTimerId, n);
     }
     uint32_t nTimerId = kUntouched;
     EXPECT_EQ(VYX_SetTimer(nullptr, nullptr, kLong, &nTimerId), VYX_ERROR);
-    EXPECT_EQ(VYX_SetTimer(nullptr, nullptr, kLong, nullptr), VYX_ERROR);
     EXPECT_EQ(nTimerId, kUntouched);
     for (const int32_t iNoTimer : {-1, 256, INT_MIN, INT_MAX})
         EXPECT_EQ(VYX_KillTimer(iNoTimer), VYX_ERROR);
@@ -171,11 +161,8 @@ TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
     Kill(3);
     EXPECT_EQ(VYX_SetTimer(nullptr, nullptr, kLong, nullptr), VYX_OK); // takes 3
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 100u);
-    EXPECT_EQ(VYX_SetTimer(nullptr, nullptr, kLong, nullptr), VYX_ERROR);
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n)
         Kill(n);
-    EXPECT_EQ(Set(nullptr, nullptr, kLong), 0u);
-    Kill(0);
 }
 
 TEST_F(Timer, KillNeverSaysWhatItDid) {
@@ -208,51 +195,33 @@ TEST_F(Timer, AllWhoKillOneTimerSeeItEnd) {
     }
 }
 
-TEST_F(Timer, ARoutineMayKillItsOwnTimer) {
-    struct Heir {
-        std::atomic<int> nCalls{0};
-        std::atomic<uint32_t> nHeir{kUntouched};
-        Calls heir;
-    } shared;
-    const uint32_t nTimerId = Set(
-        [](uint32_t nOwn, void *pShared) {
-            auto &self = *static_cast<Heir *>(pShared);
-            ++self.nCalls;
-            Kill(nOwn);
-            self.nHeir = Set(Calls::Count, &self.heir, 1); // gets the place, this thread is still there
-        },
-        &shared, 1);
-    EXPECT_TRUE(shared.heir.Wait(5));
-    EXPECT_EQ(shared.nHeir, nTimerId);
-    Kill(nTimerId);
-    EXPECT_EQ(shared.nCalls, 1);
-}
-
+// A ring of one is a routine that kills its own timer.
 TEST_F(Timer, RoutinesMayKillEachOthersTimersInARing) {
-    constexpr int kRing = 3;
     struct Member {
-        std::atomic<int> *pInside;
+        std::atomic<uint32_t> *pInside;
+        uint32_t nRing;
         uint32_t nNext;
-        std::atomic<bool> bReturned;
+        std::atomic<bool> bReturned{false};
     };
-    for (int iRound = 0; iRound < 20; ++iRound) {
-        std::atomic<int> nInside{0};
-        Member ring[kRing] = {{&nInside, 1, {}}, {&nInside, 2, {}}, {&nInside, 0, {}}};
-        for (Member &member : ring)
+    for (uint32_t nRound = 0; nRound < 30; ++nRound) {
+        std::atomic<uint32_t> nInside{0};
+        const uint32_t nRing = nRound % 3 + 1;
+        Member ring[3] = {{&nInside, nRing, 1 % nRing}, {&nInside, nRing, 2 % nRing}, {&nInside, nRing, 0}};
+        for (uint32_t n = 0; n < nRing; ++n)
             (void)Set(
                 [](uint32_t, void *pMember) {
                     auto &self = *static_cast<Member *>(pMember);
                     ++*self.pInside;
-                    (void)WaitUntil([&] { return *self.pInside == kRing; });
+                    (void)WaitUntil([&] { return *self.pInside == self.nRing; });
                     Kill(self.nNext);
                     self.bReturned = true;
                 },
-                &member, 1);
-        for (Member &member : ring)
-            ASSERT_TRUE(WaitUntil([&] { return member.bReturned.load(); }))
+                &ring[n], 1);
+        for (uint32_t n = 0; n < nRing; ++n)
+            ASSERT_TRUE(WaitUntil([&] { return ring[n].bReturned.load(); }))
                 << "the kills wait for each other";
-        ASSERT_TRUE(WaitUntil([] { return Semaphores() == 0; })); // hence no timer
-        EXPECT_EQ(nInside, kRing);
+        ASSERT_TRUE(WaitUntil([] { return !HasSemaphores(); })); // hence no timer
+        EXPECT_EQ(nInside, nRing);
     }
 }
 
@@ -291,7 +260,7 @@ TEST_F(Timer, InitForgetsAllTimersOnce) {
     EXPECT_EQ(VYX_InitTimer(), VYX_OK);
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 0u);
     Kill(0);
-    EXPECT_TRUE(WaitUntil([&] { return gate.nLeft == 1 && Semaphores() == 0; }));
+    EXPECT_TRUE(WaitUntil([&] { return gate.nLeft == 1 && !HasSemaphores(); }));
     EXPECT_EQ(gate.nEntered, 1);
     EXPECT_EQ(idle.n, 0);
 }
@@ -310,49 +279,37 @@ TEST_F(Timer, PeriodsAtTheEnds) {
 }
 
 TEST_F(Timer, OnlyAnEndlessSleepIsEndedByASignal) {
-    struct Handle {
-        Calls calls;
-        std::atomic<pthread_t> hThread{};
-        static void Count(uint32_t nTimerId, void *pHandle) {
-            auto *pSelf = static_cast<Handle *>(pHandle);
-            pSelf->hThread = pthread_self();
-            Calls::Count(nTimerId, &pSelf->calls);
-        }
-    } handle;
+    Calls calls;
     // The handler runs on the timer's thread, as that is the one that does not block the signal.
     static std::atomic<int> s_nSignals{0};
     struct sigaction action = {};
     action.sa_handler = [](int) { ++s_nSignals; };
     ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    sigset_t set;
+    (void)sigemptyset(&set);
+    (void)sigaddset(&set, SIGUSR1);
     for (const uint32_t nPeriod : {VYX_INFINITE, kLong}) {
-        handle.calls.n = 0;
+        calls.n = 0;
         s_nSignals = 0;
-        sigset_t set;
-        (void)sigemptyset(&set);
-        (void)sigaddset(&set, SIGUSR1);
-        const uint32_t nTimerId = Set(Handle::Count, &handle, nPeriod);
+        const uint32_t nTimerId = Set(Calls::Count, &calls, nPeriod);
         (void)pthread_sigmask(SIG_BLOCK, &set, nullptr);
         const bool bCalled = WaitUntil([&] {
             (void)kill(getpid(), SIGUSR1); // again, as the first may come before the sleep
-            return nPeriod == kLong ? s_nSignals >= 20 : handle.calls.n >= 1;
+            return nPeriod == kLong ? s_nSignals >= 20 : calls.n >= 1;
         });
         Kill(nTimerId);
         (void)pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
         EXPECT_TRUE(bCalled) << nPeriod;
-        EXPECT_EQ(handle.calls.n.load() == 0, nPeriod == kLong);
+        EXPECT_EQ(calls.n.load() == 0, nPeriod == kLong);
     }
 }
 
 TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     Calls calls;
-    struct rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    struct rlimit none = before;
-    none.rlim_cur = 0;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    EXPECT_EQ(Set(Calls::Count, &calls, 0), 0u);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-
+    {
+        const eventtest::DescriptorLimit none(0);
+        EXPECT_EQ(Set(Calls::Count, &calls, 0), 0u);
+    }
     pthread_attr_t usual;
     pthread_attr_t huge;
     ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
@@ -361,13 +318,11 @@ TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     ASSERT_EQ(pthread_attr_setstacksize(&huge, static_cast<size_t>(kMoreThanThereAreAddresses)), 0);
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
     EXPECT_EQ(Set(Calls::Count, &calls, 0), 1u);
-    EXPECT_EQ(Set(Calls::Count, &calls, 0), 2u);
     ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
 
-    EXPECT_EQ(Set(nullptr, nullptr, kLong), 3u); // the places are taken
+    EXPECT_EQ(Set(nullptr, nullptr, kLong), 2u); // the places are taken
     Kill(0);
-    Kill(1);
-    (void)VYX_InitTimer(); // 2 and 3
+    (void)VYX_InitTimer(); // 1 and 2
     EXPECT_EQ(calls.n, 0);
 }
 
@@ -416,7 +371,7 @@ TEST(TimerFork, AChildHasNoTimers) {
     EXPECT_TRUE(calls.Wait(calls.n + 2)); // the parent's runs on
     Kill(0);
     Kill(1);
-    EXPECT_EQ(Semaphores(), 0);
+    EXPECT_FALSE(HasSemaphores());
     EXPECT_EQ(VYX_Fini(), VYX_OK);
 }
 

@@ -25,14 +25,25 @@ inline std::string Hex(const uint8_t *pBytes, size_t nCount) {
     return text;
 }
 
-// "en0 type 6 mac 02:.. 10.0.0.1/255.0.0.0 fd00::1/ffff::": what the list holds, in its order.
+// One entry's two fields, whichever list it is in: text, or the bytes of an IPv6 address.
+inline std::string Entry(const void *pAddr, const void *pMask) {
+    const auto print = [](const void *pField) {
+        const auto *const pBytes = static_cast<const uint8_t *>(pField);
+        return pBytes[0] >= '0' && pBytes[0] <= '9' ? reinterpret_cast<const char *>(pBytes)
+                                                    : Printed(pBytes);
+    };
+    return print(pAddr) + "/" + print(pMask);
+}
+
+// "en0 type 6 mac 02:.. 10.0.0.1/255.0.0.0 | fd00::1/ffff::": what the list holds, in its order.
 inline std::string Describe(const VYX_ADAPTER_INFO &adapter) {
     std::string text = adapter.szName;
     text += " type " + std::to_string(adapter.nType) + " mac " + Hex(adapter.byAddr, adapter.nAddrLen);
     for (const auto *p = adapter.pIpAddrList; p != nullptr; p = p->pNext)
-        text += std::string(" ") + p->szAddr + "/" + p->szMask;
+        text += " " + Entry(p->szAddr, p->szMask);
+    text += adapter.pIp6AddrList == nullptr ? "" : " |";
     for (const auto *p = adapter.pIp6AddrList; p != nullptr; p = p->pNext)
-        text += " " + Printed(p->byAddr) + "/" + Printed(p->byMask);
+        text += " " + Entry(p->byAddr, p->byMask);
     return text;
 }
 

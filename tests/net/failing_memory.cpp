@@ -80,9 +80,3 @@ void operator delete(void *pBlock, std::size_t /*nSize*/) noexcept {
 void operator delete[](void *pBlock, std::size_t /*nSize*/) noexcept {
     Give(pBlock);
 }
-void operator delete(void *pBlock, const std::nothrow_t & /*tag*/) noexcept {
-    Give(pBlock);
-}
-void operator delete[](void *pBlock, const std::nothrow_t & /*tag*/) noexcept {
-    Give(pBlock);
-}

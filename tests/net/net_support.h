@@ -9,9 +9,11 @@
 #include <cstring>
 #include <pthread.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <vyx/net.h>
@@ -152,6 +154,39 @@ std::string ErrorsOf(Call call) {
     testing::internal::CaptureStderr();
     call();
     return testing::internal::GetCapturedStderr();
+}
+
+// Sets this process's limit of descriptors for its own lifetime; failed if the system does not allow it.
+class DescriptorLimit {
+  public:
+    explicit DescriptorLimit(rlim_t nLimit) {
+        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0);
+        const rlimit wanted = {nLimit, m_before.rlim_max};
+        m_bSet = setrlimit(RLIMIT_NOFILE, &wanted) == 0;
+    }
+    ~DescriptorLimit() { EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &m_before), 0); }
+    DescriptorLimit(const DescriptorLimit &) = delete;
+    DescriptorLimit &operator=(const DescriptorLimit &) = delete;
+    bool IsSet() const { return m_bSet; }
+
+  private:
+    rlimit m_before = {};
+    bool m_bSet = false;
+};
+
+// How many of 200 calls, 50 in each of four threads at once, are true.
+template <class Call>
+int CountInThreads(Call call) {
+    std::atomic<int> iTrue{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] {
+            for (int j = 0; j < 50; ++j)
+                iTrue += call() ? 1 : 0;
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    return iTrue;
 }
 
 } // namespace nettest

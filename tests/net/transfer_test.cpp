@@ -28,7 +28,7 @@ std::string Pattern(size_t nSize) {
 
 TEST(Transfer, WholeBuffersThroughSmallWindowsAndSignals) {
     Pair pair;
-    const std::string data = Pattern(3000000); // more than the socket buffers hold: both sides wait
+    const std::string data = Pattern(30000000); // more than the socket buffers hold: both sides wait
     std::thread sender([&] {
         const SignalStorm storm;
         EXPECT_EQ(VYX_Sendn(pair.client, data.data(), static_cast<int32_t>(data.size()), LongTime()),

@@ -2,7 +2,7 @@
 #ifndef VYX_TESTS_POOL_SUPPORT_H
 #define VYX_TESTS_POOL_SUPPORT_H
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdint>

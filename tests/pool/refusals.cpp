@@ -12,7 +12,6 @@ namespace refusals {
 std::atomic<int> g_nSemaphoresLeft{-1};
 std::atomic<int> g_nThreadsLeft{-1};
 std::atomic<int> g_nNames{0};
-std::atomic<int> g_nNameTrials{0};
 
 // Result: true if one more is granted, which is counted.
 static bool Grant(std::atomic<int> &nLeft) {
@@ -32,7 +31,6 @@ int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void 
                           void *pParam);
 
 sem_t *__wrap_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned int nInitial) {
-    ++refusals::g_nNameTrials;
     if (!refusals::Grant(refusals::g_nSemaphoresLeft)) {
         errno = EEXIST;
         return SEM_FAILED;

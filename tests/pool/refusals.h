@@ -4,6 +4,8 @@
 
 #include <atomic>
 
+#include "pool/pool_support.h"
+
 namespace refusals {
 
 // How many more of the library's semaphores and threads the system grants; -1 for no limit. A refused
@@ -11,8 +13,16 @@ namespace refusals {
 extern std::atomic<int> g_nSemaphoresLeft;
 extern std::atomic<int> g_nThreadsLeft;
 
-extern std::atomic<int> g_nNames;      // semaphore names in use by this process
-extern std::atomic<int> g_nNameTrials; // attempts to open one, since the test set it to 0
+extern std::atomic<int> g_nNames; // semaphore names in use by this process
+
+// Every test gives all semaphores back.
+class RefusalsTest : public pooltest::StartedTest {
+  protected:
+    ~RefusalsTest() override {
+        g_nSemaphoresLeft = g_nThreadsLeft = -1;
+        EXPECT_EQ(g_nNames, 0);
+    }
+};
 
 } // namespace refusals
 

@@ -1,6 +1,5 @@
 // Condition variables and the lock-based atomic operations. This program's own pthread_mutex_lock stands
 // before the system's, so that a test can act between an operation's look at the integer and its swap.
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <dlfcn.h>
@@ -10,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include "sync/atomic_inter.h"
+#include "sync/timed_wait_support.h"
+
+using support::Monitor;
 
 namespace {
 
@@ -34,134 +35,98 @@ namespace {
 
 constexpr int kThreads = 8;
 
-class Cond : public testing::Test {
-  protected:
-    Cond() {
-        EXPECT_EQ(VYX_MutexCreate(&m_hMutex, VYX_MUTEX_NORMAL), VYX_OK);
-        EXPECT_EQ(VYX_CondCreate(&m_hCond), 0);
-    }
-    ~Cond() override {
-        EXPECT_EQ(VYX_CondDestroy(&m_hCond), 0);
-        EXPECT_EQ(VYX_MutexDestroy(&m_hMutex), VYX_OK);
-    }
-    VYX_MUTEX_T m_hMutex;
-    VYX_COND_T m_hCond;
-};
-
-TEST_F(Cond, NullPointersAreRefused) {
+TEST(Cond, NullPointersAreRefused) {
+    Monitor monitor;
     for (auto *pCall : {VYX_CondCreate, VYX_CondDestroy, VYX_CondSignal, VYX_CondBroadCast})
         EXPECT_EQ(pCall(nullptr), -1);
-    EXPECT_EQ(VYX_CondWait(nullptr, &m_hMutex), -1);
-    EXPECT_EQ(VYX_CondWait(&m_hCond, nullptr), -1);
-    EXPECT_EQ(VYX_CondWait(nullptr, nullptr), -1);
-}
-
-TEST_F(Cond, WakingNobodySucceeds) {
-    EXPECT_EQ(VYX_CondSignal(&m_hCond), 0);
-    EXPECT_EQ(VYX_CondBroadCast(&m_hCond), 0);
+    EXPECT_EQ(VYX_CondWait(nullptr, &monitor.mutex), -1);
+    EXPECT_EQ(VYX_CondWait(&monitor.cond, nullptr), -1);
 }
 
 // Waits without holding the mutex, which the platform notices. ThreadSanitizer notices it too: tests/tsan.supp
 // names this function.
-[[gnu::noinline]] void MisuseOnPurpose(VYX_COND_T *pCond) {
+[[gnu::noinline]] void MisuseOnPurpose() {
+    Monitor monitor;
     VYX_MUTEX_T hChecking;
     ASSERT_EQ(VYX_MutexCreate(&hChecking, static_cast<uint32_t>(PTHREAD_MUTEX_ERRORCHECK)), VYX_OK);
-    EXPECT_EQ(VYX_CondWait(pCond, &hChecking), EPERM);
+    EXPECT_EQ(VYX_CondWait(&monitor.cond, &hChecking), EPERM);
     EXPECT_EQ(VYX_MutexDestroy(&hChecking), VYX_OK);
 }
 
-TEST_F(Cond, PlatformsErrorNumberIsPassedOn) {
-    MisuseOnPurpose(&m_hCond);
+TEST(Cond, PlatformsErrorNumberIsPassedOn) {
+    MisuseOnPurpose();
 }
 
-TEST_F(Cond, SignalWakesOneAndBroadcastAll) {
-    int iWaiting = 0; // these under m_hMutex
+TEST(Cond, SignalWakesOneAndBroadcastAll) {
+    Monitor monitor;
+    int iWaiting = 0; // these under its mutex
     int iTickets = 0;
     int iServed = 0;
     int iWoken = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < kThreads; ++i)
         threads.emplace_back([&] {
-            (void)VYX_MutexLock(&m_hMutex);
+            monitor.Lock();
             ++iWaiting;
             while (iTickets == 0) {
-                EXPECT_EQ(VYX_CondWait(&m_hCond, &m_hMutex), 0);
+                EXPECT_EQ(VYX_CondWait(&monitor.cond, &monitor.mutex), 0);
                 ++iWoken;
             }
             --iTickets;
             ++iServed;
-            (void)VYX_MutexUnlock(&m_hMutex);
+            monitor.Unlock();
         });
-    const auto under = [&](const std::function<bool()> &test) {
-        bool bHolds = false;
-        while (!bHolds) { // the test's limit ends this if it never comes true
-            (void)VYX_MutexLock(&m_hMutex);
-            bHolds = test();
-            (void)VYX_MutexUnlock(&m_hMutex);
-            std::this_thread::yield();
-        }
+    const auto becomes = [&](const int &iCount, int iValue) {
+        return support::WaitUntil([&] {
+            monitor.Lock();
+            const bool bHolds = iCount == iValue;
+            monitor.Unlock();
+            return bHolds;
+        });
     };
-    under([&] { return iWaiting == kThreads; }); // all asleep, or the mutex would be held
+    ASSERT_TRUE(becomes(iWaiting, kThreads)); // all asleep, or the mutex would be held
     for (int i = 0; i < kThreads / 2; ++i) {
-        (void)VYX_MutexLock(&m_hMutex);
+        monitor.Lock();
         iTickets = 1;
-        EXPECT_EQ(VYX_CondSignal(&m_hCond), 0);
+        EXPECT_EQ(VYX_CondSignal(&monitor.cond), 0);
         EXPECT_EQ(iServed, i);
-        (void)VYX_MutexUnlock(&m_hMutex);
-        under([&] { return iServed == i + 1; });
+        monitor.Unlock();
+        ASSERT_TRUE(becomes(iServed, i + 1));
     }
-    (void)VYX_MutexLock(&m_hMutex);
+    monitor.Lock();
     iTickets = kThreads / 2;
-    EXPECT_EQ(VYX_CondBroadCast(&m_hCond), 0);
-    (void)VYX_MutexUnlock(&m_hMutex);
+    EXPECT_EQ(VYX_CondBroadCast(&monitor.cond), 0);
+    monitor.Unlock();
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(iServed, kThreads);
     EXPECT_LE(iWoken, kThreads * 3 / 2); // some room for spurious ones
 }
 
-TEST(Atomic, OperationsOnOneThread) {
+// The library is not started.
+TEST(Atomic, OperationsWrapAndCompareAllBits) {
     const struct {
         const char *szName;
         std::function<int32_t(volatile uint32_t *)> call;
         uint32_t nBefore;
         uint32_t nAfter;
     } cases[] = {
-        {"swap equal", [](auto *p) { return VYX_AtomicCas(p, 9, 5); }, 5, 9},
-        {"swap different", [](auto *p) { return VYX_AtomicCas(p, 1, 5); }, 9, 9},
-        {"swap negative", [](auto *p) { return VYX_AtomicCas(p, 3, -1); }, 0xFFFFFFFF, 3},
+        {"swap different", [](auto *p) { return VYX_AtomicCas(p, 1, 5); }, 0x80000005, 0x80000005},
         {"swap lowest", [](auto *p) { return VYX_AtomicCas(p, 0, INT32_MIN); }, 0x80000000, 0},
-        {"set", [](auto *p) { return VYX_AtomicSet(p, 0xFFFFFFFE); }, 7, 0xFFFFFFFE},
-        {"set from high", [](auto *p) { return VYX_AtomicSet(p, 0); }, 0x80000001, 0},
-        {"add", [](auto *p) { return VYX_AtomicAdd(p, 40); }, 2, 42},
-        {"add wraps", [](auto *p) { return VYX_AtomicAdd(p, 0xFFFFFFFF); }, 3, 2},
-        {"increment", [](auto *p) { return VYX_AtomicInc(p); }, 0x7FFFFFFF, 0x80000000},
+        {"set from high", [](auto *p) { return VYX_AtomicSet(p, 0xFFFFFFFE); }, 0x80000001, 0xFFFFFFFE},
+        {"add wraps", [](auto *p) { return VYX_AtomicAdd(p, 0xFFFFFFFE); }, 3, 1},
         {"increment wraps", [](auto *p) { return VYX_AtomicInc(p); }, 0xFFFFFFFF, 0},
-        {"decrement", [](auto *p) { return VYX_AtomicDec(p); }, 0x80000000, 0x7FFFFFFF},
         {"decrement wraps", [](auto *p) { return VYX_AtomicDec(p); }, 0, 0xFFFFFFFF},
     };
-    for (const bool bStarted : {false, true}) {
-        if (bStarted) {
-            EXPECT_EQ(VYX_InitAtomic_Inter(), VYX_OK);
-        }
-        for (const auto &row : cases) {
-            SCOPED_TRACE(row.szName);
-            volatile uint32_t nGuarded[3] = {0xA5A5A5A5, row.nBefore, 0xA5A5A5A5};
-            EXPECT_EQ(row.call(&nGuarded[1]), 0);
-            EXPECT_EQ(nGuarded[1], row.nAfter);
-            EXPECT_EQ(nGuarded[0] + nGuarded[2], 2 * 0xA5A5A5A5);
-        }
+    for (const auto &row : cases) {
+        volatile uint32_t nValue = row.nBefore;
+        EXPECT_EQ(row.call(&nValue), 0) << row.szName;
+        EXPECT_EQ(nValue, row.nAfter) << row.szName;
     }
-    EXPECT_EQ(VYX_FiniAtomic_Inter(), VYX_OK);
-}
-
-TEST(Atomic, PointerSwapDoesNothing) {
     int iOld = 0;
-    int iNew = 0;
     void *volatile pDest = &iOld;
-    EXPECT_EQ(VYX_AtomicCasPtr(&pDest, &iNew, &iOld), 0);
-    EXPECT_EQ(pDest, &iOld);
-    EXPECT_EQ(VYX_AtomicCasPtr(nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(VYX_AtomicCasPtr(&pDest, nullptr, &iOld), 0);
+    EXPECT_EQ(pDest, &iOld) << "the pointer swap does nothing";
 }
 
 TEST(Atomic, DerivedOperationsMayLoseUpdates) {

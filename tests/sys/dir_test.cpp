@@ -28,17 +28,51 @@ namespace {
 using support::TempDir;
 using Entries = std::map<std::string, VYX_FINFO_T>;
 
-// All entries by name; each may come once only. Closes the handle.
+// All entries by name; each may come once only.
 Entries List(VYX_DIR_T hDir) {
     Entries entries;
     _FILE_FIND_INFO info;
-    do {
+    std::memset(&info, 0x55, sizeof info);
+    errno = 0;
+    while (VYX_FindFileInDir(hDir, &info) == VYX_OK) {
+        EXPECT_TRUE(entries.emplace(info.name, info.finfo).second) << info.name;
         std::memset(&info, 0x55, sizeof info);
         errno = 0;
-    } while (VYX_FindFileInDir(hDir, &info) == VYX_OK && entries.emplace(info.name, info.finfo).second);
+    }
     EXPECT_EQ(errno, 0) << "the end is told from a failure by errno";
+    return entries;
+}
+
+Entries List(const std::string &path) {
+    const VYX_DIR_T hDir = VYX_OpenDir(path.c_str());
+    EXPECT_NE(hDir, nullptr);
+    const Entries entries = List(hDir);
     EXPECT_EQ(VYX_CloseDir(hDir), VYX_OK);
     return entries;
+}
+
+std::string NoInformation(int iError, int iTimes) {
+    std::string text;
+    while (iTimes-- > 0)
+        text += "Get file stat failed! err:" + std::to_string(iError) + "\n";
+    return text;
+}
+
+void ExpectCleared(const VYX_FINFO_T &info) {
+    const VYX_FINFO_T none = {};
+    EXPECT_EQ(std::memcmp(&info, &none, sizeof none), 0);
+}
+
+TEST(Dir, PathEndsInOneSlash) {
+    const TempDir dir;
+    const std::pair<std::string, std::string> cases[] = {
+        {dir.Path(), dir.Path() + "/"}, {dir.Path() + "/", dir.Path() + "/"}, {"/", "/"}, {".", "./"}};
+    for (const auto &c : cases) {
+        const VYX_DIR_T hDir = VYX_OpenDir(c.first.c_str());
+        ASSERT_NE(hDir, nullptr) << c.first;
+        EXPECT_EQ(hDir->szPath, c.second);
+        EXPECT_EQ(VYX_CloseDir(hDir), VYX_OK);
+    }
 }
 
 TEST(Dir, InformationOfEachKind) {
@@ -54,18 +88,15 @@ TEST(Dir, InformationOfEachKind) {
     ASSERT_EQ(symlink("nowhere", (dir / "broken").c_str()), 0);
     ASSERT_EQ(VYX_MakeDir((dir / "dir").c_str()), VYX_OK);
     testing::internal::CaptureStdout();
-    Entries found = List(VYX_OpenDir(dir.Path().c_str()));
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Get file stat failed! err:" + std::to_string(ENOENT) + "\n")
-        << "the broken link";
+    Entries found = List(dir.Path());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), NoInformation(ENOENT, 1)) << "the broken link";
     const std::pair<const char *, uint32_t> kinds[] = {
         {".", VYX_TYPE_DIR},    {"..", VYX_TYPE_DIR},    {"file", VYX_TYPE_REG},   {"hard", VYX_TYPE_REG},
         {"link", VYX_TYPE_REG}, {"pipe", VYX_TYPE_PIPE}, {"device", VYX_TYPE_CHR}, {"dir", VYX_TYPE_DIR}};
     EXPECT_EQ(found.size(), std::size(kinds) + 1);
     for (const auto &kind : kinds)
         EXPECT_EQ(found[kind.first].type, kind.second) << kind.first;
-    const VYX_FINFO_T none = {};
-    EXPECT_EQ(std::memcmp(&found["broken"], &none, sizeof none), 0);
+    ExpectCleared(found["broken"]);
     EXPECT_NE(found["device"].rdev, 0U);
 
     const VYX_FINFO_T &info = found["link"]; // links are followed
@@ -102,17 +133,51 @@ TEST(Dir, KindsThatAreRare) {
     }
 }
 
+TEST(Dir, EntriesThatVanish) {
+    const TempDir dir;
+    const std::string names[] = {"a", "b", "c"};
+    for (const std::string &name : names)
+        support::WriteFile(dir / name, "");
+    const VYX_DIR_T hDir = VYX_OpenDir(dir.Path().c_str());
+    _FILE_FIND_INFO first;
+    ASSERT_EQ(VYX_FindFileInDir(hDir, &first), VYX_OK); // the platform now holds them all
+    for (const std::string &name : names)
+        ASSERT_EQ(VYX_DeleteFile((dir / name).c_str()), VYX_OK);
+    testing::internal::CaptureStdout();
+    Entries found = List(hDir);
+    const std::string output = testing::internal::GetCapturedStdout();
+    int iGone = 0;
+    for (const std::string &name : names)
+        if (first.name != name) {
+            ExpectCleared(found.at(name));
+            ++iGone;
+        }
+    EXPECT_EQ(output, NoInformation(ENOENT, iGone));
+    EXPECT_EQ(VYX_CloseDir(hDir), VYX_OK);
+}
+
 TEST(Dir, LongNamesAndRenamedDirectory) {
     const TempDir dir;
     const std::string longest(255, 'n');
     ASSERT_EQ(VYX_MakeDir((dir / "before").c_str()), VYX_OK);
     support::WriteFile(dir / ("before/" + longest), "12345");
     const VYX_DIR_T hDir = VYX_OpenDir((dir / "before").c_str());
-    EXPECT_EQ(hDir->szPath, dir / "before/");
     ASSERT_EQ(VYX_RenameFile((dir / "before").c_str(), (dir / "after").c_str()), VYX_OK);
     Entries found = List(hDir);
+    EXPECT_EQ(VYX_CloseDir(hDir), VYX_OK);
     EXPECT_EQ(found.size(), 3U);
     EXPECT_EQ(found[longest].size, 5);
+}
+
+TEST(Dir, HundredThousandEntries) {
+    constexpr int kEntries = 100000;
+    const TempDir dir(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : testing::TempDir());
+    for (int i = 0; i < kEntries; ++i)
+        ASSERT_EQ(symlink(".", (dir / std::to_string(i)).c_str()), 0);
+    const Entries found = List(dir.Path());
+    EXPECT_EQ(found.size(), kEntries + 2U);
+    for (const auto &entry : found)
+        ASSERT_EQ(entry.second.type, static_cast<uint32_t>(VYX_TYPE_DIR)) << entry.first;
 }
 
 TEST(Dir, MadeWithoutRegardToTheMask) {
@@ -142,13 +207,18 @@ TEST(Dir, NullAndWhatIsNoDirectory) {
     support::WriteFile(dir / "file", "");
     _FILE_FIND_INFO info;
     EXPECT_EQ(VYX_OpenDir(nullptr), nullptr);
+    EXPECT_EQ(VYX_OpenDir(""), nullptr);
+    EXPECT_EQ(VYX_OpenDir((dir / "none").c_str()), nullptr);
     EXPECT_EQ(VYX_OpenDir((dir / "file").c_str()), nullptr);
     EXPECT_EQ(errno, ENOTDIR);
     EXPECT_EQ(VYX_FindFileInDir(nullptr, &info), VYX_ERROR);
     const VYX_DIR_T hDir = VYX_OpenDir(dir.Path().c_str());
     EXPECT_EQ(VYX_FindFileInDir(hDir, nullptr), VYX_ERROR);
     EXPECT_EQ(List(hDir).size(), 3U) << "no entry was lost to the null";
+    EXPECT_EQ(VYX_CloseDir(hDir), VYX_OK);
     EXPECT_EQ(VYX_CloseDir(nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_MakeDir(nullptr), VYX_ERROR);
+    EXPECT_EQ(VYX_RemoveDir(nullptr), VYX_ERROR);
 }
 
 TEST(Dir, NoHandleWithoutMemory) {

@@ -132,7 +132,7 @@ class FileCopy : public testing::Test {
 
 TEST_F(FileCopy, ContentOfEachSizeWithinAndAcrossFileSystems) {
     const support::TempDir other(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : testing::TempDir());
-    for (const size_t nSize : {1U, 4097U, 262145U}) {
+    for (const size_t nSize : {1U, 4097U, 600001U}) {
         const std::string text = Bytes(nSize);
         for (const std::string &source : {m_source, other / "source"}) {
             m_source = source;

@@ -1,0 +1,36 @@
+// A descriptor that is held for the length of a block.
+#ifndef VYX_SYS_DESCRIPTOR_H
+#define VYX_SYS_DESCRIPTOR_H
+
+#include <cerrno>
+#include <pthread.h>
+#include <unistd.h>
+
+namespace vyx_inter {
+
+// Closes its descriptor and keeps errno as it was. A thread that is cancelled while it closes goes on until it comes
+// to its next call: no destructor may be left half-way.
+class Descriptor {
+  public:
+    explicit Descriptor(int iFd) : m_iFd(iFd) {}
+    ~Descriptor() {
+        if (m_iFd < 0)
+            return;
+        const int iError = errno;
+        int iState = 0;
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &iState); // cannot fail for a valid state
+        (void)close(m_iFd);                                            // nothing is left to be done about it
+        (void)pthread_setcancelstate(iState, &iState);
+        errno = iError;
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    [[nodiscard]] int Get() const { return m_iFd; }
+
+  private:
+    const int m_iFd;
+};
+
+} // namespace vyx_inter
+
+#endif
