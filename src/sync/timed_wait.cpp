@@ -362,6 +362,22 @@ void ForgetService_Local() {
     s_nPending.store(0);
 }
 
+// Result: a wait that begins now, not registered; null if memory is short.
+SemWait *MakeSemWait_Local(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
+    auto *pWait = new (std::nothrow) SemWait();
+    if (pWait == nullptr)
+        return nullptr;
+    const VYX_TIME_T iNow = VYX_TimeNow();
+    TIMED_SEM_S &wait = pWait->struWait;
+    wait.waiting.store(1);
+    wait.semaphore = pRecord;
+    wait.timeout = nTimeOut;
+    wait.start = iNow / kMicrosPerMilli;
+    wait.result = VYX_OK;
+    pWait->iDue = iNow + wait.timeout * kMicrosPerMilli;
+    return pWait;
+}
+
 } // namespace
 
 int32_t VYX_InitTimeWait_Inter(void) {
@@ -383,12 +399,12 @@ int32_t VYX_FiniTimedWait_Inter(void) {
         (void)VYX_Thread_Wait(s_hThreadId);
     }
     s_hThreadId = VYX_INVALID_THREAD;
+    SetEpoch_Local((s_nEpoch.load() | 1) + 1);
     ReleaseSems_Local();
     ExpireConds_Local();
     // The caller may itself hold a mutex that a waiter needs, so this must not wait until all have left.
     for (uint32_t nPass = 0; nPass < kStopPasses && !ReleaseConds_Local(); ++nPass)
         (void)VYX_USleep(kPassPause);
-    SetEpoch_Local((s_nEpoch.load() | 1) + 1);
     return VYX_OK;
 }
 
@@ -439,19 +455,20 @@ void *timer_svc(void * /*pIgnored*/) {
 int32_t SemTimedWait(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
     if (nTimeOut == VYX_INFINITE)
         return sem_wait(pRecord->pSem);
-    auto *pWait = new (std::nothrow) SemWait();
+    SemWait *pWait = MakeSemWait_Local(pRecord, nTimeOut);
     if (pWait == nullptr)
         return VYX_ERROR;
-    const VYX_TIME_T iNow = VYX_TimeNow();
-    TIMED_SEM_S &wait = pWait->struWait;
-    wait.waiting.store(1);
-    wait.semaphore = pRecord;
-    wait.timeout = nTimeOut;
-    wait.start = iNow / kMicrosPerMilli;
-    wait.result = VYX_OK;
-    pWait->iDue = iNow + wait.timeout * kMicrosPerMilli;
     SemRegistration registration(pWait);
     return registration.Await();
+}
+
+int32_t VYX_SemTimedWaitInEpoch_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut, uint32_t nEpoch) {
+    SemWait *pWait = MakeSemWait_Local(pRecord, nTimeOut);
+    if (pWait == nullptr)
+        return VYX_ERROR;
+    SemRegistration registration(pWait);
+    // A stop changes the epoch before it releases who is registered.
+    return s_nEpoch.load() == nEpoch ? registration.Await() : VYX_ERROR;
 }
 
 int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {

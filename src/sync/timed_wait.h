@@ -60,6 +60,10 @@ bool VYX_TimedWaitForked_Inter(void);
 // hours: the epoch is odd while the service runs, and half of it, rounded down, is the number of stops.
 uint32_t VYX_TimedWaitEpoch_Inter(void);
 
+// As SemTimedWait, for a time-out that is not VYX_INFINITE; but ends with -1 at once if the epoch is not nEpoch any more,
+// and when it changes: no wait is left to a service that does not run.
+int32_t VYX_SemTimedWaitInEpoch_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut, uint32_t nEpoch);
+
 // Has a function called, under the start/stop mutex, after every change of the epoch. There is room for one.
 void VYX_TimedWaitTell_Inter(void (*fnChanged)(void));
 
