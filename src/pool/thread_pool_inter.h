@@ -24,7 +24,8 @@ struct THREAD_INFO_T {
 enum : uint32_t { VYX_POOL_WORDS = MAX_THREAD_PER_THREADPOOL / 64 };
 
 // One pool. The size of the registry is fixed, so no memory is ever allocated for a pool.
-struct THREAD_POOL_T { // NOLINT(clang-analyzer-optin.performance.Padding): the order is kept, for a debugger's user
+// NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding): what belongs together stays together
+struct THREAD_POOL_T {
     uint32_t bUsed;              // guarded by s_csLock
     std::atomic<uint32_t> bQuit; // 1 once destruction has begun; also read without the lock
     uint32_t nMaxCount;          // this and the next: set at creation, before the first worker
