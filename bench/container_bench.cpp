@@ -54,21 +54,8 @@ class IntTable {
     void *m_pTable = nullptr;
 };
 
-template <class Key, class Map>
-class StdTable {
-  public:
-    StdTable() { m_map.reserve(kKeys); }
-    void Enter(Key key, void *pData) { m_map.emplace(key, pData); }
-    void *Find(Key key) {
-        const auto at = m_map.find(key);
-        return at == m_map.end() ? nullptr : at->second;
-    }
-
-  private:
-    Map m_map;
-};
-using StdText = StdTable<const char *, std::unordered_map<const char *, void *, TextHash, TextEqual>>;
-using StdInt = StdTable<uint32_t, std::unordered_map<uint32_t, void *>>;
+using StdText = MapTable<const char *, std::unordered_map<const char *, void *, TextHash, TextEqual>>;
+using StdInt = MapTable<uint32_t, std::unordered_map<uint32_t, void *>>;
 
 constexpr uint32_t kPiece = 4096;
 constexpr uint32_t kPieces = 16; // that the ring holds

@@ -26,6 +26,21 @@ struct TextEqual {
     bool operator()(const char *szA, const char *szB) const { return std::strcmp(szA, szB) == 0; }
 };
 
+// A table of libraries whose maps are made as those of the C++ library.
+template <class Key, class Map>
+class MapTable {
+  public:
+    MapTable() { m_map.reserve(kKeys); }
+    void Enter(Key key, void *pData) { m_map.emplace(key, pData); }
+    void *Find(Key key) {
+        const auto at = m_map.find(key);
+        return at == m_map.end() ? nullptr : at->second;
+    }
+
+  private:
+    Map m_map;
+};
+
 // Keys of the tables, in the order in which they are entered and, after that, looked for: two different ones. A
 // key is never the same twice. The second half of the list is for keys that are absent.
 template <class Key>
