@@ -7,7 +7,6 @@
 #include <functional>
 #include <net/if.h>
 #include <net/if_arp.h>
-#include <regex>
 #include <sched.h>
 #include <string>
 #include <sys/wait.h>
@@ -52,10 +51,13 @@ AddressFact Address(uint32_t nIndex, bool bIp6, uint8_t nNumber) {
 
 // The addresses behind the hardware address, as "4:N" and "6:N".
 std::string Lists(const VYX_ADAPTER_INFO &adapter) {
-    const std::string text = adapter_text::Describe(adapter);
-    const std::string ip = std::regex_replace(text, std::regex(R"(10\.0\.0\.(\d)/255\.0\.0\.0)"), "4:$1");
-    const std::string both = std::regex_replace(ip, std::regex("fd00::(\\d)/ff00::"), "6:$1");
-    return both.substr(both.find("07") + 2);
+    constexpr const char *kShorter[][2] = {
+        {"10.0.0.", "4:"}, {"/255.0.0.0", ""}, {"fd00::", "6:"}, {"/ff00::", ""}};
+    std::string text = adapter_text::Describe(adapter);
+    for (const auto &[szLong, szShort] : kShorter)
+        for (size_t n; (n = text.find(szLong)) != std::string::npos;)
+            text.replace(n, std::strlen(szLong), szShort);
+    return text.substr(text.find("07") + 2);
 }
 
 TEST(AdapterList, LinksBehindTheLastOfEitherFamily) {
