@@ -28,6 +28,7 @@ bool Fail(const char *what, const std::string &about) {
 } // namespace
 
 Collector::~Collector() {
+    StopTimer();
     if (m_pool != nullptr)
         (void)VYX_ThreadPool_Destroy(m_pool);
     m_store.Close();
@@ -45,7 +46,7 @@ int Collector::Run() {
     (void)VYX_ThreadPool_Destroy(m_pool); // waits for the connections, which end because the event is set
     m_pool = nullptr;
     const VYX_TIME_T first = m_first;
-    (void)VYX_KillTimer(static_cast<int32_t>(m_timer));
+    StopTimer();
     m_store.Close();
     PrintSummary(first != 0 ? VYX_TimeNow() - first : 0);
     return std::fflush(stdout) == 0 ? 0 : 1;
@@ -82,6 +83,12 @@ bool Collector::Announce() {
     std::printf("collecting at %s port %u into %s\n", m_options.address.c_str(), VYX_GetAddrPort(&address),
                 m_options.directory.c_str());
     return std::fflush(stdout) == 0 || Fail("cannot write where I listen", "");
+}
+
+// Waits for the progress line that is just being printed.
+void Collector::StopTimer() {
+    (void)VYX_KillTimer(static_cast<int32_t>(m_timer));
+    m_timer = VYX_MAX_TIMERS;
 }
 
 // While all threads of the pool are busy, newcomers wait in the socket's backlog.

@@ -38,6 +38,7 @@ class Collector {
     bool Open();
     bool Listen();
     bool Announce();
+    void StopTimer();
     void AcceptUntilEnd();
     void AcceptOne();
     bool AllBusy();
@@ -53,7 +54,7 @@ class Collector {
     VYX_EVENT m_acceptable = nullptr; // somebody wants to connect
     VYX_EVENT m_idle = nullptr;       // a connection is done
     VYX_HANDLE_THREADPOOL m_pool = nullptr;
-    uint32_t m_timer = 0;
+    uint32_t m_timer = VYX_MAX_TIMERS; // an id that no timer has: none
     uint64_t m_shown = 0; // lines that the progress line has told of; the timer's
     VYX_Mutex m_mutex;    // guards what follows
     uint32_t m_active = 0;
