@@ -55,8 +55,8 @@ class Collector {
     VYX_EVENT m_idle = nullptr;       // a connection is done
     VYX_HANDLE_THREADPOOL m_pool = nullptr;
     uint32_t m_timer = VYX_MAX_TIMERS; // an id that no timer has: none
-    uint64_t m_shown = 0; // lines that the progress line has told of; the timer's
-    VYX_Mutex m_mutex;    // guards what follows
+    uint64_t m_shown = 0;              // lines that the progress line has told of; the timer's
+    VYX_Mutex m_mutex;                 // guards what follows
     uint32_t m_active = 0;
     VYX_TIME_T m_first = 0;                  // when the first sender came
     std::map<std::string, uint32_t> m_names; // how many senders called themselves so
