@@ -16,8 +16,9 @@ namespace support {
 
 using Clock = std::chrono::steady_clock;
 
-// ThreadSanitizer cannot follow threads that a forked child starts, nor can the emulator.
-#if defined(__SANITIZE_THREAD__) || defined(VYX_TESTS_EMULATED)
+// ThreadSanitizer cannot follow threads that a forked child starts, nor can the emulator; and AddressSanitizer may fork
+// while another thread holds a lock of its allocator.
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(VYX_TESTS_EMULATED)
 constexpr bool kThreadsAfterFork = false;
 #else
 constexpr bool kThreadsAfterFork = true;
