@@ -3,8 +3,9 @@
 #define VYX_SYS_DESCRIPTOR_H
 
 #include <cerrno>
-#include <pthread.h>
 #include <unistd.h>
+
+#include "thread/uncancelled.h"
 
 namespace vyx_inter {
 
@@ -17,10 +18,8 @@ class Descriptor {
         if (m_iFd < 0)
             return;
         const int iError = errno;
-        int iState = 0;
-        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &iState); // cannot fail for a valid state
-        (void)close(m_iFd);                                            // nothing is left to be done about it
-        (void)pthread_setcancelstate(iState, &iState);
+        const Uncancelled uncancelled;
+        (void)close(m_iFd); // nothing is left to be done about it
         errno = iError;
     }
     Descriptor(const Descriptor &) = delete;

@@ -138,6 +138,7 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 1u); // still taken
     Kill(1);
     EXPECT_TRUE(WaitUntil([&] { return bKilling.load(); }));
+    EXPECT_EQ(nLeftAtReturn, -1);
     gate.bOpen = true;
     killer.join();
     EXPECT_EQ(nLeftAtReturn, gate.nEntered) << "it was not inside, and did not come again";

@@ -103,7 +103,7 @@ class SignalStorm {
         m_thread = std::thread([this] {
             while (!m_bEnd) {
                 (void)pthread_kill(m_target, SIGUSR1);
-                usleep(700);
+                usleep(700); // the storm's rhythm
             }
         });
     }

@@ -47,7 +47,7 @@ struct Gate {
     void Pass() {
         ++nEntered;
         while (!bOpen.load())
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the poll's own pause
         ++nLeft;
     }
     bool WaitEntered(int n) {

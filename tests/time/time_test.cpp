@@ -160,7 +160,7 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
         {support::kBerlin, kWinter, "2026-01-15 13:00:00 us=7 wday=4 yday=14 dst=0 off=3600", 0},
         {support::kBerlin, kSummer, "2026-07-15 14:00:00 us=7 wday=3 yday=195 dst=1 off=3600", 3600},
         {support::kNewYork, kSummer, "2026-07-15 08:00:00 us=7 wday=3 yday=195 dst=1 off=-18000", 3600},
-        {"XXX-5:45", kWinter, "2026-01-15 17:45:00 us=7 wday=4 yday=14 dst=0 off=20700", 0},
+        {"NPT-5:45", kWinter, "2026-01-15 17:45:00 us=7 wday=4 yday=14 dst=0 off=20700", 0},
         {"LMT0:53:28", kWinter, "2026-01-15 11:06:32 us=7 wday=4 yday=14 dst=0 off=-3180", -28},
     };
     for (const auto &row : kTable) {
