@@ -28,12 +28,14 @@
 #include <unistd.h>
 #include <vyx/sys.h>
 
-#include "frame/static_init.h"
+#include "base/errno_keeper.h"
+#include "base/first_init.h"
+#include "base/uncancelled.h"
 #include "log/log_header.h"
 #include "log/log_text.h"
 #include "thread/service_thread.h"
-#include "thread/uncancelled.h"
 
+using vyx_inter::ErrnoKeeper;
 using vyx_inter::LockGuard;
 using vyx_inter::Uncancelled;
 
@@ -53,19 +55,6 @@ constexpr const char *kReportFile = "logmodule.cpp";
 constexpr uint32_t Bit_Local(log_services eTarget) {
     return 1U << static_cast<uint32_t>(eTarget);
 }
-
-// Keeps errno for the length of a block: callers log failures whose errno they still want to look at.
-class ErrnoKeeper {
-  public:
-    ErrnoKeeper() : m_iError(errno) {}
-    ~ErrnoKeeper() { errno = m_iError; }
-    ErrnoKeeper(const ErrnoKeeper &) = delete;
-    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
-    void Restore() const { errno = m_iError; } // for %m
-
-  private:
-    int m_iError;
-};
 
 // Queueing the report may fail as well; that is not reported.
 void ReportLostMemory_Local() {
@@ -229,7 +218,7 @@ void LogService::AwaitWritten() {
     const uint64_t nDue = m_nQueued;
     ++m_nAwaiting;
     while (m_nWritten < nDue)
-        (void)VYX_CondWait(&m_hWritten, &m_hQueueLock.hMutex);
+        m_written.Wait(m_hQueueLock);
     --m_nAwaiting;
 }
 
@@ -334,7 +323,7 @@ void LogService::GiveBack(Batch &batch) {
     batch.nHeld = 0;
     batch.nLines = 0;
     if (m_nAwaiting > 0)
-        (void)VYX_CondBroadCast(&m_hWritten);
+        m_written.Broadcast();
 }
 
 /* ---- The writer */
@@ -404,13 +393,13 @@ void *LogService::WriteLogProc(void *service) {
 // A lock that another thread of the parent held stays held in the child, whose service it would block. Kept for
 // the moment of the fork are those under which the queue and the calendar change; neither is ever held for long.
 void LogService::BeforeFork() {
-    (void)VYX_MutexLock(&m_hQueueLock.hMutex);
+    m_hQueueLock.AcquireForFork();
     VYX_LogHeaderLock_Inter();
 }
 
 void LogService::AfterForkInParent() {
     VYX_LogHeaderUnlock_Inter();
-    (void)VYX_MutexUnlock(&m_hQueueLock.hMutex);
+    m_hQueueLock.ReleaseAfterFork();
 }
 
 void LogService::AfterForkInChild() {
@@ -426,15 +415,15 @@ void LogService::ForgetIfForked() {
 
 // In a child: the writer and those who held locks exist in the parent only, and its lines are the parent's to write.
 void LogService::Forget() {
-    if (VYX_MutexTryLock(&m_hQueueLock.hMutex) == VYX_OK)
-        (void)VYX_MutexUnlock(&m_hQueueLock.hMutex);
+    if (m_hQueueLock.TryAcquire())
+        m_hQueueLock.Release();
     else
         new (&m_queue) std::deque<_LOG>; // somebody was changing it
-    m_switchLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    m_serviceLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    m_hQueueLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    m_fileLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    m_hWritten = PTHREAD_COND_INITIALIZER;
+    m_switchLock.Renew();
+    m_serviceLock.Renew();
+    m_hQueueLock.Renew();
+    m_fileLock.Renew();
+    m_written.Renew();
     new (&m_bell) vyx_inter::Doorbell;
     m_iOwner = getpid();
     m_bStarted = false;

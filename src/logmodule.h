@@ -8,8 +8,8 @@
 #include <sys/types.h>
 #include <vyx/log.h>
 
+#include "base/lock.h"
 #include "log/doorbell.h"
-#include "sync/lock_order.h"
 
 // One queued line.
 struct _LOG {
@@ -67,7 +67,7 @@ class LogService {
 
     std::atomic<bool> m_bStarted{false}; // changes under m_hQueueLock
     std::atomic<log_level> m_eLevel{VYX_LOG_LEVEL_INF};
-    vyx_inter::Lock m_serviceLock; // serialises start and stop
+    vyx_inter::Lock m_serviceLock{vyx_inter::Rank::LogService}; // serialises start and stop
     std::atomic<bool> m_bStartBlocked{false};
     std::atomic<bool> m_bConsole{false};
     std::atomic<bool> m_bDebug{false};
@@ -75,13 +75,13 @@ class LogService {
     VYX_THREAD_T m_hThread VYX_GUARDED_BY(m_serviceLock) = VYX_INVALID_THREAD;
     std::atomic<int32_t> m_bQuit{0};
 
-    vyx_inter::Lock m_hQueueLock;
+    vyx_inter::Lock m_hQueueLock{vyx_inter::Rank::LogQueue};
     char *m_pRing VYX_GUARDED_BY(m_hQueueLock) = nullptr;
     char *m_pWrite VYX_GUARDED_BY(m_hQueueLock) = nullptr; // where the next line goes
     uint32_t m_nFree VYX_GUARDED_BY(m_hQueueLock) = 0;     // bytes
     std::deque<_LOG> m_queue VYX_GUARDED_BY(m_hQueueLock);
 
-    vyx_inter::Lock m_fileLock;
+    vyx_inter::Lock m_fileLock{vyx_inter::Rank::LogFile};
     VYX_FILE_T m_hFile VYX_GUARDED_BY(m_fileLock) = VYX_INVALID_FILE;
     int32_t m_iFileIndex VYX_GUARDED_BY(m_fileLock) = 0;    // the current file's number, less one
     int32_t m_bWrap VYX_GUARDED_BY(m_fileLock) = 1;         // numbers count modulo 100
@@ -130,7 +130,8 @@ class LogService {
     void Rotate() VYX_REQUIRES(m_fileLock);
 
     uint32_t m_nAwaiting VYX_GUARDED_BY(m_hQueueLock) = 0; // threads that wait for m_nWritten
-    vyx_inter::Lock m_switchLock; // serialises what switches targets off or the service
+    vyx_inter::Lock m_switchLock{
+        vyx_inter::Rank::LogSwitch}; // serialises what switches targets off or the service
     // The file target takes no more lines; changes under m_hQueueLock.
     std::atomic<bool> m_bFileClosing{false};
     std::atomic<bool> m_bFinished{false};
@@ -141,7 +142,7 @@ class LogService {
     const char *m_pRead VYX_GUARDED_BY(m_hQueueLock) = nullptr; // behind the line taken last
     uint64_t m_nQueued VYX_GUARDED_BY(m_hQueueLock) = 0;        // lines so far
     uint64_t m_nWritten VYX_GUARDED_BY(m_hQueueLock) = 0;
-    VYX_COND_T m_hWritten = PTHREAD_COND_INITIALIZER;
+    vyx_inter::Condition m_written;
     vyx_inter::Doorbell m_bell;
     // Lines for which the queue had no memory; all younger than those in the queue.
     std::array<_LOG, kSpareLines> m_spare VYX_GUARDED_BY(m_hQueueLock) = {};

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "sync/lock_order.h"
+#include "base/lock.h"
 
 namespace vyx_inter {
 
@@ -36,7 +36,7 @@ class WholeValue<T, false> {
     }
 
   private:
-    static inline Lock s_csLock;
+    static inline Lock s_csLock{Rank::WholeValue};
     T m_value VYX_GUARDED_BY(s_csLock) = {};
 };
 

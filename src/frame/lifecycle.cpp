@@ -1,21 +1,23 @@
 // Start and stop: a counter and five stages, all under one mutex.
 #include <vyx/frame.h>
 #include <vyx/log.h>
-#include <vyx/sync.h>
 
+#include "base/lock.h"
 #include "frame/frame_inter.h"
-#include "frame/static_init.h"
 #include "msg/msgq_inter.h"
 #include "net/net_inter.h"
 #include "pool/thread_pool_inter.h"
 #include "sync/atomic_inter.h"
 #include "sync/timed_wait.h"
 
-// Serialises every start and stop; normal, not recursive.
-VYX_FIRST_INIT static VYX_Mutex s_vyxmutex(VYX_MUTEX_NORMAL);
+using vyx_inter::Lock;
+using vyx_inter::LockGuard;
 
-// Guarded by s_vyxmutex: starts not yet matched by a stop, and which stages are up.
-static int32_t s_iInitCount = 0;
+// Serialises every start and stop.
+static Lock s_vyxmutex{vyx_inter::Rank::StartStop};
+
+// Starts not yet matched by a stop, and which stages are up.
+static int32_t s_iInitCount VYX_GUARDED_BY(s_vyxmutex) = 0;
 static uint32_t s_bVyxInitNetwork = 0;
 static uint32_t s_bVyxInitMsgQ = 0;
 static uint32_t s_bVyxInitThreadPool = 0;
@@ -34,26 +36,6 @@ VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
     {VYX_InitThreadPool_Inter, VYX_FiniThreadPool_Inter, &s_bVyxInitThreadPool},
     {VYX_InitTimeWait_Inter, VYX_FiniTimedWait_Inter, &s_bVyxTimedWait},
     {VYX_InitAtomic_Inter, VYX_FiniAtomic_Inter, &s_bVyxInitAtomic},
-};
-
-// Holds s_vyxmutex until Release, or until an exception leaves the block.
-class StartStopGuard {
-  public:
-    StartStopGuard() { (void)s_vyxmutex.Lock(); }
-    ~StartStopGuard() {
-        if (m_bHeld)
-            (void)s_vyxmutex.Unlock();
-    }
-    StartStopGuard(const StartStopGuard &) = delete;
-    StartStopGuard &operator=(const StartStopGuard &) = delete;
-
-    int32_t Release() {
-        m_bHeld = false;
-        return s_vyxmutex.Unlock();
-    }
-
-  private:
-    bool m_bHeld = true;
 };
 
 // Result: true if every stage came up. Stages that did have their flag set.
@@ -98,7 +80,7 @@ void VYX_ClearResource_Inter(void) {
 }
 
 int32_t VYX_Init(void) {
-    const StartStopGuard guard;
+    const LockGuard guard(s_vyxmutex);
     if (s_iInitCount == 0 && VYX_InitResource_Inter() != VYX_OK)
         return VYX_ERROR;
     ++s_iInitCount;
@@ -110,14 +92,14 @@ int32_t VYX_InitEx(void) {
 }
 
 int32_t VYX_Fini(void) {
-    StartStopGuard guard;
+    const LockGuard guard(s_vyxmutex);
     // Deliberate: no check for 0. An unmatched stop makes the counter -1, and the next start only brings it
     // back to 0. Pinned by Lifecycle.UnmatchedStopEatsTheNextStart.
     if (--s_iInitCount == 0) {
         (void)VYX_Log(0, nullptr);
         VYX_ClearResource_Inter();
     }
-    return guard.Release();
+    return VYX_OK;
 }
 
 int32_t VYX_FiniEx(void) {

@@ -9,6 +9,7 @@
 #include <sys/time.h>
 #include <time.h>
 
+#include "base/lock.h"
 #include "log/printer.h"
 #include "logmodule.h"
 
@@ -18,7 +19,7 @@ namespace {
 
 // Held for the calendar's own work. The C library has a lock there that a forked child inherits as it is: no
 // thread of ours may be in there during a fork.
-vyx_inter::Lock s_hCalendarLock;
+vyx_inter::Lock s_hCalendarLock{vyx_inter::Rank::Calendar};
 
 // The part up to the milliseconds, and for which second and zone it holds.
 struct Second {
@@ -99,11 +100,11 @@ int32_t VYX_LogHeader_Inter(char *szBuf, uint32_t nSize, log_level eLevel, const
 }
 
 void VYX_LogHeaderLock_Inter(void) {
-    (void)VYX_MutexLock(&s_hCalendarLock.hMutex);
+    s_hCalendarLock.AcquireForFork();
 }
 
 void VYX_LogHeaderUnlock_Inter(void) {
-    (void)VYX_MutexUnlock(&s_hCalendarLock.hMutex);
+    s_hCalendarLock.ReleaseAfterFork();
 }
 
 int32_t FormatTimeAndName(char *szBuf, uint32_t nSize, log_level eLevel, const char *szFile, int32_t iLine) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <vyx/sys.h>
 
+#include "base/errno_keeper.h"
 #include "msg/event_inter.h"
 #include "sync/mutex_hold.h"
 

@@ -5,7 +5,6 @@
 #ifndef VYX_MSG_EVENT_INTER_H
 #define VYX_MSG_EVENT_INTER_H
 
-#include <cerrno>
 #include <poll.h>
 #include <vyx/msg.h>
 
@@ -34,18 +33,6 @@ inline int32_t Get(const int32_t &iField) {
 inline void Put(int32_t &iField, int32_t iValue) {
     __atomic_store_n(&iField, iValue, __ATOMIC_RELAXED);
 }
-
-// Puts errno back at the end of a block, so that messages and cleaning up do not change what callers see.
-class ErrnoKeeper {
-  public:
-    ErrnoKeeper() : m_iErrno(errno) {}
-    ~ErrnoKeeper() { errno = m_iErrno; }
-    ErrnoKeeper(const ErrnoKeeper &) = delete;
-    ErrnoKeeper &operator=(const ErrnoKeeper &) = delete;
-
-  private:
-    int m_iErrno;
-};
 
 // A time-out for poll. What does not fit into an int, above all VYX_INFINITE, is no limit.
 inline int PollTimeOut(uint32_t nTimeOut) {

@@ -21,9 +21,9 @@
 #include <vyx/sync.h>
 #include <vyx/time.h>
 
+#include "base/lock.h"
 #include "msg/msgq_inter.h"
-#include "pool/waiting.h"
-#include "sync/lock_order.h"
+#include "sync/mutex_hold.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -31,7 +31,7 @@ using vyx_inter::MutexHold;
 
 VYX_MQ_MSG_S g_struMsgQClosed = {};
 
-static Lock s_msgQMutex;
+static Lock s_msgQMutex{vyx_inter::Rank::QueueRegistry};
 static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
 static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
 
@@ -203,7 +203,7 @@ int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
 // Around fork: the child gets the queues as they are at that moment, so nobody may be changing one. Which queues are
 // live stays as it is while s_msgQMutex is held.
 void BeforeFork_Local() {
-    (void)VYX_MutexLock(&s_msgQMutex.hMutex);
+    s_msgQMutex.AcquireForFork();
     for (VYX_MQ_INTER &entry : s_msgQBlocks)
         if (entry.bUsed.load() != 0)
             (void)VYX_MutexLock(&entry.hQueueLock);
@@ -213,7 +213,7 @@ void AfterForkInParent_Local() {
     for (VYX_MQ_INTER &entry : s_msgQBlocks)
         if (entry.bUsed.load() != 0)
             (void)VYX_MutexUnlock(&entry.hQueueLock);
-    (void)VYX_MutexUnlock(&s_msgQMutex.hMutex);
+    s_msgQMutex.ReleaseAfterFork();
 }
 
 // Those who wait, or wake them, exist in the parent only.

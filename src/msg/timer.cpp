@@ -15,18 +15,19 @@
 #include <vyx/sync.h>
 #include <vyx/thread.h>
 
-#include "sync/lock_order.h"
-#include "thread/uncancelled.h"
+#include "base/lock.h"
+#include "base/uncancelled.h"
 
+using vyx_inter::Condition;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 
 namespace {
 
-Lock s_VyxTimerMutex;
+Lock s_VyxTimerMutex{vyx_inter::Rank::Timers};
 TIMER_EVENT_T s_VyxTimerEvents[VYX_MAX_TIMERS] VYX_GUARDED_BY(s_VyxTimerMutex);
 uint32_t s_bVyxTimerInit VYX_GUARDED_BY(s_VyxTimerMutex) = 0;
-VYX_COND_T s_hFreedCond = PTHREAD_COND_INITIALIZER; // broadcast when a place is freed; with s_VyxTimerMutex
+Condition s_freedCond; // broadcast when a place is freed; with s_VyxTimerMutex
 
 // A run for the length of its thread.
 class Run {
@@ -95,7 +96,7 @@ void Free_Local(TIMER_EVENT_T &slot) VYX_REQUIRES(s_VyxTimerMutex) {
         if (other.pAwaited == &slot)
             other.pAwaited = nullptr;
     slot.bUsed.store(0);
-    (void)VYX_CondBroadCast(&s_hFreedCond);
+    s_freedCond.Broadcast();
 }
 
 // Frees the place of a timer that nobody kills. Its thread ends by itself.
@@ -122,8 +123,8 @@ void WakeAll_Local() {
 
 // In a forked child, where only the forking thread exists. The semaphores are the parent's.
 void Forget_Local() {
-    s_VyxTimerMutex.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    s_hFreedCond = PTHREAD_COND_INITIALIZER;
+    s_VyxTimerMutex.Renew();
+    s_freedCond.Renew();
     const LockGuard guard(s_VyxTimerMutex);
     for (TIMER_EVENT_T &slot : s_VyxTimerEvents)
         if (slot.bUsed.load() != 0)
@@ -176,7 +177,7 @@ TIMER_EVENT_T *BeginKill_Local(uint32_t nTimerId) {
     }
     const uint32_t nTenure = slot.nTenure.load();
     while (slot.nTenure.load() == nTenure)
-        (void)VYX_CondWait(&s_hFreedCond, &s_VyxTimerMutex.hMutex);
+        s_freedCond.Wait(s_VyxTimerMutex);
     return nullptr;
 }
 

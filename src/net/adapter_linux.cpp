@@ -13,8 +13,8 @@
 #include <sys/socket.h>
 #include <vector>
 
+#include "base/descriptor.h"
 #include "net/adapter_inter.h"
-#include "sys/descriptor.h"
 
 namespace {
 

@@ -12,9 +12,10 @@
 #include <vyx/pool.h>
 #include <vyx/sys.h>
 
+#include "base/lock.h"
+#include "base/spin.h"
 #include "pool/thread_pool_inter.h"
 #include "pool/waiting.h"
-#include "sync/lock_order.h"
 #include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
@@ -23,7 +24,7 @@ using vyx_inter::MutexHold;
 using vyx_inter::TryBriefly;
 
 // Guards every bUsed: taking a place in the registry and giving it back.
-static Lock s_csLock;
+static Lock s_csLock{vyx_inter::Rank::PoolRegistry};
 static THREAD_POOL_T s_struThreadPools[VYX_MAX_THREADPOOLS];
 
 namespace {
@@ -133,7 +134,7 @@ int32_t VYX_InitThreadPool_Inter(void) {
 
 int32_t VYX_FiniThreadPool_Inter(void) {
     if (VYX_TimedWaitForked_Inter())
-        s_csLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
+        s_csLock.Renew();
     return VYX_OK; // s_csLock outlives the stage
 }
 

@@ -11,6 +11,7 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/spin.h"
 #include "pool/thread_pool_inter.h"
 #include "pool/waiting.h"
 

@@ -19,6 +19,8 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/spin.h"
+#include "base/units.h"
 #include "pool/thrmgr.h"
 #include "pool/waiting.h"
 
@@ -34,12 +36,11 @@ constexpr int kLeastStackSize = 262144;    // bytes
 constexpr int32_t kRunning = 0;
 constexpr int32_t kDestroying = 1;
 constexpr uint32_t kPollPause = 5; // milliseconds between looks where a semaphore could not be had
-constexpr suseconds_t kMicrosPerMilli = 1000;
 
 // The time of day, cut to the millisecond.
 void GetTimeOfDay_Local(timeval *pNow) {
     (void)gettimeofday(pNow, nullptr);
-    pNow->tv_usec -= pNow->tv_usec % kMicrosPerMilli;
+    pNow->tv_usec -= pNow->tv_usec % static_cast<suseconds_t>(vyx_inter::kMicrosPerMilli);
 }
 
 uint32_t StackSize_Local(int nStackSize) {

@@ -4,14 +4,14 @@
 // The integers are also touched by callers outside the lock, so every access here is a relaxed atomic one.
 #include "sync/atomic_inter.h"
 
-#include "sync/lock_order.h"
+#include "base/lock.h"
 #include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 
 // Ready at all times, not only between start and stop: an operation outside that span is exact as well.
-static Lock s_csLock;
+static Lock s_csLock{vyx_inter::Rank::Atomic};
 
 // Starts of the stage that have not been stopped. Changed under the start/stop mutex.
 static int32_t s_iInitCount = 0;
@@ -29,7 +29,7 @@ int32_t VYX_InitAtomic_Inter(void) {
 int32_t VYX_FiniAtomic_Inter(void) {
     --s_iInitCount;
     if (VYX_TimedWaitForked_Inter())
-        s_csLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
+        s_csLock.Renew();
     return VYX_OK;
 }
 

@@ -1,5 +1,5 @@
 // Holding a mutex that lives in a record. Clang follows locks only by name, so a lock that is a static is a
-// Lock and held by a LockGuard (sync/lock_order.h) instead.
+// Lock and held by a LockGuard (base/lock.h) instead.
 #ifndef VYX_SYNC_MUTEX_HOLD_H
 #define VYX_SYNC_MUTEX_HOLD_H
 

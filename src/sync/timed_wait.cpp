@@ -29,11 +29,15 @@
 #include <vyx/thread.h>
 #include <vyx/time.h>
 
-#include "sync/lock_order.h"
+#include "base/lock.h"
+#include "base/units.h"
 #include "thread/service_thread.h"
 
+using vyx_inter::Condition;
+using vyx_inter::kMicrosPerMilli;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
+using vyx_inter::Rank;
 
 // Ready at all times and never destroyed, since a semaphore may be created while the library stops.
 VYX_MUTEX_T s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
@@ -45,7 +49,6 @@ constexpr uint32_t kPassPause = 100;    // microseconds between two passes that 
 constexpr uint32_t kBusyPasses = 16;    // passes on which a busy mutex is only tried; see WakeTimedOut_Local
 constexpr uint32_t kGracePasses = 10;   // passes that a signalled waiter has before all are woken
 constexpr uint32_t kStopPasses = 5000;  // passes that stop grants to wake pending condition waiters
-constexpr int64_t kMicrosPerMilli = 1000;
 
 // How far the service has come in waking a condition waiter. It only ever goes on, also if the clock is set
 // back meanwhile.
@@ -92,10 +95,10 @@ struct Registry {
     }
 };
 
-Lock s_hSemLock;
+Lock s_hSemLock{Rank::SemWaits};
 Registry<SemWait> s_struTimeSems VYX_GUARDED_BY(s_hSemLock);
 
-Lock s_hCondLock VYX_ACQUIRED_AFTER(s_hSemLock);
+Lock s_hCondLock{Rank::CondWaits};
 Registry<CondWait> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
 
 std::atomic<int32_t> s_bBreakTimer{1};
@@ -108,8 +111,8 @@ std::atomic<void (*)(void)> s_fnEpochChanged{nullptr};
 
 // Where the service sleeps while nothing is registered. s_nPending rises before the sleeper is signalled and
 // is looked at under the lock, so a registration is never missed.
-Lock s_hParkLock;
-VYX_COND_T s_hParkCond = PTHREAD_COND_INITIALIZER;
+Lock s_hParkLock{Rank::ServicePark};
+Condition s_parkCond;
 std::atomic<uint32_t> s_nPending{0};
 
 void SetEpoch_Local(uint32_t nEpoch) {
@@ -121,13 +124,13 @@ void SetEpoch_Local(uint32_t nEpoch) {
 
 void WakeService_Local() {
     const LockGuard guard(s_hParkLock);
-    (void)VYX_CondSignal(&s_hParkCond);
+    s_parkCond.Signal();
 }
 
 void ParkService_Local() {
     const LockGuard guard(s_hParkLock);
     while (s_nPending.load() == 0 && s_bBreakTimer.load() == 0)
-        (void)VYX_CondWait(&s_hParkCond, &s_hParkLock.hMutex);
+        s_parkCond.Wait(s_hParkLock);
 }
 
 void CountPending_Local() {
@@ -347,10 +350,10 @@ bool ReleaseConds_Local() {
 // In a forked child: the service and the waiters exist in the parent only, and may have held the locks.
 void ForgetService_Local() {
     s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
-    s_hSemLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    s_hCondLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    s_hParkLock.hMutex = PTHREAD_MUTEX_INITIALIZER;
-    s_hParkCond = PTHREAD_COND_INITIALIZER;
+    s_hSemLock.Renew();
+    s_hCondLock.Renew();
+    s_hParkLock.Renew();
+    s_parkCond.Renew();
     {
         const LockGuard guard(s_hSemLock);
         s_struTimeSems = {};

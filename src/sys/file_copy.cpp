@@ -8,7 +8,7 @@
 #include <new>
 #include <unistd.h>
 
-#include "sys/descriptor.h"
+#include "base/descriptor.h"
 #include "sys/file_inter.h"
 
 namespace {

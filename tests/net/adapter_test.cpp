@@ -16,13 +16,13 @@
 #include <gtest/gtest.h>
 #include <vyx/net.h>
 
+#include "base/descriptor.h"
 #include "net/adapter_inter.h"
 #include "net/adapter_text.h"
 #include "net/failing_memory.h"
 #include "net/net_support.h"
 #include "support/support.h"
 #include "support/temp_dir.h"
-#include "sys/descriptor.h"
 
 namespace {
 

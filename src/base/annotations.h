@@ -1,6 +1,6 @@
 // Lock annotations that clang checks at build time (-Wthread-safety); empty for other compilers.
-#ifndef VYX_SYNC_THREAD_ANNOTATIONS_H
-#define VYX_SYNC_THREAD_ANNOTATIONS_H
+#ifndef VYX_BASE_ANNOTATIONS_H
+#define VYX_BASE_ANNOTATIONS_H
 
 #if defined(__clang__)
 #define VYX_ANNOTATION(x) __attribute__((x))
@@ -13,8 +13,9 @@
 #define VYX_GUARDED_BY(lock) VYX_ANNOTATION(guarded_by(lock))
 #define VYX_REQUIRES(...) VYX_ANNOTATION(requires_capability(__VA_ARGS__))
 #define VYX_ACQUIRE(...) VYX_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define VYX_TRY_ACQUIRE(...) VYX_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define VYX_RELEASE(...) VYX_ANNOTATION(release_capability(__VA_ARGS__))
-#define VYX_ACQUIRED_AFTER(...) VYX_ANNOTATION(acquired_after(__VA_ARGS__))
 #define VYX_EXCLUDES(...) VYX_ANNOTATION(locks_excluded(__VA_ARGS__))
+#define VYX_UNCHECKED VYX_ANNOTATION(no_thread_safety_analysis)
 
 #endif

@@ -1,6 +1,6 @@
 // Order of construction of the library's static objects.
-#ifndef VYX_FRAME_STATIC_INIT_H
-#define VYX_FRAME_STATIC_INIT_H
+#ifndef VYX_BASE_FIRST_INIT_H
+#define VYX_BASE_FIRST_INIT_H
 
 // Constructs a static object before any application code runs, and destroys it after all of that has ended,
 // also when the library is linked into the program as an archive. Where the platform has no such order the

@@ -1,11 +1,11 @@
 // A descriptor that is held for the length of a block.
-#ifndef VYX_SYS_DESCRIPTOR_H
-#define VYX_SYS_DESCRIPTOR_H
+#ifndef VYX_BASE_DESCRIPTOR_H
+#define VYX_BASE_DESCRIPTOR_H
 
-#include <cerrno>
 #include <unistd.h>
 
-#include "thread/uncancelled.h"
+#include "base/errno_keeper.h"
+#include "base/uncancelled.h"
 
 namespace vyx_inter {
 
@@ -17,10 +17,9 @@ class Descriptor {
     ~Descriptor() {
         if (m_iFd < 0)
             return;
-        const int iError = errno;
+        const ErrnoKeeper keeper;
         const Uncancelled uncancelled;
         (void)close(m_iFd); // nothing is left to be done about it
-        errno = iError;
     }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;

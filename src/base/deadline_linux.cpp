@@ -1,0 +1,32 @@
+// Compiled with 64-bit times also on 32-bit processors (CMakeLists.txt): deadlines do not end in 2038.
+#include <cerrno>
+
+#include "base/deadline.h"
+
+namespace {
+
+clockid_t Id_Local(vyx_inter::Clock eClock) {
+    return eClock == vyx_inter::Clock::Wall ? CLOCK_REALTIME : CLOCK_MONOTONIC;
+}
+
+} // namespace
+
+namespace vyx_inter {
+
+int64_t Now(Clock eClock) {
+    struct timespec now = {};
+    (void)clock_gettime(Id_Local(eClock), &now); // cannot fail for these two
+    return static_cast<int64_t>(now.tv_sec) * kMicrosPerSecond + now.tv_nsec / kNanosPerMicro;
+}
+
+bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadline &deadline) {
+    if (deadline.IsNever())
+        return pthread_cond_wait(pCond, pMutex) == 0;
+    const int64_t iMicros = deadline.Micros();
+    struct timespec due = {};
+    due.tv_sec = static_cast<time_t>(iMicros / kMicrosPerSecond);
+    due.tv_nsec = static_cast<long>(iMicros % kMicrosPerSecond * kNanosPerMicro);
+    return pthread_cond_clockwait(pCond, pMutex, Id_Local(deadline.WhichClock()), &due) != ETIMEDOUT;
+}
+
+} // namespace vyx_inter

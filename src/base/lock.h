@@ -1,0 +1,97 @@
+// The library's own locks, how they are held, and how a thread sleeps while it holds one.
+#ifndef VYX_BASE_LOCK_H
+#define VYX_BASE_LOCK_H
+
+#include <pthread.h>
+
+#include "base/annotations.h"
+#include "base/deadline.h"
+#include "base/ranks.h"
+
+namespace vyx_inter {
+
+#if defined(VYX_CHECK_LOCKS)
+// Notes that the calling thread takes or gives back a lock of that rank. Taking one out of order ends the process with
+// a message that names both; a lock that was only tried cannot block, so its order is free.
+void NoteAcquire(Rank eRank);
+void NoteTried(Rank eRank);
+void NoteRelease(Rank eRank);
+#else
+inline void NoteAcquire(Rank /*eRank*/) {}
+inline void NoteTried(Rank /*eRank*/) {}
+inline void NoteRelease(Rank /*eRank*/) {}
+#endif
+
+// A normal mutex, ready before any code runs. Locking and unlocking one that only the library knows cannot fail. One
+// in a static is never destroyed; one in a record that is freed goes with Destroy.
+class VYX_CAPABILITY("mutex") Lock {
+  public:
+    explicit constexpr Lock(Rank eRank) : m_hMutex(PTHREAD_MUTEX_INITIALIZER), m_eRank(eRank) {}
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+    void Acquire() VYX_ACQUIRE() {
+        NoteAcquire(m_eRank);
+        (void)pthread_mutex_lock(&m_hMutex);
+    }
+    bool TryAcquire() VYX_TRY_ACQUIRE(true) {
+        if (pthread_mutex_trylock(&m_hMutex) != 0)
+            return false;
+        NoteTried(m_eRank);
+        return true;
+    }
+    void Release() VYX_RELEASE() {
+        NoteRelease(m_eRank);
+        (void)pthread_mutex_unlock(&m_hMutex);
+    }
+    void Destroy() { (void)pthread_mutex_destroy(&m_hMutex); }
+
+    // Around fork, which takes all locks of one rank: without the check of the order.
+    void AcquireForFork() VYX_UNCHECKED { (void)pthread_mutex_lock(&m_hMutex); }
+    void ReleaseAfterFork() VYX_UNCHECKED { (void)pthread_mutex_unlock(&m_hMutex); }
+    // In a forked child: free, whoever held it in the parent.
+    void Renew() { m_hMutex = PTHREAD_MUTEX_INITIALIZER; }
+
+  private:
+    friend class Condition;
+    pthread_mutex_t m_hMutex;
+    Rank m_eRank; // one byte, also where it is not looked at: all builds have the same records
+};
+
+// Holds a lock for the length of a block, also if the thread ends in it.
+class VYX_SCOPED_CAPABILITY LockGuard {
+  public:
+    explicit LockGuard(Lock &lock) VYX_ACQUIRE(lock) : m_lock(lock) { m_lock.Acquire(); }
+    ~LockGuard() VYX_RELEASE() { m_lock.Release(); }
+    LockGuard(const LockGuard &) = delete;
+    LockGuard &operator=(const LockGuard &) = delete;
+
+  private:
+    Lock &m_lock;
+};
+
+// Where threads sleep that hold a lock, which is free meanwhile. Any wait may end early: look again.
+class Condition {
+  public:
+    constexpr Condition() = default;
+    Condition(const Condition &) = delete;
+    Condition &operator=(const Condition &) = delete;
+
+    void Wait(Lock &lock) VYX_REQUIRES(lock) { (void)pthread_cond_wait(&m_hCond, &lock.m_hMutex); }
+    // Result: false if the time is out. Without a limit: as Wait.
+    bool WaitUntil(Lock &lock, const Deadline &deadline) VYX_REQUIRES(lock) {
+        return CondWaitUntil(&m_hCond, &lock.m_hMutex, deadline);
+    }
+    void Signal() { (void)pthread_cond_signal(&m_hCond); }
+    void Broadcast() { (void)pthread_cond_broadcast(&m_hCond); }
+    void Destroy() { (void)pthread_cond_destroy(&m_hCond); }
+    // In a forked child: nobody sleeps here.
+    void Renew() { m_hCond = PTHREAD_COND_INITIALIZER; }
+
+  private:
+    pthread_cond_t m_hCond = PTHREAD_COND_INITIALIZER;
+};
+
+} // namespace vyx_inter
+
+#endif

@@ -1,0 +1,58 @@
+// The order of the library's own locks. This list is the order: it stands nowhere else.
+//
+// A thread that holds a lock may take only locks that stand further down, with a higher level. Two locks of one level
+// are never held together. Builds with VYX_CHECK_LOCKS (all but the one that is installed) end the process with
+// both names at the first lock that is taken out of order.
+//
+// Not in the list: an application's own mutexes. A thread may hold any of them when it calls the library, and the
+// library takes one only in a condition wait, or by trying it (sync/cond_wait.cpp), so that it waits for nobody.
+#ifndef VYX_BASE_RANKS_H
+#define VYX_BASE_RANKS_H
+
+#include <cstdint>
+
+namespace vyx_inter {
+
+enum class Rank : uint8_t {
+    StartStop,     // the start counter and the stage flags; held through every stage's start and stop
+    LogSwitch,     // what switches log targets off, or the log service
+    LogService,    // the log service's start and stop
+    Timers,        // the table of timers; not held while a routine runs or a thread is joined
+    QueueRegistry, // which message queues are live
+    Queue,         // one queue's messages in order; senders do without it
+    QueueReceiver, // who waits for a message
+    QueueSender,   // who waits for room
+    PoolRegistry,  // which fixed pools are taken
+    FixedPool,     // one fixed pool: its live count, its thread records, who waits
+    FlexPool,      // one flexible pool: its queue, its live count, the start of workers
+    Event,         // what is in one event's pipe, and its closing
+    LogQueue,      // the ring of log lines and their queue
+    LogFile,       // the log files
+    SemWaits,      // bounded waits for semaphores
+    CondWaits,     // bounded waits for conditions
+    WaitRecord,    // the completion of one bounded wait
+    ServicePark,   // the sleep of timer_svc
+    Calendar,      // the C library's zone data
+    Atomic,        // the atomic operations
+    WholeValue,    // values that the processor cannot exchange as one
+    SemNames,      // the names of new semaphores; the exported s_hCreateLock
+};
+
+struct RankRow {
+    uint8_t nLevel;
+    const char *szName;
+};
+
+// In the order of the enumeration.
+inline constexpr RankRow kRanks[] = {
+    {10, "StartStop"},     {20, "LogSwitch"},    {30, "LogService"},    {40, "Timers"},
+    {50, "QueueRegistry"}, {60, "Queue"},        {70, "QueueReceiver"}, {70, "QueueSender"},
+    {80, "PoolRegistry"},  {90, "FixedPool"},    {100, "FlexPool"},     {110, "Event"},
+    {120, "LogQueue"},     {120, "LogFile"},     {130, "SemWaits"},     {130, "CondWaits"},
+    {140, "WaitRecord"},   {150, "ServicePark"}, {160, "Calendar"},     {170, "Atomic"},
+    {180, "WholeValue"},   {190, "SemNames"},
+};
+
+} // namespace vyx_inter
+
+#endif
