@@ -1,4 +1,4 @@
-# Installation: headers, both libraries, the CMake package and the pkg-config file.
+# Installation: headers, both libraries, the CMake package, the pkg-config file and the license.
 
 include(CMakePackageConfigHelpers)
 
@@ -32,3 +32,4 @@ install(EXPORT vyxTargets NAMESPACE vyx:: DESTINATION ${vyx_package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/vyxConfig.cmake ${PROJECT_BINARY_DIR}/vyxConfigVersion.cmake
         DESTINATION ${vyx_package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/vyx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -6,11 +6,18 @@ status=0
 fail() { echo "$*"; status=1; }
 
 diff -r "$source/include" "$prefix/include" || fail "the installed headers are not the public ones"
+cmp "$source/LICENSE" "$prefix/share/doc/vyx/LICENSE" || fail "the license is not installed"
 
 for header in "$source"/include/vyx/*.h; do
     name=${header##*/}
     [ "$name" = vyx.h ] || grep -qxF "#include <vyx/$name>" "$source/include/vyx/vyx.h" || fail "vyx.h leaves out $name"
 done
+
+# The version comes from CMakeLists.txt; the header and the list of releases repeat it.
+number=$(IFS=.; set -- $version; printf '0x%02x%02x%04xu' "$1" "$2" "$3")
+grep -q "^#define VYX_VERSION $number " "$source/include/vyx/frame.h" || fail "VYX_VERSION is not $number"
+newest=$(sed -n 's/^## \([0-9.]*\) - 2[0-9-]*$/\1/p' "$source/CHANGELOG.md" | head -n 1)
+[ "$newest" = "$version" ] || fail "the newest release in CHANGELOG.md is '$newest', not $version"
 
 # As whole paths: a source tree in /vyx is not meant by include/vyx.
 literal() { printf '%s' "$1" | sed 's/[][\.*^$+?(){}|]/\\&/g'; }
