@@ -61,7 +61,7 @@ bool Collector::Open() {
     if (m_acceptable == nullptr || m_idle == nullptr || m_pool == nullptr)
         return Fail("the system grants too little", "");
     return Listen() && m_store.Open(m_options.directory, m_options.fileBytes) &&
-           (VYX_SetTimer(PrintProgress, this, kProgressPeriod, &m_timer) == VYX_OK || Fail("no timer", "")) &&
+           (VYX_SetTimer(ShowProgress, this, kProgressPeriod, &m_timer) == VYX_OK || Fail("no timer", "")) &&
            Announce();
 }
 
@@ -155,12 +155,17 @@ std::string Collector::UniqueName(std::string name) {
     return name;
 }
 
-void Collector::PrintProgress(uint32_t /*timer*/, void *pCollector) {
+void Collector::ShowProgress(uint32_t /*timer*/, void *pCollector) {
     auto *collector = static_cast<Collector *>(pCollector);
     const uint64_t lines = collector->m_store.Lines();
-    if (lines != collector->m_shown)
+    const bool more = lines != collector->m_shown;
+    if (more)
         VYX_OutputDebug("logmill: %s lines so far", std::to_string(lines).c_str());
     collector->m_shown = lines;
+    // Once more after the last lines, which are counted before they are written.
+    if (more || collector->m_more)
+        collector->m_store.MakeFinishedReadable();
+    collector->m_more = more;
 }
 
 void Collector::PrintSummary(int64_t microseconds) {

@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vyx/log.h>
 #include <vyx/sys.h>
@@ -30,16 +31,37 @@ bool WriteLine(const char *sender, const Piece &piece) {
     return result == 0;
 }
 
-// -1 if the directory cannot be read.
-int64_t CountLogFiles(const std::string &directory) {
+// Calls visit for each log file in the directory. Their number, or -1 if the directory cannot be read.
+template <class Visit>
+int64_t ForEachLogFile(const std::string &directory, Visit visit) {
     VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
     if (handle == nullptr)
         return -1;
     int64_t count = 0;
-    for (_FILE_FIND_INFO entry; VYX_FindFileInDir(handle, &entry) == 0;)
-        count += std::strncmp(entry.name, "vyx_log_", 8) == 0 ? 1 : 0;
+    for (_FILE_FIND_INFO entry; VYX_FindFileInDir(handle, &entry) == 0;) {
+        if (std::strncmp(entry.name, "vyx_log_", 8) != 0)
+            continue;
+        ++count;
+        visit(entry);
+    }
     (void)VYX_CloseDir(handle);
     return count;
+}
+
+int64_t CountLogFiles(const std::string &directory) {
+    return ForEachLogFile(directory, [](const _FILE_FIND_INFO &) {});
+}
+
+// The file that is being written has a name of its own.
+bool IsWorkingFile(const char *name) {
+    return std::strstr(name, "_w.log") != nullptr;
+}
+
+// The rights of a new file of this process: those of a text file, less the file-creation mask.
+mode_t NewFileMode() {
+    const mode_t mask = umask(022);
+    (void)umask(mask);
+    return (0644 & ~mask) | S_IRUSR;
 }
 
 bool Complain(const char *what, const std::string &directory) {
@@ -63,6 +85,7 @@ bool Store::Open(const std::string &directory, uint32_t fileBytes) {
     if (!m_levels.Usable() || VYX_MsgQCreateEx(&m_queue) != VYX_OK)
         return Complain("memory is short", "");
     m_directory = directory;
+    m_fileMode = NewFileMode();
     (void)EnableTarget(VYX_LOG_TARGET_FILE, directory.c_str(), fileBytes, 0);
     m_open = m_thread.Create(Run, this, 0, 0, 0, 0) == VYX_OK;
     return m_open || Complain("cannot start a thread", "");
@@ -82,11 +105,26 @@ void Store::Close() {
             (void)VYX_Sleep(10);
         (void)m_thread.Wait();
         (void)DisableTarget(VYX_LOG_TARGET_FILE); // writes what the log service still has
+        MakeReadable(true);
     }
     m_open = false;
     if (m_queue != nullptr)
         (void)VYX_MsgQDestroyEx(m_queue);
     m_queue = nullptr;
+}
+
+void Store::MakeFinishedReadable() const {
+    MakeReadable(false);
+}
+
+// The log service makes files that can only be written.
+void Store::MakeReadable(bool workingFile) const {
+    (void)ForEachLogFile(m_directory, [&](const _FILE_FIND_INFO &file) {
+        if ((file.finfo.perm & VYX_UREAD) != 0 || (IsWorkingFile(file.name) && !workingFile))
+            return;
+        if (chmod((m_directory + "/" + file.name).c_str(), m_fileMode) != 0)
+            (void)Complain("cannot make readable: ", m_directory + "/" + file.name);
+    });
 }
 
 int64_t Store::Files() const {

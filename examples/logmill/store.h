@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <sys/types.h>
 #include <vyx/msg.h>
 #include <vyx/thread.h>
 
@@ -27,8 +28,11 @@ class Store {
     // For any thread: queues a batch. Its connection hears of it through Connection::Stored.
     bool Put(const VYX_MSG_BLOCK_T &batch);
 
-    // Writes what is queued, ends the thread and closes the files. Nobody may put any more.
+    // Writes what is queued, ends the thread, closes the files and makes all of them readable. Nobody may put any more.
     void Close();
+
+    // Makes those files readable that will not be written any more. For one thread at a time.
+    void MakeFinishedReadable() const;
 
     // What has been stored so far; for any thread.
     uint64_t Lines() const { return m_lines; }
@@ -41,8 +45,10 @@ class Store {
   private:
     static void *Run(void *pStore);
     void WriteBatch(const VYX_MSG_BLOCK_T &batch);
+    void MakeReadable(bool workingFile) const;
 
     std::string m_directory;
+    mode_t m_fileMode = 0;
     VYX_HANDLE_MSGQ m_queue = nullptr;
     VYX_Thread m_thread;
     bool m_open = false;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -67,8 +68,9 @@ class Mill : public testing::Test {
 
     // Starts it and waits until it tells its port.
     void StartCollector(const std::string &options = "") {
-        m_pSaid =
-            popen(("echo $$; exec " + kMill + " collect -d " + Path("logs") + " " + options).c_str(), "re");
+        m_pSaid = popen(
+            ("umask 027; echo $$; exec " + kMill + " collect -d " + Path("logs") + " " + options).c_str(),
+            "re");
         unsigned nPort = 0;
         ASSERT_EQ(fscanf(m_pSaid, "%d collecting at %*s port %u into", &m_iCollector, &nPort), 2);
         m_port = std::to_string(nPort);
@@ -91,6 +93,11 @@ class Mill : public testing::Test {
             "mkdir " + Path("out") + "; cd " + Path("logs") + "; ls | sort -t_ -k3n | LC_ALL=C xargs cat | " +
             "LC_ALL=C awk -v directory=" + Path("out") + " -f " SOURCE_DIR "/examples/logmill/check.awk");
         EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
+    }
+
+    // The rights of the log files of that form, each that occurs on a line of its own.
+    std::string ModesOf(const std::string &form) const {
+        return Shell("cd " + Path("logs") + " && stat -c %a " + form + " | sort -u").out;
     }
 
     support::TempDir m_dir;
@@ -164,7 +171,10 @@ TEST_F(Mill, ManySendersAtOnceLoseNothingAndKeepTheirOrder) {
     }
     const Outcome outcome = Shell(command + "wait");
     EXPECT_EQ(outcome.out.find("failed"), std::string::npos) << outcome.out;
+    EXPECT_TRUE(support::WaitUntil([&] { return ModesOf("vyx_log_*[0-9].log") == "640\n"; }));
+    EXPECT_EQ(ModesOf("vyx_log_*_w.log"), "200\n");
     const std::string said = EndCollector();
+    EXPECT_EQ(ModesOf("*"), "640\n");
     EXPECT_EQ(NumberAfter("lines", said), kSenders * kLines);
     EXPECT_EQ(NumberAfter("error", said), kSenders * 2000);
     EXPECT_EQ(NumberAfter("warning", said), kSenders * 800);
@@ -183,8 +193,10 @@ TEST_F(Mill, InterruptionKeepsWhatHasArrived) {
     ASSERT_NE(pInput, nullptr);
     setbuf(pInput, nullptr);
     fputs("one\ntwo\nth", pInput);
-    const auto isStored = [&] {
-        return Shell("cat " + Path("logs") + "/*").out.find("two") != std::string::npos;
+    const auto isStored = [&] { // two records of more than 50 bytes, in a file that nobody may read yet
+        std::error_code error;
+        const auto nSize = std::filesystem::file_size(Path("logs/vyx_log_1_w.log"), error);
+        return !error && nSize > 100;
     };
     EXPECT_TRUE(support::WaitUntil(isStored));
     const std::string said = EndCollector();
