@@ -116,10 +116,13 @@ int32_t VYX_GetAddrInfo(const VYX_ADDR_T *pAddr, VYX_ADDR_EXP_T *pExp) {
 int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_ADDR_T *pPeer) {
     if (pLocal == nullptr && pPeer == nullptr)
         return VYX_ERROR;
-    // Deliberate: one length for both calls; the first may have lowered it to that of an IPv4 address.
-    socklen_t nLength = sizeof(VYX_ADDR_T);
+    // Deliberate: one length for both calls; the first may have lowered it to that of an IPv4 address. A longer name, as
+    // local-domain sockets have, raises it beyond the record.
+    constexpr socklen_t kRoom = sizeof(VYX_ADDR_T);
+    socklen_t nLength = kRoom;
     if (pPeer != nullptr && getpeername(hSocket, &pPeer->sa, &nLength) != 0)
         return VYX_ERROR;
+    nLength = std::min(nLength, kRoom);
     if (pLocal != nullptr && getsockname(hSocket, &pLocal->sa, &nLength) != 0)
         return VYX_ERROR;
     return VYX_OK;

@@ -6,6 +6,8 @@
 #include "net/net_inter.h"
 
 int32_t VYX_FdIsSet(int32_t iFd, const void *pSet) {
+    if (iFd < 0)
+        return 0;
     const auto nFd = static_cast<uint32_t>(iFd);
     uint32_t nWord = 0;
     std::memcpy(&nWord, static_cast<const char *>(pSet) + nFd / 32 * sizeof nWord, sizeof nWord);

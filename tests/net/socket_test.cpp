@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/un.h>
 #include <vector>
 
 #include "net/net_support.h"
@@ -146,6 +147,30 @@ TEST(Socket, AddressesOfBothEnds) {
     EXPECT_EQ(VYX_GetAddrBySockFd(pair.client, nullptr, nullptr), VYX_ERROR);
     const Socket alone(AF_INET, SOCK_STREAM);
     EXPECT_EQ(VYX_GetAddrBySockFd(alone, &local, &peer), VYX_ERROR) << "it has no peer";
+}
+
+// A name of the local domain is longer than a record, and cut at its end.
+TEST(Socket, AddressesOfBothEndsStayInsideTheRecords) {
+    sockaddr_un names[2] = {};
+    const Socket ends[] = {Socket(AF_UNIX, SOCK_STREAM), Socket(AF_UNIX, SOCK_STREAM)};
+    for (int i = 0; i < 2; ++i) {
+        names[i].sun_family = AF_UNIX;
+        (void)snprintf(names[i].sun_path + 1, 100, "%ld %d %080d", static_cast<long>(getpid()), i, 0);
+        ASSERT_EQ(bind(ends[i], reinterpret_cast<const sockaddr *>(&names[i]), sizeof names[i]), 0);
+    }
+    ASSERT_EQ(VYX_Listen(ends[0], 1), 0);
+    ASSERT_EQ(connect(ends[1], reinterpret_cast<const sockaddr *>(&names[0]), sizeof names[0]), 0);
+    struct {
+        VYX_ADDR_T local;
+        uint8_t byBehind[100];
+        VYX_ADDR_T peer;
+    } got;
+    memset(&got, 0xC3, sizeof got);
+    EXPECT_EQ(VYX_GetAddrBySockFd(ends[1], &got.local, &got.peer), VYX_OK);
+    EXPECT_EQ(memcmp(&got.local, &names[1], sizeof got.local), 0);
+    EXPECT_EQ(memcmp(&got.peer, &names[0], sizeof got.peer), 0);
+    for (const uint8_t by : got.byBehind)
+        ASSERT_EQ(by, 0xC3);
 }
 
 TEST(Connect, RefusedNullAndAlwaysBlockingAfterwards) {
@@ -303,6 +328,7 @@ TEST(Select, KeepsOrLowersTheTime) {
     const uint32_t words[] = {8, 2};
     EXPECT_EQ(VYX_FdIsSet(3, words), 8) << "the bit, not 1";
     EXPECT_EQ(VYX_FdIsSet(33, words), 2);
+    EXPECT_EQ(VYX_FdIsSet(-1, words), 0) << "and nothing is read far away";
 }
 
 TEST(Poll, DescriptorsAboveWhatSelectKnows) {
