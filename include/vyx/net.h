@@ -5,10 +5,10 @@
  * connection ends the process. Results and errno are the platform's unless a function says otherwise. Every
  * function may be called from any thread, with the platform's own rules for the use of one socket by several.
  * Time-outs are milliseconds; VYX_INFINITE means no limit, and signals do not end a wait. They are measured by
- * VYX_GetTimeTick, so setting the clock lengthens or shortens a wait that signals interrupt, and those of VYX_Sendn and
- * VYX_Recvn, which share their time among several waits. From 0x80000000 on they wait without limit, too, but until
- * the first signal only, and VYX_Sendn and VYX_Recvn then transfer once only. VYX_INVALID_SOCKET is never ready: a
- * wait for it takes all its time.
+ * VYX_GetTimeTick, so setting the clock lengthens or shortens a wait that signals interrupt, and those of VYX_Sendn,
+ * VYX_Recvn and VYX_RecvWithTimeOut, which share their time among several waits. From 0x80000000 on they wait without
+ * limit, too, but until the first signal only, and VYX_Sendn and VYX_Recvn then transfer once only. VYX_INVALID_SOCKET
+ * is never ready: a wait for it takes all its time.
  */
 #ifndef VYX_NET_H
 #define VYX_NET_H
@@ -128,7 +128,8 @@ VYX_API int32_t VYX_GetAddrInfo(const VYX_ADDR_T *pAddr, VYX_ADDR_EXP_T *pExp);
 
 /*
  * The socket's own address and its peer's (getsockname, getpeername). Either may be null, not both. When both are
- * asked for, an IPv4 peer limits the own address to 16 bytes, which suffices.
+ * asked for, an IPv4 peer limits the own address to 16 bytes, which suffices. Of a longer name, as sockets of the local
+ * domain have, each record gets the first 28 bytes.
  */
 VYX_API int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_ADDR_T *pPeer);
 
@@ -246,18 +247,23 @@ VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pL
                                         const VYX_ADDR_T *pGroup);
 
 /*
- * Sends all of a buffer within a total time, at least one attempt; with a limit it does not block longer than that on
- * a blocking socket either.
+ * Sends all of a buffer within a total time, at least one attempt, at once. With a limit it does not block longer than
+ * that on a blocking socket either (Darwin: by making the socket non-blocking for the length of each send). The time
+ * counts from the first wait on, whatever it is spent with.
  *
  * Result:  the bytes sent, fewer than iLen when time ran out or the connection failed, 0 for a negative iLen. Never -1.
  */
 VYX_API int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
-/* Receives once, as much as there is up to iLen. The count; -1 on time-out, failure and end of the connection. */
+/*
+ * Waits for data, then receives once, as much as there is up to iLen. If another thread was quicker, the wait goes on.
+ *
+ * Result:  the count; -1 on time-out, failure, end of the connection, and for an iLen of 0 or less.
+ */
 VYX_API int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
 /*
- * Receives exactly iLen bytes within a total time.
+ * Receives exactly iLen bytes within a total time, which counts as in VYX_Sendn.
  *
  * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure, if a signal used up the last of the time, or if
  *          the peer ended the connection before (the bytes received until then are in pBuf, but not counted).
@@ -268,7 +274,7 @@ VYX_API int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t
 
 /*
  * The bit of a descriptor in a set.
- *   iFd   0 or more, and within the set: this is not checked
+ *   iFd   within the set: this is not checked. A negative number is in no set
  *   pSet  an fd_set, or an array of 32-bit words
  *
  * Result:  0, or the bit itself within its word, such as 8 for descriptor 3 (negative for the highest).
@@ -301,7 +307,7 @@ VYX_API int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTime
  * The host's own name (gethostname), zero-terminated.
  *   iLen  bytes at szBuf. If the name and its zero do not fit, the platform decides between -1 and a cut name
  *
- * Result:  0; -1 with errno, also for a null szBuf and a negative iLen.
+ * Result:  0; -1 with errno, also for a null szBuf (EINVAL), a negative iLen (EINVAL) and 0 (ENAMETOOLONG).
  */
 VYX_API int32_t VYX_GetHostName(char *szBuf, int32_t iLen);
 

@@ -1,9 +1,10 @@
 // Waiting for descriptors.
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vyx/time.h>
 
-#include "net/net_inter.h"
+#include "net/poll_limit.h"
 
 int32_t VYX_FdIsSet(int32_t iFd, const void *pSet) {
     if (iFd < 0)
@@ -31,24 +32,35 @@ int32_t VYX_Poll(struct pollfd *pFds, uint32_t nCount, int32_t iTimeOut) {
 }
 
 int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTimeOut) {
-    const bool bInfinite = pTimeOut == nullptr || *pTimeOut == VYX_INFINITE;
-    uint32_t nLeft = bInfinite ? 0 : *pTimeOut;
-    uint32_t nElapsed = 0;
-    int32_t iResult = 0;
-    for (;;) {
-        const uint32_t nStart = bInfinite ? 0 : VYX_GetTimeTick();
-        iResult = poll(pFds, nCount, bInfinite ? -1 : static_cast<int>(nLeft));
-        const bool bInterrupted = iResult == -1 && errno == EINTR;
-        nElapsed = bInfinite ? 0 : VYX_GetTimeTick() - nStart;
-        if (!bInterrupted)
-            break;
-        nLeft -= nElapsed;
-        if (!bInfinite && static_cast<int32_t>(nLeft) <= 0)
-            break;
-    }
-    // Deliberate: when interruptions used the time up, the last round is taken off once more here. Pinned by
-    // Poll.TimeLeftNeverFallsBelowZero.
-    if (!bInfinite)
-        *pTimeOut = static_cast<int32_t>(nLeft) <= static_cast<int32_t>(nElapsed) ? 0 : nLeft - nElapsed;
+    vyx_inter::PollLimit limit(pTimeOut == nullptr ? VYX_INFINITE : *pTimeOut);
+    const int32_t iResult = limit.Poll(pFds, nCount);
+    if (pTimeOut != nullptr)
+        *pTimeOut = limit.Left();
     return iResult;
 }
+
+namespace vyx_inter {
+
+PollLimit::PollLimit(uint32_t nTimeOut)
+    : m_nLeft(nTimeOut), m_nTick(nTimeOut == VYX_INFINITE ? 0 : VYX_GetTimeTick()) {}
+
+uint32_t PollLimit::Left() {
+    if (IsInfinite())
+        return m_nLeft;
+    const uint32_t nTick = VYX_GetTimeTick();
+    const auto iPassed = static_cast<int32_t>(nTick - m_nTick);
+    m_nLeft = static_cast<int32_t>(m_nLeft) <= iPassed ? 0 : m_nLeft - static_cast<uint32_t>(iPassed);
+    m_nTick = nTick;
+    return m_nLeft;
+}
+
+int32_t PollLimit::Poll(struct pollfd *pFds, uint32_t nCount, uint32_t nMost) {
+    for (;;) {
+        // Without a limit -1; so is, for poll, any other number from 0x80000000 on.
+        const int32_t iResult = poll(pFds, nCount, static_cast<int>(std::min(m_nLeft, nMost)));
+        if (iResult != -1 || errno != EINTR || Left() == 0)
+            return iResult;
+    }
+}
+
+} // namespace vyx_inter

@@ -70,6 +70,10 @@ int32_t VYX_GetHostName(char *szBuf, int32_t iLen) {
         errno = EINVAL;
         return VYX_ERROR;
     }
+    if (iLen == 0) { // for which some platforms write in front of the buffer
+        errno = ENAMETOOLONG;
+        return VYX_ERROR;
+    }
     return gethostname(szBuf, static_cast<size_t>(iLen));
 }
 

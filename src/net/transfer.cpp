@@ -1,81 +1,158 @@
 // Connecting, accepting, sending and receiving within a time.
 //
-// Readiness is only a hint: another thread may be quicker, or the data may turn out damaged. Calls with a limit
-// therefore never block in the transfer itself, and wait again when there was nothing to do.
+// VYX_Sendn and VYX_Recvn try to transfer before they wait: mostly there is room to send, and often the data are there
+// already. Readiness is only a hint: another thread may be quicker, or the data may turn out damaged. Calls with a limit
+// therefore never block in the transfer itself. What a transfer answers decides, also where the wait was ended by
+// something else than readiness; where there was nothing to do, the wait goes on.
 #include <cerrno>
 #include <sys/socket.h>
 #include <vyx/sys.h>
 
+#include "base/errno_keeper.h"
 #include "net/net_inter.h"
+#include "net/poll_limit.h"
 
 namespace {
 
-// Waits for one event. Result: that of VYX_PollEx; *pReady tells whether the event came.
-int32_t Await_Local(VYX_SOCK_T hSocket, short iEvent, uint32_t *pTimeOut, bool *pReady) {
-    struct pollfd fd = {hSocket, iEvent, 0};
-    const int32_t iResult = VYX_PollEx(&fd, 1, pTimeOut);
-    *pReady = iResult > 0 && (fd.revents & iEvent) != 0;
-    return iResult;
-}
+using vyx_inter::ErrnoKeeper;
+using vyx_inter::PollLimit;
 
-// Waits for room to send. *pReady tells whether there is some. Result: false if there never will be.
-//
-// Something else may wake the wait while there is no room, such as a message in the socket's error queue, and keep
-// waking it. The next look then comes a millisecond later, or it would take a processor until there is room.
-bool AwaitRoom_Local(VYX_SOCK_T hSocket, uint32_t *pTimeOut, bool *pReady) {
-    struct pollfd fd = {hSocket, POLLOUT, 0};
-    const int32_t iResult = VYX_PollEx(&fd, 1, pTimeOut);
-    *pReady = iResult > 0 && (fd.revents & POLLOUT) != 0;
-    if (*pReady || iResult == 0 || *pTimeOut == 0)
-        return true;
-    const bool bInfinite = *pTimeOut == VYX_INFINITE;
-    if ((fd.revents & POLLNVAL) != 0 || (iResult < 0 && bInfinite))
-        return false;
-    uint32_t nPause = 1;
-    (void)VYX_PollEx(nullptr, 0, &nPause); // woken early, it only looks sooner
-    *pTimeOut -= bInfinite ? 0 : 1;
-    return true;
-}
+struct Sending {
+    using Bytes = const char *;
+    static constexpr short kEvent = POLLOUT;
+    static constexpr bool kEndsWithThePoll = false; // a failed poll ends the call
+    static ssize_t Once(VYX_SOCK_T hSocket, Bytes pBytes, size_t nLen, bool bMayBlock) {
+        return bMayBlock ? send(hSocket, pBytes, nLen, 0) : VYX_SendNow_Inter(hSocket, pBytes, nLen);
+    }
+};
 
-int TransferFlags_Local(uint32_t nTimeOut) {
-    return nTimeOut == VYX_INFINITE ? 0 : MSG_DONTWAIT;
-}
+struct Receiving {
+    using Bytes = char *;
+    static constexpr short kEvent = POLLRDNORM;
+    static constexpr bool kEndsWithThePoll = true;
+    static ssize_t Once(VYX_SOCK_T hSocket, Bytes pBytes, size_t nLen, bool bMayBlock) {
+        return recv(hSocket, pBytes, nLen, bMayBlock ? 0 : MSG_DONTWAIT);
+    }
+};
 
-// Nothing was transferred, and nothing is wrong: the wait goes on.
-bool IsEmptyWakeUp_Local(ssize_t nResult) {
-    return nResult == -1 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
-}
+enum class Outcome : uint8_t {
+    Complete,
+    Some,    // some bytes went, and some are left
+    Nothing, // nothing went, and nothing is wrong
+    Failed,
+};
+
+// A buffer on its way in one direction.
+template <class Direction>
+class Transfer {
+  public:
+    using Bytes = typename Direction::Bytes;
+    Transfer(VYX_SOCK_T hSocket, Bytes pBytes, int32_t iLen, uint32_t nTimeOut)
+        : m_hSocket(hSocket), m_pBytes(pBytes), m_iLen(iLen), m_nTimeOut(nTimeOut) {}
+    [[nodiscard]] int32_t Done() const { return m_iDone; }
+
+    // Transfers all of it. Result: false after a failure; true if it is complete or the time is out.
+    bool All() {
+        Outcome eOutcome = First();
+        if (eOutcome == Outcome::Complete || eOutcome == Outcome::Failed)
+            return eOutcome == Outcome::Complete;
+        PollLimit limit(m_nTimeOut);
+        if (eOutcome == Outcome::Some && limit.Left() == 0)
+            return true;
+        do
+            eOutcome = WaitAndTransfer(&limit);
+        while (eOutcome != Outcome::Complete && eOutcome != Outcome::Failed && limit.Left() != 0);
+        return eOutcome != Outcome::Failed;
+    }
+
+    // Waits until something can be transferred, and transfers that. Result: as All.
+    bool Some() {
+        PollLimit limit(m_nTimeOut);
+        Outcome eOutcome = Outcome::Nothing;
+        do
+            eOutcome = WaitAndTransfer(&limit);
+        while (eOutcome == Outcome::Nothing && limit.Left() != 0);
+        return eOutcome != Outcome::Failed;
+    }
+
+  private:
+    // Transfers what goes at once or, without a limit, blocks for it.
+    Outcome Once() {
+        const auto nRest = static_cast<size_t>(m_iLen - m_iDone);
+        const ssize_t nResult =
+            Direction::Once(m_hSocket, m_pBytes + m_iDone, nRest, m_nTimeOut == VYX_INFINITE);
+        if (nResult > 0) {
+            m_iDone += static_cast<int32_t>(nResult);
+            return m_iDone == m_iLen ? Outcome::Complete : Outcome::Some;
+        }
+        const bool bEmpty = nResult == -1 && (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR);
+        return bEmpty ? Outcome::Nothing : Outcome::Failed;
+    }
+
+    // The transfer before any wait. What is no socket is left to the wait, which passes over VYX_INVALID_SOCKET; and so
+    // are no bytes at all, of which the platforms think differently.
+    Outcome First() {
+        if (m_iLen == 0)
+            return Outcome::Nothing;
+        const Outcome eOutcome = Once();
+        const bool bNoSocket = eOutcome == Outcome::Failed && (errno == EBADF || errno == ENOTSOCK);
+        return bNoSocket ? Outcome::Nothing : eOutcome;
+    }
+
+    // The wait may be ended by something else than readiness, such as a message in the socket's error queue, again and
+    // again. The next look then comes a millisecond later, or it would take a processor until there is readiness.
+    Outcome WaitAndTransfer(PollLimit *pLimit) {
+        struct pollfd fd = {m_hSocket, Direction::kEvent, 0};
+        const int32_t iPolled = pLimit->Poll(&fd, 1);
+        if (iPolled == 0)
+            return Outcome::Nothing;
+        if (iPolled < 0 && (Direction::kEndsWithThePoll || pLimit->IsInfinite()))
+            return Outcome::Failed;
+        const Outcome eOutcome = iPolled < 0 ? Outcome::Nothing : Once();
+        if (eOutcome == Outcome::Nothing && (fd.revents & Direction::kEvent) == 0 && pLimit->Left() != 0)
+            (void)pLimit->Poll(nullptr, 0, 1);
+        return eOutcome;
+    }
+
+    const VYX_SOCK_T m_hSocket;
+    const Bytes m_pBytes;
+    const int32_t m_iLen;
+    const uint32_t m_nTimeOut;
+    int32_t m_iDone = 0;
+};
 
 // Tells of a failed connection attempt. errno stays, also where standard error does not take the line.
 int32_t TellFailure_Local(const char *szWhat) {
-    const int iError = errno;
-    (void)VYX_OutputDebug("quelby !!! VYX_ConnectWithTimeOut %s return error, %d, Error\n", szWhat, iError);
-    errno = iError;
+    const ErrnoKeeper keeper;
+    (void)VYX_OutputDebug("quelby !!! VYX_ConnectWithTimeOut %s return error, %d, Error\n", szWhat,
+                          keeper.Get());
     return VYX_ERROR;
 }
 
-// What became of a connection attempt: 0, or -1 with the message.
-int32_t ConnectResult_Local(VYX_SOCK_T hSocket, uint32_t *pTimeOut) {
-    bool bReady = false;
-    const int32_t iPolled = Await_Local(hSocket, POLLOUT, pTimeOut, &bReady);
+// What became of a connection attempt: 0, or -1, with the message if it was refused.
+int32_t ConnectResult_Local(VYX_SOCK_T hSocket, uint32_t nTimeOut) {
+    struct pollfd fd = {hSocket, POLLOUT, 0};
+    const int32_t iPolled = VYX_PollEx(&fd, 1, &nTimeOut);
     if (iPolled < 0)
         return TellFailure_Local("select/poll");
-    if (!bReady)
+    if (iPolled == 0)
         return VYX_ERROR;
-    int iError = 0;
+    int iError = 0; // some platforms show a refused attempt as POLLHUP alone: it is in here all the same
     socklen_t nLength = sizeof iError;
     (void)getsockopt(hSocket, SOL_SOCKET, SO_ERROR, &iError, &nLength);
-    return iError == 0 ? VYX_OK : TellFailure_Local("getsockopt !iError");
+    if (iError != 0)
+        return TellFailure_Local("getsockopt !iError");
+    return (fd.revents & POLLOUT) != 0 ? VYX_OK : VYX_ERROR;
 }
 
 } // namespace
 
 VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut) {
-    bool bReady = true;
-    if (nTimeOut != VYX_INFINITE)
-        (void)Await_Local(hSocket, POLLRDNORM, &nTimeOut, &bReady);
-    if (!bReady)
-        return VYX_INVALID_SOCKET;
+    if (nTimeOut != VYX_INFINITE) {
+        struct pollfd fd = {hSocket, POLLRDNORM, 0};
+        if (VYX_PollEx(&fd, 1, &nTimeOut) < 1 || (fd.revents & POLLRDNORM) == 0)
+            return VYX_INVALID_SOCKET;
+    }
     if (pAddr == nullptr)
         return accept(hSocket, nullptr, nullptr);
     socklen_t nLength = sizeof *pAddr;
@@ -92,70 +169,32 @@ int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint
     // Deliberate: the attempt is expected to be in progress, and SO_ERROR tells the rest, so what is refused at once
     // and leaves no SO_ERROR counts as connected. Pinned by Connect.RefusedAtOnceLooksConnected.
     (void)connect(hSocket, &pAddr->sa, VYX_AddrLength_Inter(pAddr));
-    const int32_t iResult = ConnectResult_Local(hSocket, &nTimeOut);
-    const int iError = errno;
+    const int32_t iResult = ConnectResult_Local(hSocket, nTimeOut);
+    const ErrnoKeeper keeper;
     (void)VYX_SetNonBlock(hSocket, 0);
-    errno = iError;
     return iResult;
 }
 
 int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t nTimeOut) {
-    const int iFlags = TransferFlags_Local(nTimeOut);
-    int32_t iSent = 0;
     if (iLen < 0)
         return 0;
-    do {
-        bool bReady = false;
-        if (!AwaitRoom_Local(hSocket, &nTimeOut, &bReady))
-            break;
-        if (!bReady)
-            continue;
-        const char *pRest = static_cast<const char *>(pBuf) + iSent;
-        const ssize_t nResult = send(hSocket, pRest, static_cast<size_t>(iLen - iSent), iFlags);
-        if (IsEmptyWakeUp_Local(nResult))
-            continue;
-        if (nResult < 1)
-            break;
-        iSent += static_cast<int32_t>(nResult);
-        if (iSent == iLen)
-            break;
-    } while (nTimeOut != 0);
-    return iSent;
+    Transfer<Sending> transfer(hSocket, static_cast<const char *>(pBuf), iLen, nTimeOut);
+    (void)transfer.All(); // the count tells
+    return transfer.Done();
 }
 
 int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut) {
-    const int iFlags = TransferFlags_Local(nTimeOut);
-    bool bReady = false;
-    (void)Await_Local(hSocket, POLLRDNORM, &nTimeOut, &bReady);
-    if (!bReady || iLen < 0)
+    if (iLen < 0)
         return VYX_ERROR;
-    const ssize_t nResult = recv(hSocket, pBuf, static_cast<size_t>(iLen), iFlags);
-    return nResult < 1 ? VYX_ERROR : static_cast<int32_t>(nResult);
+    Transfer<Receiving> transfer(hSocket, static_cast<char *>(pBuf), iLen, nTimeOut);
+    return transfer.Some() && transfer.Done() > 0 ? transfer.Done() : VYX_ERROR;
 }
 
 int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut) {
-    const int iFlags = TransferFlags_Local(nTimeOut);
-    int32_t iReceived = 0;
     if (iLen < 0)
         return VYX_ERROR;
-    do {
-        bool bReady = false;
-        const int32_t iPolled = Await_Local(hSocket, POLLRDNORM, &nTimeOut, &bReady);
-        if (iPolled < 0 || (iPolled > 0 && !bReady))
-            return VYX_ERROR;
-        if (iPolled == 0)
-            continue;
-        char *pRest = static_cast<char *>(pBuf) + iReceived;
-        const ssize_t nResult = recv(hSocket, pRest, static_cast<size_t>(iLen - iReceived), iFlags);
-        if (IsEmptyWakeUp_Local(nResult))
-            continue;
-        // Deliberate: what came before a failure or the end is dropped with it. Pinned by
-        // Transfer.ReceiveAllFailsWhenThePeerEnds.
-        if (nResult < 1)
-            return VYX_ERROR;
-        iReceived += static_cast<int32_t>(nResult);
-        if (iReceived == iLen)
-            break;
-    } while (nTimeOut != 0);
-    return iReceived;
+    Transfer<Receiving> transfer(hSocket, static_cast<char *>(pBuf), iLen, nTimeOut);
+    // Deliberate: what came before a failure or the end is dropped with it. Pinned by
+    // Transfer.ReceiveAllFailsWhenThePeerEnds.
+    return transfer.All() ? transfer.Done() : VYX_ERROR;
 }
