@@ -34,6 +34,7 @@
 #include "log/log_header.h"
 #include "log/log_text.h"
 #include "thread/service_thread.h"
+#include "time/calendar.h"
 
 using vyx_inter::ErrnoKeeper;
 using vyx_inter::LockGuard;
@@ -394,11 +395,11 @@ void *LogService::WriteLogProc(void *service) {
 // the moment of the fork are those under which the queue and the calendar change; neither is ever held for long.
 void LogService::BeforeFork() {
     m_hQueueLock.AcquireForFork();
-    VYX_LogHeaderLock_Inter();
+    VYX_CalendarBeforeFork_Inter();
 }
 
 void LogService::AfterForkInParent() {
-    VYX_LogHeaderUnlock_Inter();
+    VYX_CalendarAfterFork_Inter();
     m_hQueueLock.ReleaseAfterFork();
 }
 

@@ -1,8 +1,9 @@
 /*
  * Time: one 64-bit value in microseconds, its conversions to calendar fields and text, and two small classes.
- * Nothing here needs the started library, blocks, takes a lock or prints; every flat function may be called
- * from any thread. Local time follows the environment's TZ, read at each call as localtime does; a program
- * that changes TZ while other threads convert must order the two itself.
+ * Nothing here needs the started library or prints, and every flat function may be called from any thread; what needs
+ * the platform's calendar waits for other threads' use of it. Local time follows the environment's TZ, read at each call
+ * as localtime does; a program that changes TZ while other threads convert must order the two itself. Where TZ is not
+ * set, the system's zone is looked at once a second: a change of it shows within that time.
  *
  * Values whose microseconds do not fit 64 bits (beyond the years -290307 and 294246) wrap modulo 2^64.
  */
@@ -34,7 +35,7 @@ VYX_BEGIN_DECLS
 extern VYX_API const char vyx_day_snames[7][4];
 extern VYX_API const char vyx_month_snames[12][4];
 
-/* The wall clock in microseconds (gettimeofday). Not monotonic: it jumps when the clock is set. */
+/* The wall clock in microseconds (gettimeofday), -1 if it cannot be read. Not monotonic: it jumps when the clock is set. */
 VYX_API VYX_TIME_T VYX_TimeNow(void);
 
 /* The wall clock in milliseconds modulo 2^32; wraps about every 49.7 days. Compare ticks by unsigned

@@ -6,6 +6,8 @@
 #include <new>
 #include <vyx/time.h>
 
+#include "time/calendar.h"
+
 namespace {
 
 // Longest replacement of one directive.
@@ -91,7 +93,7 @@ size_t win32_strftime_extra(char *szOut, size_t nMax, const char *szFormat, cons
                 work.Put(szFormat[i]);
         }
         if (work.HasRoom())
-            nWritten = strftime(szOut, nMax, work.Finish(), pTm);
+            nWritten = VYX_FormatFields_Inter(szOut, nMax, work.Finish(), pTm);
     }
     if (nWritten == 0)
         *szOut = '\0'; // the platform leaves a text that did not fit unfinished

@@ -1,8 +1,10 @@
-// The microsecond time value, its conversions to calendar fields and back, and the fixed 24-character text.
+// The conversions of the microsecond time value to calendar fields and back, and the fixed 24-character text.
 // No state. Arithmetic that could overflow is done on unsigned values and wraps.
+#include <cstring>
 #include <vyx/time.h>
 
-#include "time/time_inter.h"
+#include "base/units.h"
+#include "time/calendar.h"
 
 const char vyx_day_snames[7][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 const char vyx_month_snames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -20,7 +22,7 @@ static_assert(offsetof(VYX_TIME_EXP_T, tm_usec) == 0 && offsetof(VYX_TIME_EXP_T,
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1000000;
+using vyx_inter::kMicrosPerSecond;
 
 // The day, in a year that begins on 1 March, at which each month begins.
 constexpr int32_t dayoffset[12] = {306, 337, 0, 31, 61, 92, 122, 153, 184, 214, 245, 275};
@@ -61,24 +63,7 @@ void PutDigits_Local(char *pOut, int32_t iValue, int iDigits) {
     }
 }
 
-void PutName_Local(char *pOut, const char (&szName)[4]) {
-    for (int i = 0; i < 3; ++i)
-        pOut[i] = szName[i];
-}
-
 } // namespace
-
-VYX_TIME_T VYX_TimeNow(void) {
-    struct timeval now;
-    (void)gettimeofday(&now, nullptr); // cannot fail with a valid pointer
-    return now.tv_sec * kMicrosPerSecond + now.tv_usec;
-}
-
-uint32_t VYX_GetTimeTick(void) {
-    struct timeval now;
-    (void)gettimeofday(&now, nullptr); // cannot fail with a valid pointer
-    return static_cast<uint32_t>(now.tv_sec) * 1000U + static_cast<uint32_t>(now.tv_usec) / 1000U;
-}
 
 VYX_TIME_T VYX_TimeFromAnsiTime(time_t tAnsi) {
     return MicrosOf_Local(tAnsi);
@@ -104,15 +89,15 @@ int32_t VYX_ExpTimeFromTimeGMT(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
 }
 
 int32_t VYX_ExpTimeFromTimeLocal(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
-    int32_t iMinutesWest = 0;
+    int32_t iOffset = 0;
     struct tm fields = {};
-    if (pOut == nullptr || VYX_MinutesWest_Inter(&iMinutesWest) != VYX_OK ||
+    if (pOut == nullptr || VYX_StandardOffset_Inter(&iOffset) != VYX_OK ||
         VYX_LocalTime_Inter(t / kMicrosPerSecond, &fields) == nullptr)
         return VYX_ERROR;
     CopyFields_Local(fields, t, pOut);
     // Deliberate: the zone's standard offset, also while daylight saving is in force. VYX_TimeFromExpTimeGMT
     // undoes exactly this. Pinned by LocalTime.OffsetLeavesDaylightSavingOut.
-    pOut->tm_gmtoff = -iMinutesWest * 60;
+    pOut->tm_gmtoff = iOffset;
     return VYX_OK;
 }
 
@@ -142,17 +127,17 @@ int32_t VYX_TimeFromExpTimeGMT(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
 int32_t VYX_CTime(char *szBuf25, VYX_TIME_T t) {
     if (szBuf25 == nullptr)
         return VYX_ERROR;
-    VYX_TIME_EXP_T exploded = {};
-    (void)VYX_ExpTimeFromTimeLocal(t, &exploded); // a failure shows as a Sunday in January of 1900
+    struct tm fields = {};
+    (void)VYX_LocalTime_Inter(t / kMicrosPerSecond,
+                              &fields); // a failure shows as a Sunday in January of 1900
     static const char szLayout[] = "Www Mmm 00 00:00:00 0000";
-    for (size_t i = 0; i < sizeof szLayout; ++i)
-        szBuf25[i] = szLayout[i];
-    PutName_Local(szBuf25, vyx_day_snames[exploded.tm_wday]);
-    PutName_Local(szBuf25 + 4, vyx_month_snames[exploded.tm_mon]);
-    PutDigits_Local(szBuf25 + 8, exploded.tm_mday, 2);
-    PutDigits_Local(szBuf25 + 11, exploded.tm_hour, 2);
-    PutDigits_Local(szBuf25 + 14, exploded.tm_min, 2);
-    PutDigits_Local(szBuf25 + 17, exploded.tm_sec, 2);
-    PutDigits_Local(szBuf25 + 20, exploded.tm_year + 1900, 4);
+    std::memcpy(szBuf25, szLayout, sizeof szLayout);
+    std::memcpy(szBuf25, vyx_day_snames[fields.tm_wday], 3);
+    std::memcpy(szBuf25 + 4, vyx_month_snames[fields.tm_mon], 3);
+    PutDigits_Local(szBuf25 + 8, fields.tm_mday, 2);
+    PutDigits_Local(szBuf25 + 11, fields.tm_hour, 2);
+    PutDigits_Local(szBuf25 + 14, fields.tm_min, 2);
+    PutDigits_Local(szBuf25 + 17, fields.tm_sec, 2);
+    PutDigits_Local(szBuf25 + 20, fields.tm_year + 1900, 4);
     return VYX_OK;
 }

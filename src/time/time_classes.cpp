@@ -1,13 +1,14 @@
 // The classes over calendar time in seconds and over time in microseconds.
 #include <vyx/time.h>
 
-#include "time/time_inter.h"
+#include "base/units.h"
+#include "time/calendar.h"
 
 namespace {
 
-constexpr int64_t kMicrosPerSecond = 1000000;
-constexpr int64_t kMillisPerSecond = 1000;
-constexpr int64_t kMicrosPerMilli = 1000;
+using vyx_inter::kMicrosPerMilli;
+using vyx_inter::kMicrosPerSecond;
+using vyx_inter::kMillisPerSecond;
 
 int64_t Add_Local(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
@@ -51,7 +52,7 @@ vyx_time::~vyx_time() {
 }
 
 int64_t vyx_time::now() {
-    m_time = ::time(nullptr);
+    m_time = VYX_SecondsNow_Inter();
     SetFields_Local(m_time, &m_tm);
     return m_time;
 }
@@ -138,8 +139,7 @@ vyx_time_tick::~vyx_time_tick() {
 }
 
 int64_t vyx_time_tick::now() {
-    struct timeval tv;
-    return gettimeofday(&tv, nullptr) == -1 ? -1 : tv.tv_sec * kMicrosPerSecond + tv.tv_usec;
+    return VYX_TimeNow();
 }
 
 int64_t vyx_time_tick::update_time() {
