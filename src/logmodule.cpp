@@ -244,6 +244,9 @@ bool LogService::Enqueue(const _LOG &line, bool *pReport) {
 int LogService::Append(const char *pData, uint32_t nLen, bool *pReport) {
     if (!m_bStarted)
         return -2;
+    const uint32_t nTargets = TargetsOn();
+    if (nTargets == 0) // the last one went off since the caller looked
+        return -5;
     if (m_nFree == kRingSize) { // nothing is in the ring or being written from it: no need to go round
         m_pWrite = m_pRing;
         m_pRead = m_pRing;
@@ -253,7 +256,7 @@ int LogService::Append(const char *pData, uint32_t nLen, bool *pReport) {
     if (m_nFree < nSkipped || m_nFree - nSkipped < nLen)
         return -4;
     char *pLine = nLen > nTail ? m_pRing : m_pWrite; // nothing may be left of the tail
-    if (!Enqueue({pLine, nLen, TargetsOn()}, pReport))
+    if (!Enqueue({pLine, nLen, nTargets}, pReport))
         return -4;
     std::memcpy(pLine, pData, nLen);
     m_pWrite = pLine + nLen;

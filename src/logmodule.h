@@ -39,7 +39,7 @@ class LogService {
     int ServiceStart();
     // Result: 0. The writer is waited for in any case, because the ring is freed.
     int ServiceStop(bool wait);
-    // Queues a line of len bytes, its zero included. Result: 0; -2 not running; -4 no room.
+    // Queues a line of len bytes, its zero included. Result: 0; -2 not running; -4 no room; -5 no target is on.
     int PushData(const char *data, unsigned int len);
     static void *WriteLogProc(void *service);
 

@@ -2,6 +2,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vyx/sys.h>
 
@@ -17,8 +19,8 @@ constexpr uint32_t kDefaultFileSize = 2097152;
 constexpr int32_t kWrappedFiles = 100;
 constexpr int32_t kLastIndex = INT32_MAX - 1; // its number is the last one
 constexpr size_t kNameSize = 320; // a directory of 257 bytes, "vyx_log_", ten digits, "_w", ".log", zero
-constexpr uint32_t kOpenFlags = VYX_OPEN_WRITE | VYX_OPEN_CREATE | VYX_OPEN_TRUNCATE;
-constexpr uint32_t kPermissions = VYX_ATTR_WRITE;
+// A program that a fork's child executes has no business with the file.
+constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
 constexpr int32_t kFromEnd = 2;
 
 uint32_t Begin_Local(const VYX_LOG_TEXT_S &text, uint32_t nLine) {
@@ -122,7 +124,7 @@ void LogService::Rotate() {
 
 bool LogService::OpenFile() {
     (void)VYX_DeleteFile(MakeFileName(false)); // of an earlier turn or run; there may be none
-    m_hFile = VYX_OpenFile(MakeFileName(true), kOpenFlags, kPermissions);
+    m_hFile = open(MakeFileName(true), kOpenFlags, S_IWUSR);
     if (m_hFile != VYX_INVALID_FILE)
         return true;
     (void)VYX_OutputDebug("LogService OpenFile[%s] failed", MakeFileName(true));

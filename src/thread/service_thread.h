@@ -7,8 +7,12 @@
 VYX_BEGIN_DECLS
 
 // As VYX_Thread_Create, with every signal blocked from the thread's first instruction on: an application's
-// handlers never run on the library's threads, and no call of theirs is interrupted.
+// handlers never run on the library's threads, and no call of theirs is interrupted. nStackSize is what the thread
+// has for itself, whatever the program's thread-local variables take.
 VYX_THREAD_T VYX_StartServiceThread_Inter(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
+
+// Bytes that the platform takes from every thread's stack for thread-local variables. Defined per platform.
+uint64_t VYX_StackTaken_Inter(void);
 
 // Gives the calling thread the name that debuggers and process listings show; at most 15 characters. Defined
 // per platform.

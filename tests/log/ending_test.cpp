@@ -18,6 +18,9 @@ namespace {
 
 /* ---- The program that ends */
 
+// More than the stacks of the library's own threads: they must be made larger by what a program has of these.
+thread_local volatile char t_large[400000];
+
 std::string s_folder;
 int s_iLines = 0;
 std::atomic<bool> s_bStopped{true}; // lines need not be taken any more
@@ -113,6 +116,12 @@ const Way kWays[] = {
     {"await_and_abort", 128 + SIGABRT, kAll, kBeginning, [] { AwaitFile(), std::abort(); }},
     {"await_and_signal", 128 + SIGKILL, kAll, kBeginning, [] { AwaitFile(), (void)raise(SIGKILL); }},
     {"await_and_quick_exit", 0, kAll, kBeginning, [] { AwaitFile(), std::quick_exit(0); }},
+    {"exec", 0, kBeginning, kBeginning, [] { (void)execl("/bin/true", "true", nullptr); }},
+    {"await_and_exec", 0, kAll, kBeginning,
+     [] {
+         AwaitFile(); // it is open, and must not be in the next program
+         (void)execl("/bin/sh", "sh", "-c", "! ls -l /proc/self/fd/ | grep vyx_log_", nullptr);
+     }},
     {"stop_and__exit", 0, kAll, kAll, [] { StopLogService(true), (void)std::fflush(stdout), _exit(0); }},
     {"log_off_and_abort", 128 + SIGABRT, kAll, kAll,
      [] { VYX_Log(0, nullptr), (void)std::fflush(stdout), std::abort(); }},
@@ -127,6 +136,7 @@ const Way kForks[] = {
 int End(const std::string &name, const char *szFolder, const char *szLines) {
     s_folder = szFolder;
     s_iLines = std::atoi(szLines);
+    t_large[0] = 1;
     Require(VYX_Init() == VYX_OK, "the library starts");
     for (const Way &way : kForks)
         if (way.szName == name) {

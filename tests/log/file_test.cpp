@@ -13,9 +13,23 @@ namespace {
 
 using Strings = std::vector<std::string>;
 
-class LogFile : public testing::Test {
+class LogFile : public LogTest {
   protected:
-    ~LogFile() override { StopLogService(false); }
+    // Goes on from whatever number the process has come to until the next file is number 1.
+    LogFile() {
+        const auto write = [this](int iLines) {
+            EnableTarget(kFile, logs.c_str(), 1, 1); // a file for each line
+            for (int n = 0; n < iLines; ++n)
+                EXPECT_EQ(WriteLength(49), 0);
+            DisableTarget(kFile);
+            const auto names = Names(logs);
+            std::filesystem::remove_all(logs);
+            return std::atoi(names.at(0).c_str() + sizeof "vyx_log_" - 1);
+        };
+        const int iNumber = write(1);
+        if (iNumber != 1)
+            (void)write((iNumber + 99) / 100 * 100 - iNumber + 2);
+    }
     // Switches the files on, with `limit` bytes each.
     void On(uint32_t nLimit = 0, uint32_t nWrap = 0) {
         EXPECT_EQ(EnableTarget(kFile, logs.c_str(), nLimit, nWrap), 0);
@@ -23,7 +37,6 @@ class LogFile : public testing::Test {
     Strings NamesLeft() const { return Names(logs); }
     size_t Size(const char *szName) const { return LogText(logs + "/" + szName).size(); }
     bool Exists(const char *szName) const { return access((logs + "/" + szName).c_str(), F_OK) == 0; }
-    support::TempDir dir;
     std::string logs = dir / "logs";
 };
 

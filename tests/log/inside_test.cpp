@@ -12,10 +12,7 @@ using namespace log_support;
 
 namespace {
 
-class LogInside : public testing::Test {
-  protected:
-    support::TempDir dir;
-};
+using LogInside = LogTest;
 
 TEST_F(LogInside, NoMemoryOrNoThreadIsTriedAgain) {
     EnableTarget(kFile, dir.Path().c_str(), 0, 0);

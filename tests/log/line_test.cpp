@@ -18,12 +18,11 @@ namespace {
 
 const char *s_szNull = nullptr; // not a constant, so that the compiler does not warn of it
 
-class Log : public testing::Test {
-  protected:
-    support::TempDir dir;
-};
-using LogLine = Log;
-using LogSwitch = Log;
+using Log = LogTest;
+using LogHeader = LogTest;
+using LogLine = LogTest;
+using LogRing = LogTest;
+using LogSwitch = LogTest;
 
 bool ThreadExists(const char *szName) {
     std::error_code error;
@@ -69,7 +68,7 @@ TEST_F(Log, ThresholdLetsThroughWhatIsNotAbove) {
     StopLogService(true);
 }
 
-TEST(LogHeader, IsThatOfTheMoment) {
+TEST_F(LogHeader, IsThatOfTheMoment) {
     struct Case {
         int iLevel;
         const char *szFile;
@@ -99,7 +98,7 @@ TEST(LogHeader, IsThatOfTheMoment) {
     }
 }
 
-TEST(LogHeader, PrintsAsSnprintfDoes) {
+TEST_F(LogHeader, PrintsAsSnprintfDoes) {
     char text[100] = "";
     ASSERT_EQ(FormatTimeAndName(nullptr, 0, kErr, "f.c", 12), 50);
     EXPECT_EQ(FormatTimeAndName(text, 49, kErr, "f.c", 12), 50);
@@ -221,7 +220,7 @@ TEST_F(LogSwitch, OneCall) {
 
 // Standard output is a pipe that nobody reads: the writer is stuck, the ring fills. Then somebody reads, and the ring
 // stays almost full while it goes round many times.
-TEST(LogRing, FullDropsLinesAndKeepsThoseTaken) {
+TEST_F(LogRing, FullDropsLinesAndKeepsThoseTaken) {
     constexpr size_t kEven =
         200000; // lines of 64 bytes, of which the ring holds a whole number; then of any length
     const auto textOf = [](size_t n) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -81,15 +82,13 @@ inline std::vector<std::string> Names(const std::string &folder) {
 
 // All log files of a folder, one behind the other by number.
 inline std::string AllLogText(const std::string &folder) {
+    std::map<int, std::string> names;
+    for (const std::string &name : Names(folder))
+        names[std::atoi(name.c_str() + sizeof "vyx_log_" - 1)] = name;
     std::string text;
-    for (int n = 1;; ++n) {
-        const std::string base = folder + "/vyx_log_" + std::to_string(n);
-        const bool bFinished = access((base + ".log").c_str(), F_OK) == 0;
-        const bool bWorking = access((base + "_w.log").c_str(), F_OK) == 0;
-        if (!bFinished && !bWorking)
-            return text;
-        text += LogText(base + (bFinished ? ".log" : "_w.log"));
-    }
+    for (const auto &[iNumber, name] : names)
+        text += LogText(folder + "/" + name);
+    return text;
 }
 
 // The lines of a log's text without their ends. A line that does not begin with a header or end in carriage return
@@ -119,6 +118,20 @@ inline int32_t WriteLength(size_t nLength, char fill = 'x') {
     const size_t nHeader = sizeof "[2026-11-21 09:21:26.042][INF][FILE:f][LINE:1] " - 1;
     return WriteLog(kInf, "f", 1, "%s", std::string(nLength - nHeader - 2, fill).c_str());
 }
+
+// The service as a process begins with it but for the number of the next file, which is kept: tests may run in any order.
+inline void ResetService() {
+    StopLogService(false);
+    DisableTarget(kConsole);
+    DisableTarget(kDebug);
+    AdjustLogLevel(kInf);
+}
+
+class LogTest : public testing::Test {
+  protected:
+    ~LogTest() override { ResetService(); }
+    support::TempDir dir;
+};
 
 } // namespace log_support
 
