@@ -32,26 +32,26 @@ struct timespec After_Local(uint32_t nMilliseconds) {
 }
 
 // Posts say that something has happened; which is looked up here, so that one too many does no harm.
-void SleepUntil_Local(const VYX_TIMER_RUN_S &run, const struct timespec &due) {
+void SleepUntil_Local(const TIMER_EVENT_T &timer, const struct timespec &due) {
     const uint32_t nStops = VYX_TimedWaitEpoch_Inter() >> 1;
-    while (!run.IsOver()) {
+    while (timer.bStop.load() == 0) {
         const uint32_t nEpoch = VYX_TimedWaitEpoch_Inter();
         if (nEpoch >> 1 != nStops)
             return;
         if ((nEpoch & 1) == 0)
-            (void)sem_wait(run.hSem->pSem);
-        else if (sem_timedwait(run.hSem->pSem, &due) == -1 && errno == ETIMEDOUT)
+            (void)sem_wait(timer.hSem->pSem);
+        else if (sem_timedwait(timer.hSem->pSem, &due) == -1 && errno == ETIMEDOUT)
             return;
     }
 }
 
 } // namespace
 
-void VYX_TimerSleep_Inter(VYX_TIMER_RUN_S *pRun) {
-    if (pRun->nPeriod == 0 || pRun->nPeriod == VYX_INFINITE)
-        (void)VYX_SemTimedWait(&pRun->hSem, pRun->nPeriod); // no time to be kept
+void VYX_TimerSleep_Inter(TIMER_EVENT_T *pTimer) {
+    if (pTimer->nPeriod == 0 || pTimer->nPeriod == VYX_INFINITE)
+        (void)VYX_SemTimedWait(&pTimer->hSem, pTimer->nPeriod); // no time to be kept
     else
-        SleepUntil_Local(*pRun, After_Local(pRun->nPeriod));
+        SleepUntil_Local(*pTimer, After_Local(pTimer->nPeriod));
 }
 
 void VYX_TimerSleepSetup_Inter(void (*fnWake)(void)) {

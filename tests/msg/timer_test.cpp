@@ -85,6 +85,7 @@ class Timer : public testing::Test {
   protected:
     Timer() {
         EXPECT_EQ(VYX_Init(), VYX_OK);
+        EXPECT_EQ(VYX_FiniTimer(), VYX_OK); // the next VYX_InitTimer forgets
         m_strThreads = Threads();
     }
     ~Timer() override {
@@ -223,6 +224,26 @@ TEST_F(Timer, RoutinesMayKillEachOthersTimersInARing) {
         ASSERT_TRUE(WaitUntil([] { return !HasSemaphores(); })); // hence no timer
         EXPECT_EQ(nInside, nRing);
     }
+}
+
+// Beside them, ids of threads that have ended are given to new ones before their timers' places are free.
+TEST_F(Timer, OneShotsKillThemselvesBesideOrdinaryKills) {
+    constexpr int kShots = 3000;
+    std::atomic<int> nShots{0};
+    std::atomic<bool> bStop{false};
+    std::thread other([&] {
+        while (!bStop)
+            Kill(Set(Calls::Count, nullptr, kLong));
+    });
+    const auto fnOnce = [](uint32_t nTimerId, void *pShots) {
+        ++*static_cast<std::atomic<int> *>(pShots);
+        Kill(nTimerId);
+    };
+    for (int n = 0; n < kShots;)
+        n += VYX_SetTimer(fnOnce, &nShots, 1, nullptr) == VYX_OK ? 1 : 0;
+    EXPECT_TRUE(WaitUntil([&] { return nShots == kShots; }));
+    bStop = true;
+    other.join();
 }
 
 TEST_F(Timer, ARoutineMayEndItsThread) {
