@@ -394,22 +394,25 @@ void *LogService::WriteLogProc(void *service) {
 
 /* ---- Fork */
 
-// A lock that another thread of the parent held stays held in the child, whose service it would block. Kept for
-// the moment of the fork are those under which the queue and the calendar change; neither is ever held for long.
+// Held for the moment of the fork is the lock under which the queue changes.
 void LogService::BeforeFork() {
-    m_hQueueLock.AcquireForFork();
-    VYX_CalendarBeforeFork_Inter();
+    m_forkHold.Before();
 }
 
 void LogService::AfterForkInParent() {
-    VYX_CalendarAfterFork_Inter();
-    m_hQueueLock.ReleaseAfterFork();
+    m_forkHold.InParent();
 }
 
 void LogService::AfterForkInChild() {
-    AfterForkInParent();
-    Forget(); // also without a writer: a thread may just have been about to start it
+    if (m_forkHold.InChild())
+        Forget(); // also without a writer: a thread may just have been about to start it
 }
+
+const vyx_inter::ForkRow g_struLogForkRow = {
+    [] { GetLogService().BeforeFork(); },
+    [] { GetLogService().AfterForkInParent(); },
+    [] { GetLogService().AfterForkInChild(); },
+};
 
 // For a child that came to be without the handlers above, such as by _Fork: it must at least be able to stop and end.
 void LogService::ForgetIfForked() {
@@ -419,9 +422,7 @@ void LogService::ForgetIfForked() {
 
 // In a child: the writer and those who held locks exist in the parent only, and its lines are the parent's to write.
 void LogService::Forget() {
-    if (m_hQueueLock.TryAcquire())
-        m_hQueueLock.Release();
-    else
+    if (!m_forkHold.IsWhole())
         new (&m_queue) std::deque<_LOG>; // somebody was changing it
     m_switchLock.Renew();
     m_serviceLock.Renew();
@@ -460,12 +461,7 @@ LogService *TheService_Local() {
 // Makes the service, and has it finish at the end of the process. Its memory is left as it is then: a thread or a
 // static object that is still there may log, and is refused.
 struct GlobalLog {
-    GlobalLog() {
-        new (s_storage) LogService;
-        (void)pthread_atfork([] { TheService_Local()->BeforeFork(); },
-                             [] { TheService_Local()->AfterForkInParent(); },
-                             [] { TheService_Local()->AfterForkInChild(); });
-    }
+    GlobalLog() { new (s_storage) LogService; }
     ~GlobalLog() { TheService_Local()->Finish(); }
     GlobalLog(const GlobalLog &) = delete;
     GlobalLog &operator=(const GlobalLog &) = delete;

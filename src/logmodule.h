@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <vyx/log.h>
 
-#include "base/lock.h"
+#include "base/fork.h"
 #include "log/doorbell.h"
 
 // One queued line.
@@ -135,6 +135,7 @@ class LogService {
     // The file target takes no more lines; changes under m_hQueueLock.
     std::atomic<bool> m_bFileClosing{false};
     std::atomic<bool> m_bFinished{false};
+    vyx_inter::ForkHold m_forkHold{m_hQueueLock};
     Writer m_eWriter VYX_GUARDED_BY(m_hQueueLock) = Writer::Awake;
     std::atomic<pid_t> m_iOwner; // the process that this is the service of
 
@@ -149,5 +150,7 @@ class LogService {
     uint32_t m_iSpare VYX_GUARDED_BY(m_hQueueLock) = 0; // the first of them
     uint32_t m_nSpare VYX_GUARDED_BY(m_hQueueLock) = 0;
 };
+
+extern const vyx_inter::ForkRow g_struLogForkRow;
 
 #endif

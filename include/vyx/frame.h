@@ -24,10 +24,7 @@ VYX_BEGIN_DECLS
  * Threads: any thread, also before main (from static constructors). Not from within a service's own start or
  *          stop, which would deadlock. Not from a signal handler.
  * Effect:  SIGPIPE is ignored from the first start on, process-wide, also after VYX_Fini.
- * Fork:    the services do not exist in a forked child, and locks that other threads of the parent held stay held
- *          there. The child may call VYX_Fini, which then waits for nothing and frees the library's locks, and
- *          VYX_Init again; unless one of these two was running in the parent at the moment of the fork. If
- *          VYX_SemCreate or VYX_SemDestroy was, the child must not call them: the C library has a lock there.
+ * Fork:    the services' threads do not exist in a forked child; see the table at the end of this file.
  */
 VYX_API int32_t VYX_Init(void);
 VYX_API int32_t VYX_InitEx(void);
@@ -77,6 +74,36 @@ VYX_API int32_t VYX_SetLastError(uint32_t nCode);
  */
 VYX_API uint32_t VYX_GetSystemLastError(void);
 VYX_API void VYX_SetSystemLastError(uint32_t nCode);
+
+/*
+ * What a forked child may do
+ *
+ * A fork waits until no other thread is changing the library's state, at most about a second. So the child finds all
+ * locks of the library free, in whatever calls other threads of the parent were. It has one thread, and of the library's
+ * none. A child that wants bounded waits or the library's threads calls VYX_Fini, as often as the parent had called
+ * VYX_Init, and VYX_Init. A fork in a signal handler does not block either; as everywhere, the child may then call only
+ * what a signal handler may until it ends or starts another program.
+ *
+ * | subsystem                | in the child at once                                 | after VYX_Fini and VYX_Init |
+ * |--------------------------|------------------------------------------------------|-----------------------------|
+ * | start and stop           | VYX_Fini, VYX_Init: the counter is the parent's      |                             |
+ * | mutexes, conditions      | as after any fork: those that a thread of the parent | the same                    |
+ * |                          | held stay held. VYX_CondDestroy of any condition     |                             |
+ * | semaphores               | all but bounded waits; those made before the fork    | all                         |
+ * |                          | are shared with the parent, and their names are its  |                             |
+ * |                          | to remove: destroying one removes the name           |                             |
+ * | bounded waits            | as in a library that is not started                  | all                         |
+ * | atomic operations        | all                                                  | all                         |
+ * | fixed pools              | none of the parent's                                 | new ones                    |
+ * | flexible pools           | new ones; none of the parent's                       | the same                    |
+ * | message queues           | the parent's with a copy of their messages: send,    | new ones                    |
+ * |                          | receive what is there; limits as for bounded waits   |                             |
+ * | events                   | all; the parent's are shared with it                 | the same                    |
+ * | timers                   | VYX_SetTimer; no timer of the parent exists          | all                         |
+ * | log                      | WriteLog: the queue is empty and the file target off | the same                    |
+ * | sockets, files, times,   | all                                                  | all                         |
+ * | strings, containers      |                                                      |                             |
+ */
 
 VYX_END_DECLS
 

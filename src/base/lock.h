@@ -10,6 +10,10 @@
 
 namespace vyx_inter {
 
+// Whoever has locks has the handlers of a fork as well, also in a program linked with the archive.
+extern const char g_cForkHandlers;
+[[gnu::used]] static const char *const s_pForkHandlers = &g_cForkHandlers;
+
 #if defined(VYX_CHECK_LOCKS)
 // Notes that the calling thread takes or gives back a lock of that rank. Taking one out of order ends the process with
 // a message that names both; a lock that was only tried cannot block, so its order is free.
@@ -46,14 +50,15 @@ class VYX_CAPABILITY("mutex") Lock {
     }
     void Destroy() { (void)pthread_mutex_destroy(&m_hMutex); }
 
-    // Around fork, which takes all locks of one rank: without the check of the order.
-    void AcquireForFork() VYX_UNCHECKED { (void)pthread_mutex_lock(&m_hMutex); }
+    // Around fork (base/fork.h), which takes all locks of one rank: without the check of the order.
+    bool TryForFork() VYX_UNCHECKED { return pthread_mutex_trylock(&m_hMutex) == 0; }
     void ReleaseAfterFork() VYX_UNCHECKED { (void)pthread_mutex_unlock(&m_hMutex); }
     // In a forked child: free, whoever held it in the parent.
     void Renew() { m_hMutex = PTHREAD_MUTEX_INITIALIZER; }
 
   private:
     friend class Condition;
+    friend class ForkHold;
     pthread_mutex_t m_hMutex;
     Rank m_eRank; // one byte, also where it is not looked at: all builds have the same records
 };

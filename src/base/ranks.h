@@ -14,6 +14,7 @@
 namespace vyx_inter {
 
 enum class Rank : uint8_t {
+    Fork,          // held by a thread that forks, around all others
     StartStop,     // the start counter and the stage flags; held through every stage's start and stop
     LogSwitch,     // what switches log targets off, or the log service
     LogService,    // the log service's start and stop
@@ -35,7 +36,7 @@ enum class Rank : uint8_t {
     Calendar,      // the C library's zone data
     Atomic,        // the atomic operations
     WholeValue,    // values that the processor cannot exchange as one
-    SemNames,      // the names of new semaphores; the exported s_hCreateLock
+    SemNames,      // the names of semaphores, and their opening and closing
 };
 
 struct RankRow {
@@ -45,12 +46,12 @@ struct RankRow {
 
 // In the order of the enumeration.
 inline constexpr RankRow kRanks[] = {
-    {10, "StartStop"},     {20, "LogSwitch"},    {30, "LogService"},    {40, "Timers"},
-    {50, "QueueRegistry"}, {60, "Queue"},        {70, "QueueReceiver"}, {70, "QueueSender"},
-    {80, "PoolRegistry"},  {90, "FixedPool"},    {100, "FlexPool"},     {110, "Event"},
-    {120, "LogQueue"},     {120, "LogFile"},     {130, "SemWaits"},     {130, "CondWaits"},
-    {140, "WaitRecord"},   {150, "ServicePark"}, {160, "Calendar"},     {170, "Atomic"},
-    {180, "WholeValue"},   {190, "SemNames"},
+    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"},    {30, "LogService"},
+    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},        {70, "QueueReceiver"},
+    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"},    {100, "FlexPool"},
+    {110, "Event"},      {120, "LogQueue"},     {120, "LogFile"},     {130, "SemWaits"},
+    {130, "CondWaits"},  {140, "WaitRecord"},   {150, "ServicePark"}, {160, "Calendar"},
+    {170, "Atomic"},     {180, "WholeValue"},   {190, "SemNames"},
 };
 
 } // namespace vyx_inter

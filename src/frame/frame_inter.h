@@ -4,6 +4,8 @@
 
 #include <vyx/frame.h>
 
+#include "base/fork.h"
+
 VYX_BEGIN_DECLS
 
 // The library's own error slot: always 0.
@@ -28,6 +30,8 @@ struct VYX_STAGE_S {
 VYX_STAGE_S *VYX_Stages_Inter(void);
 
 enum : uint32_t { VYX_STAGE_COUNT = 5 };
+
+extern const vyx_inter::ForkRow g_struStartForkRow;
 
 VYX_END_DECLS
 

@@ -48,7 +48,16 @@ bool StartStages_Local() {
     return true;
 }
 
+vyx_inter::ForkHold s_forkHold(s_vyxmutex);
+
 } // namespace
+
+// The counter and the flags stay: the child stops what it has inherited and may start it again.
+const vyx_inter::ForkRow g_struStartForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] { (void)s_forkHold.InChild(); },
+};
 
 VYX_STAGE_S *VYX_Stages_Inter(void) {
     return s_struStages;

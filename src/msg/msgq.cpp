@@ -125,8 +125,8 @@ void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
     }
 }
 
-// Moves what has come into the index. With hQueueLock held, the queue live.
-void TakeOver_Local(VYX_MQ_INTER &queue) {
+// Moves what has come into the index. The queue is live.
+void TakeOver_Local(VYX_MQ_INTER &queue) VYX_REQUIRES(queue.hQueueLock) {
     if (queue.pNewest.load(std::memory_order_relaxed) == nullptr)
         return;
     SortIn_Local(queue.index, queue.pNewest.exchange(nullptr));
@@ -145,8 +145,8 @@ enum class Look { Taken, Empty, Gone };
 
 // Takes the first message, if the queue is still the one that the caller entered. On Empty hQueueLock is held,
 // otherwise not.
-Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg) {
-    (void)VYX_MutexLock(&queue.hQueueLock);
+Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg) VYX_UNCHECKED {
+    queue.hQueueLock.Acquire();
     const bool bLive = queue.bUsed.load() != 0 && queue.nGeneration.load() == nGeneration;
     if (bLive) {
         TakeOver_Local(queue);
@@ -156,12 +156,12 @@ Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&
             return Look::Empty;
         queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
     }
-    (void)VYX_MutexUnlock(&queue.hQueueLock);
+    queue.hQueueLock.Release();
     return bLive ? Look::Taken : Look::Gone;
 }
 
 // Waits for a message. Result: it, or null if the time is used up or the queue has gone.
-VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
+VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) VYX_UNCHECKED {
     const uint32_t nGeneration = queue.nGeneration.load();
     VYX_MQ_MSG_S *pMsg = nullptr;
     if (TakeOrHold_Local(queue, nGeneration, pMsg) != Look::Empty)
@@ -200,41 +200,46 @@ int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
     return VYX_OK;
 }
 
-// Around fork: the child gets the queues as they are at that moment, so nobody may be changing one. Which queues are
-// live stays as it is while s_msgQMutex is held.
-void BeforeFork_Local() {
-    s_msgQMutex.AcquireForFork();
+// Which queues are live stays as it is while s_msgQMutex is held.
+template <class Function>
+void ForEachLive_Local(Function fn) {
     for (VYX_MQ_INTER &entry : s_msgQBlocks)
         if (entry.bUsed.load() != 0)
-            (void)VYX_MutexLock(&entry.hQueueLock);
+            fn(entry);
 }
 
-void AfterForkInParent_Local() {
-    for (VYX_MQ_INTER &entry : s_msgQBlocks)
-        if (entry.bUsed.load() != 0)
-            (void)VYX_MutexUnlock(&entry.hQueueLock);
-    s_msgQMutex.ReleaseAfterFork();
+// Those who wait, or wake them, exist in the parent only. The messages are the child's as well.
+void RenewInChild_Local(VYX_MQ_INTER &entry) {
+    if (!entry.forkHold.InChild())
+        return;
+    entry.hRecvLock = PTHREAD_MUTEX_INITIALIZER;
+    entry.hSendLock = PTHREAD_MUTEX_INITIALIZER;
+    entry.hRecvCond = PTHREAD_COND_INITIALIZER;
+    entry.hSendCond = PTHREAD_COND_INITIALIZER;
+    entry.bRecvWaits.store(0);
+    entry.bSendWaits.store(0);
 }
 
-// Those who wait, or wake them, exist in the parent only.
-void AfterForkInChild_Local() {
-    for (VYX_MQ_INTER &entry : s_msgQBlocks) {
-        entry.hRecvLock = PTHREAD_MUTEX_INITIALIZER;
-        entry.hSendLock = PTHREAD_MUTEX_INITIALIZER;
-        entry.hRecvCond = PTHREAD_COND_INITIALIZER;
-        entry.hSendCond = PTHREAD_COND_INITIALIZER;
-        entry.bRecvWaits.store(0);
-        entry.bSendWaits.store(0);
-    }
-    AfterForkInParent_Local();
-}
+vyx_inter::ForkHold s_forkHold(s_msgQMutex);
 
 } // namespace
 
+const vyx_inter::ForkRow g_struMsgQForkRow = {
+    [] {
+        s_forkHold.Before();
+        ForEachLive_Local([](VYX_MQ_INTER &entry) { entry.forkHold.Before(); });
+    },
+    [] {
+        ForEachLive_Local([](VYX_MQ_INTER &entry) { entry.forkHold.InParent(); });
+        s_forkHold.InParent();
+    },
+    [] {
+        ForEachLive_Local(RenewInChild_Local);
+        (void)s_forkHold.InChild();
+    },
+};
+
 int32_t VYX_MsgQInitEx_Inter(void) {
-    static const int iResult =
-        pthread_atfork(BeforeFork_Local, AfterForkInParent_Local, AfterForkInChild_Local);
-    (void)iResult; // without memory for it, a forked child may find a queue locked
     const LockGuard guard(s_msgQMutex);
     s_bMsgQStarted = true;
     return VYX_OK;
@@ -249,7 +254,7 @@ int32_t VYX_MsgQFiniEx_Inter(void) {
 }
 
 int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
-    const MutexHold hold(pEntry->hQueueLock);
+    const LockGuard hold(pEntry->hQueueLock);
     pEntry->nGeneration.fetch_add(1);
     pEntry->nMsgCount.store(0);
     pEntry->pNewest.store(nullptr);
@@ -261,7 +266,7 @@ void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
     if (pEntry == nullptr || pEntry->bUsed.load() == 0)
         return;
     {
-        const MutexHold hold(pEntry->hQueueLock);
+        const LockGuard hold(pEntry->hQueueLock);
         pEntry->bUsed.store(0);
         VYX_MQ_MSG_S *pNewest = pEntry->pNewest.exchange(&g_struMsgQClosed);
         while (pNewest != nullptr) {
@@ -285,7 +290,7 @@ int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32
     const MutexHold hold(*pLock);
     bWaits.store(1);
     const bool bCome = bRecv != 0 && pEntry->pNewest.load() != nullptr;
-    (void)VYX_MutexUnlock(&pEntry->hQueueLock);
+    pEntry->hQueueLock.Release();
     if (bCome)
         return VYX_OK;
     // Woken by WakeAll_Local, of a sender or of the queue's end. The result carries nothing.

@@ -6,6 +6,7 @@
 
 #include <vyx/msg.h>
 
+#include "base/fork.h"
 #include "msg/msgq_index.h"
 
 // The end of the list of an entry that is not live: a send that finds it is refused.
@@ -15,8 +16,9 @@ extern VYX_MQ_MSG_S g_struMsgQClosed;
 // leaving a destroyed queue touches nothing that has gone.
 struct VYX_MQ_INTER {
     std::atomic<uint32_t> bUsed{0}; // 1 while live; changes with s_msgQMutex and hQueueLock held
-    VYX_MUTEX_T hQueueLock = PTHREAD_MUTEX_INITIALIZER;
-    vyx_inter::MsgIndex index; // messages in order; guarded by hQueueLock
+    vyx_inter::Lock hQueueLock{vyx_inter::Rank::Queue};
+    vyx_inter::ForkHold forkHold{hQueueLock};
+    vyx_inter::MsgIndex index VYX_GUARDED_BY(hQueueLock); // messages in order
 
     // What senders use, on a cache line that a receiver's locking leaves alone.
     alignas(64) std::atomic<uint32_t> nMsgCount{0}; // messages, in the index or not yet
@@ -27,9 +29,9 @@ struct VYX_MQ_INTER {
 
     alignas(64) VYX_MUTEX_T hSendLock = PTHREAD_MUTEX_INITIALIZER;
     VYX_MUTEX_T hRecvLock = PTHREAD_MUTEX_INITIALIZER;
-    VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER; // a message has been taken
-    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER; // a message has come
-    VYX_MQ_MSG_S *pHead = nullptr;                   // the index's first message; guarded by hQueueLock
+    VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER;          // a message has been taken
+    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER;          // a message has come
+    VYX_MQ_MSG_S *pHead VYX_GUARDED_BY(hQueueLock) = nullptr; // the index's first message
 };
 
 VYX_BEGIN_DECLS
@@ -44,11 +46,14 @@ int32_t VYX_MsgQFiniEx_Inter(void);
 int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry);
 void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry);
 
+extern const vyx_inter::ForkRow g_struMsgQForkRow;
+
 // Waits until something is sent (bRecv not 0) or received (bRecv 0), which the caller has found to be needed. It
 // holds hQueueLock, which is released.
 //   nTimeOut  milliseconds; 0 and VYX_INFINITE = no limit
 // 0 however the wait ended; the caller looks for itself.
-int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv);
+int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv)
+    VYX_RELEASE(pEntry->hQueueLock);
 
 VYX_END_DECLS
 

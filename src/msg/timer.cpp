@@ -113,7 +113,6 @@ void WakeAll_Local() {
 
 // In a forked child, where only the forking thread exists. The semaphores are the parent's, so the records stay.
 void Forget_Local() {
-    s_VyxTimerMutex.Renew();
     s_freedCond.Renew();
     const LockGuard guard(s_VyxTimerMutex);
     for (Place &place : s_VyxTimerEvents) {
@@ -126,8 +125,6 @@ void Forget_Local() {
 }
 
 void SetUpOnce_Local() {
-    static const int iResult = pthread_atfork(nullptr, nullptr, Forget_Local);
-    (void)iResult; // without memory for it, forked children keep ids that they must not kill
     VYX_TimerSleepSetup_Inter(WakeAll_Local);
 }
 
@@ -183,7 +180,18 @@ void FinishKill_Local(TIMER_EVENT_T *pTimer) {
     Drop_Local(pTimer);
 }
 
+vyx_inter::ForkHold s_forkHold(s_VyxTimerMutex);
+
 } // namespace
+
+const vyx_inter::ForkRow g_struTimerForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] {
+        if (s_forkHold.InChild())
+            Forget_Local();
+    },
+};
 
 void *VYX_OnTimer(void *pParam) {
     auto *const pTimer = static_cast<TIMER_EVENT_T *>(pParam);

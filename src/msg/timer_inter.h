@@ -6,6 +6,8 @@
 
 #include <vyx/msg.h>
 
+#include "base/fork.h"
+
 VYX_BEGIN_DECLS
 
 // One timer. What it does is settled before its thread starts; the rest is guarded by s_VyxTimerMutex.
@@ -30,6 +32,8 @@ void VYX_TimerSleep_Inter(TIMER_EVENT_T *pTimer);
 // Called before a thread sleeps for the first time. fnWake posts the semaphores of all timers and may be called
 // under the start/stop mutex. Defined per platform.
 void VYX_TimerSleepSetup_Inter(void (*fnWake)(void));
+
+extern const vyx_inter::ForkRow g_struTimerForkRow;
 
 // A timer's thread. pParam is its TIMER_EVENT_T.
 void *VYX_OnTimer(void *pParam);

@@ -16,7 +16,6 @@
 #include "base/spin.h"
 #include "pool/thread_pool_inter.h"
 #include "pool/waiting.h"
-#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -120,7 +119,15 @@ void AwaitFree_Local(THREAD_POOL_T &pool) {
     (void)VYX_CondWait(&pool.hFree, &pool.hLock);
 }
 
+vyx_inter::ForkHold s_forkHold(s_csLock);
+
 } // namespace
+
+const vyx_inter::ForkRow g_struPoolForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] { (void)s_forkHold.InChild(); },
+};
 
 int32_t VYX_InitThreadPool_Inter(void) {
     const LockGuard guard(s_csLock);
@@ -133,8 +140,6 @@ int32_t VYX_InitThreadPool_Inter(void) {
 }
 
 int32_t VYX_FiniThreadPool_Inter(void) {
-    if (VYX_TimedWaitForked_Inter())
-        s_csLock.Renew();
     return VYX_OK; // s_csLock outlives the stage
 }
 

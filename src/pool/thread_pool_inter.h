@@ -6,6 +6,8 @@
 
 #include <vyx/pool.h>
 
+#include "base/fork.h"
+
 VYX_BEGIN_DECLS
 
 // One possible worker. Free exactly when hThread is VYX_INVALID_THREAD. Guarded by the pool's hLock, except
@@ -50,6 +52,8 @@ struct THREAD_POOL_T {
 // registry: pools that were not destroyed before the last stop are forgotten, and their workers with them.
 int32_t VYX_InitThreadPool_Inter(void);
 int32_t VYX_FiniThreadPool_Inter(void);
+
+extern const vyx_inter::ForkRow g_struPoolForkRow;
 
 // Gives a pool's place in the registry back.
 void VYX_MoveToIdleThreadPool_Local(THREAD_POOL_T *pThreadPool);

@@ -5,13 +5,19 @@
 #include "sync/atomic_inter.h"
 
 #include "base/lock.h"
-#include "sync/timed_wait.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 
 // Ready at all times, not only between start and stop: an operation outside that span is exact as well.
 static Lock s_csLock{vyx_inter::Rank::Atomic};
+
+static vyx_inter::ForkHold s_forkHold(s_csLock);
+const vyx_inter::ForkRow g_struAtomicForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] { (void)s_forkHold.InChild(); },
+};
 
 // Starts of the stage that have not been stopped. Changed under the start/stop mutex.
 static int32_t s_iInitCount = 0;
@@ -28,8 +34,6 @@ int32_t VYX_InitAtomic_Inter(void) {
 
 int32_t VYX_FiniAtomic_Inter(void) {
     --s_iInitCount;
-    if (VYX_TimedWaitForked_Inter())
-        s_csLock.Renew();
     return VYX_OK;
 }
 

@@ -4,11 +4,15 @@
 
 #include <vyx/sync.h>
 
+#include "base/fork.h"
+
 VYX_BEGIN_DECLS
 
 // Start and stop of the stage; counted. Both return 0.
 int32_t VYX_InitAtomic_Inter(void);
 int32_t VYX_FiniAtomic_Inter(void);
+
+extern const vyx_inter::ForkRow g_struAtomicForkRow;
 
 VYX_END_DECLS
 

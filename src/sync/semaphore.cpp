@@ -12,6 +12,7 @@
 #include <type_traits>
 #include <vyx/sync.h>
 
+#include "base/lock.h"
 #include "sync/sem_record.h"
 #include "sync/timed_wait.h"
 
@@ -22,6 +23,10 @@ static_assert(sizeof(vyx::vyx_sem) == sizeof(void *) && std::has_virtual_destruc
 namespace {
 
 constexpr int32_t kNameCount = 32767; // names in all, and attempts to find a free one
+
+// Held while the C library opens and closes semaphores: it has a lock there that a forked child inherits as it is.
+vyx_inter::Lock s_hNameLock{vyx_inter::Rank::SemNames};
+vyx_inter::ForkHold s_forkHold(s_hNameLock);
 
 // The next number to try, 0 to kNameCount - 1.
 std::atomic<int32_t> iSemCount{0};
@@ -41,6 +46,7 @@ sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32
     for (int32_t iAttempt = 0; iAttempt < kNameCount; ++iAttempt) {
         (void)std::snprintf(szName, sizeof szName, "vyx_named_semaphore_%05d",
                             static_cast<int>(NextNumber_Local()));
+        const vyx_inter::LockGuard guard(s_hNameLock);
         sem_t *pSem = sem_open(szName, O_CREAT | O_EXCL, 0777, nInitial);
         if (pSem != SEM_FAILED || errno != EEXIST)
             return pSem;
@@ -54,6 +60,12 @@ bool IsEmpty_Local(const VYX_SEM_T *pSem) {
 
 } // namespace
 
+const vyx_inter::ForkRow g_struSemNameForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] { (void)s_forkHold.InChild(); },
+};
+
 int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
     if (pSem == nullptr)
         return VYX_ERROR;
@@ -64,6 +76,7 @@ int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
     auto *pRecord = new (std::nothrow) VYX_SEM_S;
     if (pRecord == nullptr) {
         (void)sem_unlink(szName);
+        const vyx_inter::LockGuard guard(s_hNameLock);
         (void)sem_close(pOpened);
         return VYX_ERROR;
     }
@@ -80,7 +93,10 @@ int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
     VYX_SEM_S *pRecord = *pSem;
     // Both results are ignored: somebody may have cleaned the name up, and the semaphore goes all the same.
     (void)sem_unlink(pRecord->szName);
-    (void)sem_close(pRecord->pSem);
+    {
+        const vyx_inter::LockGuard guard(s_hNameLock);
+        (void)sem_close(pRecord->pSem);
+    }
     delete pRecord;
     return VYX_OK;
 }

@@ -23,7 +23,6 @@
 
 #include <cerrno>
 #include <new>
-#include <unistd.h>
 #include <vyx/sync.h>
 #include <vyx/sys.h>
 #include <vyx/thread.h>
@@ -34,6 +33,7 @@
 #include "thread/service_thread.h"
 
 using vyx_inter::Condition;
+using vyx_inter::ForkHold;
 using vyx_inter::kMicrosPerMilli;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -103,7 +103,6 @@ Registry<CondWait> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
 
 std::atomic<int32_t> s_bBreakTimer{1};
 VYX_THREAD_T s_hThreadId = VYX_INVALID_THREAD; // under the start/stop mutex
-pid_t s_iServicePid = 0;                       // the process the service was started in; likewise
 
 // See VYX_TimedWaitEpoch_Inter. Written under the start/stop mutex.
 std::atomic<uint32_t> s_nEpoch{0};
@@ -347,12 +346,9 @@ bool ReleaseConds_Local() {
     return bDone;
 }
 
-// In a forked child: the service and the waiters exist in the parent only, and may have held the locks.
+// In a forked child: the service and the waiters exist in the parent only.
 void ForgetService_Local() {
     s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
-    s_hSemLock.Renew();
-    s_hCondLock.Renew();
-    s_hParkLock.Renew();
     s_parkCond.Renew();
     {
         const LockGuard guard(s_hSemLock);
@@ -363,7 +359,14 @@ void ForgetService_Local() {
         s_struTimeConds = {};
     }
     s_nPending.store(0);
+    s_hThreadId = VYX_INVALID_THREAD;
+    s_bBreakTimer.store(1);
+    s_nEpoch.store((s_nEpoch.load() | 1) + 1); // as after a stop
 }
+
+ForkHold s_semHold(s_hSemLock);
+ForkHold s_condHold(s_hCondLock);
+ForkHold s_parkHold(s_hParkLock);
 
 // Result: a wait that begins now, not registered; null if memory is short.
 SemWait *MakeSemWait_Local(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
@@ -383,9 +386,27 @@ SemWait *MakeSemWait_Local(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
 
 } // namespace
 
+const vyx_inter::ForkRow g_struTimedWaitForkRow = {
+    [] {
+        s_semHold.Before();
+        s_condHold.Before();
+        s_parkHold.Before();
+    },
+    [] {
+        s_parkHold.InParent();
+        s_condHold.InParent();
+        s_semHold.InParent();
+    },
+    [] {
+        const bool bPark = s_parkHold.InChild();
+        const bool bCond = s_condHold.InChild();
+        if (s_semHold.InChild() && bCond && bPark)
+            ForgetService_Local();
+    },
+};
+
 int32_t VYX_InitTimeWait_Inter(void) {
     s_bBreakTimer.store(0);
-    s_iServicePid = getpid();
     s_hThreadId = VYX_StartServiceThread_Inter(timer_svc, nullptr, kStackSize);
     if (s_hThreadId == VYX_INVALID_THREAD)
         return VYX_ERROR;
@@ -395,12 +416,8 @@ int32_t VYX_InitTimeWait_Inter(void) {
 
 int32_t VYX_FiniTimedWait_Inter(void) {
     s_bBreakTimer.store(1);
-    if (VYX_TimedWaitForked_Inter()) {
-        ForgetService_Local();
-    } else {
-        WakeService_Local();
-        (void)VYX_Thread_Wait(s_hThreadId);
-    }
+    WakeService_Local();
+    (void)VYX_Thread_Wait(s_hThreadId); // invalid, hence not waited for, in a forked child
     s_hThreadId = VYX_INVALID_THREAD;
     SetEpoch_Local((s_nEpoch.load() | 1) + 1);
     ReleaseSems_Local();
@@ -419,10 +436,6 @@ bool VYX_TimedWaitPass_Inter(void) {
 
 uint32_t VYX_TimedWaitPending_Inter(void) {
     return s_nPending.load();
-}
-
-bool VYX_TimedWaitForked_Inter(void) {
-    return s_iServicePid != getpid();
 }
 
 uint32_t VYX_TimedWaitEpoch_Inter(void) {

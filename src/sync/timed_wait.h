@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "base/fork.h"
 #include "sync/sem_record.h"
 
 VYX_BEGIN_DECLS
@@ -52,9 +53,7 @@ void VYX_TimedWaitWithdraw_Inter(const VYX_COND_T *pCond);
 // Waits registered at this moment, of both kinds.
 uint32_t VYX_TimedWaitPending_Inter(void);
 
-// Whether the service was started by another process, whose forked child this one is: then locks may be held by
-// threads that do not exist here, and the stages make theirs anew when they stop. Under the start/stop mutex.
-bool VYX_TimedWaitForked_Inter(void);
+extern const vyx_inter::ForkRow g_struTimedWaitForkRow;
 
 // Whether the service runs, and how often it has stopped, for those who sleep by other means and keep to its
 // hours: the epoch is odd while the service runs, and half of it, rounded down, is the number of stops.

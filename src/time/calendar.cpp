@@ -14,6 +14,7 @@ using vyx_inter::LockGuard;
 namespace {
 
 vyx_inter::Lock s_hCalendarLock{vyx_inter::Rank::Calendar};
+vyx_inter::ForkHold s_forkHold(s_hCalendarLock);
 
 // The library's last look at a zone that is not in TZ, hence in a file.
 struct Look {
@@ -141,10 +142,8 @@ size_t VYX_FormatFields_Inter(char *szOut, size_t nMax, const char *szFormat, co
     return strftime(szOut, nMax, szFormat, pFields);
 }
 
-void VYX_CalendarBeforeFork_Inter(void) {
-    s_hCalendarLock.AcquireForFork();
-}
-
-void VYX_CalendarAfterFork_Inter(void) {
-    s_hCalendarLock.ReleaseAfterFork();
-}
+const vyx_inter::ForkRow g_struCalendarForkRow = {
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
+    [] { (void)s_forkHold.InChild(); },
+};

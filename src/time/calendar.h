@@ -8,6 +8,8 @@
 
 #include <vyx/time.h>
 
+#include "base/fork.h"
+
 VYX_BEGIN_DECLS
 
 // Calendar fields of local time and of UTC. A change of TZ counts at once; one that only the C library can see (the file
@@ -30,9 +32,8 @@ size_t VYX_FormatFields_Inter(char *szOut, size_t nMax, const char *szFormat, co
 // Seconds since 1970, as time tells them.
 int64_t VYX_SecondsNow_Inter(void);
 
-// Around fork: no other thread is in the C library on our account meanwhile.
-void VYX_CalendarBeforeFork_Inter(void);
-void VYX_CalendarAfterFork_Inter(void);
+// No other thread is in the C library on our account during a fork.
+extern const vyx_inter::ForkRow g_struCalendarForkRow;
 
 VYX_END_DECLS
 

@@ -2,11 +2,8 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <csignal>
 #include <stdexcept>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -132,40 +129,6 @@ TEST_F(Lifecycle, StartsFromManyThreadsRunTheStagesOnce) {
     for (int i = 0; i < 16 * 200; ++i)
         VYX_Fini();
     EXPECT_EQ(s_events, kAllUpAndDown);
-}
-
-// Takes the locks of atomic operations, queues and pools. Result: false if one of them answers wrongly.
-bool UseLocks(bool bStarted) {
-    uint32_t nValue = 0;
-    (void)VYX_AtomicInc(&nValue);
-    VYX_HANDLE_MSGQ hQueue = nullptr;
-    const bool bQueue = VYX_MsgQCreateEx(&hQueue) == VYX_OK && VYX_MsgQDestroyEx(hQueue) == VYX_OK;
-    const bool bPool = VYX_ThreadPool_Destroy(VYX_ThreadPool_Create(0, 0)) == VYX_OK;
-    return nValue == 1 && bQueue == bStarted && bPool;
-}
-
-TEST(Fork, ChildMayStopWhatItDoesNotHave) {
-    ASSERT_EQ(VYX_Init(), VYX_OK);
-    std::atomic<bool> bEnd{false};
-    std::thread locker([&] { // holds one lock or another most of the time
-        while (!bEnd)
-            EXPECT_TRUE(UseLocks(true));
-    });
-    for (int nRound = 0; nRound < 50 && !HasFailure(); ++nRound) {
-        const pid_t iChild = fork();
-        if (iChild == 0) {
-            alarm(60); // a wait for one of the parent's threads would last for ever
-            const bool bStopped = VYX_Fini() == VYX_OK && UseLocks(false);
-            const bool bAgain = !support::kThreadsAfterFork || (VYX_Init() == VYX_OK && VYX_Fini() == VYX_OK);
-            _exit(bStopped && bAgain ? 0 : 1);
-        }
-        int iStatus = 0;
-        EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
-        EXPECT_TRUE(WIFEXITED(iStatus) && WEXITSTATUS(iStatus) == 0) << "round " << nRound;
-    }
-    bEnd = true;
-    locker.join();
-    EXPECT_EQ(VYX_Fini(), VYX_OK);
 }
 
 } // namespace

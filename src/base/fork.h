@@ -1,0 +1,55 @@
+// What a fork does to the library's state. The table of all rows is in frame/fork.cpp.
+#ifndef VYX_BASE_FORK_H
+#define VYX_BASE_FORK_H
+
+#include "base/lock.h"
+
+namespace vyx_inter {
+
+// One subsystem's part. The thread that forks calls fnBefore; then fnInParent in the parent and fnInChild in the child,
+// where it is the only thread. No function may be null.
+struct ForkRow {
+    void (*fnBefore)();   // takes the locks under which the state changes, so that the child finds it whole
+    void (*fnInParent)(); // gives them back
+    void (*fnInChild)();  // makes them anew, and forgets what belongs to the parent's threads
+};
+
+// One lock across a fork.
+//
+// Whoever holds it is waited for, as nobody holds a lock of the library for long. Two things would make that wait last
+// for ever: a fork in a signal handler that interrupted the holder, and a holder that waits for the forking thread. The
+// first is recognised where the platform tells the holder; where it does not, the wait is short. It may also not tell
+// for the few instructions around taking and giving back.
+class ForkHold {
+  public:
+    explicit constexpr ForkHold(Lock &lock) : m_lock(lock) {}
+    void Before();
+    void InParent();
+    // Makes the lock anew. Result: false if the thread was interrupted while it held the lock: then it goes on with what
+    // it was doing when the signal handler returns, and nothing is to be changed.
+    bool InChild();
+    // After Before: whether what the lock guards is whole, since nobody was just changing it.
+    [[nodiscard]] bool IsWhole() const { return m_bHeld; }
+
+  private:
+    Lock &m_lock;
+    bool m_bHeld = false;
+    bool m_bOwn = false; // the calling thread was interrupted while it held the lock
+};
+
+// Milliseconds for which a fork waits for the holder of a lock: another thread; nobody known.
+constexpr uint32_t kForkPatience = 1000;
+constexpr uint32_t kForkPatienceUnknown = 20;
+
+// Who holds a locked mutex: the calling thread, another one, or the platform does not tell. Defined per platform.
+enum class Holder : uint8_t { Self, Other, Unknown };
+Holder HolderOf(const pthread_mutex_t &hMutex);
+
+// The order is that of the locks' ranks. Called in a fork, by the handlers that the library sets up when it is loaded.
+void BeforeFork();
+void AfterForkInParent();
+void AfterForkInChild();
+
+} // namespace vyx_inter
+
+#endif

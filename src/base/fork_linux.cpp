@@ -1,0 +1,12 @@
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "base/fork.h"
+
+// The C library notes the holder in the mutex; debuggers look there as well.
+vyx_inter::Holder vyx_inter::HolderOf(const pthread_mutex_t &hMutex) {
+    const int iOwner = __atomic_load_n(&hMutex.__data.__owner, __ATOMIC_RELAXED);
+    if (iOwner == 0)
+        return Holder::Unknown;
+    return iOwner == syscall(SYS_gettid) ? Holder::Self : Holder::Other;
+}

@@ -1,0 +1,49 @@
+// The table of what a fork does to each subsystem.
+#include "base/fork.h"
+
+#include <iterator>
+
+#include "frame/frame_inter.h"
+#include "logmodule.h"
+#include "msg/msgq_inter.h"
+#include "msg/timer_inter.h"
+#include "pool/thread_pool_inter.h"
+#include "sync/atomic_inter.h"
+#include "sync/timed_wait.h"
+#include "time/calendar.h"
+
+namespace vyx_inter {
+
+namespace {
+
+// In the order of the locks' ranks.
+constexpr const ForkRow *kRows[] = {
+    &g_struStartForkRow,    &g_struTimerForkRow,  &g_struMsgQForkRow,
+    &g_struPoolForkRow,     &g_struLogForkRow,    &g_struTimedWaitForkRow,
+    &g_struCalendarForkRow, &g_struAtomicForkRow, &g_struSemNameForkRow,
+};
+
+Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other
+ForkHold s_forkHold(s_hForkLock);
+
+} // namespace
+
+void BeforeFork() {
+    s_forkHold.Before();
+    for (const ForkRow *pRow : kRows)
+        pRow->fnBefore();
+}
+
+void AfterForkInParent() {
+    for (size_t i = std::size(kRows); i > 0; --i)
+        kRows[i - 1]->fnInParent();
+    s_forkHold.InParent();
+}
+
+void AfterForkInChild() {
+    for (size_t i = std::size(kRows); i > 0; --i)
+        kRows[i - 1]->fnInChild();
+    (void)s_forkHold.InChild();
+}
+
+} // namespace vyx_inter
