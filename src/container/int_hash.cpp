@@ -1,6 +1,12 @@
 // The hash table with integer keys.
 #include "container/hash_table.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(_VYX_INTITEM, data) == sizeof(void *) && sizeof(_VYX_INTITEM) == 2 * sizeof(void *));
+static_assert(offsetof(struct VYX_HSEARCH_INTDATA, size) == sizeof(void *) &&
+              offsetof(struct VYX_HSEARCH_INTDATA, filled) == sizeof(void *) + 4 &&
+              sizeof(struct VYX_HSEARCH_INTDATA) == sizeof(void *) + 8);
+
 struct VYX_HSEARCH_INTDATA VYX_HSEARCH_INTDATA;
 
 namespace {

@@ -3,6 +3,12 @@
 
 #include "container/hash_table.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(_VYX_ENTRY, data) == sizeof(void *) && sizeof(_VYX_ENTRY) == 2 * sizeof(void *));
+static_assert(offsetof(struct VYX_HSEARCH_DATA, size) == sizeof(void *) &&
+              offsetof(struct VYX_HSEARCH_DATA, filled) == sizeof(void *) + 4 &&
+              sizeof(struct VYX_HSEARCH_DATA) == sizeof(void *) + 8);
+
 struct VYX_HSEARCH_DATA VYX_HSEARCH_DATA;
 
 namespace {

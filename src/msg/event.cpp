@@ -11,6 +11,9 @@
 #include "msg/event_inter.h"
 #include "sync/mutex_hold.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(VYX_NETWORKEVENTS_T, iErrorCode) == 4 && sizeof(VYX_NETWORKEVENTS_T) == 44);
+
 using vyx_inter::ErrnoKeeper;
 using vyx_inter::Get;
 using vyx_inter::MutexHold;

@@ -25,6 +25,11 @@
 #include "msg/msgq_inter.h"
 #include "sync/mutex_hold.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(VYX_MSG_BLOCK_T, iMsgType) == 0 && offsetof(VYX_MSG_BLOCK_T, iPriority) == 4 &&
+              offsetof(VYX_MSG_BLOCK_T, iDataLen) == 8 && offsetof(VYX_MSG_BLOCK_T, szData) == 12 &&
+              sizeof(VYX_MSG_BLOCK_T) == 8108);
+
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::MutexHold;

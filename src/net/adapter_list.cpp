@@ -5,6 +5,24 @@
 #include "net/adapter_inter.h"
 #include "net/net_inter.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+constexpr size_t kPointer = sizeof(void *);
+static_assert(offsetof(VYX_IPADDR_STRING, szAddr) == kPointer &&
+              offsetof(VYX_IPADDR_STRING, szMask) == kPointer + 16 &&
+              sizeof(VYX_IPADDR_STRING) == kPointer + 32);
+static_assert(offsetof(VYX_IP6ADDR_ENTRY, byAddr) == kPointer &&
+              offsetof(VYX_IP6ADDR_ENTRY, byMask) == kPointer + 16 &&
+              sizeof(VYX_IP6ADDR_ENTRY) == kPointer + 32);
+static_assert(offsetof(VYX_ADAPTER_INFO, nIndex) == kPointer &&
+              offsetof(VYX_ADAPTER_INFO, szName) == kPointer + 4 &&
+              offsetof(VYX_ADAPTER_INFO, nAddrLen) == kPointer + 396 &&
+              offsetof(VYX_ADAPTER_INFO, byAddr) == kPointer + 400 &&
+              offsetof(VYX_ADAPTER_INFO, nType) == kPointer + 408 &&
+              offsetof(VYX_ADAPTER_INFO, pIpAddrList) == (kPointer == 8 ? 424 : 416) &&
+              offsetof(VYX_ADAPTER_INFO, pIp6AddrList) ==
+                  offsetof(VYX_ADAPTER_INFO, pIpAddrList) + 3 * kPointer &&
+              sizeof(VYX_ADAPTER_INFO) == offsetof(VYX_ADAPTER_INFO, pIpAddrList) + 4 * kPointer);
+
 namespace {
 
 using vyx_inter::AddressFact;

@@ -7,6 +7,11 @@
 
 #include "net/net_inter.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(sizeof(VYX_ADDR_T) == 28 && alignof(VYX_ADDR_T) == 4);
+static_assert(offsetof(VYX_ADDR_EXP_T, byAddr) == 4 && offsetof(VYX_ADDR_EXP_T, nPort) == 20 &&
+              sizeof(VYX_ADDR_EXP_T) == 24);
+
 static_assert(sizeof(VYX_ADDR_T) == 28, "the platform's larger socket address");
 static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port), "the port has one place");
 

@@ -9,6 +9,13 @@
 
 #include "net/net_inter.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(VYX_ADDRESS_INFO_T, iFamily) == 4 && offsetof(VYX_ADDRESS_INFO_T, iSockType) == 8 &&
+              offsetof(VYX_ADDRESS_INFO_T, iProtocol) == 12 && offsetof(VYX_ADDRESS_INFO_T, struAddr) == 16 &&
+              offsetof(VYX_ADDRESS_INFO_T, pCanonName) == (sizeof(void *) == 8 ? 48 : 44) &&
+              offsetof(VYX_ADDRESS_INFO_T, pNext) ==
+                  offsetof(VYX_ADDRESS_INFO_T, pCanonName) + sizeof(void *));
+
 namespace {
 
 struct PlatformListFree {

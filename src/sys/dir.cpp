@@ -13,6 +13,10 @@
 #include "sys/dir_inter.h"
 #include "sys/file_inter.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(offsetof(_FILE_FIND_INFO, finfo) == (alignof(VYX_FINFO_T) == 8 ? 264 : 260) &&
+              sizeof(_FILE_FIND_INFO) == offsetof(_FILE_FIND_INFO, finfo) + sizeof(VYX_FINFO_T));
+
 static_assert(sizeof(_FILE_FIND_INFO::name) == 260 && offsetof(_FILE_FIND_INFO, finfo) >= 260,
               "callers' layout");
 

@@ -8,6 +8,9 @@
 
 #include "sys/sys_inter.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48 && sizeof(VYX_CPU_PERFORMANCE_T) == 56);
+
 static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48, "callers reserve this much");
 static_assert(sizeof(VYX_CPU_PERFORMANCE_T) == 56, "callers reserve this much for each processor");
 

@@ -6,6 +6,9 @@
 #include "base/units.h"
 #include "time/calendar.h"
 
+// Programs in other languages, and those built with another release, rely on where the fields are.
+static_assert(sizeof(VYX_TIME_EXP_T) == 44 && offsetof(VYX_TIME_EXP_T, tm_gmtoff) == 40);
+
 const char vyx_day_snames[7][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 const char vyx_month_snames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
