@@ -1,0 +1,230 @@
+// The process: how exploration begins, the server that forks one child for each schedule, forks of the program's own,
+// and what is checked at the exit.
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+
+#include "calls.h"
+
+namespace explore {
+
+void PrepareThreads();
+void PrepareMainThread();
+
+namespace {
+
+using Main = int (*)(int, char **, char **);
+
+Mapping *s_mapping;
+int s_commands = -1;
+int s_answers = -1;
+pid_t s_process;
+
+constexpr int64_t kGrace = kSecond / 10; // after which a thread counts as outside
+constexpr int kLookMilliseconds = 50;    // how often the server looks
+
+Mapping *OpenMapping() {
+    const char *text = getenv(kMappingVariable);
+    if (text == nullptr)
+        return nullptr;
+    const int descriptor = atoi(text);
+    void *memory = mmap(nullptr, sizeof(Mapping), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    if (memory == MAP_FAILED)
+        return nullptr;
+    (void)GetReal().close(descriptor);
+    auto *mapping = static_cast<Mapping *>(memory);
+    return mapping->order.layout == kLayout ? mapping : nullptr;
+}
+
+// Programs that this one starts are not explored.
+void CleanEnvironment() {
+    (void)unsetenv(kMappingVariable);
+    (void)unsetenv(kServerVariable);
+    const char *rest = getenv("VYX_EXPLORE_PRELOAD"); // what LD_PRELOAD was before
+    if (rest != nullptr && *rest != 0)
+        (void)setenv("LD_PRELOAD", rest, 1);
+    else
+        (void)unsetenv("LD_PRELOAD");
+    (void)unsetenv("VYX_EXPLORE_PRELOAD");
+}
+
+// The switch of one core is several times cheaper than that between two.
+void StayOnOneCore() {
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    CPU_SET(static_cast<size_t>(sched_getcpu()), &cores);
+    (void)sched_setaffinity(0, sizeof cores, &cores);
+}
+
+void BeginSchedule() {
+    StayOnOneCore();
+    s_process = getpid();
+    StartSchedule(s_mapping);
+    PrepareMainThread();
+}
+
+// The running thread has stayed away for long: a parked one decides who goes on.
+void TakeBaton(uint32_t word) {
+    Baton &baton = s_mapping->baton;
+    const uint32_t away = (word >> 2) & (kMaxThreads - 1);
+    for (uint32_t i = 1; i < kMaxThreads; i++) {
+        if (i == away || baton.parked[i].load() == 0)
+            continue;
+        const uint32_t taken = (word & ~0xFFFu) | (i << 2) | 1u;
+        if (!baton.holder.compare_exchange_strong(word, taken))
+            return;
+        baton.taken.store(away + 1);
+        baton.go[i].store(1);
+        FutexWake(&baton.go[i]);
+        return;
+    }
+}
+
+// Waits for the child that runs a schedule; its status as waitpid has it.
+int Watch(pid_t child) {
+    const Real &real = GetReal();
+    const auto descriptor = static_cast<int>(real.syscall(SYS_pidfd_open, child, 0));
+    uint32_t word = s_mapping->baton.holder.load();
+    int64_t since = RealNow();
+    for (;;) {
+        pollfd poll = {descriptor, POLLIN, 0};
+        if (descriptor < 0 || real.poll(&poll, 1, kLookMilliseconds) != 0)
+            break;
+        const uint32_t now = s_mapping->baton.holder.load();
+        if (now != word) {
+            word = now;
+            since = RealNow();
+        } else if ((word & 3) == 0 && word != 0 && RealNow() - since >= kGrace) {
+            TakeBaton(word);
+        }
+    }
+    int status = 0;
+    while (real.waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (descriptor >= 0)
+        (void)real.close(descriptor);
+    return status;
+}
+
+// Forks a child for each command, in which this returns. The front end closes the pipe when it is done.
+void Serve() {
+    const Real &real = GetReal();
+    char command = 0;
+    const int ready = 0;
+    if (real.write(s_answers, &ready, sizeof ready) != sizeof ready)
+        real.syscall(SYS_exit_group, 1);
+    while (real.read(s_commands, &command, 1) == 1) {
+        s_mapping->baton.holder.store(0);
+        for (std::atomic<uint8_t> &parked : s_mapping->baton.parked)
+            parked.store(0);
+        const pid_t child = real.fork();
+        if (child == 0) {
+            (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+            (void)real.close(s_commands);
+            (void)real.close(s_answers);
+            return;
+        }
+        s_mapping->child.store(child);
+        const int status = child > 0 ? Watch(child) : -1;
+        s_mapping->child.store(0);
+        if (real.write(s_answers, &status, sizeof status) != sizeof status)
+            break;
+    }
+    real.syscall(SYS_exit_group, 0);
+}
+
+__attribute__((constructor)) void Prepare() {
+    s_mapping = OpenMapping();
+    if (s_mapping == nullptr)
+        return;
+    const char *server = getenv(kServerVariable);
+    const char *comma = server == nullptr ? nullptr : strchr(server, ',');
+    if (comma != nullptr) {
+        s_commands = atoi(server);
+        s_answers = atoi(comma + 1);
+    }
+    g.mapping = s_mapping;
+    CleanEnvironment();
+    PrepareThreads();
+    void *stack[4];
+    (void)backtrace(stack, 4); // loads what it needs now rather than in the middle of a schedule
+    (void)pthread_atfork(nullptr, nullptr, EndInChild);
+}
+
+__attribute__((destructor)) void AtExit() {
+    if (Active() && getpid() == s_process)
+        CheckLeaks();
+}
+
+// A call that waits for another process. While it is away the others may go on; see scheduler.h.
+template <class Call>
+auto Outside(const void *site, const Call &call) {
+    Thread *me = Enter();
+    if (me != nullptr) {
+        PassPoint(me, {Op::Outside, Kind::None, nullptr, site, false});
+        Leave(me);
+    }
+    return call();
+}
+
+} // namespace
+
+void CheckLeaks() {
+    if (g.mapping->order.check_leaks == 0 || g.mapping->answer.fault != Fault::None)
+        return;
+    for (uint32_t i = 1; i < g.count; i++) {
+        const Thread &thread = g.threads[i];
+        if (i > 1 && thread.start != nullptr && !thread.detached && !thread.joined)
+            Stop(Fault::Leak, nullptr, "thread %u was neither joined nor detached", i);
+    }
+    if (OpenSemaphores() > 0)
+        Stop(Fault::Leak, nullptr, "%u semaphores are left", OpenSemaphores());
+    if (OpenDescriptors() > 0)
+        Stop(Fault::Leak, nullptr, "%u descriptors are left open", OpenDescriptors());
+}
+
+} // namespace explore
+
+using namespace explore;
+
+// Constructors of libraries have run, those of the program have not.
+EXPLORE_API int __libc_start_main(Main program, int count, char **arguments, void (*init)(), void (*fini)(),
+                                  void (*loader_fini)(), void *stack) {
+    using Start = int (*)(Main, int, char **, void (*)(), void (*)(), void (*)(), void *);
+    auto start = reinterpret_cast<Start>(dlsym(RTLD_NEXT, "__libc_start_main"));
+    if (s_mapping != nullptr) {
+        if (s_commands >= 0)
+            Serve();
+        BeginSchedule();
+    }
+    return start(program, count, arguments, init, fini, loader_fini, stack);
+}
+
+EXPLORE_API pid_t fork() noexcept {
+    Thread *me = Enter();
+    if (me != nullptr) {
+        PassPoint(me, {Op::Fork, Kind::None, nullptr, EXPLORE_SITE, false});
+        Leave(me);
+    }
+    return GetReal().fork(); // EndInChild is the first thing that happens in the child
+}
+
+EXPLORE_API pid_t waitpid(pid_t child, int *status, int options) {
+    return Outside(EXPLORE_SITE, [=] { return GetReal().waitpid(child, status, options); });
+}
+
+EXPLORE_API pid_t wait(int *status) {
+    return Outside(EXPLORE_SITE, [=] { return GetReal().wait(status); });
+}
+
+EXPLORE_API pid_t wait4(pid_t child, int *status, int options, rusage *usage) noexcept {
+    return Outside(EXPLORE_SITE, [=] { return GetReal().wait4(child, status, options, usage); });
+}
+
+EXPLORE_API int waitid(idtype_t type, id_t id, siginfo_t *information, int options) {
+    return Outside(EXPLORE_SITE, [=] { return GetReal().waitid(type, id, information, options); });
+}
