@@ -1,4 +1,4 @@
-#include "shared.h"
+#include "mapping.h"
 
 namespace explore {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <sstream>
 
-#include "shared.h"
+#include "mapping.h"
 
 namespace explore {
 namespace {

@@ -58,8 +58,11 @@ void PrintTurn(const Mapping &mapping, const Symbols &symbols, uint32_t begin, u
             continue;
         }
         const Record &record = mapping.records[i];
-        if ((record.flags & Record::Crash) != 0)
-            out << "   CRASH                           " << symbols.Stack(record) << "\n";
+        if ((record.flags & Record::Crash) != 0 && record.op != Op::None)
+            out << Padded(record.op == Op::Store ? "   THE RACE: write" : "   THE RACE: read", 34) << " "
+                << symbols.Place(record) << "\n";
+        else if ((record.flags & Record::Crash) != 0)
+            out << Padded("   CRASH", 34) << " " << symbols.Stack(record) << "\n";
         else
             out << PointText(record, symbols) << "\n" << SwitchText(record);
     }

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "mapping.h"
 #include "options.h"
-#include "shared.h"
 
 namespace explore {
 

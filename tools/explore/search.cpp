@@ -116,13 +116,17 @@ void Search::Work(uint32_t number) {
         100; // points that a schedule is expected to have: the mean so far, looked at now and then
     uint64_t points = 0;
     uint64_t done = 0;
+    int64_t blocks = INT64_MAX;
     std::unique_lock<std::mutex> lock(m_mutex);
     for (uint64_t index = number; good && Next(number, index); index += m_options.jobs) {
         lock.unlock();
-        const Order order = OrderFor(m_options, common, index, length);
+        Order order = OrderFor(m_options, common, index, length);
+        order.usual_blocks = blocks;
         Outcome outcome;
         good = worker.Run(order, {}, outcome);
         points += outcome.points;
+        if (outcome.fault == Fault::None)
+            blocks = std::min(blocks, outcome.blocks);
         done++;
         if ((done & (done - 1)) == 0)
             length = points / done + 1;

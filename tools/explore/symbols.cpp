@@ -109,6 +109,11 @@ void Symbols::ReadLines(uint32_t module, std::FILE *input) {
         const std::string path = m_mapping.modules[module - 1].path;
         const bool own = known ? !IsSystemFile(line) : !IsSystemModule(path);
         Line &entry = m_lines[key];
+        if (function.compare(0, 7, "__tsan_") ==
+            0) { // what instrumented code calls; all that it has inlined, too
+            entry = {function, "", false};
+            continue;
+        }
         if (entry.function.empty() || (!entry.own && own)) {
             entry.function = function == "??" ? "" : function.substr(0, function.find('('));
             entry.file = known ? LastPart(line) : "";
@@ -119,27 +124,23 @@ void Symbols::ReadLines(uint32_t module, std::FILE *input) {
 
 std::string Symbols::Place(const Record &record) const {
     const Line *best = nullptr;
-    uint32_t at = 0;
+    int best_worth = 0;
     for (uint32_t i = 0; i < record.frames; i++) {
         const auto found = m_lines.find({record.frame[i].module, record.frame[i].offset});
-        if (found == m_lines.end())
+        if (found == m_lines.end() || (found->second.function.empty() && found->second.file.empty()))
             continue;
         const Line &line = found->second;
-        const bool better =
-            best == nullptr || (line.own && !best->own) ||
-            (line.own && !line.file.empty() && best->file.empty() && !best->function.empty() && i == 0);
-        if (better) {
+        const int worth = 1 + (line.own ? 2 : 0) + (line.own && !line.file.empty() ? 1 : 0);
+        if (worth > best_worth) {
             best = &line;
-            at = i;
+            best_worth = worth;
         }
-        if (line.own && !line.file.empty())
-            break;
     }
-    if (best != nullptr && (!best->file.empty() || !best->function.empty()))
+    if (best != nullptr)
         return (best->file.empty() ? "" : best->file + " ") + best->function;
     if (record.frames == 0)
         return "";
-    const Frame &frame = record.frame[at];
+    const Frame &frame = record.frame[0];
     std::ostringstream text;
     text << (frame.module == 0 ? "?" : LastPart(m_mapping.modules[frame.module - 1].path)) << "+0x"
          << std::hex << frame.offset;

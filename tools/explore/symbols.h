@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "shared.h"
+#include "mapping.h"
 
 namespace explore {
 

@@ -21,12 +21,13 @@ namespace {
 namespace fs = std::filesystem;
 
 const char *const kRuntime = "libvyx_explore.so";
+const char *const kHeap = "libvyx_explore_heap.so";
 
-// The preload library: beside this program in a build, in the library folder once installed.
-std::string FindRuntime() {
+// A preload library: beside this program in a build, in the library folder once installed.
+std::string FindLibrary(const char *name) {
     std::error_code error;
     const fs::path own = fs::read_symlink("/proc/self/exe", error).parent_path();
-    const fs::path places[] = {own / kRuntime, own / VYX_EXPLORE_TO_LIBRARY / kRuntime};
+    const fs::path places[] = {own / name, own / VYX_EXPLORE_TO_LIBRARY / name};
     for (const fs::path &place : places)
         if (fs::exists(place, error))
             return fs::canonical(place, error).string();
@@ -103,7 +104,10 @@ void Worker::Execute(bool serve, int commands, int answers) {
     const char *preload = getenv("LD_PRELOAD");
     const std::string before = preload == nullptr ? "" : preload;
     Set("VYX_EXPLORE_PRELOAD", before);
-    Set("LD_PRELOAD", FindRuntime() + (before.empty() ? "" : ":" + before));
+    std::string libraries = FindLibrary(kRuntime);
+    if (m_options.races || (m_options.fail_on & OnLeak) != 0 || (m_options.fail_calls & FailMalloc) != 0)
+        libraries += ":" + FindLibrary(kHeap);
+    Set("LD_PRELOAD", libraries + (before.empty() ? "" : ":" + before));
     Set(kMappingVariable, std::to_string(m_memory));
     if (serve) {
         Set(kServerVariable, std::to_string(commands) + "," + std::to_string(answers));
@@ -120,7 +124,7 @@ void Worker::Execute(bool serve, int commands, int answers) {
 }
 
 bool Worker::Start(std::string &message) {
-    if (FindRuntime().empty()) {
+    if (FindLibrary(kRuntime).empty()) {
         message = std::string(kRuntime) + " not found";
         return false;
     }
@@ -242,6 +246,7 @@ void Worker::Judge(int status, bool stuck, Outcome &outcome) const {
     outcome.hash = answer.hash;
     outcome.threads = answer.threads;
     outcome.outside = answer.outside;
+    outcome.blocks = answer.blocks;
     outcome.text = std::string(answer.text, strnlen(answer.text, sizeof answer.text));
     outcome.fault = answer.fault;
     if (stuck)

@@ -6,8 +6,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "mapping.h"
 #include "options.h"
-#include "shared.h"
 
 namespace explore {
 
@@ -19,6 +19,7 @@ struct Outcome {
     uint64_t hash = 0;
     uint32_t threads = 0;
     uint32_t outside = 0;
+    int64_t blocks = 0;     // of the heap, left at the exit
     uint64_t signature = 0; // of the fault: the same for the same fault found again, as far as can be told
     std::string text;       // the runtime's words about the fault
 };

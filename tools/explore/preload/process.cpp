@@ -156,8 +156,10 @@ __attribute__((constructor)) void Prepare() {
 }
 
 __attribute__((destructor)) void AtExit() {
-    if (Active() && getpid() == s_process)
-        CheckLeaks();
+    if (!Active() || getpid() != s_process)
+        return;
+    g.mapping->answer.blocks = g.blocks;
+    CheckLeaks();
 }
 
 // A call that waits for another process. While it is away the others may go on; see scheduler.h.
@@ -181,6 +183,9 @@ void CheckLeaks() {
         if (i > 1 && thread.start != nullptr && !thread.detached && !thread.joined)
             Stop(Fault::Leak, nullptr, "thread %u was neither joined nor detached", i);
     }
+    if (g.blocks > g.mapping->order.usual_blocks)
+        Stop(Fault::Leak, nullptr, "%lld blocks of memory are left, %lld in other schedules",
+             static_cast<long long>(g.blocks), static_cast<long long>(g.mapping->order.usual_blocks));
     if (OpenSemaphores() > 0)
         Stop(Fault::Leak, nullptr, "%u semaphores are left", OpenSemaphores());
     if (OpenDescriptors() > 0)

@@ -6,12 +6,24 @@
 
 namespace explore {
 
+extern bool g_races;
+
 void RaceStart();
-void RaceAcquire(Thread *me,
-                 const void *object); // what was released to the object is before all that follows
-void RaceRelease(Thread *me, const void *object); // all so far is before what acquires the object later
-void RaceCreate(Thread *me, Thread *created);
-void RaceJoin(Thread *me, const Thread *joined);
+void RaceAcquireSlow(Thread *me, const void *object);
+void RaceReleaseSlow(Thread *me, const void *object);
+void RaceCreate(Thread *me, const Thread *created);
+void RaceStack(); // the calling thread's stack is new
+
+// What was released to the object is before all that follows.
+inline void RaceAcquire(Thread *me, const void *object) {
+    if (g_races)
+        RaceAcquireSlow(me, object);
+}
+// All so far is before what acquires the object later.
+inline void RaceRelease(Thread *me, const void *object) {
+    if (g_races)
+        RaceReleaseSlow(me, object);
+}
 
 } // namespace explore
 

@@ -19,7 +19,7 @@
 #include <pthread.h>
 #include <sys/types.h>
 
-#include "../shared.h"
+#include "../mapping.h"
 
 namespace explore {
 
@@ -73,6 +73,7 @@ struct Scheduler {
     bool foreign;     // something happened outside the scheduler: all who wait look again
     pid_t leaving;    // a thread that is about to be gone
     uint64_t waits;
+    int64_t blocks; // of the heap, given out and not back
     Thread threads[kMaxThreads];
 };
 extern Scheduler g;
@@ -155,6 +156,7 @@ void StrategyYield(Thread *me);
 // Records of points (trace.cpp).
 void StartTrace();
 uint32_t Trace(Thread *me, const Point &point, uint32_t object, uint8_t flags);
+void TraceAccess(uint32_t thread, const void *site, bool write); // one side of a race
 void TraceNext(Thread *me, uint32_t next, uint8_t flags);
 
 // Descriptors that threads wait for (descriptors.cpp). Inside.

@@ -26,7 +26,7 @@ void *RunThread(void *record) {
     (void)pthread_setspecific(s_end_key, me);
     Thread *entered = Enter();
     if (entered != nullptr) {
-        RaceAcquire(me, &me->start);
+        RaceStack();
         PassPoint(me, {Op::Start, Kind::Thread, me, reinterpret_cast<const void *>(me->start), false});
         Leave(me);
     }

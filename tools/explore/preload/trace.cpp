@@ -91,6 +91,19 @@ uint32_t Trace(Thread *me, const Point &point, uint32_t object, uint8_t flags) {
     return answer.records++;
 }
 
+void TraceAccess(uint32_t thread, const void *site, bool write) {
+    Answer &answer = g.mapping->answer;
+    if (!s_trace || answer.records >= kMaxRecords)
+        return;
+    Record &record = g.mapping->records[answer.records++];
+    record = Record();
+    record.thread = record.next = static_cast<uint16_t>(thread);
+    record.op = write ? Op::Store : Op::Load;
+    record.flags = Record::Crash;
+    record.time = Now();
+    AddFrame(record, site);
+}
+
 void TraceNext(Thread *me, uint32_t next, uint8_t flags) {
     if (!s_trace || me->record >= kMaxRecords)
         return;

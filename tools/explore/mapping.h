@@ -1,8 +1,8 @@
 // What the front end and the preload library share: a mapping that the front end makes, into which it writes what a
 // schedule is to be, and from which it reads what became of it. The process under exploration may end at any moment,
 // killed or crashed, so everything that is worth knowing afterwards is kept here while it happens.
-#ifndef VYX_EXPLORE_SHARED_H_
-#define VYX_EXPLORE_SHARED_H_
+#ifndef VYX_EXPLORE_MAPPING_H_
+#define VYX_EXPLORE_MAPPING_H_
 
 #include <atomic>
 #include <cstddef>
@@ -179,6 +179,7 @@ struct Order {
     uint32_t trace;       // keep records
     uint32_t check_races; // follow plain accesses of instrumented code
     uint32_t check_leaks;
+    int64_t usual_blocks;   // of the heap, left at the exit of schedules without a fault: the fewest so far
     uint32_t fail_calls;    // bits of FailCall
     uint32_t fail_millions; // probability in millionths
     uint32_t decisions;     // replay: how many are in `given`, sorted by thread, type and moment
@@ -188,8 +189,9 @@ enum FailCall : uint32_t { FailMalloc = 1, FailThread = 2, FailSem = 4, FailIo =
 // What the runtime answers, kept up to date all the time.
 struct Answer {
     uint64_t points;
-    uint64_t hash; // of the sequence of points
-    uint64_t site; // of the fault
+    uint64_t hash;  // of the sequence of points
+    uint64_t site;  // of the fault
+    int64_t blocks; // of the heap, left at the exit
     Fault fault;
     uint32_t threads;   // started, the main thread included
     uint32_t decisions; // in `made`
