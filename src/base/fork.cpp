@@ -16,6 +16,12 @@ struct Handlers {
 };
 VYX_FIRST_INIT const Handlers s_handlers;
 
+constexpr int64_t PatienceMicros_Local(vyx_inter::Holder eHolder) {
+    const bool bAtEdge = eHolder == vyx_inter::Holder::AtEdge;
+    return (bAtEdge ? vyx_inter::kForkPatienceAtEdge : vyx_inter::kForkPatienceUnknown) *
+           vyx_inter::kMicrosPerMilli;
+}
+
 } // namespace
 
 namespace vyx_inter {
@@ -24,23 +30,19 @@ const char g_cForkHandlers = 0;
 
 void ForkHold::Before() {
     const Deadline last = Deadline::In(kForkPatience, Clock::Monotonic);
-    Deadline soon = Deadline::In(kForkPatienceUnknown, Clock::Monotonic);
+    int64_t iUntoldSince = Now(Clock::Monotonic);
     for (;;) {
-        m_bOwn = false;
         m_bHeld = m_lock.TryForFork();
-        if (m_bHeld || last.HasPassed())
+        const Holder eHolder = m_bHeld ? Holder::Other : HolderOf(m_lock.m_hMutex);
+        m_bOwn = eHolder == Holder::Self;
+        m_bWhole = m_bHeld || eHolder == Holder::AtEdge;
+        if (m_bHeld || m_bOwn || last.HasPassed())
             return;
-        switch (HolderOf(m_lock.m_hMutex)) {
-        case Holder::Self:
-            m_bOwn = true;
+        const int64_t iNow = Now(Clock::Monotonic);
+        if (eHolder == Holder::Other)
+            iUntoldSince = iNow;
+        if (iNow - iUntoldSince > PatienceMicros_Local(eHolder))
             return;
-        case Holder::Other:
-            soon = Deadline::In(kForkPatienceUnknown, Clock::Monotonic);
-            break;
-        case Holder::Unknown:
-            if (soon.HasPassed())
-                return;
-        }
         (void)sched_yield();
     }
 }

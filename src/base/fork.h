@@ -18,8 +18,7 @@ struct ForkRow {
 //
 // Whoever holds it is waited for, as nobody holds a lock of the library for long. Two things would make that wait last
 // for ever: a fork in a signal handler that interrupted the holder, and a holder that waits for the forking thread. The
-// first is recognised where the platform tells the holder; where it does not, the wait is short. It may also not tell
-// for the few instructions around taking and giving back.
+// first is recognised where the platform tells the holder; where it does not, the wait is short.
 class ForkHold {
   public:
     explicit constexpr ForkHold(Lock &lock) : m_lock(lock) {}
@@ -29,21 +28,28 @@ class ForkHold {
     // it was doing when the signal handler returns, and nothing is to be changed.
     bool InChild();
     // After Before: whether what the lock guards is whole, since nobody was just changing it.
-    [[nodiscard]] bool IsWhole() const { return m_bHeld; }
+    [[nodiscard]] bool IsWhole() const { return m_bWhole; }
 
   private:
     Lock &m_lock;
     bool m_bHeld = false;
+    bool m_bWhole = false;
     bool m_bOwn = false; // the calling thread was interrupted while it held the lock
 };
 
-// Milliseconds for which a fork waits for the holder of a lock: another thread; nobody known.
-constexpr uint32_t kForkPatience = 1000;
-constexpr uint32_t kForkPatienceUnknown = 20;
+// Who holds a locked mutex, as far as the platform tells.
+enum class Holder : uint8_t {
+    Self,  // the calling thread
+    Other, // another one
+    AtEdge, // somebody who has not changed anything yet, or no longer will: right after taking, or before giving back
+    Unknown, // the platform does not tell
+};
+Holder HolderOf(const pthread_mutex_t &hMutex); // defined per platform
 
-// Who holds a locked mutex: the calling thread, another one, or the platform does not tell. Defined per platform.
-enum class Holder : uint8_t { Self, Other, Unknown };
-Holder HolderOf(const pthread_mutex_t &hMutex);
+// Milliseconds for which a fork waits for each: a thread at the edge for longer is the calling one, or does not run.
+constexpr uint32_t kForkPatience = 1000;
+constexpr uint32_t kForkPatienceAtEdge = 1;
+constexpr uint32_t kForkPatienceUnknown = 20;
 
 // The order is that of the locks' ranks. Called in a fork, by the handlers that the library sets up when it is loaded.
 void BeforeFork();
