@@ -2,6 +2,7 @@
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -48,34 +49,64 @@ std::string Format(const std::string &format, size_t nMax, const VYX_TIME_EXP_T 
     return buffer.substr(0, nWritten);
 }
 
-TEST(FormatTime, DirectivesAndTheSmallestBufferThatHoldsThem) {
-    constexpr VYX_TIME_EXP_T kFar = {0, 59, 59, 23, INT32_MIN, 11, INT32_MAX, 6, 365, 1, 0};
-    const struct {
-        const char *szFormat;
-        const char *szExpected;
-        size_t nSmallest;
-        const VYX_TIME_EXP_T &fields = kFields;
-    } kTable[] = {
-        {"plain", "plain", 6},
-        {"%R", "09:04", 6},
-        {"%r", "09:04:03 AM", 12},
-        {"%d%%%d", "05%05", 7}, // the format itself needs more room than its result
-        {"%%D", "%D", 4},       // what follows a doubled sign is no directive
-        {"a%", "a%", 4},        // a sign at the end counts as two
-        {"%", "%", 3},
-        {"[%D %T]%C", "[11/05/26 09:04:03]20", 22},
-        {"%Oe%EC", " 520", 7}, // modified directives are the platform's
-        {"%a %b %j %p", "Thu Nov 309 AM", 15},
-        {"%C%R%e%T", "2147485623:59-214748364823:59:59", 33, kFar},
-    };
-    for (const auto &row : kTable) {
-        SCOPED_TRACE(row.szFormat);
-        for (size_t nMax = 0; nMax < row.nSmallest; ++nMax)
-            EXPECT_EQ(Format(row.szFormat, nMax, row.fields), "") << nMax;
-        for (const size_t nMax : {row.nSmallest, row.nSmallest + 1, row.nSmallest + 100})
-            EXPECT_EQ(Format(row.szFormat, nMax, row.fields), row.szExpected) << nMax;
+// What the platform makes of the format once the directives that are ours are replaced in it.
+std::string Expected(const std::string &format, size_t nMax, const VYX_TIME_EXP_T &fields) {
+    std::string replaced;
+    for (size_t i = 0; i < format.size(); ++i) {
+        const char cDirective = format[i] == '%' && i + 1 < format.size() ? format[++i] : '\0';
+        char szNumber[24] = {'%', cDirective, '\0'};
+        if (cDirective == 'C')
+            (void)snprintf(szNumber, sizeof szNumber, "%2lld", (fields.tm_year + 1970LL) / 100);
+        if (cDirective == 'e')
+            (void)snprintf(szNumber, sizeof szNumber, "%2d", fields.tm_mday);
+        replaced += cDirective == '\0'  ? std::string(1, format[i])
+                    : cDirective == 'D' ? "%m/%d/%y"
+                    : cDirective == 'R' ? "%H:%M"
+                    : cDirective == 'T' ? "%H:%M:%S"
+                    : cDirective == 'r' ? "%I:%M:%S %p"
+                                        : szNumber;
     }
-    EXPECT_EQ(Format("", 1), "");
+    const size_t nSignAtTheEnd =
+        !format.empty() && (format.size() - format.find_last_not_of('%')) % 2 == 0 ? 1 : 0;
+    if (replaced.size() + nSignAtTheEnd >= nMax)
+        return "";
+    std::string text(nMax, '\0');
+    const struct tm platform = PlatformFields(fields);
+    text.resize(strftime(&text[0], nMax, replaced.c_str(), &platform));
+    return text;
+}
+
+TEST(FormatTime, IsThePlatformsButForOurDirectives) {
+    const char *const kPieces[] = {"%a", "%A", "%b", "%B", "%c",        "%C",  "%d",  "%D",  "%e", "%F", "%g",
+                                   "%G", "%h", "%H", "%I", "%j",        "%m",  "%M",  "%n",  "%p", "%r", "%R",
+                                   "%S", "%t", "%T", "%u", "%U",        "%V",  "%w",  "%W",  "%x", "%X", "%y",
+                                   "%Y", "%z", "%%", "-",  "long text", "%Oe", "%EC", "%-d", "%?", "%"};
+    std::mt19937 random(20261105);
+    const auto pick = [&random](int32_t iLow, uint32_t nValues) {
+        constexpr int32_t kOdd[] = {INT32_MIN, -1, 99, 100, INT32_MAX};
+        return random() % 32 == 0 ? kOdd[random() % std::size(kOdd)]
+                                  : iLow + static_cast<int32_t>(random() % nValues);
+    };
+    for (int i = 0; i < 50000; ++i) {
+        const VYX_TIME_EXP_T fields = {0,
+                                       pick(0, 61),
+                                       pick(0, 60),
+                                       pick(0, 24),
+                                       pick(1, 31),
+                                       pick(0, 12),
+                                       pick(-950, 9100),
+                                       pick(0, 7),
+                                       pick(0, 366),
+                                       0,
+                                       0};
+        std::string format;
+        for (size_t nPieces = random() % 12; nPieces > 0; --nPieces)
+            format += kPieces[random() % std::size(kPieces)];
+        const size_t nLength = Expected(format, 1000, fields).size();
+        for (const size_t nMax : {nLength, nLength + 1, nLength + random() % 30, size_t{1000}})
+            ASSERT_EQ(Format(format, nMax, fields), Expected(format, nMax, fields))
+                << format << " in " << nMax;
+    }
 }
 
 TEST(FormatTime, CenturyCountsFrom1970) {
@@ -90,15 +121,18 @@ TEST(FormatTime, CenturyCountsFrom1970) {
 
 TEST(FormatTime, NegativeLimitIsAsGoodAsNone) {
     for (const int32_t iMax : {-1, -11, -12, INT32_MIN, INT32_MAX}) {
-        std::string buffer = std::string(20, '\x5A') + kGuardText;
-        uint32_t nLength = 99;
-        EXPECT_EQ(VYX_StrFmtTime(&buffer[0], &nLength, iMax, "[%D %T]", &kFields), VYX_OK);
-        EXPECT_EQ(nLength, 19U);
-        EXPECT_EQ(buffer, std::string("[11/05/26 09:04:03]") + '\0' + kGuardText) << iMax;
+        for (const char *szFormat : {"[%D %T]", "[%0e/%-d %T]"}) { // the second one is for the platform
+            std::string buffer = std::string(20, '\x5A') + kGuardText;
+            uint32_t nLength = 99;
+            EXPECT_EQ(VYX_StrFmtTime(&buffer[0], &nLength, iMax, szFormat, &kFields), VYX_OK);
+            EXPECT_EQ(buffer.substr(0, nLength), Expected(szFormat, 100, kFields)) << iMax;
+            EXPECT_EQ(buffer[nLength], '\0');
+            EXPECT_EQ(buffer.substr(20), kGuardText) << iMax;
+        }
     }
 }
 
-TEST(FormatTime, LongFormat) {
+TEST(FormatTime, LongFormatInItsOwnPlace) {
     std::string format, expected;
     for (int i = 0; i < 5000; ++i) {
         format += "%r";
@@ -107,6 +141,10 @@ TEST(FormatTime, LongFormat) {
     EXPECT_EQ(Format(format, expected.size() + 1), expected);
     EXPECT_EQ(Format(format, expected.size()), "");
     EXPECT_EQ(Format(format, 100), "");
+    char szPlace[32] = "%F";
+    uint32_t nLength = 0;
+    EXPECT_EQ(VYX_StrFmtTime(szPlace, &nLength, sizeof szPlace, szPlace, &kFields), VYX_OK);
+    EXPECT_STREQ(szPlace, "2026-11-05");
 }
 
 TEST(FormatTime, NullPointers) {
