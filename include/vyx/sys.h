@@ -286,7 +286,8 @@ VYX_API int32_t VYX_GetCPUNumber(void);
 /*
  * Writes a new random UUID of 16 bytes (version 4, from the kernel's random source).
  *
- * Result:  always 0.
+ * Result:  0; -1 on Linux where the process may neither ask the kernel for random bytes nor read /dev/urandom: then
+ *          there is no UUID.
  */
 VYX_API int32_t VYX_GetUUID(uint8_t *pUuid16);
 

@@ -5,6 +5,8 @@
 #include <iconv.h>
 #include <vyx/sys.h>
 
+#include "sys/sys_inter.h"
+
 namespace {
 
 // An open converter for the length of a block.
@@ -32,18 +34,26 @@ class Converter {
     iconv_t m_hConverter;
 };
 
+// The whole text in the other set; an empty one if that cannot be had.
 std::string Convert_Local(const char *szText, const char *szTo, const char *szFrom) {
-    if (szText == nullptr)
-        return {};
     const Converter converter(szTo, szFrom);
     if (!converter.IsOpen())
         return {};
+    const size_t nLength = std::strlen(szText);
+    std::string out(3 * nLength + 1, '\0'); // no character grows to more than three times its bytes
+    if (!converter.Convert(szText, nLength, out))
+        return {};
+    out.resize(std::strlen(out.c_str()));
+    return out;
+}
+
+std::string ConvertFaithfully_Local(const char *szText, const char *szTo, const char *szFrom) {
+    if (szText == nullptr)
+        return {};
     try {
-        const size_t nLength = std::strlen(szText);
-        std::string out(3 * nLength + 1, '\0'); // no character grows to more than three times its bytes
-        if (!converter.Convert(szText, nLength, out))
+        std::string out = Convert_Local(szText, szTo, szFrom);
+        if (VYX_IconvReplaces_Inter() && Convert_Local(out.c_str(), szFrom, szTo) != szText)
             return {};
-        out.resize(std::strlen(out.c_str()));
         return out;
     } catch (const std::exception &) { // memory is short, or no string can be that long
         return {};
@@ -53,9 +63,9 @@ std::string Convert_Local(const char *szText, const char *szTo, const char *szFr
 } // namespace
 
 std::string VYX_A2UTF8(const char *szText) {
-    return Convert_Local(szText, "UTF-8", "EUC-CN");
+    return ConvertFaithfully_Local(szText, "UTF-8", "EUC-CN");
 }
 
 std::string VYX_UTF82A(const char *szText) {
-    return Convert_Local(szText, "EUC-CN", "UTF-8");
+    return ConvertFaithfully_Local(szText, "EUC-CN", "UTF-8");
 }

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/errno_keeper.h"
 #include "sys/file_inter.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
@@ -13,8 +14,6 @@ static_assert(offsetof(VYX_FINFO_T, perm) == 12 && offsetof(VYX_FINFO_T, nlink) 
               offsetof(VYX_FINFO_T, mtime) == 56 && sizeof(VYX_FINFO_T) == 64);
 
 static_assert(sizeof(off_t) == sizeof(int64_t), "files above 2 GiB need wide offsets");
-static_assert(offsetof(VYX_FINFO_T, inode) == 24 && offsetof(VYX_FINFO_T, mtime) == 56, "callers' layout");
-static_assert(sizeof(VYX_FINFO_T) == 64, "callers reserve this much");
 
 namespace {
 
@@ -63,9 +62,8 @@ int32_t VYX_FileSeek(VYX_FILE_T hFile, int64_t iOffset, int32_t iWhence, int64_t
         *pPosition = iPosition;
     if (iPosition != -1)
         return VYX_OK;
-    const int iError = errno;
-    (void)std::printf("last error = %d\n", iError);
-    errno = iError; // the caller's to read, whatever the output did to it
+    const vyx_inter::ErrnoKeeper keeper; // the caller's to read, whatever the output does to it
+    (void)std::printf("last error = %d\n", keeper.Get());
     return VYX_ERROR;
 }
 

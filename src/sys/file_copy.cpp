@@ -3,6 +3,7 @@
 // short or a full disk ends in a result and not in a signal.
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -24,6 +25,7 @@ struct Copy {
     int iSource;
     int iTarget;
     bool bInKernel = true;                // until the kernel refuses
+    bool bSkipZeros = false;              // the target reads as zeros where nothing is written
     std::unique_ptr<char[]> pBuffer = {}; // from the first time that it refused
 };
 
@@ -53,6 +55,10 @@ bool WriteAll_Local(int iTarget, const char *pData, size_t nLength, off_t iOffse
     return true;
 }
 
+bool IsZero_Local(const char *pData, size_t nLength) {
+    return pData[0] == 0 && std::memcmp(pData, pData + 1, nLength - 1) == 0;
+}
+
 // Bytes copied; 0 at the end of the source, -1 after a failure.
 ssize_t CopyThroughBuffer_Local(Copy *pCopy, off_t iOffset, off_t iLength) {
     if (pCopy->pBuffer == nullptr)
@@ -66,7 +72,10 @@ ssize_t CopyThroughBuffer_Local(Copy *pCopy, off_t iOffset, off_t iLength) {
     const ssize_t iCount = Restarted_Local([&] { return pread(pCopy->iSource, pBuffer, nWanted, iOffset); });
     if (iCount <= 0)
         return iCount;
-    return WriteAll_Local(pCopy->iTarget, pBuffer, static_cast<size_t>(iCount), iOffset) ? iCount : -1;
+    const auto nCount = static_cast<size_t>(iCount);
+    if (pCopy->bSkipZeros && IsZero_Local(pBuffer, nCount))
+        return iCount;
+    return WriteAll_Local(pCopy->iTarget, pBuffer, nCount, iOffset) ? iCount : -1;
 }
 
 ssize_t CopySome_Local(Copy *pCopy, off_t iOffset, off_t iLength) {
@@ -92,8 +101,8 @@ bool CopyRange_Local(Copy *pCopy, off_t iOffset, off_t iEnd) {
     return true;
 }
 
-// Copies the parts of the source that hold data into a target that reads as zeros.
-bool CopyData_Local(Copy *pCopy, off_t iSize) {
+// Copies the parts of the source that hold data, as lseek tells them, up to iSize.
+bool CopyToldData_Local(Copy *pCopy, off_t iSize) {
     off_t iOffset = 0;
     while (iOffset < iSize) {
         const off_t iData = lseek(pCopy->iSource, iOffset, SEEK_DATA);
@@ -107,10 +116,19 @@ bool CopyData_Local(Copy *pCopy, off_t iSize) {
             return false;
         iOffset = std::max(iEnd, iData);
     }
+    return true;
+}
+
+// Copies into a target that reads as zeros.
+bool CopyData_Local(Copy *pCopy, const struct stat &source) {
+    const VYX_HOLES eHoles = VYX_HolesOf_Inter(&source);
+    pCopy->bSkipZeros = eHoles == VYX_HOLES_HIDDEN;
+    const bool bCopied = eHoles == VYX_HOLES_TOLD ? CopyToldData_Local(pCopy, source.st_size)
+                                                  : CopyRange_Local(pCopy, 0, source.st_size);
     struct stat status;
-    if (fstat(pCopy->iSource, &status) != 0)
+    if (!bCopied || fstat(pCopy->iSource, &status) != 0)
         return false;
-    return status.st_size >= iSize || Fail_Local(EIO); // a hole may be what was cut off
+    return status.st_size >= source.st_size || Fail_Local(EIO); // a hole may be what was cut off
 }
 
 // Empties the target, unless it is the source: that would lose the only copy. One that is empty is left alone, as
@@ -138,7 +156,7 @@ bool CopyInto_Local(int iSource, const struct stat &source, int iTarget) {
         return Fail_Local(ENODEV);
     Copy copy{iSource, iTarget};
     if (S_ISREG(target.st_mode))
-        return CopyData_Local(&copy, source.st_size);
+        return CopyData_Local(&copy, source);
     return S_ISBLK(target.st_mode) ? CopyRange_Local(&copy, 0, source.st_size) : Fail_Local(ENODEV);
 }
 

@@ -1,4 +1,4 @@
-// Copying within the kernel, on Darwin: there is no such call for a part of a file.
+// What copying a file needs of Darwin, which has no call that copies a part of a file within the kernel.
 #include <cerrno>
 
 #include "sys/file_inter.h"
@@ -6,4 +6,9 @@
 ssize_t VYX_CopyInKernel_Inter(int /*iSource*/, int /*iTarget*/, off_t /*iOffset*/, size_t /*nLength*/) {
     errno = ENOTSUP;
     return -1;
+}
+
+// Data that are not on the disk yet may count as a hole there, hence no look at the number of blocks either.
+VYX_HOLES VYX_HolesOf_Inter(const struct stat * /*pFile*/) {
+    return VYX_HOLES_HIDDEN;
 }

@@ -1,4 +1,4 @@
-// Copying within the kernel, on Linux.
+// What copying a file needs of Linux.
 #include <unistd.h>
 
 #include "sys/file_inter.h"
@@ -7,4 +7,9 @@ ssize_t VYX_CopyInKernel_Inter(int iSource, int iTarget, off_t iOffset, size_t n
     off_t iFrom = iOffset;
     off_t iTo = iOffset;
     return copy_file_range(iSource, &iFrom, iTarget, &iTo, nLength, 0);
+}
+
+VYX_HOLES VYX_HolesOf_Inter(const struct stat *pFile) {
+    constexpr int64_t kBlockSize = 512; // the unit of st_blocks
+    return pFile->st_blocks * kBlockSize < pFile->st_size ? VYX_HOLES_TOLD : VYX_HOLES_NONE;
 }

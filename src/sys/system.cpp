@@ -11,9 +11,6 @@
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48 && sizeof(VYX_CPU_PERFORMANCE_T) == 56);
 
-static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48, "callers reserve this much");
-static_assert(sizeof(VYX_CPU_PERFORMANCE_T) == 56, "callers reserve this much for each processor");
-
 int32_t VYX_USleep(uint32_t nMicroseconds) {
     return usleep(nMicroseconds);
 }
@@ -39,8 +36,7 @@ int32_t VYX_GetCPUNumber(void) {
 }
 
 int32_t VYX_GetUUID(uint8_t *pUuid16) {
-    VYX_GenerateUuid_Inter(pUuid16);
-    return VYX_OK;
+    return VYX_GenerateUuid_Inter(pUuid16);
 }
 
 int32_t VYX_StringFromUUID(const uint8_t *pUuid16, char *szOut, int32_t iSize) {

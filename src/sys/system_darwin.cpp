@@ -10,6 +10,7 @@ int32_t VYX_CountProcessors_Inter(void) {
     return sysctl(iName, 2, &iCount, &nSize, nullptr, 0) == 0 ? iCount : 0;
 }
 
-void VYX_GenerateUuid_Inter(uint8_t *pUuid16) {
+int32_t VYX_GenerateUuid_Inter(uint8_t *pUuid16) {
     uuid_generate(pUuid16);
+    return VYX_OK;
 }

@@ -7,21 +7,17 @@
 #include "time/calendar.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
-static_assert(sizeof(VYX_TIME_EXP_T) == 44 && offsetof(VYX_TIME_EXP_T, tm_gmtoff) == 40);
+static_assert(sizeof(VYX_TIME_T) == 8 && sizeof(VYX_TIME_EXP_T) == 44);
+static_assert(offsetof(VYX_TIME_EXP_T, tm_usec) == 0 && offsetof(VYX_TIME_EXP_T, tm_sec) == 4 &&
+              offsetof(VYX_TIME_EXP_T, tm_min) == 8 && offsetof(VYX_TIME_EXP_T, tm_hour) == 12 &&
+              offsetof(VYX_TIME_EXP_T, tm_mday) == 16 && offsetof(VYX_TIME_EXP_T, tm_mon) == 20 &&
+              offsetof(VYX_TIME_EXP_T, tm_year) == 24 && offsetof(VYX_TIME_EXP_T, tm_wday) == 28 &&
+              offsetof(VYX_TIME_EXP_T, tm_yday) == 32 && offsetof(VYX_TIME_EXP_T, tm_isdst) == 36 &&
+              offsetof(VYX_TIME_EXP_T, tm_gmtoff) == 40);
 
 const char vyx_day_snames[7][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 const char vyx_month_snames[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-
-static_assert(sizeof(VYX_TIME_T) == 8, "64 bits on every processor");
-static_assert(sizeof(VYX_TIME_EXP_T) == 44, "eleven 32-bit fields");
-static_assert(offsetof(VYX_TIME_EXP_T, tm_usec) == 0 && offsetof(VYX_TIME_EXP_T, tm_sec) == 4 &&
-                  offsetof(VYX_TIME_EXP_T, tm_min) == 8 && offsetof(VYX_TIME_EXP_T, tm_hour) == 12 &&
-                  offsetof(VYX_TIME_EXP_T, tm_mday) == 16 && offsetof(VYX_TIME_EXP_T, tm_mon) == 20 &&
-                  offsetof(VYX_TIME_EXP_T, tm_year) == 24 && offsetof(VYX_TIME_EXP_T, tm_wday) == 28 &&
-                  offsetof(VYX_TIME_EXP_T, tm_yday) == 32 && offsetof(VYX_TIME_EXP_T, tm_isdst) == 36 &&
-                  offsetof(VYX_TIME_EXP_T, tm_gmtoff) == 40,
-              "callers read the fields at these places");
 
 namespace {
 

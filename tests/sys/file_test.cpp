@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
@@ -13,6 +14,18 @@
 #include <vyx/sys.h>
 
 #include "support/temp_dir.h"
+
+static bool s_bOneHole = false; // what lseek says of every file
+
+// Takes the place of the platform's in this program.
+extern "C" off_t lseek(int iFd, off_t iOffset, int iWhence) noexcept {
+    if (s_bOneHole && iWhence == SEEK_DATA) {
+        errno = ENXIO;
+        return -1;
+    }
+    static const auto fnReal = reinterpret_cast<off_t (*)(int, off_t, int)>(dlsym(RTLD_NEXT, "lseek64"));
+    return fnReal(iFd, iOffset, iWhence);
+}
 
 namespace {
 
@@ -137,27 +150,36 @@ TEST_F(FileCopy, ContentOfEachSizeWithinAndAcrossFileSystems) {
         for (const std::string &source : {m_source, other / "source"}) {
             m_source = source;
             WriteFile(m_source, text);
-            EXPECT_EQ(Copy(), 1) << m_source << " of " << nSize;
-            EXPECT_TRUE(ReadFile(m_target) == text) << m_source << " of " << nSize;
+            for (const bool bOneHole :
+                 {false, true}) { // a file system that does not count data it has yet to write
+                WriteFile(m_target, "");
+                s_bOneHole = bOneHole;
+                EXPECT_EQ(Copy(), 1) << m_source << " of " << nSize;
+                EXPECT_TRUE(ReadFile(m_target) == text) << m_source << " of " << nSize;
+            }
+            s_bOneHole = false;
         }
         m_source = m_dir / "source";
     }
 }
 
-TEST_F(FileCopy, GapsBeyondFourGiB) {
-    const int64_t iSize = (int64_t{5} << 30) + 3;
-    const int64_t aMarks[] = {0, (int64_t{4} << 30) - 1, (int64_t{4} << 30) + 4096};
+TEST_F(FileCopy, LongGaps) {
+    const int64_t iGap = VYX_TESTS_GAP;
+    const int64_t iSize = iGap + iGap / 4 + 3;
+    const int64_t aMarks[] = {0, iGap - 1, iGap + 4096};
     const int iFd = open(m_source.c_str(), O_RDWR | O_CREAT, 0600);
     ASSERT_EQ(ftruncate(iFd, iSize), 0);
     for (const int64_t iMark : aMarks)
         ASSERT_EQ(pwrite(iFd, &iMark, sizeof iMark, iMark), 8);
     close(iFd);
-    ASSERT_EQ(Copy(), 1);
+    s_bOneHole = VYX_TESTS_HIDDEN_HOLES;
+    EXPECT_EQ(Copy(), 1);
+    s_bOneHole = false;
     const int iCopy = open(m_target.c_str(), O_RDONLY);
     struct stat status = {};
     EXPECT_EQ(fstat(iCopy, &status), 0);
     EXPECT_EQ(status.st_size, iSize);
-    EXPECT_LT(status.st_blocks, 1 << 20) << "512 MiB: gaps stay gaps";
+    EXPECT_LT(status.st_blocks * 512, iSize / 8) << "gaps stay gaps";
     for (const int64_t iMark : aMarks) {
         int64_t iFound[2] = {-1, -1};
         EXPECT_EQ(pread(iCopy, iFound, sizeof iFound, iMark), 16);
@@ -178,6 +200,8 @@ TEST_F(FileCopy, EmptyFileFails) {
 
 TEST_F(FileCopy, ExistingAndNewTarget) {
     WriteFile(m_source, "new");
+    const timespec in2100[2] = {{4102444802, 0}, {4102444802, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, m_source.c_str(), in2100, 0), 0);
     ASSERT_EQ(chmod(m_source.c_str(), 0575), 0);
     WriteFile(m_target, "longer and older");
     ASSERT_EQ(chmod(m_target.c_str(), 0640), 0);
@@ -217,11 +241,14 @@ TEST_F(FileCopy, WhatCannotBeCopied) {
 
 TEST_F(FileCopy, NoRoomForTheTarget) {
     WriteFile(m_source, Bytes(100000));
-    const rlimit limit = {50000, 50000};
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit limit = {50000, before.rlim_max};
     (void)std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     EXPECT_EQ(Copy(), VYX_ERROR);
     EXPECT_EQ(errno, EFBIG);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
 }
 
 TEST_F(FileCopy, SourceThatIsShorterThanItSaid) {

@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <set>
 #include <string>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -16,6 +18,16 @@
 #include <vyx/time.h>
 
 #include "support/support.h"
+
+static bool s_bRandomRefused = false;
+
+// Takes the place of the platform's in this program.
+extern "C" ssize_t getrandom(void *pOut, size_t nLength, unsigned nFlags) {
+    if (!s_bRandomRefused)
+        return syscall(SYS_getrandom, pOut, nLength, nFlags);
+    errno = ENOSYS;
+    return -1;
+}
 
 namespace {
 
@@ -126,24 +138,37 @@ TEST(System, CpuPerformanceTellsTheSizeNeeded) {
     EXPECT_EQ(VYX_GetCPUPerformance(&record, nullptr), VYX_ERROR);
 }
 
+// From the kernel's call, and from the device where that is refused.
 TEST(Uuid, RandomWithVersionAndVariant) {
-    uint8_t ever[16 + 1]; // bits that some UUID had set
-    EXPECT_EQ(VYX_ZeroMemory(ever, sizeof ever), ever);
-    uint8_t always[16 + 1]; // and that all had
-    std::memset(always, 0xFF, sizeof always);
-    for (int i = 0; i < 1000; ++i) {
-        uint8_t uuid[16 + 1];
-        uuid[16] = 0x5A;
-        EXPECT_EQ(VYX_GetUUID(uuid), 0);
+    for (const bool bRefused : {false, true}) {
+        SCOPED_TRACE(bRefused);
+        s_bRandomRefused = bRefused;
+        uint8_t ever[16 + 1]; // bits that some UUID had set
+        EXPECT_EQ(VYX_ZeroMemory(ever, sizeof ever), ever);
+        uint8_t always[16 + 1]; // and that all had
+        std::memset(always, 0xFF, sizeof always);
+        for (int i = 0; i < 1000; ++i) {
+            uint8_t uuid[16 + 1] = {};
+            uuid[16] = 0x5A;
+            EXPECT_EQ(VYX_GetUUID(uuid), 0);
+            for (size_t k = 0; k <= 16; ++k) {
+                ever[k] |= uuid[k];
+                always[k] &= uuid[k];
+            }
+        }
         for (size_t k = 0; k <= 16; ++k) {
-            ever[k] |= uuid[k];
-            always[k] &= uuid[k];
+            EXPECT_EQ(always[k], k == 6 ? 0x40 : k == 8 ? 0x80 : k == 16 ? 0x5A : 0) << "byte " << k;
+            EXPECT_EQ(ever[k], k == 6 ? 0x4F : k == 8 ? 0xBF : k == 16 ? 0x5A : 0xFF) << "byte " << k;
         }
     }
-    for (size_t k = 0; k <= 16; ++k) {
-        EXPECT_EQ(always[k], k == 6 ? 0x40 : k == 8 ? 0x80 : k == 16 ? 0x5A : 0) << "byte " << k;
-        EXPECT_EQ(ever[k], k == 6 ? 0x4F : k == 8 ? 0xBF : k == 16 ? 0x5A : 0xFF) << "byte " << k;
-    }
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    uint8_t uuid[16];
+    EXPECT_EQ(VYX_GetUUID(uuid), VYX_ERROR) << "neither of them";
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    s_bRandomRefused = false;
 }
 
 // The text of the bytes 01 02 .. 0D 0E FE FF on this processor.
