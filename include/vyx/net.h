@@ -81,13 +81,16 @@ typedef struct VYX_ADAPTER_INFO {
 
 VYX_BEGIN_DECLS
 
-/* ---- Addresses: integers are in network order, ports in host order. VYX_OK or VYX_ERROR unless said otherwise. */
+/* ---- Addresses: integers are in network order, ports in host order ------------------------------------------ */
 
 /*
  * Takes over a platform's socket address.
- *   iLength  bytes at pSockAddr. Of more than 28 the first 28 are copied, so a sockaddr_storage may be passed whole
+ *   pSockAddr  borrowed for the call
+ *   iLength    bytes at pSockAddr. Of more than 28 the first 28 are copied, so a sockaddr_storage may be passed whole
+ *   pAddr      receives them; what lies behind iLength bytes of it stays
  *
- * Result:  VYX_ERROR if a pointer is null or iLength is 0 or less.
+ * Result:  VYX_OK; VYX_ERROR if a pointer is null or iLength is 0 or less.
+ * Threads: any.
  */
 VYX_API int32_t VYX_MakeAddr(const void *pSockAddr, int32_t iLength, VYX_ADDR_T *pAddr);
 
@@ -95,41 +98,81 @@ VYX_API int32_t VYX_MakeAddr(const void *pSockAddr, int32_t iLength, VYX_ADDR_T 
  * Builds an address from text.
  *   iFamily  AF_INET, read by the platform's inet_addr, or AF_INET6, read as VYX_InetPton does
  *   szText   null or empty stands for the any-address
+ *   nPort    in host order
+ *   pAddr    receives family, address and port
  *
- * Result:  VYX_ERROR if pAddr is null, the family is another, or the text is refused (for IPv4 the address in pAddr
- *          is then all ones). 255.255.255.255 is refused.
+ * Result:  VYX_OK; VYX_ERROR if pAddr is null, the family is another, or the text is refused (for IPv4 the address in
+ *          pAddr is then all ones). 255.255.255.255 is refused.
+ * Threads: any.
  */
 VYX_API int32_t VYX_MakeAddrByString(int32_t iFamily, const char *szText, uint16_t nPort, VYX_ADDR_T *pAddr);
 
-/* Build an address from its bytes. VYX_ERROR for a null pAddr only. */
+/*
+ * Builds an IPv4 address.
+ *   nAddr  in network order
+ *   nPort  in host order
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pAddr.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_MakeAddr4ByInt(uint32_t nAddr, uint16_t nPort, VYX_ADDR_T *pAddr);
+
+/*
+ * Builds an IPv6 address.
+ *   pBytes16  16 bytes in network order; not checked for null
+ *   nPort     in host order
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pAddr.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_MakeAddr6ByInt(const uint8_t *pBytes16, uint16_t nPort, VYX_ADDR_T *pAddr);
 
-/* The family; VYX_ERROR for null. */
+/* The family of an address (AF_INET, AF_INET6, whatever is in it); VYX_ERROR for null. Threads: any. */
 VYX_API int32_t VYX_GetAddrType(const VYX_ADDR_T *pAddr);
 
 /*
  * The address as text, without its port.
  *
- * Result:  a static buffer, valid until the next call from any thread, so not for programs with several threads
- *          that print addresses (VYX_InetNtop is); null for a null pAddr, another family, or an IPv6 address that
- *          VYX_InetNtop cannot show.
+ * Result:  a static buffer; null for a null pAddr, another family, or an IPv6 address that VYX_InetNtop cannot show.
+ * Threads: one at a time. The text is valid until the next call from any thread, so this is not for programs with
+ *          several threads that print addresses: VYX_InetNtop is.
  */
 VYX_API char *VYX_GetAddrString(const VYX_ADDR_T *pAddr);
 
-/* The address bytes of an IPv4 record; VYX_ERROR for null and any other family. */
+/*
+ * The address of an IPv4 record, in network order.
+ *   pOut  receives it; not checked for null, untouched on failure
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pAddr and any other family.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetAddr4Int(const VYX_ADDR_T *pAddr, uint32_t *pOut);
 
-/* The 16 address bytes of a record of any family but IPv4; VYX_ERROR for null and IPv4. */
+/*
+ * The 16 address bytes of a record of any family but IPv4.
+ *   pOut16  receives them; not checked for null, untouched on failure
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pAddr and IPv4.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetAddr6Int(const VYX_ADDR_T *pAddr, uint8_t *pOut16);
 
-/* Takes an address apart; every family but IPv4 is read as IPv6. VYX_ERROR for a null pointer. */
+/*
+ * Takes an address apart; every family but IPv4 is read as IPv6.
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer, with nothing written.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetAddrInfo(const VYX_ADDR_T *pAddr, VYX_ADDR_EXP_T *pExp);
 
 /*
- * The socket's own address and its peer's (getsockname, getpeername). Either may be null, not both. When both are
- * asked for, an IPv4 peer limits the own address to 16 bytes, which suffices. Of a longer name, as sockets of the local
- * domain have, each record gets the first 28 bytes.
+ * The socket's own address and its peer's (getsockname, getpeername).
+ *   pLocal, pPeer  either may be null, not both. When both are asked for, an IPv4 peer limits the own address to 16
+ *                  bytes, which suffices. Of a longer name, as sockets of the local domain have, each gets the first 28
+ *                  bytes
+ *
+ * Result:  VYX_OK; VYX_ERROR with the platform's errno, or for two null pointers. The peer is asked first.
+ * Threads: any.
  */
 VYX_API int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_ADDR_T *pPeer);
 
@@ -142,6 +185,7 @@ VYX_API int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_
  * room ("::1" is group 1 first), and a dotted quad behind :: is refused.
  *
  * Result:  VYX_OK; VYX_ERROR for a malformed text or a null pointer.
+ * Threads: any.
  */
 VYX_API int32_t VYX_InetPton(const char *szText, void *pOut);
 
@@ -154,119 +198,224 @@ VYX_API int32_t VYX_InetPton(const char *szText, void *pOut);
  * Result:  szOut; null if a pointer is null, iSize is 0 or too small, or the family is another. An IPv6 address that
  *          ends in a dotted quad (after six zero groups, or five and ffff) has no text, and gives null, if that quad
  *          is longer than 8 characters.
+ * Threads: any.
  */
 VYX_API char *VYX_InetNtop(int32_t iFamily, const void *pBytes, char *szOut, int32_t iSize);
 
-/* Set and get the port; null gives VYX_ERROR, and port 0. */
+/* Sets the port of an address, given in host order. VYX_OK; VYX_ERROR for null. Threads: any. */
 VYX_API int32_t VYX_SetAddrPort(VYX_ADDR_T *pAddr, uint16_t nPort);
+
+/* The port of an address in host order; 0 for null. Threads: any. */
 VYX_API uint16_t VYX_GetAddrPort(const VYX_ADDR_T *pAddr);
 
 /* ---- Sockets: the platform calls, with their results (a count or 0, and -1 with errno) ---------------------- */
 
-/* socket, shutdown, listen, ioctl. The caller owes a socket VYX_CloseSocket. */
+/*
+ * socket: makes a socket, with the platform's numbers for its family, type and protocol.
+ *
+ * Result:  the socket, to which the caller owes VYX_CloseSocket; VYX_INVALID_SOCKET with errno.
+ * Threads: any.
+ */
 VYX_API VYX_SOCK_T VYX_CreateSocket(int32_t iFamily, int32_t iType, int32_t iProtocol);
+
+/* shutdown: ends one or both directions (SHUT_RD, SHUT_WR, SHUT_RDWR). 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow);
-VYX_API int32_t VYX_Listen(VYX_SOCK_T hSocket, int32_t iBacklog);
-VYX_API int32_t VYX_Ioctl(VYX_SOCK_T hSocket, int32_t iRequest, void *pArg);
-
-/* close; if bShutDown is not 0, a shutdown of both directions first, whose result does not matter. */
-VYX_API int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown);
-
-/* bind; -1 for a null address. */
-VYX_API int32_t VYX_Bind(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr);
-
-/* send, recv, sendto, recvfrom, without flags. pTo must not be null; pFrom may be. A negative iLen gives -1. */
-VYX_API int32_t VYX_Send(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen);
-VYX_API int32_t VYX_Recv(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen);
-VYX_API int32_t VYX_SendTo(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, const VYX_ADDR_T *pTo);
-VYX_API int32_t VYX_RecvFrom(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, VYX_ADDR_T *pFrom);
-
-/* Makes a socket non-blocking (bOn not 0) or blocking. */
-VYX_API int32_t VYX_SetNonBlock(VYX_SOCK_T hSocket, int32_t bOn);
-
-/* Options: 0, or -1 with errno. */
-VYX_API int32_t VYX_SetTTL(VYX_SOCK_T hSocket, int32_t iTTL);              /* IP_TTL */
-VYX_API int32_t VYX_SetTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);          /* IPV6_UNICAST_HOPS */
-VYX_API int32_t VYX_SetMultiCastTTL(VYX_SOCK_T hSocket, int32_t iTTL);     /* IP_MULTICAST_TTL */
-VYX_API int32_t VYX_SetMultiCastTTL_V6(VYX_SOCK_T hSocket, int32_t iHops); /* IPV6_MULTICAST_HOPS */
-VYX_API int32_t VYX_GetTTL(VYX_SOCK_T hSocket, int32_t *pTTL);
-VYX_API int32_t VYX_GetTTL_V6(VYX_SOCK_T hSocket, int32_t *pHops);
-VYX_API int32_t VYX_SetTOS(VYX_SOCK_T hSocket, int32_t iTOS); /* IP_TOS */
-VYX_API int32_t VYX_GetTOS(VYX_SOCK_T hSocket, int32_t *pTOS);
-VYX_API int32_t VYX_SetReuseAddr(VYX_SOCK_T hSocket, int32_t bOn);  /* SO_REUSEADDR */
-VYX_API int32_t VYX_SetNoDelay(VYX_SOCK_T hSocket, int32_t bOn);    /* TCP_NODELAY */
-VYX_API int32_t VYX_BroadCast(VYX_SOCK_T hSocket);                  /* SO_BROADCAST, always on */
-VYX_API int32_t VYX_LingerOff(VYX_SOCK_T hSocket);                  /* SO_LINGER */
-VYX_API int32_t VYX_LingerOn(VYX_SOCK_T hSocket, int32_t iSeconds); /* the low 16 bits count */
 
 /*
- * Time-outs of the socket itself (SO_RCVTIMEO, then SO_SNDTIMEO). 0 leaves that one alone. Milliseconds beyond whole
- * seconds are stored as that many microseconds: 1500 is one second and 500 microseconds.
+ * close.
+ *   bShutDown  not 0: a shutdown of both directions first, whose result does not matter. It also ends the connection
+ *              for other descriptors of it
  *
- * Result, also of the two below:  -1 if any option that was asked for failed, else 0.
+ * Result:  0; -1 with errno.
+ * Threads: one; nobody may use the number afterwards.
+ */
+VYX_API int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown);
+
+/* bind: gives the socket its own address. 0; -1 with errno, and for a null address. Threads: any. */
+VYX_API int32_t VYX_Bind(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr);
+
+/* listen: at most iBacklog connections wait for VYX_Accept. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_Listen(VYX_SOCK_T hSocket, int32_t iBacklog);
+
+/*
+ * send, without flags: one attempt, which blocks on a blocking socket without room.
+ *   iLen  bytes at pBuf; a negative one is refused with EINVAL
+ *
+ * Result:  the bytes taken, perhaps fewer; -1 with errno.
+ * Threads: any; the bytes of several senders mix on a stream.
+ */
+VYX_API int32_t VYX_Send(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen);
+
+/*
+ * recv, without flags: one attempt, which blocks on a blocking socket without data.
+ *   iLen  room at pBuf; a negative one is refused with EINVAL
+ *
+ * Result:  the bytes received; 0 at the end of a stream; -1 with errno.
+ * Threads: any; each byte goes to one receiver.
+ */
+VYX_API int32_t VYX_Recv(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen);
+
+/* sendto: as VYX_Send, to an address, which must not be null. Threads: any. */
+VYX_API int32_t VYX_SendTo(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, const VYX_ADDR_T *pTo);
+
+/* recvfrom: as VYX_Recv; pFrom receives the sender's address, and may be null. Threads: any. */
+VYX_API int32_t VYX_RecvFrom(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, VYX_ADDR_T *pFrom);
+
+/* ioctl, for requests with a pointer (FIONREAD). Its result; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_Ioctl(VYX_SOCK_T hSocket, int32_t iRequest, void *pArg);
+
+/*
+ * Makes a socket non-blocking (bOn not 0) or blocking, for all descriptors of it.
+ *
+ * Result:  0; -1 with errno.
+ * Threads: any, but not at once with one that changes the flags of the same socket.
+ */
+VYX_API int32_t VYX_SetNonBlock(VYX_SOCK_T hSocket, int32_t bOn);
+
+/* ---- Options ------------------------------------------------------------------------------------------------- */
+
+/* Sets IP_TTL, the hops that what an IPv4 socket sends may take. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetTTL(VYX_SOCK_T hSocket, int32_t iTTL);
+
+/* Sets IPV6_UNICAST_HOPS, the hops that what an IPv6 socket sends may take. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);
+
+/* Sets IP_MULTICAST_TTL, the hops to groups of IPv4. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetMultiCastTTL(VYX_SOCK_T hSocket, int32_t iTTL);
+
+/* Sets IPV6_MULTICAST_HOPS, the hops to groups of IPv6. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetMultiCastTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);
+
+/* Reads IP_TTL into *pTTL. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_GetTTL(VYX_SOCK_T hSocket, int32_t *pTTL);
+
+/* Reads IPV6_UNICAST_HOPS into *pHops. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_GetTTL_V6(VYX_SOCK_T hSocket, int32_t *pHops);
+
+/* Sets IP_TOS, the type of service of what an IPv4 socket sends. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetTOS(VYX_SOCK_T hSocket, int32_t iTOS);
+
+/* Reads IP_TOS into *pTOS. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_GetTOS(VYX_SOCK_T hSocket, int32_t *pTOS);
+
+/* Sets SO_REUSEADDR: an address in use may be bound, as the platform allows. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetReuseAddr(VYX_SOCK_T hSocket, int32_t bOn);
+
+/* Sets TCP_NODELAY: small segments are sent at once (bOn not 0) or collected. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_SetNoDelay(VYX_SOCK_T hSocket, int32_t bOn);
+
+/* Switches SO_BROADCAST on; there is no way to switch it off. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_BroadCast(VYX_SOCK_T hSocket);
+
+/* Switches SO_LINGER off: a close returns at once and unsent data still go out. 0; -1 with errno. Threads: any. */
+VYX_API int32_t VYX_LingerOff(VYX_SOCK_T hSocket);
+
+/*
+ * Switches SO_LINGER on: a close waits for unsent data.
+ *   iSeconds  the low 16 bits count; 0 drops the data and resets the connection
+ *
+ * Result:  0; -1 with errno.
+ * Threads: any.
+ */
+VYX_API int32_t VYX_LingerOn(VYX_SOCK_T hSocket, int32_t iSeconds);
+
+/*
+ * Time-outs of the socket itself (SO_RCVTIMEO, then SO_SNDTIMEO), for the calls that block in it.
+ *   iSendMs, iRecvMs  milliseconds; 0 leaves that one alone. What is beyond whole seconds is stored as that many
+ *                     microseconds: 1500 is one second and 500 microseconds
+ *
+ * Result:  0; -1 with errno if any that was asked for failed.
+ * Threads: any.
  */
 VYX_API int32_t VYX_SetTimeOut(VYX_SOCK_T hSocket, int32_t iSendMs, int32_t iRecvMs);
 
-/* Buffers in bytes (SO_RCVBUF, then SO_SNDBUF). A size of 0, or a null pointer, leaves that one out. The platform may
- * report another size than was set. */
+/*
+ * Sizes of the socket's buffers in bytes (SO_RCVBUF, then SO_SNDBUF); 0 leaves that one alone.
+ *
+ * Result:  0; -1 with errno if any that was asked for failed.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_SetBuffSize(VYX_SOCK_T hSocket, int32_t iSendSize, int32_t iRecvSize);
+
+/*
+ * The sizes of the socket's buffers in bytes, which may be others than were set.
+ *   pSendSize, pRecvSize  receive them; null leaves that one out
+ *
+ * Result:  0; -1 with errno if any that was asked for failed.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetBuffSize(VYX_SOCK_T hSocket, int32_t *pSendSize, int32_t *pRecvSize);
+
+/* ---- Connections, whole buffers and groups ------------------------------------------------------------------- */
 
 /*
  * Waits for a connection and accepts it.
  *   pAddr     receives the peer's address; may be null
  *   nTimeOut  VYX_INFINITE waits in accept itself, which a signal handler may interrupt. Otherwise accept is called
- *             once a connection is there: if several threads or processes accept from one socket, make it
- *             non-blocking, or one whose connection another took waits in accept for the next
+ *             once a connection is there
  *
- * Result:  the new socket; -1 on time-out and failure.
+ * Result:  the new socket, to which the caller owes VYX_CloseSocket; -1 on time-out and failure.
+ * Threads: any. If several threads or processes accept from one socket, make it non-blocking, or one whose connection
+ *          another took waits in accept for the next.
  */
 VYX_API VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut);
 
 /*
  * Connects. With a limit the socket is made non-blocking meanwhile and is always blocking afterwards, whatever it was.
- * With VYX_INFINITE it is a plain connect with an address length of 16, which IPv6 needs more than: give a limit.
+ *   nTimeOut  milliseconds. With VYX_INFINITE it is a plain connect with an address length of 16, which IPv6 needs more
+ *             than: give a limit
  *
  * Result:  0; -1 for a null address, on time-out (no message) and on failure. A failure to wait or to connect prints a
  *          line on standard error, with errno, not the socket's error. With a limit an attempt that the platform
  *          refuses at once (no route, an address of another family) may give 0, where a socket without a peer
  *          counts as writable: VYX_GetAddrBySockFd then has no peer to tell of.
+ * Threads: one for a socket; its mode changes during the call.
  */
 VYX_API int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint32_t nTimeOut);
 
 /*
- * Join and leave a multicast group; the group's family decides.
+ * Joins a multicast group, whose family decides.
  *   pLocal  IPv4: the address of the interface to use. IPv6: not read, but not null
  *   pGroup  IPv6: its flow information field (in6.sin6_flowinfo) holds the interface index
  *
- * Result:  that of setsockopt; -1 for a null pointer and for any other family.
+ * Result:  0; -1 with errno, for a null pointer and for any other family.
+ * Threads: any.
  */
 VYX_API int32_t VYX_JoinMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
                                        const VYX_ADDR_T *pGroup);
+
+/* Leaves a multicast group, with the arguments and results of VYX_JoinMultiCastGroup. Threads: any. */
 VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
                                         const VYX_ADDR_T *pGroup);
 
 /*
  * Sends all of a buffer within a total time, at least one attempt, at once. With a limit it does not block longer than
- * that on a blocking socket either (Darwin: by making the socket non-blocking for the length of each send). The time
- * counts from the first wait on, whatever it is spent with.
+ * that on a blocking socket either (Darwin: by making the socket non-blocking for the length of each send).
+ *   iLen      bytes at pBuf
+ *   nTimeOut  milliseconds, from the first wait on, whatever they are spent with
  *
  * Result:  the bytes sent, fewer than iLen when time ran out or the connection failed, 0 for a negative iLen. Never -1.
+ * Threads: any; the bytes of several senders mix.
  */
 VYX_API int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
 /*
  * Waits for data, then receives once, as much as there is up to iLen. If another thread was quicker, the wait goes on.
+ *   nTimeOut  milliseconds
  *
  * Result:  the count; -1 on time-out, failure, end of the connection, and for an iLen of 0 or less.
+ * Threads: any; each byte goes to one receiver.
  */
 VYX_API int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
 /*
- * Receives exactly iLen bytes within a total time, which counts as in VYX_Sendn.
+ * Receives exactly iLen bytes within a total time.
+ *   nTimeOut  milliseconds, as in VYX_Sendn
  *
- * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure, if a signal used up the last of the time, or if
- *          the peer ended the connection before (the bytes received until then are in pBuf, but not counted).
+ * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure, if a signal used up the last of the time, for a
+ *          negative iLen, or if the peer ended the connection before (the bytes received until then are in pBuf, but
+ *          not counted).
+ * Threads: any; each byte goes to one receiver.
  */
 VYX_API int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
@@ -278,26 +427,39 @@ VYX_API int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t
  *   pSet  an fd_set, or an array of 32-bit words
  *
  * Result:  0, or the bit itself within its word, such as 8 for descriptor 3 (negative for the highest).
+ * Threads: any.
  */
 VYX_API int32_t VYX_FdIsSet(int32_t iFd, const void *pSet);
 
-/* select. The first leaves the caller's time-out as it is; the second passes it on, and the platform may store the time
- * that is left. Null waits without limit. */
+/*
+ * select, which leaves the caller's time-out as it is; null waits without limit.
+ *
+ * Result:  select's; -1 with errno, also when a signal handler interrupted it.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_Select(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
                            const struct timeval *pTimeOut);
+
+/* As VYX_Select, but the platform may store the time that is left in *pTimeOut (Linux does). Threads: any. */
 VYX_API int32_t VYX_SelectEx(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
                              struct timeval *pTimeOut);
 
-/* poll, once. iTimeOut in milliseconds, negative waits without limit. */
+/*
+ * poll, once.
+ *   iTimeOut  milliseconds; negative waits without limit
+ *
+ * Result:  poll's; -1 with errno, also when a signal handler interrupted it.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_Poll(struct pollfd *pFds, uint32_t nCount, int32_t iTimeOut);
 
 /*
  * poll for a total time, repeated when a signal handler interrupts it.
  *   pTimeOut  milliseconds, lowered to the time that is left (never below 0), so that several calls can share one
- *             budget; when interruptions used it up, the last round is taken off twice. Null or VYX_INFINITE in it
- *             waits without limit and changes nothing
+ *             budget. Null or VYX_INFINITE in it waits without limit and changes nothing
  *
  * Result:  poll's; -1 with EINTR if the time ran out during interruptions.
+ * Threads: any.
  */
 VYX_API int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTimeOut);
 
@@ -308,24 +470,29 @@ VYX_API int32_t VYX_PollEx(struct pollfd *pFds, uint32_t nCount, uint32_t *pTime
  *   iLen  bytes at szBuf. If the name and its zero do not fit, the platform decides between -1 and a cut name
  *
  * Result:  0; -1 with errno, also for a null szBuf (EINVAL), a negative iLen (EINVAL) and 0 (ENAMETOOLONG).
+ * Threads: any.
  */
 VYX_API int32_t VYX_GetHostName(char *szBuf, int32_t iLen);
 
 /*
  * gethostbyname: looks up the IPv4 addresses of a name. It may ask name servers, hence block.
  *
- * Result:  the platform's static record, valid until the next such call from any thread, so not for programs with
- *          several threads that look up names (VYX_GetAddressInfo is); null if there is no answer or szName is null.
+ * Result:  the platform's static record; null if there is no answer or szName is null.
+ * Threads: one at a time. The record is valid until the next such call from any thread, so this is not for programs
+ *          with several threads that look up names: VYX_GetAddressInfo is.
  */
 VYX_API struct hostent *VYX_GetAddressByName(const char *szName);
 
-/*
- * Convert between host and network order. Both functions of a pair do the same: they swap the bytes on little-endian
- * processors and nothing on others.
- */
+/* A 16-bit number from host to network order: its bytes are swapped on little-endian processors. Threads: any. */
 VYX_API uint16_t VYX_Htons(uint16_t nValue);
+
+/* A 16-bit number from network to host order, which is the same as VYX_Htons. Threads: any. */
 VYX_API uint16_t VYX_Ntohs(uint16_t nValue);
+
+/* A 32-bit number from host to network order: its bytes are reversed on little-endian processors. Threads: any. */
 VYX_API uint32_t VYX_Htonl(uint32_t nValue);
+
+/* A 32-bit number from network to host order, which is the same as VYX_Htonl. Threads: any. */
 VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
 
 /*
@@ -345,7 +512,7 @@ VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
 VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService,
                                    const VYX_ADDRESS_INFO_T *pHints, VYX_ADDRESS_INFO_T **ppList);
 
-/* Frees a whole list; null is fine. Always 0. */
+/* Frees a whole list of VYX_GetAddressInfo; null is fine. Always 0. Threads: one for a list. */
 VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
 
 /*
@@ -368,7 +535,8 @@ VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
  */
 VYX_API int32_t VYX_GetAdapterInfo(VYX_ADAPTER_INFO **ppList);
 
-/* Frees a whole list, the reserved lists of its adapters included; null is fine. Always 0. */
+/* Frees a whole list of VYX_GetAdapterInfo, the reserved lists of its adapters included; null is fine. Always 0.
+ * Threads: one for a list. */
 VYX_API int32_t VYX_FreeAdapterInfo(VYX_ADAPTER_INFO *pList);
 
 /*
