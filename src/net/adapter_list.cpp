@@ -82,7 +82,7 @@ bool LinkAddress_Local(VYX_ADAPTER_INFO *pAdapter, const AddressFact &fact, Plac
     // Deliberate: only the first address of a family begins the list of its family. Every other one is linked
     // behind the last address of either, so that it may come into the other family's list, whose callers read
     // it as one of theirs. It is made as an entry of that list. Pinned by
-    // AdapterList.LinksBehindTheLastOfEitherFamily.
+    // Adapters.AddressesAreLinkedBehindTheLastOfEitherFamily.
     Place place = *pBehindLast;
     if (fact.bIp6 && pAdapter->pIp6AddrList == nullptr)
         place = {nullptr, &pAdapter->pIp6AddrList};
@@ -164,7 +164,7 @@ bool AdapterList::LinkAddresses(VYX_ADAPTER_INFO *pAdapter) const {
 
 int32_t AdapterList::Finish(VYX_ADAPTER_INFO **ppList) {
     // Deliberate: without memory for an adapter the list is empty, which callers cannot tell from a system
-    // without adapters. Pinned by AdapterList.ShortOfMemory.
+    // without adapters. Pinned by Adapters.ShortOfMemory.
     if (m_bAdapterFailed)
         m_list.reset();
     if (m_list != nullptr && m_bAddressFailed)

@@ -99,7 +99,7 @@ int32_t VYX_GetAddr4Int(const VYX_ADDR_T *pAddr, uint32_t *pOut) {
 }
 
 int32_t VYX_GetAddr6Int(const VYX_ADDR_T *pAddr, uint8_t *pOut16) {
-    // Deliberate: whatever is not IPv4 counts as IPv6. Pinned by Addr.Records.
+    // Deliberate: whatever is not IPv4 counts as IPv6. Pinned by Addr.RecordsTakenApart.
     if (pAddr == nullptr || pAddr->sa.sa_family == AF_INET)
         return VYX_ERROR;
     std::memcpy(pOut16, &pAddr->in6.sin6_addr, sizeof pAddr->in6.sin6_addr);

@@ -38,7 +38,8 @@ int32_t SetTimeValue_Local(VYX_SOCK_T hSocket, int iOption, int32_t iMillisecond
         return VYX_OK;
     struct timeval value = {};
     value.tv_sec = iMilliseconds / 1000;
-    // Deliberate: the remainder is stored as it is, not scaled. Pinned by SocketOptions.TimeOutsAreNotScaled.
+    // Deliberate: the remainder is stored as it is, not scaled. Pinned by
+    // Answers.OptionsReachTheirLevelAndOption.
     value.tv_usec = iMilliseconds % 1000;
     return setsockopt(hSocket, SOL_SOCKET, iOption, &value, sizeof value);
 }

@@ -17,7 +17,7 @@ using eventtest::ErrorsOf;
 using eventtest::Event;
 using eventtest::kNoPipe;
 using eventtest::Make;
-using nettest::Listener;
+using nettest::Bound;
 using nettest::LocalOf;
 using nettest::Pair;
 using nettest::Socket;
@@ -114,7 +114,7 @@ TEST(SocketEvent, Streams) {
 }
 
 TEST(SocketEvent, Connect) {
-    const Socket listener = Listener(AF_INET);
+    const Socket listener = Bound(AF_INET);
     const Socket good = Connecting(LocalOf(listener));
     EXPECT_EQ(Seen(Selected(good, VYX_FD_CONNECT), VYX_INFINITE), VYX_FD_CONNECT);
 
@@ -131,7 +131,7 @@ TEST(SocketEvent, Connect) {
 // A listening socket does not tell a number of bytes: the error is noted and outlives a failed connect, not a
 // good one.
 TEST(SocketEvent, ErrorCodes) {
-    const Socket listener = Listener(AF_INET);
+    const Socket listener = Bound(AF_INET);
     const Socket client = Connecting(LocalOf(listener));
     int iBytes = 0;
     if (ioctl(listener, FIONREAD, &iBytes) == 0)

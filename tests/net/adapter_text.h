@@ -3,7 +3,9 @@
 #define VYX_TESTS_NET_ADAPTER_TEXT_H
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include <vyx/net.h>
@@ -44,6 +46,19 @@ inline std::string Describe(const VYX_ADAPTER_INFO &adapter) {
     text += adapter.pIp6AddrList == nullptr ? "" : " |";
     for (const auto *p = adapter.pIp6AddrList; p != nullptr; p = p->pNext)
         text += " " + Entry(p->byAddr, p->byMask);
+    return text;
+}
+
+// One line for each adapter of this system; the error if there is no list.
+inline std::string Adapters() {
+    auto *const pUntouched = reinterpret_cast<VYX_ADAPTER_INFO *>(8);
+    VYX_ADAPTER_INFO *pList = pUntouched;
+    if (VYX_GetAdapterInfo(&pList) != VYX_OK)
+        return pList == pUntouched ? std::strerror(errno) : "an error that leaves something";
+    std::string text;
+    for (const auto *p = pList; p != nullptr; p = p->pNext)
+        text += std::to_string(p->nIndex) + ": " + Describe(*p) + "\n";
+    (void)VYX_FreeAdapterInfo(pList);
     return text;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <stdexcept>
 
 #include "net/net_support.h"
@@ -30,6 +31,7 @@ struct Answers {
     int iInterruptions = 0; // so many polls are interrupted
     int iPollError = 0;
     int iSocketError = 0; // SO_ERROR
+    int iFailingOption = 0;
 };
 
 struct Platform {
@@ -38,11 +40,14 @@ struct Platform {
     int iFlags = kBlocking;
     int iPolls = 0;
     int iTransfers = 0;
-    bool bBlocked = false; // a transfer would have waited in the kernel
+    bool bBlocked = false; // a call would have waited in the kernel
+    std::string options;   // set and asked for
+    int iValues = 0;       // those asked for are 1, 2, ...
 };
 Platform s_platform;
 
-ssize_t Transfer(size_t nLen, bool bMayBlock) {
+ssize_t Transfer(size_t nLen, int iFlags, bool bMayBlock) {
+    EXPECT_EQ(iFlags & ~MSG_DONTWAIT, 0);
     const Answers &answers = s_platform.answers;
     const int iAnswer = s_platform.iTransfers++ == 0 ? answers.iFirst : answers.iThen;
     s_platform.nNow += answers.nSlow;
@@ -57,6 +62,7 @@ int Poll(pollfd *pFds, nfds_t nCount, int iTimeOut) {
     Answers &answers = s_platform.answers;
     if (++s_platform.iPolls > 10000)
         throw std::runtime_error("it waits for ever");
+    EXPECT_LE(nCount, 1U);
     const auto nTimeOut = static_cast<uint32_t>(iTimeOut); // for ever is long enough
     if (answers.iInterruptions > 0) {
         --answers.iInterruptions;
@@ -69,11 +75,23 @@ int Poll(pollfd *pFds, nfds_t nCount, int iTimeOut) {
         return -1;
     }
     if (nCount > 0 && answers.iEvents != 0) {
-        pFds->revents = static_cast<short>(answers.iEvents & (pFds->events | POLLERR | POLLHUP));
+        pFds->revents = static_cast<short>(answers.iEvents & (pFds->events | POLLERR | POLLHUP | POLLNVAL));
         return 1;
     }
     s_platform.nNow += nTimeOut + answers.nLate;
     return 0;
+}
+
+// An option as it is noted: set to a value, or asked for.
+std::string Named(int iLevel, int iOption) {
+    return " " + std::to_string(iLevel) + "/" + std::to_string(iOption) + " ";
+}
+template <class Value>
+std::string Set(int iLevel, int iOption, const Value &value) {
+    return Named(iLevel, iOption) + std::string(reinterpret_cast<const char *>(&value), sizeof value);
+}
+std::string Get(int iLevel, int iOption, socklen_t nLength) {
+    return Named(iLevel, iOption) + std::to_string(nLength);
 }
 
 } // namespace
@@ -86,10 +104,10 @@ int __wrap_poll(pollfd *pFds, nfds_t nCount, int iTimeOut) {
     return Poll(pFds, nCount, iTimeOut);
 }
 ssize_t __wrap_send(int /*iFd*/, const void * /*pBuf*/, size_t nLen, int iFlags) {
-    return Transfer(nLen, !kSendsLookAtFlags || (iFlags & MSG_DONTWAIT) == 0);
+    return Transfer(nLen, iFlags, !kSendsLookAtFlags || (iFlags & MSG_DONTWAIT) == 0);
 }
 ssize_t __wrap_recv(int /*iFd*/, void * /*pBuf*/, size_t nLen, int iFlags) {
-    return Transfer(nLen, (iFlags & MSG_DONTWAIT) == 0);
+    return Transfer(nLen, iFlags, (iFlags & MSG_DONTWAIT) == 0);
 }
 int __wrap_fcntl64(int /*iFd*/, int iCommand, int iFlags) {
     if (iCommand == F_SETFL)
@@ -100,13 +118,19 @@ int __wrap_fcntl(int iFd, int iCommand, int iFlags) {
     return __wrap_fcntl64(iFd, iCommand, iFlags);
 }
 int __wrap_connect(int /*iFd*/, const sockaddr * /*pAddr*/, socklen_t /*nLength*/) {
+    s_platform.bBlocked = (s_platform.iFlags & O_NONBLOCK) == 0;
     errno = EINPROGRESS;
     return -1;
 }
-int __wrap_getsockopt(int /*iFd*/, int iLevel, int iOption, void *pValue, socklen_t * /*pLength*/) {
-    *static_cast<int *>(pValue) =
-        iLevel == SOL_SOCKET && iOption == SO_ERROR ? s_platform.answers.iSocketError : -1;
-    return 0;
+int __wrap_getsockopt(int iFd, int iLevel, int iOption, void *pValue, socklen_t *pLength) {
+    const bool bError = iLevel == SOL_SOCKET && iOption == SO_ERROR;
+    *static_cast<int *>(pValue) = bError ? s_platform.answers.iSocketError : ++s_platform.iValues;
+    s_platform.options += Get(iLevel, iOption, *pLength);
+    return iFd == kSocket ? 0 : -1;
+}
+int __wrap_setsockopt(int iFd, int iLevel, int iOption, const void *pValue, socklen_t nLength) {
+    s_platform.options += Named(iLevel, iOption) + std::string(static_cast<const char *>(pValue), nLength);
+    return iFd == kSocket && iOption != s_platform.answers.iFailingOption ? 0 : -1;
 }
 int __wrap_accept(int /*iFd*/, sockaddr * /*pAddr*/, socklen_t * /*pLength*/) {
     return 7;
@@ -211,6 +235,7 @@ TEST(Answers, TransfersEndWithTheirTimeOrTheirPeer) {
         {"the same, without a limit", Sendn, VYX_INFINITE, {0, 3, 0, 0, 0, 0, ENOMEM}, 3, 0},
         {"a send that takes nothing", Sendn, VYX_INFINITE, {POLLOUT, 0, 1}, 0, 0},
         {"no socket", Sendn, 100, {0, -EBADF, 0}, 0, 100},
+        {"a closed descriptor", Sendn, VYX_INFINITE, {POLLNVAL, -EBADF, -EBADF}, 0, 0},
 
         {"data", Recvn, 100, {0, kSize, 0}, kSize, 0},
         {"data in pieces", Recvn, VYX_INFINITE, {kIn, 3, 3}, kSize, 0},
@@ -226,8 +251,9 @@ TEST(Answers, TransfersEndWithTheirTimeOrTheirPeer) {
         {"a poll that fails", Recvn, 50, {0, 3, 3, 0, 0, 0, ENOMEM}, -1, 0},
         {"no socket", Recvn, 100, {0, -EBADF, 0}, 0, 100},
         {"another thing than a socket", Recvn, 100, {0, -ENOTSOCK, 0}, 0, 100},
+        {"a closed descriptor", Recvn, VYX_INFINITE, {POLLNVAL, -EBADF, -EBADF}, -1, 0},
 
-        {"as much as there is", Recv, 100, {kIn, 3, 0}, 3, 0},
+        {"as much as there is", Recv, 100, {kIn, 1, 0}, 1, 0},
         {"nothing", Recv, 100, {0, 3, 0}, -1, 100},
         {"another was quicker", Recv, 100, {kIn, -EAGAIN, 3}, 3, 0},
         {"data behind an end", Recv, 100, {POLLHUP, 3, 0}, 3, 0},
@@ -251,6 +277,14 @@ TEST(Answers, TransfersAskOnlyWhenTheyMustWait) {
     EXPECT_EQ(s_platform.iPolls, 0);
     (void)Ask({POLLRDNORM, kSize, 0}, [] { return Recvn(100); });
     EXPECT_EQ(s_platform.iPolls, 0);
+    // No bytes at all, and even fewer.
+    EXPECT_EQ(Ask({0, 0, 0}, [] { return VYX_Sendn(kSocket, nullptr, 0, 100); }), std::make_pair(0, 100U));
+    EXPECT_EQ(Ask({0, 0, 0}, [] { return VYX_Recvn(kSocket, nullptr, 0, 100); }), std::make_pair(0, 100U));
+    s_platform = {};
+    EXPECT_EQ(VYX_Sendn(kSocket, nullptr, -1, 100), 0);
+    EXPECT_EQ(VYX_Recvn(kSocket, nullptr, -1, 100), -1);
+    EXPECT_EQ(VYX_RecvWithTimeOut(kSocket, nullptr, -1, 100), -1);
+    EXPECT_EQ(s_platform.iPolls + s_platform.iTransfers, 0);
 }
 
 TEST(Answers, ConnectTellsOfRefusalHoweverPollShowsIt) {
@@ -279,6 +313,7 @@ TEST(Answers, ConnectTellsOfRefusalHoweverPollShowsIt) {
             [&] { answer = Ask(test.answers, [&] { return VYX_ConnectWithTimeOut(kSocket, &addr, 100); }); });
         EXPECT_EQ(answer, std::make_pair(test.iResult, test.nTook));
         EXPECT_EQ(said, test.said);
+        EXPECT_FALSE(s_platform.bBlocked);
         EXPECT_EQ(s_platform.iFlags, kBlocking);
     }
     const std::string none = nettest::ErrorsOf([&] {
@@ -294,6 +329,89 @@ TEST(Answers, AcceptWantsAConnection) {
     EXPECT_EQ(Ask({POLLRDNORM, 0, 0}, accept).first, 7);
     EXPECT_EQ(Ask({POLLHUP, 0, 0}, accept).first, -1);
     EXPECT_EQ(Ask({0, 0, 0}, accept), std::make_pair(-1, 100U));
+}
+
+template <int32_t (*Change)(VYX_SOCK_T, const VYX_ADDR_T *, const VYX_ADDR_T *), int Family>
+int32_t Member(VYX_SOCK_T hSocket) {
+    VYX_ADDR_T group = nettest::Loopback(Family);
+    const VYX_ADDR_T local = nettest::Loopback(AF_INET);
+    if (Family == AF_INET6)
+        group.in6.sin6_flowinfo = 5; // the interface
+    return Change(hSocket, &local, &group);
+}
+template <int32_t (*Ask)(VYX_SOCK_T, int32_t *)>
+int32_t Value(VYX_SOCK_T hSocket) {
+    int32_t iValue = 0;
+    return Ask(hSocket, &iValue) == 0 ? iValue : -1;
+}
+int32_t BuffSizes(VYX_SOCK_T hSocket) {
+    int32_t iSend = 0;
+    int32_t iRecv = 0;
+    return VYX_GetBuffSize(hSocket, &iSend, &iRecv) == 0 ? 10 * iRecv + iSend : -1;
+}
+
+timeval Time(int iSeconds, int iMicros) {
+    timeval time = {};
+    time.tv_sec = iSeconds;
+    time.tv_usec = iMicros;
+    return time;
+}
+
+TEST(Answers, OptionsReachTheirLevelAndOption) {
+    using H = VYX_SOCK_T;
+    constexpr int kIp = IPPROTO_IP;
+    constexpr int kIp6 = IPPROTO_IPV6;
+    constexpr int kSol = SOL_SOCKET;
+    const ip_mreq member4 = {{htonl(INADDR_LOOPBACK)}, {htonl(INADDR_LOOPBACK)}};
+    const ipv6_mreq member6 = {in6addr_loopback, 5};
+    const struct {
+        int32_t (*pfnCall)(VYX_SOCK_T);
+        std::string options;
+        int32_t iResult = 0;
+    } cases[] = {
+        {[](H h) { return VYX_SetTTL(h, 77); }, Set(kIp, IP_TTL, 77)},
+        {[](H h) { return VYX_SetTTL_V6(h, 77); }, Set(kIp6, IPV6_UNICAST_HOPS, 77)},
+        {[](H h) { return VYX_SetMultiCastTTL(h, 77); }, Set(kIp, IP_MULTICAST_TTL, 77)},
+        {[](H h) { return VYX_SetMultiCastTTL_V6(h, 77); }, Set(kIp6, IPV6_MULTICAST_HOPS, 77)},
+        {[](H h) { return VYX_SetTOS(h, 77); }, Set(kIp, IP_TOS, 77)},
+        {[](H h) { return VYX_SetReuseAddr(h, 7); }, Set(kSol, SO_REUSEADDR, 7)},
+        {[](H h) { return VYX_SetNoDelay(h, 0); }, Set(IPPROTO_TCP, TCP_NODELAY, 0)},
+        {[](H h) { return VYX_BroadCast(h); }, Set(kSol, SO_BROADCAST, 1)},
+        {[](H h) { return VYX_LingerOff(h); }, Set(kSol, SO_LINGER, linger{0, 0})},
+        {[](H h) { return VYX_LingerOn(h, 0x1FFFF); }, Set(kSol, SO_LINGER, linger{1, 0xFFFF})},
+        {[](H h) { return VYX_SetBuffSize(h, 7, 8); }, Set(kSol, SO_RCVBUF, 8) + Set(kSol, SO_SNDBUF, 7)},
+        {[](H h) { return VYX_SetBuffSize(h, 0, 8); }, Set(kSol, SO_RCVBUF, 8)},
+        {[](H h) { return VYX_SetBuffSize(h, 7, 0); }, Set(kSol, SO_SNDBUF, 7)},
+        {[](H h) { return VYX_SetTimeOut(h, 0, 2997); }, Set(kSol, SO_RCVTIMEO, Time(2, 997))},
+        {[](H h) { return VYX_SetTimeOut(h, 1000, 0); }, Set(kSol, SO_SNDTIMEO, Time(1, 0))},
+        {Value<VYX_GetTTL>, Get(kIp, IP_TTL, 8), 1},
+        {Value<VYX_GetTTL_V6>, Get(kIp6, IPV6_UNICAST_HOPS, 8), 1},
+        {Value<VYX_GetTOS>, Get(kIp, IP_TOS, 4), 1},
+        {BuffSizes, Get(kSol, SO_RCVBUF, 4) + Get(kSol, SO_SNDBUF, 4), 12},
+        {Member<VYX_JoinMultiCastGroup, AF_INET>, Set(kIp, IP_ADD_MEMBERSHIP, member4)},
+        {Member<VYX_LeaveMultiCastGroup, AF_INET>, Set(kIp, IP_DROP_MEMBERSHIP, member4)},
+        {Member<VYX_JoinMultiCastGroup, AF_INET6>, Set(kIp6, IPV6_JOIN_GROUP, member6)},
+        {Member<VYX_LeaveMultiCastGroup, AF_INET6>, Set(kIp6, IPV6_LEAVE_GROUP, member6)},
+    };
+    for (const auto &test : cases) {
+        SCOPED_TRACE(&test - cases);
+        EXPECT_EQ(Ask({}, [&] { return test.pfnCall(kSocket); }).first, test.iResult);
+        EXPECT_EQ(s_platform.options, test.options);
+        EXPECT_EQ(Ask({}, [&] { return test.pfnCall(kSocket + 1); }).first, -1);
+        EXPECT_EQ(s_platform.options, test.options);
+    }
+    const auto both = [] { return VYX_SetTimeOut(kSocket, 1, 1); };
+    EXPECT_EQ(Ask({0, 0, 0}, both).first, 0);
+    EXPECT_EQ(Ask({0, 0, 0, 0, 0, 0, 0, 0, SO_RCVTIMEO}, both).first, -1);
+    EXPECT_EQ(Ask({0, 0, 0, 0, 0, 0, 0, 0, SO_SNDTIMEO}, both).first, -1);
+    // Nothing to ask for.
+    EXPECT_EQ(VYX_GetBuffSize(-1, nullptr, nullptr) + VYX_SetBuffSize(-1, 0, 0) + VYX_SetTimeOut(-1, 0, 0),
+              0);
+    const auto join = VYX_JoinMultiCastGroup;
+    const VYX_ADDR_T local = nettest::Loopback(AF_INET);
+    const VYX_ADDR_T other = {};
+    EXPECT_TRUE(join(kSocket, &local, &other) == -1 && join(kSocket, &local, nullptr) == -1 &&
+                join(kSocket, nullptr, &local) == -1);
 }
 
 TEST(Answers, HostNameOfNoRoom) {

@@ -1,82 +1,53 @@
 #include "net/failing_memory.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 
-namespace {
+static thread_local int t_iLeft = -1; // blocks until memory runs out; negative: it never does
+static thread_local long t_iAlive = 0;
 
-thread_local int t_iLeft = -1; // blocks until memory runs out; negative: it never does
-thread_local bool t_bReached = false;
-thread_local long t_iAlive = 0;
+failing_memory::Limit::Limit(int iLeft) {
+    t_iLeft = iLeft;
+}
+failing_memory::Limit::~Limit() {
+    t_iLeft = -1;
+}
+long failing_memory::Alive() {
+    return t_iAlive;
+}
 
-void *Take(std::size_t nSize) {
+void *operator new(std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
     if (t_iLeft == 0) {
-        t_bReached = true;
+        errno = ENOMEM;
         return nullptr;
     }
-    if (t_iLeft > 0)
-        --t_iLeft;
+    t_iLeft -= t_iLeft > 0 ? 1 : 0;
     ++t_iAlive;
     return std::malloc(nSize == 0 ? 1 : nSize);
 }
-
-void Give(void *pBlock) {
-    if (pBlock != nullptr)
-        --t_iAlive;
-    std::free(pBlock);
+void *operator new[](std::size_t nSize, const std::nothrow_t &tag) noexcept {
+    return operator new(nSize, tag);
 }
-
-void *TakeOrThrow(std::size_t nSize) {
-    void *const pBlock = Take(nSize);
+void *operator new(std::size_t nSize) {
+    void *const pBlock = operator new(nSize, std::nothrow);
     if (pBlock == nullptr)
         throw std::bad_alloc();
     return pBlock;
 }
-
-} // namespace
-
-namespace failing_memory {
-
-Limit::Limit(int iLeft) {
-    t_bReached = false;
-    t_iLeft = iLeft;
-}
-
-Limit::~Limit() {
-    t_iLeft = -1;
-}
-
-bool Limit::Reached() const {
-    return t_bReached;
-}
-
-long Alive() {
-    return t_iAlive;
-}
-
-} // namespace failing_memory
-
-void *operator new(std::size_t nSize) {
-    return TakeOrThrow(nSize);
-}
 void *operator new[](std::size_t nSize) {
-    return TakeOrThrow(nSize);
-}
-void *operator new(std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
-    return Take(nSize);
-}
-void *operator new[](std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
-    return Take(nSize);
+    return operator new(nSize);
 }
 void operator delete(void *pBlock) noexcept {
-    Give(pBlock);
+    t_iAlive -= pBlock != nullptr ? 1 : 0;
+    std::free(pBlock);
 }
 void operator delete[](void *pBlock) noexcept {
-    Give(pBlock);
+    operator delete(pBlock);
 }
 void operator delete(void *pBlock, std::size_t /*nSize*/) noexcept {
-    Give(pBlock);
+    operator delete(pBlock);
 }
 void operator delete[](void *pBlock, std::size_t /*nSize*/) noexcept {
-    Give(pBlock);
+    operator delete(pBlock);
 }

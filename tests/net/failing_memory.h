@@ -11,7 +11,6 @@ class Limit {
     ~Limit();
     Limit(const Limit &) = delete;
     Limit &operator=(const Limit &) = delete;
-    bool Reached() const; // a block was refused
 };
 
 // Blocks that this thread has taken and not given back.
