@@ -105,11 +105,11 @@ inline auto *RegisterPoolCase(const char *szCase, const char *szSide, void (*pfn
     return pCase;
 }
 
-// Empty items and items of 10 microseconds, for each of these numbers of workers.
+// Empty items and items of 2 and 10 microseconds, for each of these numbers of workers.
 inline void RegisterItems(const char *szCase, const char *szSide, void (*pfnRun)(benchmark::State &),
                           const std::vector<int64_t> &workers, double fBound) {
     RegisterPoolCase(szCase, szSide, pfnRun, fBound)
-        ->ArgsProduct({workers, {0, 10000}})
+        ->ArgsProduct({workers, {0, 2000, 10000}})
         ->ArgNames({"workers", "item_ns"});
 }
 

@@ -94,8 +94,11 @@ VYX_API void VYX_SetSystemLastError(uint32_t nCode);
  * |                          | to remove: destroying one removes the name           |                             |
  * | bounded waits            | as in a library that is not started                  | all                         |
  * | atomic operations        | all                                                  | all                         |
- * | fixed pools              | none of the parent's                                 | new ones                    |
- * | flexible pools           | new ones; none of the parent's                       | the same                    |
+ * | fixed pools              | new ones without an idle time-out; the parent's      | new ones; the parent's are  |
+ * |                          | refuse work and can be destroyed, which does not     | gone                        |
+ * |                          | wait                                                 |                             |
+ * | flexible pools           | new ones; the parent's refuse work and can be        | the same                    |
+ * |                          | destroyed, which does not wait                       |                             |
  * | message queues           | the parent's with a copy of their messages: send,    | new ones                    |
  * |                          | receive what is there; limits as for bounded waits   |                             |
  * | events                   | all; the parent's are shared with it                 | the same                    |

@@ -4,14 +4,17 @@
  * (VYX_ThreadPoolFlex_...) queues pointers for one handler and starts workers as they are needed.
  *
  * Fixed pools need the started library (VYX_Init) from their creation to their destruction; the next start
- * begins with an empty registry. Flexible pools need it only with an idle time-out other than 0 and -1.
- * Destroying a pool blocks until its work has ended, and VYX_ThreadPool_WorkEx blocks if asked to.
+ * begins with an empty registry. Flexible pools work whether the library is started or not. Destroying a pool
+ * blocks until its work has ended, also if the thread is cancelled meanwhile; VYX_ThreadPool_WorkEx blocks if asked
+ * to.
  *
  * For both kinds: work runs on the library's worker threads with no lock of the library held. Workers keep
  * the signal mask of the thread that caused their start; a signal that interrupts one neither ends it nor
  * repeats or loses work. An exception that leaves the work ends the process, as in any thread. Work that ends
  * its own thread (VYX_Thread_Exit), or is cancelled (pthread_cancel), takes that worker out of the pool, and a
  * later item may start another. A worker that is cancelled while it has no work ends in, or after, its next.
+ * Debuggers and process listings show workers as vyx-poolP.W and vyx-flexP.W: P numbers the live pools of the kind
+ * from 0, W the pool's workers, by their places in a fixed pool, by their start in a flexible one.
  */
 #ifndef VYX_POOL_H
 #define VYX_POOL_H
@@ -29,8 +32,30 @@ VYX_BEGIN_DECLS
 /* ---- Fixed pool ------------------------------------------------------------------------------------------ */
 
 /*
- * Make a pool and start its first workers. Create: nStackSize 0, nIdleTimeOut VYX_INFINITE. CreateEx:
- * nIdleTimeOut VYX_INFINITE.
+ * Makes a pool whose workers have a stack of 1 MiB and never retire; as VYX_ThreadPool_CreateFlex with nStackSize
+ * 0 and nIdleTimeOut VYX_INFINITE.
+ *   nInitCount  workers to start now
+ *   nMaxCount   most workers at a time, 0 to MAX_THREAD_PER_THREADPOOL
+ *
+ * Result:  the pool, to be given back with VYX_ThreadPool_Destroy; null on failure, with a message on standard error.
+ * Threads: any.
+ */
+VYX_API VYX_HANDLE_THREADPOOL VYX_ThreadPool_Create(uint32_t nInitCount, uint32_t nMaxCount);
+
+/*
+ * Makes a pool whose workers never retire; as VYX_ThreadPool_CreateFlex with nIdleTimeOut VYX_INFINITE.
+ *   nInitCount  workers to start now
+ *   nMaxCount   most workers at a time, 0 to MAX_THREAD_PER_THREADPOOL
+ *   nStackSize  bytes for each worker; 0 = 1 MiB
+ *
+ * Result:  the pool, to be given back with VYX_ThreadPool_Destroy; null on failure, with a message on standard error.
+ * Threads: any.
+ */
+VYX_API VYX_HANDLE_THREADPOOL VYX_ThreadPool_CreateEx(uint32_t nInitCount, uint32_t nMaxCount,
+                                                      uint32_t nStackSize);
+
+/*
+ * Makes a pool and starts its first workers.
  *   nInitCount    workers to start now. Those with a place below this number never retire.
  *   nMaxCount     most workers at a time, 0 to MAX_THREAD_PER_THREADPOOL. 0 (with nInitCount 0) makes a pool
  *                 that refuses all work.
@@ -44,26 +69,33 @@ VYX_BEGIN_DECLS
  * Errors:  a message on standard error tells which; no error number.
  * Threads: any.
  */
-VYX_API VYX_HANDLE_THREADPOOL VYX_ThreadPool_Create(uint32_t nInitCount, uint32_t nMaxCount);
-VYX_API VYX_HANDLE_THREADPOOL VYX_ThreadPool_CreateEx(uint32_t nInitCount, uint32_t nMaxCount,
-                                                      uint32_t nStackSize);
 VYX_API VYX_HANDLE_THREADPOOL VYX_ThreadPool_CreateFlex(uint32_t nInitCount, uint32_t nMaxCount,
                                                         uint32_t nStackSize, uint32_t nIdleTimeOut);
 
 /*
- * Hand one item to an idle worker, the one with the lowest place; if none is idle and the pool is not full, a
- * worker is started for it. Work: bWait 0.
+ * Hands one item to a worker, and never waits for one; as VYX_ThreadPool_WorkEx with bWait 0.
+ *   fnWork  routine to run; its result is ignored
+ *   pParam  handed to fnWork, may be null; the library neither reads nor frees it
+ *
+ * Result:  VYX_OK: the item runs, exactly once. VYX_ERROR: it does not, all workers being busy for instance.
+ * Threads: any, also from inside an item.
+ */
+VYX_API int32_t VYX_ThreadPool_Work(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWork, void *pParam);
+
+/*
+ * Hands one item to an idle worker, the one with the lowest place; if none is idle and the pool is not full, a
+ * worker is started for it.
  *   fnWork  routine to run; its result is ignored
  *   pParam  handed to fnWork, may be null; the library neither reads nor frees it
  *   bWait   when all nMaxCount workers are busy: 0 = give up at once, otherwise wait until one is free or the
- *           pool is destroyed
+ *           pool is destroyed. Of several callers the one that has waited longest comes first.
  *
  * Result:  VYX_OK: the item runs, exactly once. VYX_ERROR: it does not: null pool or routine (with a message on
  *          standard error), all workers busy, destruction has begun, or a worker had to be started and could
  *          not be (with a message; also if bWait is set).
- * Threads: any, also from inside an item (with bWait set a pool may thereby wait for itself).
+ * Threads: any, also from inside an item (with bWait set a pool may thereby wait for itself). A caller that waits
+ *          may be cancelled; then its item does not run, unless a worker has it already.
  */
-VYX_API int32_t VYX_ThreadPool_Work(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWork, void *pParam);
 VYX_API int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWork, void *pParam,
                                       int32_t bWait);
 
@@ -84,7 +116,8 @@ VYX_API int32_t VYX_ThreadPool_Destroy(VYX_HANDLE_THREADPOOL hPool);
  * Makes a pool without workers; the first items start them.
  *   nMaxThreads   most workers at a time, above 0
  *   nIdleTimeOut  milliseconds after which a worker without work retires, unless it is the only one left;
- *                 0 = at once, -1 = never. Other negative values count as unsigned, some 49 days.
+ *                 0 = at once, -1 = never. Other negative values count as unsigned, some 49 days. Changes of the
+ *                 wall clock do not matter.
  *   fnHandler     called with every accepted pointer
  *   nStackSize    bytes for each worker, raised to 262144 if smaller; 0 = 1 MiB
  *
@@ -92,8 +125,7 @@ VYX_API int32_t VYX_ThreadPool_Destroy(VYX_HANDLE_THREADPOOL hPool);
  * workers: the ones it has do all further work.
  *
  * Result:  the pool, to be given back with VYX_ThreadPoolFlex_Destroy; null for a maximum below 1, a negative
- *          stack size or no handler, and when memory is short. A pool for which the system has no semaphores
- *          left is made all the same: its workers look for work every few milliseconds and never retire.
+ *          stack size or no handler, and when memory is short.
  * Threads: any.
  */
 VYX_API VYX_HANDLE_THREADPOOLFLEX VYX_ThreadPoolFlex_Create(int32_t nMaxThreads, int32_t nIdleTimeOut,
@@ -133,6 +165,7 @@ class VYX_API VYX_ThreadPool {
   public:
     /* Holds null. */
     VYX_ThreadPool();
+    /* Does nothing: the pool goes on. */
     ~VYX_ThreadPool();
 
     /* As VYX_ThreadPool_Create; 0 made, -1 not. Overwrites the handle, also with null: a pool that the object

@@ -11,6 +11,7 @@
 #define VYX_CAPABILITY(name) VYX_ANNOTATION(capability(name))
 #define VYX_SCOPED_CAPABILITY VYX_ANNOTATION(scoped_lockable)
 #define VYX_GUARDED_BY(lock) VYX_ANNOTATION(guarded_by(lock))
+#define VYX_PT_GUARDED_BY(lock) VYX_ANNOTATION(pt_guarded_by(lock))
 #define VYX_REQUIRES(...) VYX_ANNOTATION(requires_capability(__VA_ARGS__))
 #define VYX_ACQUIRE(...) VYX_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define VYX_TRY_ACQUIRE(...) VYX_ANNOTATION(try_acquire_capability(__VA_ARGS__))

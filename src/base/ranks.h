@@ -25,6 +25,7 @@ enum class Rank : uint8_t {
     QueueSender,   // who waits for room
     PoolRegistry,  // which fixed pools are taken
     FixedPool,     // one fixed pool: its live count, its thread records, who waits
+    FlexRegistry,  // the list of all flexible pools
     FlexPool,      // one flexible pool: its queue, its live count, the start of workers
     Event,         // what is in one event's pipe, and its closing
     LogQueue,      // the ring of log lines and their queue
@@ -46,12 +47,12 @@ struct RankRow {
 
 // In the order of the enumeration.
 inline constexpr RankRow kRanks[] = {
-    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"},    {30, "LogService"},
-    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},        {70, "QueueReceiver"},
-    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"},    {100, "FlexPool"},
-    {110, "Event"},      {120, "LogQueue"},     {120, "LogFile"},     {130, "SemWaits"},
-    {130, "CondWaits"},  {140, "WaitRecord"},   {150, "ServicePark"}, {160, "Calendar"},
-    {170, "Atomic"},     {180, "WholeValue"},   {190, "SemNames"},
+    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"},   {30, "LogService"},
+    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},       {70, "QueueReceiver"},
+    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"},   {95, "FlexRegistry"},
+    {100, "FlexPool"},   {110, "Event"},        {120, "LogQueue"},   {120, "LogFile"},
+    {130, "SemWaits"},   {130, "CondWaits"},    {140, "WaitRecord"}, {150, "ServicePark"},
+    {160, "Calendar"},   {170, "Atomic"},       {180, "WholeValue"}, {190, "SemNames"},
 };
 
 } // namespace vyx_inter

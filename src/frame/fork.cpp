@@ -8,6 +8,7 @@
 #include "msg/msgq_inter.h"
 #include "msg/timer_inter.h"
 #include "pool/thread_pool_inter.h"
+#include "pool/thrmgr.h"
 #include "sync/atomic_inter.h"
 #include "sync/timed_wait.h"
 #include "time/calendar.h"
@@ -18,9 +19,9 @@ namespace {
 
 // In the order of the locks' ranks.
 constexpr const ForkRow *kRows[] = {
-    &g_struStartForkRow,    &g_struTimerForkRow,  &g_struMsgQForkRow,
-    &g_struPoolForkRow,     &g_struLogForkRow,    &g_struTimedWaitForkRow,
-    &g_struCalendarForkRow, &g_struAtomicForkRow, &g_struSemNameForkRow,
+    &g_struStartForkRow,  &g_struTimerForkRow,   &g_struMsgQForkRow,      &g_struPoolForkRow,
+    &g_struFlexForkRow,   &g_struLogForkRow,     &g_struTimedWaitForkRow, &g_struCalendarForkRow,
+    &g_struAtomicForkRow, &g_struSemNameForkRow,
 };
 
 Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other

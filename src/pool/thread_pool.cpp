@@ -2,63 +2,211 @@
 // thread_pool_worker.cpp.
 //
 // A pool is a record of a static registry; its handle is the record's address. There is no queue: an item
-// goes to an idle worker under the pool's hLock, or to a worker started for it, or is refused. Callers that
-// want to wait for a worker sleep on hFree, which is signalled whenever one becomes idle or goes.
+// goes to an idle worker under the pool's hLock, or to a worker started for it, or is refused. A caller that
+// wants to wait for a worker leaves its item in a list; the worker that becomes free takes the first from there
+// and goes on with it, without becoming idle in between.
 //
-// Destruction sets bQuit, which is looked at again under hLock before an item is accepted, so that no worker
-// is claimed or started once the workers are being stopped. A caller may be anywhere inside
-// VYX_ThreadPool_WorkEx at that time; nUses counts such callers, and hLock goes only after the last has left.
+// A caller may be anywhere inside VYX_ThreadPool_WorkEx while its pool is destroyed and another one is made in the
+// same place. It notes the pool's era when it comes, and hands nothing over once the era has changed.
 #include <new>
 #include <vyx/pool.h>
+#include <vyx/sync.h>
 #include <vyx/sys.h>
+#include <vyx/thread.h>
 
-#include "base/lock.h"
 #include "base/spin.h"
+#include "base/uncancelled.h"
 #include "pool/thread_pool_inter.h"
-#include "pool/waiting.h"
 
+using vyx_inter::Answer;
+using vyx_inter::ForkHold;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
-using vyx_inter::MutexHold;
+using vyx_inter::PlaceSet;
+using vyx_inter::Rank;
 using vyx_inter::TryBriefly;
+using vyx_inter::Uncancelled;
+using vyx_inter::WaitingCaller;
 
-// Guards every bUsed: taking a place in the registry and giving it back.
-static Lock s_csLock{vyx_inter::Rank::PoolRegistry};
+static Lock s_csLock{Rank::PoolRegistry};
+static uint64_t
+    s_nUsed VYX_GUARDED_BY(s_csLock) = 0; // a bit for each pool: its place in the registry is taken
 static THREAD_POOL_T s_struThreadPools[VYX_MAX_THREADPOOLS];
+static THREAD_PLACE_T s_struPlaces[VYX_MAX_THREADPOOLS][MAX_THREAD_PER_THREADPOOL];
 
 namespace {
 
-constexpr uint32_t kLeavePause = 50; // microseconds between looks whether the last caller has left
+constexpr uint32_t kDefaultStackSize = 1048576; // bytes
+constexpr uint64_t kAllUsed = ~uint64_t{0};
+static_assert(VYX_MAX_THREADPOOLS == 64, "one bit of s_nUsed each");
 
-// Counts the calling thread among those inside VYX_ThreadPool_WorkEx for the length of a block.
-class PoolUse {
-  public:
-    explicit PoolUse(THREAD_POOL_T &pool) : m_nUses(pool.nUses) { m_nUses.fetch_add(1); }
-    ~PoolUse() { m_nUses.fetch_sub(1); }
-    PoolUse(const PoolUse &) = delete;
-    PoolUse &operator=(const PoolUse &) = delete;
-
-  private:
-    std::atomic<uint32_t> &m_nUses;
-};
+bool IsOpen_Local(uint32_t nEra) {
+    return nEra % 2 == 1;
+}
 
 // Result: the first free place of the registry, now taken; null if there is none.
 THREAD_POOL_T *TakePool_Local() {
     const LockGuard guard(s_csLock);
-    for (THREAD_POOL_T &pool : s_struThreadPools) {
-        if (pool.bUsed != 0)
-            continue;
-        pool.bUsed = 1;
-        return &pool;
-    }
+    if (s_nUsed == kAllUsed)
+        return nullptr;
+    const int iPool = __builtin_ctzll(~s_nUsed);
+    s_nUsed |= uint64_t{1} << iPool;
+    return &s_struThreadPools[iPool];
+}
+
+// Gives a pool's place in the registry back.
+void VYX_MoveToIdleThreadPool_Local(const THREAD_POOL_T *pThreadPool) {
+    const LockGuard guard(s_csLock);
+    s_nUsed &= ~(uint64_t{1} << (pThreadPool - s_struThreadPools));
+}
+
+// First place that is free, or taken. PlaceSet::kNone if there is none.
+uint32_t FindPlace_Local(THREAD_POOL_T &pool, bool bFree) VYX_REQUIRES(pool.hLock) {
+    for (uint32_t nPlace = 0; nPlace < pool.nMaxCount; ++nPlace)
+        if ((pool.pPlaces[nPlace].pWorker == nullptr) == bFree)
+            return nPlace;
+    return PlaceSet::kNone;
+}
+
+// Result: a worker's record for that place, with its semaphore; null, with a message, if they are not to be had.
+THREAD_INFO_T *MakeWorker_Local(THREAD_POOL_T &pool, uint32_t nPlace) VYX_REQUIRES(pool.hLock) {
+    // By place: a place below nInitCount may have been given up and taken again by a later worker, which then stays.
+    const uint32_t nIdleTimeOut = nPlace < pool.nInitCount ? VYX_INFINITE : pool.nIdleTimeOut;
+    const auto nPool = static_cast<uint32_t>(&pool - s_struThreadPools);
+    auto *pInfo =
+        new (std::nothrow) THREAD_INFO_T{&pool, nPool, nPlace, nIdleTimeOut, nullptr, nullptr, nullptr};
+    if (pInfo != nullptr && VYX_SemCreate(&pInfo->hSem, 0) == VYX_OK)
+        return pInfo;
+    delete pInfo;
+    (void)VYX_OutputDebug("quelby !!! VYX_CreateThread_Local VYX_SemCreate error, return -1 2\n");
     return nullptr;
 }
 
+// Starts one worker at the first free place; it is idle. 0, or -1: pool full, no semaphore, no thread.
+int32_t VYX_CreateThread_Local(THREAD_POOL_T &pool) VYX_REQUIRES(pool.hLock) {
+    if (pool.nCurrCount == pool.nMaxCount) {
+        (void)VYX_OutputDebug("quelby !!! VYX_CreateThread_Local (pThreadPool->nCurrCount == "
+                              "pThreadPool->nMaxCount) error, return -1, 1\n");
+        return VYX_ERROR;
+    }
+    const uint32_t nPlace = FindPlace_Local(pool, true);
+    THREAD_INFO_T *pInfo = MakeWorker_Local(pool, nPlace);
+    if (pInfo == nullptr)
+        return VYX_ERROR;
+    const uint32_t nStackSize = pool.nStackSize == 0 ? kDefaultStackSize : pool.nStackSize;
+    const VYX_THREAD_T hThread = VYX_Thread_Create(f_Thread_Svc, pInfo, nStackSize, 0, 0, 0);
+    if (hThread == VYX_INVALID_THREAD) {
+        (void)VYX_OutputDebug("quelby !!! VYX_CreateThread_Local VYX_Thread_Create error, return -1 3\n");
+        (void)VYX_SemDestroy(&pInfo->hSem);
+        delete pInfo;
+        return VYX_ERROR;
+    }
+    pool.pPlaces[nPlace] = {pInfo, hThread};
+    pool.idle.Add(nPlace);
+    ++pool.nCurrCount;
+    return VYX_OK;
+}
+
+// Stops the live worker with the lowest place and waits until it has ended. 0, or -1 if none is live.
+int32_t VYX_DestroyThread_Local(THREAD_POOL_T &pool) {
+    THREAD_PLACE_T place = {};
+    {
+        const LockGuard guard(pool.hLock);
+        const uint32_t nPlace = FindPlace_Local(pool, false);
+        if (nPlace == PlaceSet::kNone)
+            return VYX_ERROR;
+        place = pool.pPlaces[nPlace];
+        VYX_LeavePool_Inter(pool, nPlace);
+        (void)VYX_SemPost(&place.pWorker->hSem); // a worker that does not belong to the pool any more ends
+    }
+    if (VYX_IsOwnWorker_Inter(place.pWorker)) // from inside an item: this thread cannot wait for itself
+        (void)pthread_detach(place.hThread);
+    else
+        (void)VYX_Thread_Wait(place.hThread);
+    return VYX_OK;
+}
+
+// Claims the idle worker with the lowest place: it is not idle any more. Null if there is none.
+THREAD_INFO_T *VYX_GetIdle_Local(THREAD_POOL_T *pThreadPool) VYX_REQUIRES(pThreadPool->hLock) {
+    if (pThreadPool == nullptr) {
+        (void)VYX_OutputDebug("quelby !!! VYX_GetIdle_Local pThreadPool == NULL error, return NULL 1\n");
+        return nullptr;
+    }
+    const uint32_t nPlace = pThreadPool->idle.First();
+    if (nPlace == PlaceSet::kNone)
+        return nullptr;
+    pThreadPool->idle.Remove(nPlace);
+    return pThreadPool->pPlaces[nPlace].pWorker;
+}
+
+// Claims an idle worker, or starts one while the pool has room. Result: -1 only if one could not be started;
+// *ppWorker is null when the pool is full.
+int32_t ClaimWorker_Local(THREAD_POOL_T &pool, THREAD_INFO_T **ppWorker) VYX_REQUIRES(pool.hLock) {
+    *ppWorker = VYX_GetIdle_Local(&pool);
+    if (*ppWorker != nullptr || pool.nCurrCount >= pool.nMaxCount)
+        return VYX_OK;
+    if (VYX_CreateThread_Local(pool) != VYX_OK)
+        return VYX_ERROR;
+    *ppWorker = VYX_GetIdle_Local(&pool);
+    return VYX_OK;
+}
+
+// Answers the first of the callers that wait. Result: false if there is none.
+bool AnswerFirst_Local(THREAD_POOL_T &pool, Answer eAnswer) VYX_REQUIRES(pool.hLock) {
+    WaitingCaller *pCaller = pool.waiting.TakeFirst();
+    if (pCaller != nullptr)
+        VYX_AnswerCaller_Inter(*pCaller, eAnswer);
+    return pCaller != nullptr;
+}
+
+// Refuses items from now on, those of callers that wait included.
+void Close_Local(THREAD_POOL_T &pool) VYX_REQUIRES(pool.hLock) {
+    if (IsOpen_Local(pool.nEra.load()))
+        pool.nEra.fetch_add(1);
+    while (AnswerFirst_Local(pool, Answer::Refused)) {
+    }
+}
+
+// Lets the pool's workers end by themselves, when they have finished what they do.
+void Forget_Local(THREAD_POOL_T &pool) {
+    const LockGuard guard(pool.hLock);
+    Close_Local(pool);
+    for (uint32_t nPlace = 0; nPlace < pool.nMaxCount; ++nPlace) {
+        const THREAD_PLACE_T place = pool.pPlaces[nPlace];
+        if (place.pWorker == nullptr)
+            continue;
+        (void)pthread_detach(place.hThread);
+        VYX_LeavePool_Inter(pool, nPlace);
+        (void)VYX_SemPost(&place.pWorker->hSem);
+    }
+}
+
+ForkHold s_forkHold(s_csLock);
+
+// In a forked child, which has neither the parent's workers nor its callers: closes the pools that it had. Their locks
+// need not be held across the fork, since nothing is left of what they guard.
+void ForgetParent_Local() VYX_UNCHECKED {
+    if (!s_forkHold.InChild())
+        return;
+    for (uint64_t nUsed = s_nUsed; nUsed != 0; nUsed &= nUsed - 1) {
+        const int iPool = __builtin_ctzll(nUsed);
+        THREAD_POOL_T &pool = s_struThreadPools[iPool];
+        pool.hLock.Renew();
+        if (IsOpen_Local(pool.nEra.load()))
+            pool.nEra.fetch_add(1);
+        pool.waiting = {};
+        pool.idle = {};
+        pool.nCurrCount = 0;
+        for (THREAD_PLACE_T &place : s_struPlaces[iPool])
+            place = {};
+    }
+    VYX_DisownWorker_Inter();
+}
+
 // Result: true if all the pool's first workers were started.
-bool StartWorkers_Local(THREAD_POOL_T &pool) {
-    const MutexHold hold(pool.hLock);
+bool StartWorkers_Local(THREAD_POOL_T &pool) VYX_REQUIRES(pool.hLock) {
     for (uint32_t nStarted = 0; nStarted < pool.nInitCount; ++nStarted) {
-        if (VYX_CreateThread_Local(&pool) == VYX_OK)
+        if (VYX_CreateThread_Local(pool) == VYX_OK)
             continue;
         (void)VYX_OutputDebug("quelby !!! VYX_InitThread_Local VYX_CreateThread_Local error, return -1 2\n");
         return false;
@@ -66,76 +214,101 @@ bool StartWorkers_Local(THREAD_POOL_T &pool) {
     return true;
 }
 
+// Sets a pool up and opens it for items. Result: false if one of its first workers could not be started.
+bool Open_Local(THREAD_POOL_T &pool, uint32_t nInitCount, uint32_t nMaxCount, uint32_t nStackSize,
+                uint32_t nIdleTimeOut) {
+    const LockGuard guard(pool.hLock);
+    pool.nMaxCount = nMaxCount;
+    pool.nInitCount = nInitCount;
+    pool.nStackSize = nStackSize;
+    pool.nIdleTimeOut = nIdleTimeOut;
+    pool.nItems = 0;
+    pool.pPlaces = s_struPlaces[&pool - s_struThreadPools];
+    if (!StartWorkers_Local(pool))
+        return false;
+    pool.nEra.fetch_add(1);
+    return true;
+}
+
 void StopWorkers_Local(THREAD_POOL_T &pool) {
-    const uint32_t nMaxCount = pool.nMaxCount;
-    for (uint32_t nStopped = 0; nStopped < nMaxCount; ++nStopped)
-        (void)VYX_DestroyThread_Local(&pool);
+    while (VYX_DestroyThread_Local(pool) == VYX_OK) {
+    }
 }
 
-void WakeWaiters_Local(THREAD_POOL_T &pool) {
-    const MutexHold hold(pool.hLock);
-    (void)VYX_CondBroadCast(&pool.hFree);
+// Gives the item to a worker, or the caller a place among those that wait. Result: Answer::None if it waits now.
+Answer OfferItem_Local(THREAD_POOL_T &pool, uint32_t nEra, WaitingCaller &caller, bool bWait) {
+    const LockGuard guard(pool.hLock);
+    if (pool.nEra.load() != nEra)
+        return Answer::Refused;
+    THREAD_INFO_T *pWorker = nullptr;
+    if (ClaimWorker_Local(pool, &pWorker) != VYX_OK) {
+        (void)AnswerFirst_Local(pool, Answer::Again); // the room is the next one's to try for
+        return Answer::Refused;
+    }
+    if (pWorker != nullptr) {
+        ++pool.nItems;
+        pWorker->fWork = caller.fWork;
+        pWorker->pParam = caller.pParam;
+        (void)VYX_SemPost(&pWorker->hSem);
+        return Answer::Taken;
+    }
+    if (!bWait)
+        return Answer::Refused;
+    caller.eAnswer.store(Answer::None);
+    caller.bAsleep = false;
+    pool.waiting.Append(caller);
+    return Answer::None;
 }
 
-// Claims an idle worker, or starts one while the pool has room. Result: -1 only if one could not be started;
-// *ppWorker is null when the pool is full. With hLock held.
-int32_t ClaimWorker_Local(THREAD_POOL_T &pool, THREAD_INFO_T **ppWorker) {
-    *ppWorker = VYX_GetIdle_Local(&pool);
-    if (*ppWorker != nullptr || pool.nCurrCount >= pool.nMaxCount)
-        return VYX_OK;
-    if (VYX_CreateThread_Local(&pool) != VYX_OK)
-        return VYX_ERROR;
-    *ppWorker = VYX_GetIdle_Local(&pool);
-    return VYX_OK;
-}
+// A caller asleep, under the pool's lock. If it is cancelled in its sleep, it leaves neither its item nor its turn behind.
+class Sleeper {
+  public:
+    Sleeper(THREAD_POOL_T &pool, WaitingCaller &caller) : m_pool(pool), m_caller(caller) {
+        caller.bAsleep = true;
+    }
+    ~Sleeper() VYX_UNCHECKED {
+        if (m_bAwake)
+            return;
+        if (m_caller.eAnswer.load() == Answer::None)
+            m_pool.waiting.Remove(m_caller);
+        else if (m_caller.eAnswer.load() == Answer::Again)
+            (void)AnswerFirst_Local(m_pool, Answer::Again);
+    }
+    Sleeper(const Sleeper &) = delete;
+    Sleeper &operator=(const Sleeper &) = delete;
 
-// The post comes last: it publishes the item to the worker. With hLock held.
-void HandOver_Local(THREAD_INFO_T &worker, VYX_THREAD_PROC fnWork, void *pParam) {
-    worker.fWork = fnWork;
-    worker.pParam = pParam;
-    (void)VYX_SemPost(&worker.hSem);
-}
+    void Awake() { m_bAwake = true; }
 
-// Looks for a moment whether a worker becomes idle, without the lock. With hLock held exactly once, as
-// afterwards.
-void LookForIdle_Local(THREAD_POOL_T &pool) {
-    const uint32_t nSeen = pool.nFreed.load();
-    (void)VYX_MutexUnlock(&pool.hLock);
-    (void)TryBriefly([&pool, nSeen] { return pool.nFreed.load() != nSeen || pool.bQuit.load() != 0; });
-    (void)VYX_MutexLock(&pool.hLock);
-}
+  private:
+    THREAD_POOL_T &m_pool;
+    WaitingCaller &m_caller;
+    bool m_bAwake = false;
+};
 
-// Sleeps until a worker may have become idle or gone, or the pool is being destroyed. With hLock held exactly
-// once, and since no idle worker was found.
-void AwaitFree_Local(THREAD_POOL_T &pool) {
-    struct Waiting { // counted also if the thread is cancelled in its sleep
-        uint32_t &nWaiting;
-        explicit Waiting(uint32_t &n) : nWaiting(n) { ++nWaiting; }
-        ~Waiting() { --nWaiting; }
-        Waiting(const Waiting &) = delete;
-        Waiting &operator=(const Waiting &) = delete;
-    };
-    const Waiting waiting(pool.nWaiting);
-    (void)VYX_CondWait(&pool.hFree, &pool.hLock);
+// Waits for the answer to a caller that stands among those that wait.
+Answer AwaitAnswer_Local(THREAD_POOL_T &pool, WaitingCaller &caller) {
+    if (!TryBriefly([&caller] { return caller.eAnswer.load() != Answer::None; })) {
+        const LockGuard guard(pool.hLock);
+        Sleeper sleeper(pool, caller);
+        while (caller.eAnswer.load() == Answer::None)
+            caller.wake.Wait(pool.hLock);
+        sleeper.Awake();
+    }
+    return caller.eAnswer.load();
 }
-
-vyx_inter::ForkHold s_forkHold(s_csLock);
 
 } // namespace
 
 const vyx_inter::ForkRow g_struPoolForkRow = {
     [] { s_forkHold.Before(); },
     [] { s_forkHold.InParent(); },
-    [] { (void)s_forkHold.InChild(); },
+    ForgetParent_Local,
 };
 
 int32_t VYX_InitThreadPool_Inter(void) {
     const LockGuard guard(s_csLock);
-    for (THREAD_POOL_T &pool : s_struThreadPools) {
-        new (&pool) THREAD_POOL_T(); // all bytes zero
-        for (THREAD_INFO_T &info : pool.struThreads)
-            info.hThread = VYX_INVALID_THREAD;
-    }
+    for (; s_nUsed != 0; s_nUsed &= s_nUsed - 1)
+        Forget_Local(s_struThreadPools[__builtin_ctzll(s_nUsed)]);
     return VYX_OK;
 }
 
@@ -143,9 +316,18 @@ int32_t VYX_FiniThreadPool_Inter(void) {
     return VYX_OK; // s_csLock outlives the stage
 }
 
-void VYX_MoveToIdleThreadPool_Local(THREAD_POOL_T *pThreadPool) {
-    const LockGuard guard(s_csLock);
-    pThreadPool->bUsed = 0;
+void VYX_LeavePool_Inter(THREAD_POOL_T &pool, uint32_t nPlace) {
+    pool.pPlaces[nPlace] = {};
+    pool.idle.Remove(nPlace);
+    --pool.nCurrCount;
+    (void)AnswerFirst_Local(pool, Answer::Again);
+}
+
+void VYX_AnswerCaller_Inter(WaitingCaller &caller, Answer eAnswer) {
+    const bool bAsleep = caller.bAsleep;
+    caller.eAnswer.store(eAnswer); // a caller that is awake may be gone from here on
+    if (bAsleep)
+        caller.wake.Signal();
 }
 
 VYX_HANDLE_THREADPOOL VYX_ThreadPool_CreateFlex(uint32_t nInitCount, uint32_t nMaxCount, uint32_t nStackSize,
@@ -161,22 +343,10 @@ VYX_HANDLE_THREADPOOL VYX_ThreadPool_CreateFlex(uint32_t nInitCount, uint32_t nM
                               "return -1 2\n");
         return nullptr;
     }
-    pPool->nStackSize = nStackSize;
-    pPool->nMaxCount = nMaxCount;
-    pPool->nInitCount = nInitCount;
-    pPool->nCurrCount = 0;
-    pPool->nIdleTimeOut = nIdleTimeOut;
-    pPool->nWaiting = 0;
-    (void)VYX_MutexCreate(&pPool->hLock, VYX_MUTEX_RECURSIVE);
-    (void)VYX_CondCreate(&pPool->hFree);
-    if (StartWorkers_Local(*pPool)) {
-        pPool->bQuit.store(0);
+    if (Open_Local(*pPool, nInitCount, nMaxCount, nStackSize, nIdleTimeOut))
         return pPool;
-    }
     StopWorkers_Local(*pPool);
     (void)VYX_OutputDebug("quelby !!! VYX_ThreadPool_Create VYX_InitThread_Local error, return -1 3\n");
-    // Deliberate: hLock stays; the next creation at this place makes it anew.
-    (void)VYX_CondDestroy(&pPool->hFree);
     VYX_MoveToIdleThreadPool_Local(pPool);
     return nullptr;
 }
@@ -199,28 +369,17 @@ int32_t VYX_ThreadPool_WorkEx(VYX_HANDLE_THREADPOOL hPool, VYX_THREAD_PROC fnWor
         (void)VYX_OutputDebug("quelby !!! VYX_ThreadPool_Work param error, return -1 1\n");
         return VYX_ERROR;
     }
-    const PoolUse use(*hPool);
-    if (hPool->bQuit.load() != 0) // also the pool's lock may be gone
+    const uint32_t nEra = hPool->nEra.load();
+    if (!IsOpen_Local(nEra))
         return VYX_ERROR;
-    const MutexHold hold(hPool->hLock);
-    for (bool bLooked = false; hPool->bQuit.load() == 0; bLooked = !bLooked) {
-        THREAD_INFO_T *pWorker = nullptr;
-        if (ClaimWorker_Local(*hPool, &pWorker) != VYX_OK) {
-            (void)VYX_CondSignal(&hPool->hFree); // the room is the next waiter's to try for
-            return VYX_ERROR;
-        }
-        if (pWorker != nullptr) {
-            HandOver_Local(*pWorker, fnWork, pParam);
-            return VYX_OK;
-        }
-        if (bWait == 0)
-            return VYX_ERROR;
-        if (bLooked)
-            AwaitFree_Local(*hPool);
-        else
-            LookForIdle_Local(*hPool);
+    WaitingCaller caller(fnWork, pParam);
+    Answer eAnswer = Answer::Again;
+    while (eAnswer == Answer::Again) {
+        eAnswer = OfferItem_Local(*hPool, nEra, caller, bWait != 0);
+        if (eAnswer == Answer::None)
+            eAnswer = AwaitAnswer_Local(*hPool, caller);
     }
-    return VYX_ERROR;
+    return eAnswer == Answer::Taken ? VYX_OK : VYX_ERROR;
 }
 
 int32_t VYX_ThreadPool_Destroy(VYX_HANDLE_THREADPOOL hPool) {
@@ -228,13 +387,12 @@ int32_t VYX_ThreadPool_Destroy(VYX_HANDLE_THREADPOOL hPool) {
         (void)VYX_OutputDebug("quelby !!! VYX_ThreadPool_Destroy pThreadPool == NULL return\n");
         return VYX_ERROR;
     }
-    hPool->bQuit.store(1);
-    WakeWaiters_Local(*hPool);
+    const Uncancelled uncancelled;
+    {
+        const LockGuard guard(hPool->hLock);
+        Close_Local(*hPool);
+    }
     StopWorkers_Local(*hPool);
-    while (hPool->nUses.load() != 0)
-        (void)VYX_USleep(kLeavePause);
-    (void)VYX_CondDestroy(&hPool->hFree);
-    (void)VYX_MutexDestroy(&hPool->hLock);
     VYX_MoveToIdleThreadPool_Local(hPool);
     return VYX_OK;
 }

@@ -1,47 +1,89 @@
 // The flexible pools: a queue, and detached workers that come when none is idle and go when they stay idle.
 //
-// hLock guards the queue, nAlive and the start of workers. Workers sleep on hWorkSem, but the queue decides: a
-// worker goes to sleep only after it has seen, under the lock, that the queue is empty. So an item that was
-// queued without a word, because no worker could be started, still runs.
+// A worker that finds nothing queued looks for some more time, as an idle but not yet sleeping one, and then sleeps.
+// A dispatch wakes a sleeper only if more is queued than workers are on their way to the queue, woken or looking;
+// each of these takes one item or finds the queue empty. Thus no item waits while a worker sleeps, and under a steady
+// load almost nobody is woken for nothing.
 //
-// A dispatch wakes a sleeper only if more is queued than workers are on their way to the queue, woken or looking
-// for work; each of these takes one item or finds the queue empty. Thus no item waits while a worker sleeps, and
-// under a steady load almost nobody is woken for nothing.
-//
-// Whether a worker may retire is decided under hLock, where it also stops counting as alive: of two whose time
-// is out together only one goes, and an item queued meanwhile keeps it. The last live worker thus stays until
-// the pool is destroyed, unless a handler ends its thread.
+// Whether a worker may retire is decided under hLock, where it also stops counting as alive: of two whose time is
+// out together only one goes, and an item queued meanwhile keeps it. The last live worker thus stays until the pool
+// is destroyed, unless a handler ends its thread.
 #include <cstdio>
-#include <memory>
 #include <new>
+#include <utility>
 #include <vyx/pool.h>
-#include <vyx/sync.h>
-#include <vyx/sys.h>
 #include <vyx/thread.h>
 
 #include "base/spin.h"
-#include "base/units.h"
+#include "base/uncancelled.h"
 #include "pool/thrmgr.h"
-#include "pool/waiting.h"
+#include "thread/service_thread.h"
 
-using vyx_inter::MutexHold;
-using vyx_inter::RefuseCancellation;
-using vyx_inter::RunCancellable;
+using vyx_inter::Cancellable;
+using vyx_inter::Clock;
+using vyx_inter::Deadline;
+using vyx_inter::ForkHold;
+using vyx_inter::Lock;
+using vyx_inter::LockGuard;
+using vyx_inter::Rank;
 using vyx_inter::TryBriefly;
+using vyx_inter::Uncancelled;
+
+static Lock s_hFlexLock{Rank::FlexRegistry};
+static thrmgr_pool_t *s_pFlexPools VYX_GUARDED_BY(s_hFlexLock) = nullptr; // all, by their numbers
+
+struct thrmgr_queue_t::Block {
+    static constexpr uint32_t kItems = 254;
+    Block *pNext;
+    void *items[kItems];
+};
+
+thrmgr_queue_t::~thrmgr_queue_t() {
+    while (m_pFirst != nullptr)
+        delete std::exchange(m_pFirst, m_pFirst->pNext);
+}
+
+void thrmgr_queue_t::Forget() {
+    m_pFirst = m_pLast = nullptr;
+    m_nCount.store(0, std::memory_order_relaxed);
+}
+
+bool thrmgr_queue_t::Append(void *pData) {
+    if (m_pLast == nullptr || m_nEnd == Block::kItems) {
+        auto *pBlock = new (std::nothrow) Block;
+        if (pBlock == nullptr)
+            return false;
+        pBlock->pNext = nullptr;
+        (m_pLast == nullptr ? m_pFirst : m_pLast->pNext) = pBlock;
+        m_pLast = pBlock;
+        m_nEnd = 0;
+    }
+    m_pLast->items[m_nEnd++] = pData;
+    m_nCount.store(Count() + 1, std::memory_order_relaxed);
+    return true;
+}
+
+bool thrmgr_queue_t::Take(void **ppData) {
+    if (Count() == 0)
+        return false;
+    *ppData = m_pFirst->items[m_nFirst++];
+    m_nCount.store(Count() - 1, std::memory_order_relaxed);
+    if (Count() == 0) { // so there is one block only
+        m_nFirst = m_nEnd = 0;
+    } else if (m_nFirst == Block::kItems) {
+        delete std::exchange(m_pFirst, m_pFirst->pNext);
+        m_nFirst = 0;
+    }
+    return true;
+}
 
 namespace {
 
 constexpr int kDefaultStackSize = 1048576; // bytes
 constexpr int kLeastStackSize = 262144;    // bytes
-constexpr int32_t kRunning = 0;
-constexpr int32_t kDestroying = 1;
-constexpr uint32_t kPollPause = 5; // milliseconds between looks where a semaphore could not be had
 
-// The time of day, cut to the millisecond.
-void GetTimeOfDay_Local(timeval *pNow) {
-    (void)gettimeofday(pNow, nullptr);
-    pNow->tv_usec -= pNow->tv_usec % static_cast<suseconds_t>(vyx_inter::kMicrosPerMilli);
-}
+// The pool that the calling thread works for; null on other threads, when the worker has retired, and in a forked child.
+thread_local thrmgr_pool_t *t_pOwnPool = nullptr;
 
 uint32_t StackSize_Local(int nStackSize) {
     if (nStackSize == 0)
@@ -49,262 +91,238 @@ uint32_t StackSize_Local(int nStackSize) {
     return static_cast<uint32_t>(nStackSize < kLeastStackSize ? kLeastStackSize : nStackSize);
 }
 
-// The queue's two operations, with hLock held.
-void Append_Local(thrmgr_queue_t &queue, thrmgr_item_t *pItem) {
-    (queue.nCount == 0 ? queue.pHead : queue.pTail->pNext) = pItem;
-    queue.pTail = pItem;
-    queue.nCount.fetch_add(1);
+// Puts the pool into the list of all, and gives it its number.
+void Enlist_Local(thrmgr_pool_t &pool) {
+    const LockGuard guard(s_hFlexLock);
+    thrmgr_pool_t **ppLink = &s_pFlexPools;
+    for (; *ppLink != nullptr && (*ppLink)->nNumber == pool.nNumber; ppLink = &(*ppLink)->pNext)
+        ++pool.nNumber;
+    pool.pNext = *ppLink;
+    *ppLink = &pool;
 }
 
-std::unique_ptr<thrmgr_item_t> TakeHead_Local(thrmgr_queue_t &queue) {
-    std::unique_ptr<thrmgr_item_t> pItem(queue.pHead);
-    if (pItem == nullptr)
-        return pItem;
-    queue.pHead = pItem->pNext;
-    if (queue.pHead == nullptr)
-        queue.pTail = nullptr;
-    queue.nCount.fetch_sub(1);
-    return pItem;
+void Delist_Local(const thrmgr_pool_t &pool) {
+    const LockGuard guard(s_hFlexLock);
+    thrmgr_pool_t **ppLink = &s_pFlexPools;
+    while (*ppLink != &pool)
+        ppLink = &(*ppLink)->pNext;
+    *ppLink = pool.pNext;
+}
+
+ForkHold s_forkHold(s_hFlexLock);
+
+// The three steps of a fork. While the list's lock is not to be had nothing is known of the pools.
+void BeforeFork_Local() VYX_UNCHECKED {
+    s_forkHold.Before();
+    for (auto *pPool = s_forkHold.IsWhole() ? s_pFlexPools : nullptr; pPool != nullptr; pPool = pPool->pNext)
+        pPool->forkHold.Before();
+}
+
+void AfterForkInParent_Local() VYX_UNCHECKED {
+    for (auto *pPool = s_forkHold.IsWhole() ? s_pFlexPools : nullptr; pPool != nullptr; pPool = pPool->pNext)
+        pPool->forkHold.InParent();
+    s_forkHold.InParent();
+}
+
+void AfterForkInChild_Local() VYX_UNCHECKED {
+    for (auto *pPool = s_forkHold.IsWhole() ? s_pFlexPools : nullptr; pPool != nullptr;
+         pPool = pPool->pNext) {
+        pPool->eState = FlexState::Abandoned;
+        if (!pPool->forkHold.InChild())
+            continue;
+        pPool->work.Renew();
+        pPool->gone.Renew();
+        if (!pPool->forkHold.IsWhole())
+            pPool->queue.Forget();
+    }
+    (void)s_forkHold.InChild();
+    t_pOwnPool = nullptr;
 }
 
 // Starts a worker if none is idle and the pool has room. Result: false if the pool is left without any worker.
-// With hLock held.
-bool StartWorker_Local(thrmgr_pool_t &pool) {
-    const int32_t nAlive = pool.nAlive.load();
-    // A pool whose last worker was ended by its handler needs one whatever the idle count says.
-    if ((pool.nIdle.load() != 0 && nAlive != 0) || nAlive >= pool.nMaxThreads)
+bool StartWorker_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    if (pool.nAlive >= pool.nMaxThreads)
+        return true;
+    // Deliberate: once a worker has retired, later items start no more of them, as long as there is one. Pinned by
+    // FlexPoolInside.DoesNotGrowAgainAfterItShrank.
+    if (pool.nAlive != 0 && (pool.nIdle != 0 || pool.bHasShrunk))
         return true;
     if (VYX_ThreadDetached_Create(thrmgr_worker, &pool, pool.nStackSize) == VYX_TRUE) {
-        pool.nAlive.store(nAlive + 1);
+        ++pool.nAlive;
         return true;
     }
     (void)std::puts("!pthread_create failed");
-    return nAlive != 0;
+    return pool.nAlive != 0;
 }
 
-// A worker's place among the live ones, for the length of its thread however that ends.
-class Membership {
+bool IsQuiet_Local(const thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    return pool.queue.Count() == 0 && pool.eState == FlexState::Running;
+}
+
+// Without the lock. An outdated answer is harmless: what is queued counts only under the lock.
+bool MayHaveWork_Local(const thrmgr_pool_t &pool) VYX_UNCHECKED {
+    return pool.queue.Count() != 0;
+}
+
+// Looks at the queue for a moment, during which the lock is free.
+void LookForWork_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    ++pool.nLooking;
+    pool.hLock.Release();
+    (void)TryBriefly([&pool] { return MayHaveWork_Local(pool); });
+    pool.hLock.Acquire();
+    --pool.nLooking;
+}
+
+// Sleeps until there is work, the pool is destroyed, or the time is out.
+void Sleep_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    // The only worker cannot retire, and while it is idle no other is started.
+    const Deadline deadline =
+        pool.nAlive == 1 ? Deadline::Never() : Deadline::In(pool.nIdleTimeOut, Clock::Monotonic);
+    ++pool.nAsleep;
+    for (bool bInTime = true; bInTime && IsQuiet_Local(pool);) {
+        bInTime = pool.work.WaitUntil(pool.hLock, deadline);
+        if (pool.nWoken != 0)
+            --pool.nWoken;
+    }
+    --pool.nAsleep;
+}
+
+// Waits for work or the pool's end; or retires, and then no worker of the pool any more.
+void AwaitWork_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    ++pool.nIdle;
+    LookForWork_Local(pool);
+    if (IsQuiet_Local(pool))
+        Sleep_Local(pool);
+    --pool.nIdle;
+    if (!IsQuiet_Local(pool) || pool.nAlive == 1)
+        return;
+    --pool.nAlive;
+    pool.bHasShrunk = true;
+    t_pOwnPool = nullptr;
+}
+
+// Result: false if the worker is to end.
+bool NextItem_Local(thrmgr_pool_t &pool, void **ppData) {
+    const LockGuard guard(pool.hLock);
+    while (t_pOwnPool != nullptr && pool.eState == FlexState::Running) {
+        if (pool.queue.Take(ppData)) {
+            ++pool.nItems;
+            return true;
+        }
+        AwaitWork_Local(pool);
+    }
+    return false;
+}
+
+// A worker from its thread's start to its end, which the handler may bring about as well.
+class Worker {
   public:
-    explicit Membership(thrmgr_pool_t &pool) : m_pPool(&pool) {}
-    ~Membership() {
-        if (m_pPool == nullptr)
+    explicit Worker(thrmgr_pool_t &pool) {
+        t_pOwnPool = &pool;
+        char szName[16];
+        {
+            const LockGuard guard(pool.hLock);
+            (void)std::snprintf(szName, sizeof szName, "vyx-flex%u.%u", pool.nNumber, pool.nStarted++);
+        }
+        VYX_NameThread_Inter(szName);
+    }
+    ~Worker() {
+        if (t_pOwnPool == nullptr)
             return;
         // The destroyer frees the pool once it has seen, under the lock, that nobody is left.
-        const MutexHold hold(m_pPool->hLock);
-        m_pPool->nAlive.fetch_sub(1);
-        if (m_pPool->nState.load() == kRunning && m_pPool->pQueue->nCount != 0)
-            (void)StartWorker_Local(*m_pPool); // the handler ended this thread; what is queued still runs
-        if (m_pPool->nAlive.load() == 0)
-            (void)VYX_SemPost(&m_pPool->hExitSem);
+        const LockGuard guard(t_pOwnPool->hLock);
+        Leave_Local(*t_pOwnPool);
     }
-    Membership(const Membership &) = delete;
-    Membership &operator=(const Membership &) = delete;
-
-    // Result: true if the worker has left; the pool must not be touched any more.
-    bool Retire() {
-        const MutexHold hold(m_pPool->hLock);
-        if (m_pPool->nAlive.load() <= 1 || m_pPool->pQueue->nCount != 0)
-            return false;
-        m_pPool->nAlive.fetch_sub(1);
-        m_pPool = nullptr;
-        return true;
-    }
+    Worker(const Worker &) = delete;
+    Worker &operator=(const Worker &) = delete;
 
   private:
-    thrmgr_pool_t *m_pPool;
+    static void Leave_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+        --pool.nAlive;
+        if (pool.queue.Count() != 0 && pool.eState == FlexState::Running)
+            (void)StartWorker_Local(pool); // the handler ended this thread; what is queued still runs
+        if (pool.nAlive == 0)
+            pool.gone.Signal();
+    }
 };
-
-// Wakes one sleeper if more is queued than others are coming for. With hLock held.
-void WakeSleeper_Local(thrmgr_pool_t &pool) {
-    if (pool.nAsleep <= pool.nWoken || pool.nWoken + pool.nLooking.load() >= pool.pQueue->nCount.load())
-        return;
-    if (VYX_SemPost(&pool.hWorkSem) == VYX_OK)
-        ++pool.nWoken;
-}
-
-// Counts the calling worker as asleep for the length of a block, without the lock.
-class Sleeping {
-  public:
-    explicit Sleeping(thrmgr_pool_t &pool) : m_pool(pool) {}
-    ~Sleeping() {
-        const MutexHold hold(m_pool.hLock);
-        --m_pool.nAsleep;
-        // A post that came together with the time-out is taken along.
-        if ((m_bPosted || VYX_SemTimedWait(&m_pool.hWorkSem, 0) == VYX_OK) && m_pool.nWoken > 0)
-            --m_pool.nWoken;
-    }
-    Sleeping(const Sleeping &) = delete;
-    Sleeping &operator=(const Sleeping &) = delete;
-
-    // Result: false if the time is out.
-    bool Wait(uint32_t nTimeOut) {
-        m_bPosted = VYX_SemTimedWait(&m_pool.hWorkSem, nTimeOut) == VYX_OK;
-        return m_bPosted;
-    }
-
-  private:
-    thrmgr_pool_t &m_pool;
-    bool m_bPosted = false;
-};
-
-// Looks at the queue for a moment. Result: true if there is something in it.
-bool LookForWork_Local(thrmgr_pool_t &pool) {
-    pool.nLooking.fetch_add(1);
-    const bool bFound =
-        TryBriefly([&pool] { return pool.pQueue->nCount.load() != 0 || pool.nState.load() == kDestroying; });
-    pool.nLooking.fetch_sub(1); // and now the lock: a dispatch that relied on this look is found there
-    return bFound;
-}
-
-// Result: true if the queue is empty and the worker counts as asleep from now on.
-bool FallAsleep_Local(thrmgr_pool_t &pool) {
-    const MutexHold hold(pool.hLock);
-    if (pool.pQueue->nCount.load() != 0 || pool.nState.load() == kDestroying)
-        return false;
-    ++pool.nAsleep;
-    return true;
-}
-
-// Waits until there may be work or the time is out. Result: false if the time is out.
-bool AwaitWork_Local(thrmgr_pool_t &pool, uint32_t nTimeOut) {
-    if (LookForWork_Local(pool) || !FallAsleep_Local(pool))
-        return true;
-    Sleeping sleeping(pool);
-    if (pool.hWorkSem == nullptr) {
-        (void)VYX_Sleep(kPollPause);
-        return true;
-    }
-    if (nTimeOut != VYX_INFINITE)
-        return sleeping.Wait(nTimeOut);
-    while (!sleeping.Wait(VYX_INFINITE)) {
-        // A signal interrupted the wait.
-    }
-    return true;
-}
-
-void RunNext_Local(thrmgr_pool_t &pool) {
-    void *pData = nullptr;
-    {
-        const MutexHold hold(pool.hLock);
-        const std::unique_ptr<thrmgr_item_t> pItem = TakeHead_Local(*pool.pQueue);
-        if (pItem == nullptr)
-            return;
-        pData = pItem->pData;
-    }
-    RunCancellable([&pool, pData] { pool.fnHandler(pData); });
-}
-
-void FreePool_Local(thrmgr_pool_t *pPool) {
-    (void)VYX_SemDestroy(&pPool->hExitSem);
-    (void)VYX_SemDestroy(&pPool->hWorkSem);
-    (void)VYX_MutexDestroy(&pPool->hLock);
-    while (TakeHead_Local(*pPool->pQueue) != nullptr) {
-        // Deliberate: what is still queued is dropped. Pinned by FlexPool.DestroyDropsWhatIsQueued.
-    }
-    delete pPool->pQueue;
-    delete pPool;
-}
-
-bool HasWorkers_Local(thrmgr_pool_t &pool) {
-    const MutexHold hold(pool.hLock);
-    return pool.nAlive.load() != 0;
-}
 
 } // namespace
 
-thrmgr_pool_t *thrmgr_new(int nMaxThreads, int nIdleTimeOut, void (*fnHandler)(void *), int nStackSize) {
-    if (nMaxThreads <= 0 || nStackSize < 0 || fnHandler == nullptr)
-        return nullptr;
-    std::unique_ptr<thrmgr_pool_t> pPool(new (std::nothrow) thrmgr_pool_t());
-    std::unique_ptr<thrmgr_queue_t> pQueue(new (std::nothrow) thrmgr_queue_t());
-    if (pPool == nullptr || pQueue == nullptr)
-        return nullptr;
-    (void)VYX_MutexCreate(&pPool->hLock, VYX_MUTEX_NORMAL);
-    (void)VYX_SemCreate(&pPool->hExitSem, 0); // a slot left empty makes waits fail at once, see the waits
-    (void)VYX_SemCreate(&pPool->hWorkSem, 0);
-    pPool->nMaxThreads = nMaxThreads;
-    pPool->nIdleTimeOut = nIdleTimeOut;
-    pPool->fnHandler = fnHandler;
-    pPool->nStackSize = StackSize_Local(nStackSize);
-    pPool->pQueue = pQueue.release();
-    return pPool.release();
-}
-
-int thrmgr_dispatch(void *pPool, void *pData) {
-    if (pPool == nullptr)
-        return 0;
-    auto &pool = *static_cast<thrmgr_pool_t *>(pPool);
-    {
-        const MutexHold hold(pool.hLock);
-        if (pool.nState.load() != kRunning || pool.pQueue == nullptr)
-            return 0;
-        auto *pItem = new (std::nothrow) thrmgr_item_t();
-        if (pItem == nullptr)
-            return 0;
-        pItem->pData = pData;
-        GetTimeOfDay_Local(&pItem->tvEnqueue);
-        Append_Local(*pool.pQueue, pItem);
-        // Deliberate: refused, but queued all the same: the next worker that starts runs it. Pinned by
-        // FlexPoolInside.ItemWithoutWorkerIsRunByTheNextOne.
-        if (!StartWorker_Local(pool))
-            return 0;
-        WakeSleeper_Local(pool);
-    }
-    return 1;
-}
-
-void thrmgr_destroy(void *pPool) {
-    auto *pDying = static_cast<thrmgr_pool_t *>(pPool);
-    int32_t nState = kRunning;
-    if (pDying == nullptr || !pDying->nState.compare_exchange_strong(nState, kDestroying))
-        return;
-    {
-        const MutexHold hold(pDying->hLock);
-        for (int32_t nWoken = pDying->nAlive.load(); nWoken > 0; --nWoken)
-            (void)VYX_SemPost(&pDying->hWorkSem);
-    }
-    // The semaphore may be posted early, by a worker that its handler ended, or the wait be interrupted.
-    while (HasWorkers_Local(*pDying))
-        if (VYX_SemWait(&pDying->hExitSem) != VYX_OK)
-            (void)VYX_Sleep(1);
-    FreePool_Local(pDying);
-}
+const vyx_inter::ForkRow g_struFlexForkRow = {BeforeFork_Local, AfterForkInParent_Local,
+                                              AfterForkInChild_Local};
 
 void *thrmgr_worker(void *pPool) {
     auto &pool = *static_cast<thrmgr_pool_t *>(pPool);
-    const auto nTimeOut = static_cast<uint32_t>(pool.nIdleTimeOut);
-    RefuseCancellation();
-    Membership membership(pool);
-    while (pool.nState.load() != kDestroying) {
-        pool.nIdle.fetch_add(1);
-        if (!AwaitWork_Local(pool, nTimeOut)) {
-            // Deliberate: a worker that retires stays in the idle count, so later dispatches find somebody idle
-            // and start no more workers. Pinned by FlexPoolInside.DoesNotGrowAgainAfterItShrank.
-            if (membership.Retire())
-                return nullptr;
-            // With the time-out 0 the last worker would look for work without a pause. It can sleep: while it
-            // counts as idle nobody else is started.
-            if (nTimeOut == 0)
-                (void)AwaitWork_Local(pool, VYX_INFINITE);
-        }
-        if (pool.nState.load() == kDestroying)
-            break;
-        pool.nIdle.fetch_sub(1);
-        RunNext_Local(pool);
+    // Elsewhere than in the handler a worker is not cancelled: asleep it may have been woken for an item already.
+    const Uncancelled uncancelled;
+    const Worker worker(pool);
+    void *pData = nullptr;
+    while (t_pOwnPool != nullptr && NextItem_Local(pool, &pData)) {
+        const Cancellable cancellable;
+        pool.fnHandler(pData);
+        pthread_testcancel(); // what was meant for this item does not end the next
     }
     return nullptr;
 }
 
 VYX_HANDLE_THREADPOOLFLEX VYX_ThreadPoolFlex_Create(int32_t nMaxThreads, int32_t nIdleTimeOut,
                                                     VYX_THRMGR_PROC fnHandler, int32_t nStackSize) {
-    return thrmgr_new(nMaxThreads, nIdleTimeOut, fnHandler, nStackSize);
+    if (nMaxThreads <= 0 || nStackSize < 0 || fnHandler == nullptr)
+        return nullptr;
+    auto *pPool = new (std::nothrow) thrmgr_pool_t();
+    if (pPool == nullptr)
+        return nullptr;
+    pPool->nMaxThreads = static_cast<uint32_t>(nMaxThreads);
+    pPool->nIdleTimeOut = static_cast<uint32_t>(nIdleTimeOut);
+    pPool->nStackSize = StackSize_Local(nStackSize);
+    pPool->fnHandler = fnHandler;
+    Enlist_Local(*pPool);
+    return pPool;
 }
 
 int32_t VYX_ThreadPoolFlex_Work(VYX_HANDLE_THREADPOOLFLEX hPool, void *pData) {
-    return thrmgr_dispatch(hPool, pData) == 1 ? VYX_OK : VYX_ERROR;
+    if (hPool == nullptr)
+        return VYX_ERROR;
+    auto &pool = *static_cast<thrmgr_pool_t *>(hPool);
+    bool bWake = false;
+    {
+        const LockGuard guard(pool.hLock);
+        if (pool.eState != FlexState::Running || !pool.queue.Append(pData))
+            return VYX_ERROR;
+        // Deliberate: refused, but queued all the same: the next worker that starts runs it. Pinned by
+        // FlexPoolInside.ItemWithoutWorkerIsRunByTheNextOne.
+        if (!StartWorker_Local(pool))
+            return VYX_ERROR;
+        bWake = pool.nAsleep > pool.nWoken && pool.nWoken + pool.nLooking < pool.queue.Count();
+        if (bWake)
+            ++pool.nWoken;
+    }
+    if (bWake) // now that the lock is free, so that the sleeper does not meet it
+        pool.work.Signal();
+    return VYX_OK;
 }
 
 int32_t VYX_ThreadPoolFlex_Destroy(VYX_HANDLE_THREADPOOLFLEX hPool) {
-    thrmgr_destroy(hPool);
+    if (hPool == nullptr)
+        return VYX_OK;
+    const Uncancelled uncancelled;
+    auto *pPool = static_cast<thrmgr_pool_t *>(hPool);
+    {
+        const LockGuard guard(pPool->hLock);
+        if (pPool->eState == FlexState::Destroying)
+            return VYX_OK;
+        if (pPool->eState == FlexState::Running) {
+            pPool->eState = FlexState::Destroying;
+            pPool->work.Broadcast();
+            while (pPool->nAlive != 0)
+                pPool->gone.Wait(pPool->hLock);
+        }
+    }
+    Delist_Local(*pPool);
+    pPool->work.Destroy();
+    pPool->gone.Destroy();
+    pPool->hLock.Destroy();
+    // Deliberate: what is still queued is dropped. Pinned by FlexPool.DestroyDropsWhatIsQueued.
+    delete pPool;
     return VYX_OK;
 }

@@ -43,6 +43,8 @@ class Storm {
 };
 
 VYX_HANDLE_MSGQ s_hQueue = nullptr;
+VYX_HANDLE_THREADPOOL s_hPool = nullptr;
+VYX_HANDLE_THREADPOOLFLEX s_hFlexPool = nullptr;
 VYX_COND_T s_hCond = PTHREAD_COND_INITIALIZER;
 uint32_t s_nValue = 0;
 
@@ -113,6 +115,14 @@ bool Restart() {
     return VYX_Fini() == VYX_OK && VYX_Init() == VYX_OK;
 }
 
+// In a child: the parent's pools.
+bool DestroyPools() {
+    return VYX_ThreadPool_WorkEx(s_hPool, Item, nullptr, 1) == VYX_ERROR &&
+           VYX_ThreadPool_Destroy(s_hPool) == VYX_OK && VYX_ThreadPool_Create(0, 1) == s_hPool &&
+           VYX_ThreadPoolFlex_Work(s_hFlexPool, nullptr) == VYX_ERROR &&
+           VYX_ThreadPoolFlex_Destroy(s_hFlexPool) == VYX_OK;
+}
+
 struct Row {
     const char *szWhat;
     bool bThreads; // it needs threads in the child
@@ -130,6 +140,7 @@ const Row kRows[] = {
          uint32_t nValue = 0;
          return VYX_AtomicInc(&s_nValue) == VYX_OK && VYX_AtomicInc(&nValue) == VYX_OK && nValue == 1;
      }},
+    {"the parent's pools", false, DestroyPools},
     {"fixed pool", true, [] { return Restart() && UsePools(); }},
     {"flexible pool", true, UseFlexPool},
     {"queue", false,
@@ -161,6 +172,8 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
     const support::TempDir dir;
     ASSERT_EQ(VYX_Init(), VYX_OK);
     ASSERT_EQ(VYX_MsgQCreateEx(&s_hQueue), VYX_OK);
+    s_hPool = VYX_ThreadPool_Create(2, 2);
+    s_hFlexPool = VYX_ThreadPoolFlex_Create(2, 5, Handler, 0);
     ASSERT_EQ(EnableTarget(VYX_LOG_TARGET_DEBUG, nullptr, 0, 0), 0);
     ASSERT_NE(std::freopen("/dev/null", "w", stderr), nullptr);
     {
@@ -169,7 +182,8 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
             [] { EXPECT_TRUE(UseCondition()); },
             [] { (void)VYX_AtomicInc(&s_nValue); },
             [] { (void)UsePools(); },
-            [] { EXPECT_TRUE(UseFlexPool()); },
+            [] { EXPECT_EQ(VYX_ThreadPool_WorkEx(s_hPool, Item, nullptr, 1), VYX_OK); },
+            [] { EXPECT_TRUE(UseFlexPool() && VYX_ThreadPoolFlex_Work(s_hFlexPool, nullptr) == VYX_OK); },
             [] { (void)UseQueue(); },
             [] { EXPECT_TRUE(UseTimer()); },
             [] { EXPECT_TRUE(UseTime()); },
@@ -185,7 +199,43 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
                     << row.szWhat << ", round " << nRound;
     }
     EXPECT_EQ(VYX_MsgQDestroyEx(s_hQueue), VYX_OK);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(s_hPool), VYX_OK);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(s_hFlexPool), VYX_OK);
     EXPECT_EQ(VYX_Log(0, nullptr), VYX_OK);
+    EXPECT_EQ(VYX_Fini(), VYX_OK);
+}
+
+// In the child the worker that forked ends with its item, and the process with its last thread.
+void ForkInWork(void *pStatus) {
+    const pid_t iChild = fork();
+    if (iChild == 0) {
+        alarm(kLimit);
+        if (!DestroyPools())
+            _exit(1);
+        return;
+    }
+    int iStatus = -1;
+    (void)waitpid(iChild, &iStatus, 0);
+    *static_cast<std::atomic<int> *>(pStatus) = iStatus;
+}
+
+TEST(Fork, AWorkerMayFork) {
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    std::atomic<int> statuses[] = {{-1}, {-1}};
+    s_hPool = VYX_ThreadPool_Create(2, 2);
+    s_hFlexPool = VYX_ThreadPoolFlex_Create(2, -1, ForkInWork, 0);
+    const VYX_THREAD_PROC fnItem = [](void *pStatus) -> void * {
+        ForkInWork(pStatus);
+        return nullptr;
+    };
+    EXPECT_EQ(VYX_ThreadPool_Work(s_hPool, fnItem, &statuses[0]), VYX_OK);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Work(s_hFlexPool, &statuses[1]), VYX_OK);
+    for (const std::atomic<int> &iStatus : statuses)
+        EXPECT_TRUE(support::WaitUntil([&] { return iStatus == 0; })) << iStatus;
+    // The parent goes on with its pools.
+    EXPECT_EQ(VYX_ThreadPool_WorkEx(s_hPool, Item, nullptr, 1), VYX_OK);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(s_hPool), VYX_OK);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(s_hFlexPool), VYX_OK);
     EXPECT_EQ(VYX_Fini(), VYX_OK);
 }
 

@@ -4,15 +4,15 @@
 
 #include <algorithm>
 #include <atomic>
-#include <csignal>
-#include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <vyx/vyx.h>
 
 #include "support/support.h"
@@ -38,13 +38,26 @@ bool YieldUntil(Predicate predicate) {
     return true;
 }
 
+// The calling thread's name.
+inline std::string ThreadName() {
+    char szName[64] = {};
+    EXPECT_EQ(pthread_getname_np(pthread_self(), szName, sizeof szName), 0);
+    return szName;
+}
+
 // Items that stay inside until the gate opens, and how many came in and went out.
 struct Gate {
     std::atomic<int> nEntered{0};
     std::atomic<int> nLeft{0};
     std::atomic<bool> bOpen{false};
+    std::mutex mutex;
+    std::string lastName; // of the worker of the last item that came in; under the mutex
 
     void Pass() {
+        {
+            const std::lock_guard<std::mutex> guard(mutex);
+            lastName = ThreadName();
+        }
         ++nEntered;
         while (!bOpen.load())
             std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the poll's own pause
@@ -75,6 +88,17 @@ inline std::string Shown(const std::string &text) {
     return text + "\n\n";
 }
 
+// Makes a call on a thread that is being cancelled. Result: true if the call came to its end all the same.
+inline bool EndsThoughCancelled(const std::function<void()> &fnCall) {
+    bool bEnded = false;
+    std::thread([&] {
+        EXPECT_EQ(pthread_cancel(pthread_self()), 0);
+        fnCall();
+        bEnded = true;
+    }).join();
+    return bEnded;
+}
+
 // How many items a stress test runs: nFull, or a part of it where instrumentation makes every step slower.
 // VYX_TEST_STRESS_DIVISOR sets another part.
 inline int StressItems(int nFull) {
@@ -93,25 +117,14 @@ struct Marks {
     std::vector<std::atomic<uint8_t>> runs;
 
     static void *Item(void *pMark) {
-        ++*static_cast<std::atomic<uint8_t> *>(pMark);
+        Handler(pMark);
         return nullptr;
     }
     static void Handler(void *pMark) { ++*static_cast<std::atomic<uint8_t> *>(pMark); }
-    int CountOf(uint8_t n) const {
-        int nFound = 0;
-        for (const auto &run : runs)
-            nFound += run.load() == n ? 1 : 0;
-        return nFound;
+    [[nodiscard]] int CountOf(uint8_t n) const {
+        return static_cast<int>(std::count_if(runs.begin(), runs.end(), [n](auto &run) { return run == n; }));
     }
 };
-
-// Counts the signals that reach this process' threads; a handler without SA_RESTART.
-inline std::atomic<int> g_signals{0};
-inline void CatchSignals() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) { ++g_signals; };
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-}
 
 } // namespace pooltest
 

@@ -1,5 +1,5 @@
-// The fixed pool as an application sees it, through the shared library.
-#include <algorithm>
+// The fixed pool as an application sees it.
+#include <csignal>
 #include <unistd.h>
 
 #include "pool/pool_support.h"
@@ -67,14 +67,18 @@ TEST_F(FixedPool, FullPoolRefusesOrWaits) {
     EXPECT_EQ(late.nLeft, 5);
 }
 
-TEST_F(FixedPool, PoolWithoutWorkersKeepsCallersUntilItGoes) {
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(0, 0);
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i)
-        waiters.emplace_back([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hPool, Nothing, nullptr, 1), -1); });
+TEST_F(FixedPool, WorkersAreNamedByTheirPlaces) {
+    Gate first;
+    Gate second;
+    VYX_HANDLE_THREADPOOL hOther = VYX_ThreadPool_Create(0, 1);
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(0, 2);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &first), 0);
+    ASSERT_TRUE(first.WaitEntered(1));
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &second), 0);
+    first.bOpen = second.bOpen = true;
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    for (std::thread &waiter : waiters)
-        waiter.join();
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hOther), 0);
+    EXPECT_EQ(first.lastName + " " + second.lastName, "vyx-pool1.0 vyx-pool1.1");
 }
 
 TEST_F(FixedPool, DestroyFromInsideWork) {
@@ -96,11 +100,24 @@ TEST_F(FixedPool, DestroyFromInsideWork) {
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
 }
 
+TEST_F(FixedPool, CancelledDestroyFinishes) {
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(2, 2);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    gate.bOpen = true;
+    EXPECT_TRUE(pooltest::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
+    EXPECT_EQ(gate.nLeft, 1);
+}
+
 TEST_F(FixedPool, ItemThatEndsItsThreadGivesItsPlaceBack) {
     const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
+    const VYX_THREAD_PROC fnCancel = [](void *) -> void * {
+        EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
+        return nullptr;
+    };
     VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 1);
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(VYX_ThreadPool_WorkEx(hPool, fnExit, nullptr, 1), 0);
+        ASSERT_EQ(VYX_ThreadPool_WorkEx(hPool, i % 2 == 0 ? fnExit : fnCancel, nullptr, 1), 0);
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0) << "also while it ends";
 }
 
@@ -121,85 +138,68 @@ TEST_F(FixedPool, ClassKeepsTheHandleOnly) {
     EXPECT_EQ(gate.nLeft, 1);
 }
 
-// Hands all items over, from several threads to several pools at once, waiting where a pool is full.
-void RunAll(const std::vector<VYX_HANDLE_THREADPOOL> &pools, Marks &marks, size_t nSubmitters) {
-    std::vector<std::thread> submitters;
-    for (size_t nSubmitter = 0; nSubmitter < nSubmitters; ++nSubmitter)
-        submitters.emplace_back([&, nSubmitter] {
-            for (size_t n = nSubmitter; n < marks.runs.size(); n += nSubmitters)
-                ASSERT_EQ(VYX_ThreadPool_WorkEx(pools[n / 64 % pools.size()], Marks::Item, &marks.runs[n], 1),
-                          0);
+// Hands items over, from several threads, waiting where a pool is full, until all have been or a pool refuses one.
+// Result: how many were accepted.
+int HandOver(const std::vector<VYX_HANDLE_THREADPOOL> &pools, Marks &marks,
+             const std::function<void()> &fnMeanwhile) {
+    constexpr size_t kThreads = 3;
+    std::atomic<int> nAccepted{0};
+    std::vector<std::thread> threads;
+    for (size_t nFirst = 0; nFirst < kThreads; ++nFirst)
+        threads.emplace_back([&, nFirst] {
+            for (size_t n = nFirst; n < marks.runs.size(); n += kThreads, ++nAccepted)
+                if (VYX_ThreadPool_WorkEx(pools[n / 64 % pools.size()], Marks::Item, &marks.runs[n], 1) != 0)
+                    return;
         });
-    for (std::thread &submitter : submitters)
-        submitter.join();
+    fnMeanwhile();
+    for (std::thread &thread : threads)
+        thread.join();
+    return nAccepted;
 }
 
-TEST_F(FixedPool, EveryItemRunsOnce) {
-    // Workers that retire at once, soon and never, so that items keep meeting a worker that is just leaving.
-    // Starting one takes its time: the pools that do so all the time get the smaller part.
+TEST_F(FixedPool, EveryItemRunsOnceAlsoUnderSignals) {
+    static std::atomic<int> s_nSignals{0};
+    struct sigaction action = {}; // without SA_RESTART
+    action.sa_handler = [](int) { ++s_nSignals; };
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    // Workers that retire at once, soon and never, so that items keep meeting a worker that is just leaving. To start
+    // one takes its time: the pool that does so all the time gets the smaller part.
     VYX_HANDLE_THREADPOOL hRestless = VYX_ThreadPool_CreateFlex(0, 3, 0, 0);
     VYX_HANDLE_THREADPOOL hSoon = VYX_ThreadPool_CreateFlex(1, 6, 0, 1);
     VYX_HANDLE_THREADPOOL hSteady = VYX_ThreadPool_Create(1, 4);
-    Marks marks(pooltest::StressItems(2000000));
     std::vector<VYX_HANDLE_THREADPOOL> turns = {hRestless};
-    for (int i = 0; i < 60; ++i)
+    for (int i = 0; i < 20; ++i)
         turns.insert(turns.end(), {hSoon, hSteady});
-    RunAll(turns, marks, 3);
-    for (VYX_HANDLE_THREADPOOL hPool : {hRestless, hSoon, hSteady})
-        EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    EXPECT_EQ(marks.CountOf(1), static_cast<int>(marks.runs.size()));
-}
-
-TEST_F(FixedPool, DestroyAmidWorkRunsExactlyWhatWasAccepted) {
-    const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(800));
-    for (uint32_t nRound = 0; nRound < nRounds; ++nRound) {
-        Marks marks(300);
-        std::atomic<int> nAccepted{0};
-        VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(nRound % 3, 3, 0, nRound % 2);
-        ASSERT_NE(hPool, nullptr);
-        std::vector<std::thread> submitters;
-        for (size_t nFirst = 0; nFirst < 3; ++nFirst)
-            submitters.emplace_back([&, nFirst] {
-                for (size_t n = nFirst; n < marks.runs.size(); n += 3)
-                    if (VYX_ThreadPool_WorkEx(hPool, Marks::Item, &marks.runs[n], 1) == 0)
-                        ++nAccepted;
-                    else
-                        return;
-            });
-        if (nRound % 4 != 0) {
-            ASSERT_TRUE(support::WaitUntil([&] { return nAccepted >= static_cast<int>(nRound % 100); }));
-        }
-        ASSERT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-        for (std::thread &submitter : submitters)
-            submitter.join();
-        ASSERT_EQ(marks.CountOf(1), nAccepted);
-        ASSERT_EQ(marks.CountOf(0), 300 - nAccepted);
-    }
-}
-
-TEST_F(FixedPool, SignalsNeitherLoseNorRepeatWork) {
-    pooltest::CatchSignals();
-    Marks marks(pooltest::StressItems(100000));
-    const std::vector<VYX_HANDLE_THREADPOOL> pools = {VYX_ThreadPool_Create(2, 2),
-                                                      VYX_ThreadPool_CreateFlex(1, 3, 0, 1)};
     sigset_t set; // from here on the test's own threads leave the signals to the workers
     sigemptyset(&set);
     sigaddset(&set, SIGUSR1);
     ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &set, nullptr), 0);
-    std::atomic<bool> bStop{false};
-    std::thread sender([&] {
-        while (!bStop) {
+    Marks marks(pooltest::StressItems(100000));
+    const int nAccepted = HandOver(turns, marks, [&] {
+        while (marks.runs.back() == 0 && !HasFailure()) {
             EXPECT_EQ(kill(getpid(), SIGUSR1), 0);
-            std::this_thread::sleep_for(std::chrono::microseconds(100)); // the load's own rhythm
+            std::this_thread::sleep_for(std::chrono::microseconds(200)); // the load's own rhythm
         }
     });
-    RunAll(pools, marks, 2);
-    EXPECT_TRUE(support::WaitUntil([] { return pooltest::g_signals > 0; }));
-    bStop = true;
-    sender.join();
-    for (VYX_HANDLE_THREADPOOL hPool : pools)
+    for (VYX_HANDLE_THREADPOOL hPool : {hRestless, hSoon, hSteady})
         EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    EXPECT_EQ(marks.CountOf(1), static_cast<int>(marks.runs.size()));
+    EXPECT_EQ(nAccepted, static_cast<int>(marks.runs.size()));
+    EXPECT_EQ(marks.CountOf(1), nAccepted);
+    EXPECT_GT(s_nSignals, 0);
+}
+
+TEST_F(FixedPool, DestroyAmidWorkRunsExactlyWhatWasAccepted) {
+    const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(400));
+    for (uint32_t nRound = 0; nRound < nRounds; ++nRound) {
+        Marks marks(300);
+        VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(nRound % 3, 3, 0, nRound % 2);
+        const int nAccepted = HandOver({hPool}, marks, [&] {
+            EXPECT_TRUE(pooltest::YieldUntil([&] { return marks.runs[nRound % 100] == 1; }));
+            EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+        });
+        ASSERT_EQ(marks.CountOf(1), nAccepted);
+        ASSERT_EQ(marks.CountOf(0), 300 - nAccepted);
+    }
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The flexible pool as an application sees it, through the shared library.
+// The flexible pool as an application sees it.
 #include "pool/pool_support.h"
 
 using pooltest::Gate;
@@ -6,11 +6,9 @@ using pooltest::Marks;
 
 namespace {
 
-class FlexPool : public pooltest::StartedTest {};
-
 void Nothing(void *) {}
 
-TEST_F(FlexPool, Refusals) {
+TEST(FlexPool, Refusals) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(0, 50, Nothing, 0), nullptr);
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(1, 50, nullptr, 0), nullptr);
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(1, 50, Nothing, -1), nullptr);
@@ -21,7 +19,48 @@ TEST_F(FlexPool, Refusals) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
 }
 
-TEST_F(FlexPool, DestroyDropsWhatIsQueued) {
+// Before the library is started, while it is, and after its stop.
+TEST(FlexPool, WorksWithoutTheLibrary) {
+    for (const int32_t nIdleTimeOut : {0, 20, -1}) {
+        Gate gate;
+        Gate other;
+        gate.bOpen = true;
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(2, nIdleTimeOut, Gate::Handler, 0);
+        for (int i = 1; i <= 30; ++i) {
+            if (i == 10) {
+                ASSERT_EQ(VYX_Init(), VYX_OK);
+            }
+            if (i == 20) {
+                ASSERT_EQ(VYX_Fini(), VYX_OK);
+            }
+            EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &gate), 0);
+            ASSERT_TRUE(gate.WaitLeft(i));
+        }
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+    }
+}
+
+TEST(FlexPool, WorkersAreNamedByPoolAndStart) {
+    Gate gates[3];
+    VYX_HANDLE_THREADPOOLFLEX pools[3];
+    for (VYX_HANDLE_THREADPOOLFLEX &hPool : pools)
+        hPool = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pools[1]), 0);
+    pools[1] = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0); // has the number that has become free
+    for (const int iPool : {1, 1, 2}) {
+        Gate &gate = iPool == 2 ? gates[2] : gates[gates[0].nEntered];
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pools[iPool], &gate), 0);
+        ASSERT_TRUE(gate.WaitEntered(1));
+    }
+    for (Gate &gate : gates)
+        gate.bOpen = true;
+    for (VYX_HANDLE_THREADPOOLFLEX hPool : pools)
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+    EXPECT_EQ(gates[0].lastName + " " + gates[1].lastName + " " + gates[2].lastName,
+              "vyx-flex1.0 vyx-flex1.1 vyx-flex2.0");
+}
+
+TEST(FlexPool, DestroyDropsWhatIsQueued) {
     struct Late {
         VYX_HANDLE_THREADPOOLFLEX hPool = nullptr;
         Gate gate;
@@ -35,51 +74,82 @@ TEST_F(FlexPool, DestroyDropsWhatIsQueued) {
         }
     } late;
     late.hPool = VYX_ThreadPoolFlex_Create(1, 50, Late::Handler, 0);
-    for (int i = 0; i < 5; ++i)
+    for (int i = 0; i < 600; ++i) // more than one of the queue's blocks
         EXPECT_EQ(VYX_ThreadPoolFlex_Work(late.hPool, &late), 0);
     ASSERT_TRUE(late.gate.WaitEntered(1));
     late.gate.bOpen = true;
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(late.hPool), 0);
+    EXPECT_TRUE(pooltest::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(late.hPool), 0); }));
     EXPECT_EQ(late.nRuns, 1);
 }
 
 // Bursts with pauses around the idle time-out, so that workers keep retiring beside new work.
-void RunBursts(int32_t nIdleTimeOut, int nItems) {
-    Marks marks(nItems);
-    VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(8, nIdleTimeOut, Marks::Handler, 0);
-    std::vector<std::thread> submitters;
-    for (size_t nFirst = 0; nFirst < 2; ++nFirst)
-        submitters.emplace_back([&, nFirst] {
-            for (size_t n = nFirst; n < marks.runs.size(); n += 2) {
-                ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
-                if (n / 2 % 5000 == 0)
-                    std::this_thread::sleep_for(std::chrono::milliseconds(n / 2 % 3)); // see above
-            }
-        });
-    for (std::thread &submitter : submitters)
-        submitter.join();
-    EXPECT_TRUE(support::WaitUntil([&] { return marks.runs.back() == 1 && marks.CountOf(0) == 0; }));
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
-    EXPECT_EQ(marks.CountOf(1), nItems);
-}
-
-TEST_F(FlexPool, EveryItemRunsOnce) {
+TEST(FlexPool, EveryItemRunsOnce) {
     for (const int32_t nIdleTimeOut : {0, 1, -1}) {
         SCOPED_TRACE(nIdleTimeOut);
-        RunBursts(nIdleTimeOut, pooltest::StressItems(nIdleTimeOut == 0 ? 1000000 : 500000));
+        Marks marks(pooltest::StressItems(300000));
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(8, nIdleTimeOut, Marks::Handler, 0);
+        std::vector<std::thread> submitters;
+        for (size_t nFirst = 0; nFirst < 2; ++nFirst)
+            submitters.emplace_back([&, nFirst] {
+                for (size_t n = nFirst; n < marks.runs.size(); n += 2) {
+                    ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
+                    if (n / 2 % 5000 == 0)
+                        std::this_thread::sleep_for(std::chrono::milliseconds(n / 2 % 3)); // see above
+                }
+            });
+        for (std::thread &submitter : submitters)
+            submitter.join();
+        EXPECT_TRUE(support::WaitUntil([&] { return marks.CountOf(0) == 0; }));
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+        EXPECT_EQ(marks.CountOf(1), static_cast<int>(marks.runs.size()));
     }
 }
 
-TEST_F(FlexPool, NoItemIsOverlooked) {
-    // One item at a time, after a pause that ends anywhere between the worker's look for more and its sleep.
-    for (const int32_t nMaxThreads : {1, 4}) {
-        Marks marks(pooltest::StressItems(15000));
-        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(nMaxThreads, -1, Marks::Handler, 0);
-        for (size_t n = 0; n < marks.runs.size(); ++n) {
-            ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
-            ASSERT_TRUE(pooltest::YieldUntil([&] { return marks.runs[n] == 1; })) << "item " << n;
-            const auto end =
-                support::Clock::now() + std::chrono::microseconds(n % 64 * static_cast<size_t>(nMaxThreads));
+TEST(FlexPool, ItemsRunInOrder) {
+    struct Item {
+        static void Handler(void *pItem) { EXPECT_EQ(static_cast<Item *>(pItem)->nNumber, Runs()++); }
+        static std::atomic<int> &Runs() {
+            static std::atomic<int> s_runs{0};
+            return s_runs;
+        }
+        int nNumber;
+    };
+    VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(1, -1, Item::Handler, 0);
+    std::vector<Item> items(3000);
+    for (int n = 0; n < 3000; ++n) {
+        items[static_cast<size_t>(n)].nNumber = n;
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &items[static_cast<size_t>(n)]), 0);
+    }
+    EXPECT_TRUE(support::WaitUntil([] { return Item::Runs() == 3000; }));
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+}
+
+// Each round needs all workers, whether these look for work or sleep: items that wait for each other, after a pause that
+// ends anywhere between a worker's look for more and its sleep.
+TEST(FlexPool, NoItemIsOverlooked) {
+    static std::atomic<int> s_nInside;
+    static std::atomic<int> s_nDue;
+    for (const int nWorkers : {1, 2}) {
+        s_nInside = s_nDue = 0;
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
+            nWorkers, -1,
+            [](void *) {
+                const int nDue = s_nDue;
+                ++s_nInside;
+                EXPECT_TRUE(pooltest::YieldUntil([nDue] { return s_nInside >= nDue; }));
+            },
+            0);
+        const int nRounds = pooltest::StressItems(4000);
+        for (int nRound = 0; nRound < nRounds && !HasFailure(); ++nRound) {
+            s_nDue += nWorkers;
+            for (int i = 1; i <= nWorkers; ++i) {
+                EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, nullptr), 0);
+                if (nRound == 0) {
+                    ASSERT_TRUE(pooltest::YieldUntil([i] { return s_nInside == i; })) << "so that all start";
+                }
+            }
+            ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == s_nDue; })) << "round " << nRound;
+            const auto end = support::Clock::now() + std::chrono::microseconds(nRound % 64 * 2 * nWorkers);
             while (support::Clock::now() < end) {
             }
         }
@@ -87,42 +157,15 @@ TEST_F(FlexPool, NoItemIsOverlooked) {
     }
 }
 
-TEST_F(FlexPool, IdleWorkersComeForEveryItem) {
-    // Two items that each wait for the other need both workers, whether these look for work or sleep.
-    static std::atomic<int> s_nInside;
-    static std::atomic<int> s_nDue;
-    s_nInside = s_nDue = 0;
-    VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
-        2, -1,
-        [](void *) {
-            const int nDue = s_nDue;
-            ++s_nInside;
-            EXPECT_TRUE(pooltest::YieldUntil([nDue] { return s_nInside >= nDue; }));
-        },
-        0);
-    for (int nRound = 0; nRound < 2000 && !HasFailure(); ++nRound) {
-        s_nDue += 2;
-        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, nullptr), 0);
-        if (nRound == 0) {
-            ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == 1; })) << "so that a second one starts";
-        }
-        EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, nullptr), 0);
-        ASSERT_TRUE(pooltest::YieldUntil([] { return s_nInside == s_nDue; }));
-        const auto end = support::Clock::now() + std::chrono::microseconds(nRound % 32 * 8);
-        while (support::Clock::now() < end) {
-        }
-    }
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
-}
-
-TEST_F(FlexPool, HandlerThatEndsItsThreadTakesOnlyItselfOut) {
+TEST(FlexPool, HandlerThatEndsItsThreadTakesOnlyItselfOut) {
     static std::atomic<int> s_runs;
     s_runs = 0;
     VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(
         2, -1,
         [](void *) {
-            ++s_runs;
-            VYX_Thread_Exit();
+            if (++s_runs % 2 == 0)
+                VYX_Thread_Exit();
+            EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
         },
         0);
     for (int i = 0; i < 200; ++i)
@@ -131,9 +174,9 @@ TEST_F(FlexPool, HandlerThatEndsItsThreadTakesOnlyItselfOut) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
 }
 
-TEST_F(FlexPool, CancelledSleeperTakesNoItemWithIt) {
+TEST(FlexPool, CancelledSleeperTakesNoItemWithIt) {
     static std::atomic<pthread_t> s_worker;
-    for (int nRound = 0; nRound < 30 && !HasFailure(); ++nRound) {
+    for (int nRound = 0; nRound < 20 && !HasFailure(); ++nRound) {
         Gate both;
         Gate next;
         next.bOpen = true;
@@ -155,21 +198,6 @@ TEST_F(FlexPool, CancelledSleeperTakesNoItemWithIt) {
         EXPECT_TRUE(next.WaitLeft(1)) << "round " << nRound;
         EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
     }
-}
-
-TEST_F(FlexPool, NeedsNoStartWithoutALimit) {
-    ASSERT_EQ(VYX_Fini(), 0);
-    for (const int32_t nIdleTimeOut : {0, -1}) {
-        Gate gate;
-        gate.bOpen = true;
-        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(2, nIdleTimeOut, Gate::Handler, 0);
-        for (int i = 0; i < 50; ++i) {
-            EXPECT_EQ(VYX_ThreadPoolFlex_Work(hPool, &gate), 0);
-            ASSERT_TRUE(gate.WaitLeft(i + 1));
-        }
-        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
-    }
-    ASSERT_EQ(VYX_Init(), 0);
 }
 
 } // namespace

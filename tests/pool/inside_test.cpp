@@ -1,0 +1,463 @@
+// The pools from inside: who is idle, who waits, and what happens when the system refuses semaphores or threads.
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <semaphore.h>
+
+#include "pool/pool_support.h"
+#include "pool/thread_pool_inter.h"
+#include "pool/thrmgr.h"
+
+using pooltest::ErrorsOf;
+using pooltest::Gate;
+using pooltest::Shown;
+using vyx_inter::LockGuard;
+using vyx_inter::PlaceSet;
+
+namespace {
+
+// How many more semaphores and threads the system grants; -1 for no limit.
+std::atomic<int> g_nSemaphoresLeft{-1};
+std::atomic<int> g_nThreadsLeft{-1};
+std::atomic<int> g_nNames{0}; // semaphore names in use by this process
+
+// Result: true if one more is granted, which is counted.
+bool Grant(std::atomic<int> &nLeft) {
+    int nOld = nLeft.load();
+    while (nOld > 0 && !nLeft.compare_exchange_weak(nOld, nOld - 1)) {
+    }
+    return nOld != 0;
+}
+
+} // namespace
+
+// The linker routes the library's calls here (--wrap).
+extern "C" {
+
+sem_t *__real_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned int nInitial);
+int __real_sem_unlink(const char *szName);
+int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fnStart)(void *),
+                          void *pParam);
+
+sem_t *__wrap_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned int nInitial) {
+    if (g_nSemaphoresLeft == 0) {
+        errno = ENOSPC;
+        return SEM_FAILED;
+    }
+    sem_t *pSem = __real_sem_open(szName, iFlags, nMode, nInitial);
+    if (pSem != SEM_FAILED) { // another process may have that name
+        (void)Grant(g_nSemaphoresLeft);
+        ++g_nNames;
+    }
+    return pSem;
+}
+
+int __wrap_sem_unlink(const char *szName) {
+    const int iResult = __real_sem_unlink(szName);
+    if (iResult == 0)
+        --g_nNames;
+    return iResult;
+}
+
+int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fnStart)(void *),
+                          void *pParam) {
+    return Grant(g_nThreadsLeft) ? __real_pthread_create(pThread, pAttr, fnStart, pParam) : EAGAIN;
+}
+}
+
+namespace {
+
+const std::string kNoSemaphore = Shown("quelby !!! VYX_CreateThread_Local VYX_SemCreate error, return -1 2");
+const std::string kNoThread = Shown("quelby !!! VYX_CreateThread_Local VYX_Thread_Create error, return -1 3");
+const std::string kNotStarted =
+    Shown("quelby !!! VYX_InitThread_Local VYX_CreateThread_Local error, return -1 2") +
+    Shown("quelby !!! VYX_ThreadPool_Create VYX_InitThread_Local error, return -1 3");
+
+// Every test gives all semaphores back.
+class FixedPoolInside : public pooltest::StartedTest {
+  protected:
+    ~FixedPoolInside() override {
+        g_nSemaphoresLeft = g_nThreadsLeft = -1;
+        EXPECT_TRUE(support::WaitUntil([] { return g_nNames == 0; }));
+    }
+};
+
+// A text with one sign for each place: '-' free, 'i' idle, 'b' busy.
+std::string Places(THREAD_POOL_T *pPool) {
+    const LockGuard guard(pPool->hLock);
+    std::string text;
+    for (uint32_t n = 0; n < pPool->nMaxCount; ++n)
+        text += pPool->pPlaces[n].pWorker == nullptr ? '-' : 'b';
+    EXPECT_EQ(pPool->nCurrCount, std::count(text.begin(), text.end(), 'b'));
+    PlaceSet idle = pPool->idle;
+    for (uint32_t n = idle.First(); n != PlaceSet::kNone; n = idle.First()) {
+        text[n] = text[n] == 'b' ? 'i' : '?';
+        idle.Remove(n);
+    }
+    return text;
+}
+
+bool WaitPlaces(THREAD_POOL_T *pPool, const std::string &text) {
+    return support::WaitUntil([&] { return Places(pPool) == text; });
+}
+
+TEST_F(FixedPoolInside, LowestIdlePlaceIsChosen) {
+    Gate all;
+    Gate some[2];
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateEx(1, 130, 262144);
+    for (int i = 0; i < 130; ++i)
+        ASSERT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, i == 3 ? &some[0] : i == 129 ? &some[1] : &all), 0);
+    ASSERT_TRUE(all.WaitEntered(128));
+    some[1].bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, std::string(129, 'b') + "i"));
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &all), 0) << "the last place of a nearly full pool";
+    some[0].bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, "bbbi" + std::string(126, 'b')));
+    all.bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, std::string(130, 'i')));
+    Gate again;
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &again), 0);
+    EXPECT_EQ(Places(hPool), std::string(100, 'b') + std::string(30, 'i'));
+    again.bOpen = true;
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+}
+
+TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
+    Gate gate;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(2, 4, 0, 100);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+    ASSERT_TRUE(gate.WaitEntered(4));
+    const double fTook = support::MillisecondsOf([&] {
+        gate.bOpen = true;
+        EXPECT_TRUE(WaitPlaces(hPool, "ii--"));
+    });
+    EXPECT_GE(fTook, 99.0) << "not before the time is out, to one tick";
+    EXPECT_TRUE(support::WaitUntil([] { return g_nNames == 2; }))
+        << "the semaphores of those that have retired";
+    // A place among the first two loses its worker; the next one to start takes it, and stays.
+    const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
+    ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
+    Gate three;
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &three), 0);
+    EXPECT_EQ(Places(hPool), "bbb-");
+    three.bOpen = true;
+    ASSERT_TRUE(WaitPlaces(hPool, "ii--"));
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+}
+
+// Item 0 occupies the one worker of a pool; the callers with items 1 to 3 wait for it, in this order.
+class WaitingInside : public FixedPoolInside {
+  protected:
+    struct Waiter {
+        WaitingInside *pTest = nullptr;
+        std::atomic<int> iResult{1}; // 1: waits
+        std::thread thread;
+    };
+    WaitingInside() {
+        for (Waiter &waiter : m_waiters)
+            waiter.pTest = this;
+        EXPECT_EQ(VYX_ThreadPool_Work(m_hPool, Item, &m_waiters[0]), 0);
+        for (int i = 1; i <= 3; ++i) {
+            Waiter &waiter = m_waiters[i];
+            waiter.thread =
+                std::thread([&] { waiter.iResult = VYX_ThreadPool_WorkEx(m_hPool, Item, &waiter, 1); });
+            EXPECT_TRUE(support::WaitUntil([this, i] { return CountAsleep() == i; }));
+        }
+    }
+    ~WaitingInside() override {
+        m_gate.bOpen = true;
+        EXPECT_EQ(VYX_ThreadPool_Destroy(m_hPool), 0);
+        for (int i = 1; i <= 3; ++i)
+            m_waiters[i].thread.join();
+    }
+    int CountAsleep() {
+        const LockGuard guard(m_hPool->hLock);
+        int nAsleep = 0;
+        for (const auto *pCaller = m_hPool->waiting.First(); pCaller != nullptr; pCaller = pCaller->pNext)
+            nAsleep += pCaller->bAsleep ? 1 : 0;
+        return nAsleep;
+    }
+    int CountOf(int iResult) {
+        return static_cast<int>(std::count_if(m_waiters + 1, m_waiters + 4,
+                                              [=](auto &waiter) { return waiter.iResult == iResult; }));
+    }
+    static void *Item(void *pWaiter) {
+        auto &waiter = *static_cast<Waiter *>(pWaiter);
+        WaitingInside &test = *waiter.pTest;
+        test.m_order += std::to_string(&waiter - test.m_waiters);
+        test.m_gate.Pass();
+        if (test.m_bExit)
+            VYX_Thread_Exit();
+        return nullptr;
+    }
+
+    VYX_HANDLE_THREADPOOL m_hPool = VYX_ThreadPool_Create(1, 1);
+    Waiter m_waiters[4];
+    Gate m_gate;
+    std::string m_order; // of the items
+    std::atomic<bool> m_bExit{false};
+};
+
+TEST_F(WaitingInside, AreServedInTheOrderOfTheirArrival) {
+    m_gate.bOpen = true;
+    EXPECT_TRUE(m_gate.WaitLeft(4));
+    EXPECT_EQ(m_order, "0123");
+    EXPECT_TRUE(support::WaitUntil([this] { return CountOf(0) == 3; }));
+}
+
+TEST_F(WaitingInside, AreRefusedWhenThePoolIsDestroyed) {
+    std::thread destroyer([this] { EXPECT_EQ(VYX_ThreadPool_Destroy(m_hPool), 0); });
+    EXPECT_TRUE(support::WaitUntil([this] { return CountOf(-1) == 3; })) << "though the worker is still busy";
+    EXPECT_EQ(VYX_ThreadPool_WorkEx(m_hPool, Gate::Item, &m_gate, 1), -1);
+    m_gate.bOpen = true;
+    destroyer.join();
+    m_hPool = VYX_ThreadPool_Create(1, 1);
+    EXPECT_EQ(m_order, "0");
+}
+
+TEST_F(WaitingInside, AreForgottenWithThePoolByTheNextStart) {
+    ASSERT_EQ(VYX_Fini(), VYX_OK);
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    EXPECT_TRUE(support::WaitUntil([this] { return CountOf(-1) == 3; }));
+    Gate gate;
+    EXPECT_EQ(VYX_ThreadPool_Create(2, 2), m_hPool) << "the registry is empty again";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(VYX_ThreadPool_Work(m_hPool, Gate::Item, &gate), 0);
+    ASSERT_TRUE(gate.WaitEntered(2));
+    m_gate.bOpen = true; // the old worker comes back to a place that is not its own, and leaves it alone
+    EXPECT_TRUE(support::WaitUntil([] { return g_nNames == 2; }));
+    EXPECT_EQ(Places(m_hPool), "bb");
+    gate.bOpen = true;
+    EXPECT_TRUE(WaitPlaces(m_hPool, "ii"));
+}
+
+// The worker ends, and no other is to be had.
+TEST_F(WaitingInside, AreNotLeftBehindWithoutThreads) {
+    g_nThreadsLeft = 0;
+    m_bExit = true;
+    EXPECT_EQ(ErrorsOf([this] {
+                  m_gate.bOpen = true;
+                  EXPECT_TRUE(support::WaitUntil([this] { return CountOf(-1) == 3; }));
+              }),
+              kNoThread + kNoThread + kNoThread);
+}
+
+TEST_F(WaitingInside, MayBeCancelled) {
+    if (!support::kCancelsSleepers)
+        GTEST_SKIP() << "the emulator cannot cancel a thread that sleeps";
+    EXPECT_EQ(pthread_cancel(m_waiters[2].thread.native_handle()), 0);
+    EXPECT_TRUE(support::WaitUntil([this] { return CountAsleep() == 2; }));
+    m_gate.bOpen = true;
+    EXPECT_TRUE(m_gate.WaitLeft(3));
+    EXPECT_EQ(m_order, "013");
+}
+
+TEST_F(FixedPoolInside, NoSemaphoreOrNoThreadToBeHad) {
+    const struct {
+        std::atomic<int> &nLeft;
+        std::string message;
+    } cases[] = {{g_nSemaphoresLeft, kNoSemaphore}, {g_nThreadsLeft, kNoThread}};
+    for (const auto &test : cases) {
+        Gate gate;
+        VYX_HANDLE_THREADPOOL hRunning = VYX_ThreadPool_Create(2, 4);
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        test.nLeft = 5;
+        EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(VYX_ThreadPool_Create(6, 512), nullptr); }),
+                  test.message + kNotStarted);
+        EXPECT_EQ(g_nNames, 2) << "the workers that had been started are gone";
+        // The running pool goes on with what it has, and cannot grow.
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hRunning, Gate::Item, &gate, 1), -1); }),
+                  test.message);
+        EXPECT_EQ(Places(hRunning), "bb--");
+        test.nLeft = -1;
+        EXPECT_EQ(VYX_ThreadPool_Work(hRunning, Gate::Item, &gate), 0);
+        // The place that the failed creation had taken serves the next one.
+        VYX_HANDLE_THREADPOOL hNext = VYX_ThreadPool_Create(3, 3);
+        ASSERT_EQ(hNext, hRunning + 1);
+        EXPECT_EQ(VYX_ThreadPool_Work(hNext, Gate::Item, &gate), 0);
+        gate.bOpen = true;
+        EXPECT_EQ(VYX_ThreadPool_Destroy(hNext), 0);
+        EXPECT_EQ(VYX_ThreadPool_Destroy(hRunning), 0);
+        EXPECT_EQ(gate.nLeft, 4);
+    }
+}
+
+TEST_F(FixedPoolInside, NullRecord) {
+    EXPECT_EQ(ErrorsOf([] { EXPECT_EQ(f_Thread_Svc(nullptr), nullptr); }),
+              Shown("quelby !!! f_Thread_Svc pParam == NULL error, return NULL 1"));
+}
+
+// A flexible pool of at most four workers.
+class FlexPoolInside : public testing::Test {
+  protected:
+    ~FlexPoolInside() override { g_nThreadsLeft = -1; }
+    thrmgr_pool_t *Create(int32_t nIdleTimeOut) {
+        return static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(4, nIdleTimeOut, Gate::Handler, 0));
+    }
+    template <class Get>
+    static uint32_t Look(thrmgr_pool_t *pPool, Get get) {
+        const LockGuard guard(pPool->hLock);
+        return get(*pPool);
+    }
+    static uint32_t Alive(thrmgr_pool_t *pPool) {
+        return Look(pPool, [](auto &pool) { return pool.nAlive; });
+    }
+    static uint32_t Asleep(thrmgr_pool_t *pPool) {
+        return Look(pPool, [](auto &pool) { return pool.nAsleep; });
+    }
+    // Starts that many workers at once.
+    static void Grow(thrmgr_pool_t *pPool, Gate &gate, int nWorkers) {
+        for (int i = 1; i <= nWorkers; ++i) {
+            ASSERT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
+            ASSERT_TRUE(gate.WaitEntered(i));
+        }
+    }
+    // What a call writes to standard output.
+    static std::string OutputOf(const std::function<void()> &fnCall) {
+        testing::internal::CaptureStdout();
+        fnCall();
+        (void)std::fflush(stdout);
+        return testing::internal::GetCapturedStdout();
+    }
+};
+
+TEST_F(FlexPoolInside, StackSizes) {
+    const struct {
+        int nGiven;
+        uint32_t nUsed;
+    } cases[] = {{0, 1048576}, {1, 262144}, {262145, 262145}};
+    for (const auto &test : cases) {
+        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(1, 50, Gate::Handler, test.nGiven);
+        EXPECT_EQ(static_cast<thrmgr_pool_t *>(hPool)->nStackSize, test.nUsed);
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+    }
+}
+
+TEST_F(FlexPoolInside, DoesNotGrowAgainAfterItShrank) {
+    thrmgr_pool_t *pPool = Create(100);
+    EXPECT_EQ(Alive(pPool), 0U) << "no thread before there is work";
+    Gate first;
+    Grow(pPool, first, 4);
+    EXPECT_EQ(Alive(pPool), 4U);
+    EXPECT_GE(support::MillisecondsOf([&] {
+                  first.bOpen = true;
+                  ASSERT_TRUE(support::WaitUntil([&] { return Alive(pPool) == 1; }));
+              }),
+              99.0)
+        << "the idle time-out, to one tick";
+    Gate gate;
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
+    ASSERT_TRUE(gate.WaitEntered(1));
+    EXPECT_EQ(Alive(pPool), 1U) << "the one worker does all";
+    gate.bOpen = true;
+    EXPECT_TRUE(gate.WaitLeft(5));
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+}
+
+TEST_F(FlexPoolInside, LastWorkerStays) {
+    constexpr auto kIdleTime = std::chrono::milliseconds(50);
+    int nRounds = 0;
+    EXPECT_TRUE(support::WaitUntil([&] {
+        thrmgr_pool_t *pPool = Create(kIdleTime.count());
+        Gate gate;
+        Grow(pPool, gate, 4);
+        gate.bOpen = true;
+        if (support::WaitUntil([&] { return Asleep(pPool) == Alive(pPool); })) {
+            // The times of all run out while the lock is held, so that they decide at the same moment.
+            const LockGuard guard(pPool->hLock);
+            nRounds += pPool->nAsleep == 4 ? 1 : 0; // else the machine was too slow
+            std::this_thread::sleep_for(kIdleTime); // see above
+        }
+        EXPECT_TRUE(support::WaitUntil([&] { return Alive(pPool) <= 1; }));
+        EXPECT_EQ(Alive(pPool), 1U);
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
+        EXPECT_TRUE(gate.WaitLeft(5));
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+        return nRounds == 5 || HasFailure();
+    }));
+}
+
+// Its one idle worker sleeps without a limit, and starts no other.
+TEST_F(FlexPoolInside, IdlePoolSleeps) {
+    thrmgr_pool_t *pPool = Create(0);
+    Gate gate;
+    gate.bOpen = true;
+    Grow(pPool, gate, 1);
+    ASSERT_TRUE(support::WaitUntil([&] { return Asleep(pPool) == 1; }));
+    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
+    EXPECT_TRUE(gate.WaitLeft(2));
+    EXPECT_EQ(Alive(pPool), 1U);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+}
+
+TEST_F(FlexPoolInside, ItemWithoutWorkerIsRunByTheNextOne) {
+    thrmgr_pool_t *pPool = Create(-1);
+    Gate first;
+    Gate second;
+    second.bOpen = true;
+    g_nThreadsLeft = 0;
+    EXPECT_EQ(OutputOf([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &first), -1); }),
+              "!pthread_create failed\n");
+    EXPECT_EQ(Alive(pPool), 0U);
+    g_nThreadsLeft = 1;
+    EXPECT_EQ(OutputOf([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &second), 0); }), "");
+    EXPECT_TRUE(first.WaitEntered(1));
+    // A lack of further threads is no failure.
+    EXPECT_EQ(OutputOf([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &second), 0); }),
+              "!pthread_create failed\n");
+    EXPECT_EQ(second.nEntered, 0);
+    first.bOpen = true;
+    EXPECT_TRUE(second.WaitLeft(2));
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+}
+
+TEST_F(FlexPoolInside, SignalsNeitherRetireAWorkerNorEndTheWaitOfDestroy) {
+    static std::atomic<int> s_nSignals{0};
+    static std::atomic<pthread_t> s_worker;
+    struct sigaction action = {}; // without SA_RESTART
+    action.sa_handler = [](int) { ++s_nSignals; };
+    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
+    auto fnSignal = [](pthread_t thread) {
+        for (int i = 0; i < 20; ++i) {
+            const int nBefore = s_nSignals;
+            ASSERT_EQ(pthread_kill(thread, SIGUSR1), 0);
+            ASSERT_TRUE(support::WaitUntil([&] { return s_nSignals > nBefore; }));
+        }
+    };
+    thrmgr_pool_t *pPool = static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(
+        2, -1,
+        [](void *pGate) {
+            s_worker = pthread_self();
+            Gate::Handler(pGate);
+        },
+        0));
+    Gate gate;
+    Grow(pPool, gate, 2);
+    gate.bOpen = true;
+    ASSERT_TRUE(support::WaitUntil([&] { return Asleep(pPool) == 2; }));
+    fnSignal(s_worker);
+    EXPECT_EQ(Alive(pPool), 2U) << "never retires: the time-out has no limit";
+
+    Gate last;
+    Grow(pPool, last, 1);
+    std::atomic<bool> bDestroyed{false};
+    std::thread destroyer([&] {
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+        bDestroyed = true;
+    });
+    EXPECT_TRUE(support::WaitUntil(
+        [&] { return Look(pPool, [](auto &pool) { return pool.eState == FlexState::Destroying; }); }));
+    fnSignal(destroyer.native_handle());
+    EXPECT_FALSE(bDestroyed) << "a handler is in progress";
+    last.bOpen = true;
+    destroyer.join();
+    EXPECT_EQ(last.nLeft, 1);
+}
+
+} // namespace
