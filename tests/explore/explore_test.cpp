@@ -20,10 +20,10 @@ struct Result {
     std::string text;
 };
 
-// What it prints, with single spaces.
-Result Explore(const std::string &arguments) {
+// What a command prints, with single spaces.
+Result RunCommand(const std::string &command) {
     Result result;
-    std::FILE *output = popen((EXPLORE " " + arguments + " 2>&1").c_str(), "re");
+    std::FILE *output = popen((command + " 2>&1").c_str(), "re");
     if (output == nullptr)
         return result;
     std::array<char, 4096> block{};
@@ -34,6 +34,10 @@ Result Explore(const std::string &arguments) {
     const int status = pclose(output);
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     return result;
+}
+
+Result Explore(const std::string &arguments) {
+    return RunCommand(EXPLORE " " + arguments);
 }
 
 std::string Program(const std::string &name) {
@@ -112,5 +116,168 @@ TEST_P(FaultyProgram, RunsTheSameWayTwice) {
 
 INSTANTIATE_TEST_SUITE_P(All, FaultyProgram, testing::ValuesIn(kFaulty),
                          [](const auto &row) { return std::string(row.param.name); });
+
+const char *const kScenarios[] = {SCENARIO_LIST};
+
+class Scenario : public testing::TestWithParam<const char *> {};
+
+// Nothing is wrong in 300 schedules, and the same seed gives the same points.
+TEST_P(Scenario, HasNoFault) {
+    const TempDir folder;
+    const std::string program = " --directory " + folder.Path() + " -- " SCENARIOS "/" + GetParam();
+    const Result result = Explore("--schedules 300" + program);
+    EXPECT_EQ(result.status, 0) << result.text;
+    EXPECT_NE(result.text.find("schedules 300 "), std::string::npos) << result.text;
+    std::string traces[2];
+    for (std::string &trace : traces) {
+        EXPECT_EQ(Explore("--schedules 5 --seed 3 --trace " + (folder / "trace") + program).status, 0);
+        trace = ReadFile(folder / "trace");
+    }
+    EXPECT_GT(traces[0].size(), 1000u);
+    EXPECT_EQ(traces[0], traces[1]);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Scenario, testing::ValuesIn(kScenarios),
+                         [](const auto &row) { return std::string(row.param); });
+
+// What the calls do is what the platform's do, and a day's sleep takes no time.
+TEST(Explore, StandsInFaithfully) {
+    EXPECT_EQ(std::system(Program("stand_ins").c_str()), 0);
+    const TempDir folder;
+    const Result result =
+        Explore("--schedules 40 --directory " + folder.Path() + " -- " + Program("stand_ins") + " explored");
+    EXPECT_EQ(result.status, 0) << result.text;
+}
+
+TEST(Explore, EachStrategyFindsTheTwoLocks) {
+    const TempDir folder;
+    for (const char *strategy : {"random", "pct", "pct:3", "round", "mix"}) {
+        const Result result = Explore("--first --schedules 10000 --strategy " + std::string(strategy) +
+                                      " --directory " + folder.Path() + " -- " + Program("two_locks"));
+        EXPECT_EQ(result.status, 1) << strategy << result.text;
+    }
+}
+
+struct Kind {
+    const char *options;
+    const char *program;
+    const char *text; // null: nothing is found
+};
+
+const Kind kKinds[] = {
+    {"", "refused malloc", nullptr},
+    {"--faults malloc:0.3", "refused malloc", "exit status: exit status 3"},
+    {"--faults thread:0.3", "refused thread", "exit status: exit status 3"},
+    {"--faults sem:0.3", "refused sem", "exit status: exit status 3"},
+    {"--faults io:0.3", "refused io", "exit status: exit status 3"},
+    {"--faults malloc,thread:0.3 --fail-on hang", "refused thread", nullptr},
+    {"", "left block", nullptr},
+    {"--fail-on leak", "left nothing", nullptr},
+    {"--fail-on leak", "left block", "blocks of memory are left"},
+    {"--fail-on leak", "left thread", "leak: thread 2 was neither joined nor detached"},
+    {"--fail-on leak", "left semaphore", "leak: 1 semaphores are left"},
+    {"--fail-on leak", "left descriptor", "leak: 2 descriptors are left open"},
+    {"--points 3000 --strategy round", "polite", "endless: no end after 3000 points"},
+    {"--points 3000 --strategy round --fail-on exit", "polite", nullptr},
+    {"--limit 0.3 --time real --schedules 1", "stand_ins", nullptr},
+    {"--limit 0.3 --time real --schedules 1", "stand_ins explored",
+     "stuck: it was killed after the real time"},
+};
+
+TEST(Explore, WhatCountsAsAFault) {
+    const TempDir folder;
+    for (const Kind &kind : kKinds) {
+        const Result result = Explore("--first --schedules 500 " + std::string(kind.options) +
+                                      " --directory " + folder.Path() + " -- " + Program(kind.program));
+        SCOPED_TRACE(std::string(kind.options) + " " + kind.program + "\n" + result.text);
+        EXPECT_EQ(result.status, kind.text == nullptr ? 0 : 1);
+        EXPECT_TRUE(kind.text == nullptr || result.text.find(kind.text) != std::string::npos);
+    }
+}
+
+// A thread that stays away from every call is not waited for longer than a moment.
+TEST(Explore, GoesOnBesideAThreadThatSpins) {
+    const Result result = Explore("--schedules 4 --strategy round -- " + Program("spinner"));
+    EXPECT_EQ(result.status, 0) << result.text;
+    EXPECT_NE(result.text.find("waited for something unknown"), std::string::npos) << result.text;
+}
+
+TEST(Explore, JsonHasTheTableAndTheFault) {
+    const TempDir folder;
+    const Result result = Explore(
+        "--json --first --directory " + folder.Path() + " -- " + Program("early_signal") + " | python3 -c '" +
+        "import json, sys; it = json.load(sys.stdin); fault = it[\"faults\"][0]; " +
+        "print(fault[\"fault\"], fault[\"decisions\"], it[\"failed\"], \"condition 1\" in fault[\"page\"])'");
+    EXPECT_EQ(result.text, "deadlock 1 1 True\n");
+}
+
+TEST(Explore, RefusesWhatItDoesNotUnderstand) {
+    const TempDir folder;
+    support::WriteFile(folder / "old", "vyx-explore replay 0\n");
+    support::WriteFile(folder / "cut", "vyx-explore replay 1\nseed 1\n");
+    support::WriteFile(folder / "odd", "vyx-explore replay 1\nswitch 1\nend\n");
+    const std::string rows[][2] = {
+        {"", "no program given"},
+        {"--strategy luck -- true", "no such value for --strategy: luck"},
+        {"--strategy pct:0 -- true", "no such value for --strategy: pct:0"},
+        {"--faults malloc -- true", "no such value for --faults: malloc"},
+        {"--faults malloc:2 -- true", "no such value for --faults: malloc:2"},
+        {"--fail-on nothing -- true", "no such value for --fail-on: nothing"},
+        {"--schedules -1 -- true", "no such value for --schedules: -1"},
+        {"--jobs 0 -- true", "no such value for --jobs: 0"},
+        {"--seed", "no such value for --seed"},
+        {"--what -- true", "unknown option --what"},
+        {"-- /does/not/exist", "does not start under exploration"},
+        {"--replay /does/not/exist -- true", "cannot be read"},
+        {"--replay " + (folder / "old") + " -- true", "not a replay file of this version"},
+        {"--replay " + (folder / "cut") + " -- true", "the end is missing"},
+        {"--replay " + (folder / "odd") + " -- true", ":2: not understood: switch 1"},
+    };
+    for (const auto &row : rows) {
+        const Result result = Explore(row[0]);
+        EXPECT_EQ(result.status, 2) << row[0];
+        EXPECT_NE(result.text.find(row[1]), std::string::npos) << row[0] << result.text;
+    }
+}
+
+bool IsInstalled(const char *program) {
+    return std::system(("command -v " + std::string(program) + " >/dev/null").c_str()) == 0;
+}
+
+// A debugger sees the program in the recorded schedule, at the line where it goes wrong.
+TEST(Explore, ReplaysUnderADebugger) {
+    if (!IsInstalled("gdb"))
+        GTEST_SKIP() << "gdb is not installed";
+    const TempDir folder;
+    ASSERT_EQ(Explore("--first --directory " + folder.Path() + " -- " + Program("last_reference")).status, 1);
+    const std::string replay = std::filesystem::directory_iterator(folder.Path())->path();
+    const std::string script = folder / "script";
+    support::WriteFile(
+        script, "set breakpoint pending on\nset startup-with-shell off\nbreak abort\nrun\nbacktrace\nkill\n");
+    const Result result = RunCommand("gdb -nx -q -batch -x " + script + " --args " EXPLORE " --replay " +
+                                     replay + " -- " + Program("last_reference"));
+    EXPECT_NE(result.text.find("last_reference.cpp:22"), std::string::npos) << result.text;
+}
+
+// Programs of others, which know nothing of this library.
+TEST(Explore, RunsACompressor) {
+    if (!IsInstalled("pigz"))
+        GTEST_SKIP() << "pigz is not installed";
+    const TempDir folder;
+    support::WriteFile(folder / "text", std::string(300000, 'x'));
+    const Result packed = Explore("--schedules 30 --directory " + folder.Path() +
+                                  " -- pigz -p 3 -b 32 -f -k " + (folder / "text"));
+    EXPECT_EQ(packed.status, 0) << packed.text;
+    EXPECT_NE(packed.text.find("threads at most 5"), std::string::npos) << packed.text;
+    EXPECT_EQ(std::system(("gzip -dc " + (folder / "text.gz") + " | cmp - " + (folder / "text")).c_str()), 0);
+}
+
+TEST(Explore, RunsAnInterpreterWithThreads) {
+    if (!IsInstalled("/usr/bin/python3"))
+        GTEST_SKIP() << "python3 is not installed";
+    const Result result = Explore("--schedules 30 -- /usr/bin/python3 " SOURCES "/programs/threads.py");
+    EXPECT_EQ(result.status, 0) << result.text;
+    EXPECT_NE(result.text.find("threads at most 3"), std::string::npos) << result.text;
+}
 
 } // namespace

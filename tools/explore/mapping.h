@@ -200,7 +200,8 @@ struct Answer {
     uint32_t modules;
     uint32_t outside; // times that the schedule depended on something unknown
     uint32_t padding;
-    char text[2048]; // about the fault, lines
+    char text[2048];  // about the fault, lines
+    char notes[1024]; // misuse, lines
 };
 
 // How the process that serves (it forks one child for each schedule) helps when the running thread stays away: it

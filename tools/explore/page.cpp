@@ -133,8 +133,8 @@ std::string MakePage(Worker &worker, const Options &options, const Replay &repla
         begin = end;
     }
     out << "\n" << FaultText(again.fault) << ": " << StatusText(again) << "\n";
-    if (again.fault != Fault::Misuse && !again.text.empty() && StatusText(again) != again.text)
-        out << again.text << (again.text.back() == '\n' ? "" : "\n");
+    if (again.fault != Fault::Misuse)
+        out << again.notes;
     PrintWaiting(mapping, symbols, out);
     const std::string output = worker.Output();
     if (!output.empty())

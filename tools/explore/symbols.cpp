@@ -35,6 +35,19 @@ bool IsSystemFile(const std::string &file) {
     return file.compare(0, 5, "/usr/") == 0 || file.compare(0, 2, "./") == 0;
 }
 
+// Without arguments: "main::lambda", "Queue::operator()".
+std::string ShortName(const std::string &function) {
+    if (function == "??")
+        return "";
+    std::string name = function;
+    for (size_t at = 0; (at = name.find("{lambda(")) != std::string::npos;) {
+        const size_t end = name.find('}', at);
+        name.replace(at, end == std::string::npos ? end : end + 1 - at, "lambda");
+    }
+    const size_t call = name.find("operator()");
+    return name.substr(0, name.find('(', call == std::string::npos ? 0 : call + 10));
+}
+
 std::string LastPart(const std::string &path) {
     return path.substr(path.rfind('/') + 1);
 }
@@ -115,7 +128,7 @@ void Symbols::ReadLines(uint32_t module, std::FILE *input) {
             continue;
         }
         if (entry.function.empty() || (!entry.own && own)) {
-            entry.function = function == "??" ? "" : function.substr(0, function.find('('));
+            entry.function = ShortName(function);
             entry.file = known ? LastPart(line) : "";
             entry.own = own;
         }

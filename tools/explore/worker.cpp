@@ -248,6 +248,7 @@ void Worker::Judge(int status, bool stuck, Outcome &outcome) const {
     outcome.outside = answer.outside;
     outcome.blocks = answer.blocks;
     outcome.text = std::string(answer.text, strnlen(answer.text, sizeof answer.text));
+    outcome.notes = std::string(answer.notes, strnlen(answer.notes, sizeof answer.notes));
     outcome.fault = answer.fault;
     if (stuck)
         outcome.fault = Fault::Stuck;
@@ -314,6 +315,8 @@ std::string StatusText(const Outcome &outcome) {
     if (WIFSIGNALED(outcome.status))
         return std::string("killed by signal ") + std::to_string(WTERMSIG(outcome.status)) + " (" +
                strsignal(WTERMSIG(outcome.status)) + ")";
+    if (outcome.fault == Fault::Misuse)
+        return outcome.notes;
     if (outcome.fault == Fault::Status || outcome.fault == Fault::Sanitizer)
         return "exit status " + std::to_string(WEXITSTATUS(outcome.status));
     return outcome.text;

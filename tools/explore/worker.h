@@ -22,6 +22,7 @@ struct Outcome {
     int64_t blocks = 0;     // of the heap, left at the exit
     uint64_t signature = 0; // of the fault: the same for the same fault found again, as far as can be told
     std::string text;       // the runtime's words about the fault
+    std::string notes;      // and about misuse, a line each
 };
 
 class Worker {

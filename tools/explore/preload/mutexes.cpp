@@ -35,11 +35,11 @@ int TakeMutex(Thread *me, pthread_mutex_t *mutex, const Point &point, int64_t de
 
 int ReleaseMutex(Thread *me, pthread_mutex_t *mutex) {
     const uint32_t owner = OwnerOf(Kind::Mutex, mutex);
-    if (owner != kNobody && owner != me->number)
-        NoteMisuse("thread %u unlocks mutex %u, which thread %u holds", me->number,
-                   NumberOf(Kind::Mutex, mutex), owner);
     RaceRelease(me, mutex);
     const int status = GetReal().pthread_mutex_unlock(mutex);
+    if (status == 0 && owner != kNobody && owner != me->number)
+        NoteMisuse("thread %u unlocks mutex %u, which thread %u holds", me->number,
+                   NumberOf(Kind::Mutex, mutex), owner);
     if (status == 0 && mutex->__data.__lock == 0) {
         SetOwner(Kind::Mutex, mutex, kNobody);
         WakeAll(mutex, Wake::Signalled);

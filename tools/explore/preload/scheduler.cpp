@@ -48,10 +48,12 @@ void AwaitLeaving() {
     if (g.leaving == 0)
         return;
     const Real &real = GetReal();
+    const int saved = errno;
     const int64_t limit = RealNow() + kSecond / 5;
     while (real.syscall(SYS_tgkill, getpid(), g.leaving, 0) == 0 && RealNow() < limit)
         real.sched_yield();
     g.leaving = 0;
+    errno = saved;
 }
 
 void HandTo(Thread *next) {
@@ -245,6 +247,7 @@ void Mix(uint64_t value) {
 
 // Goes on as the strategy wants, and returns when it is this thread's turn again.
 void GoOn(Thread *me, const Point &point, bool able) {
+    const int saved = errno;
     me->site = point.site;
     me->in_row++;
     const uint32_t number = NumberOf(point.kind, point.object);
@@ -265,6 +268,7 @@ void GoOn(Thread *me, const Point &point, bool able) {
         HandTo(next);
         Park(me);
     }
+    errno = saved;
 }
 
 // A lock whose holder waits for a lock whose holder ... is this thread: nobody else can help.
@@ -340,7 +344,24 @@ void PassPoint(Thread *me, const Point &point) {
     GoOn(me, point, true);
 }
 
+// pthread_cancel was called for this thread, and it has not switched that off.
+static bool IsCancelDue(const Thread *me) {
+    if (!me->cancelled)
+        return false;
+    int state = PTHREAD_CANCEL_ENABLE;
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    (void)pthread_setcancelstate(state, nullptr);
+    return state == PTHREAD_CANCEL_ENABLE;
+}
+
+bool EndsByCancel(Op op) {
+    return op == Op::Wait || op == Op::TimedWait || op == Op::Sleep || op == Op::Join || op == Op::Read ||
+           op == Op::Write || op == Op::Poll || op == Op::Accept || op == Op::Connect;
+}
+
 Wake Block(Thread *me, const Point &point, int64_t deadline) {
+    if (EndsByCancel(point.op) && IsCancelDue(me))
+        return Wake::Cancelled;
     me->state = State::Blocked;
     me->wake = Wake::None;
     me->op = point.op;
@@ -526,8 +547,7 @@ void Stop(Fault fault, const void *site, const char *format, ...) {
     Answer &answer = g.mapping->answer;
     va_list arguments;
     va_start(arguments, format);
-    const size_t used = strnlen(answer.text, sizeof answer.text - 1);
-    (void)vsnprintf(answer.text + used, sizeof answer.text - used, format, arguments);
+    (void)vsnprintf(answer.text, sizeof answer.text, format, arguments);
     va_end(arguments);
     answer.site = reinterpret_cast<uintptr_t>(site);
     FillWaiting();
@@ -539,15 +559,15 @@ void Stop(Fault fault, const void *site, const char *format, ...) {
 
 void NoteMisuse(const char *format, ...) {
     Answer &answer = g.mapping->answer;
-    size_t used = strnlen(answer.text, sizeof answer.text - 1);
+    size_t used = strnlen(answer.notes, sizeof answer.notes - 1);
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(answer.text + used, sizeof answer.text - used, format, arguments);
+    const int length = vsnprintf(answer.notes + used, sizeof answer.notes - used, format, arguments);
     va_end(arguments);
     used += length > 0 ? static_cast<size_t>(length) : 0;
-    if (used + 1 < sizeof answer.text) {
-        answer.text[used] = '\n';
-        answer.text[used + 1] = 0;
+    if (used + 1 < sizeof answer.notes) {
+        answer.notes[used] = '\n';
+        answer.notes[used + 1] = 0;
     }
     if (answer.fault == Fault::None)
         answer.fault = Fault::Misuse;

@@ -108,6 +108,8 @@ inline void PassAfter(Thread *me, Op op, Kind kind, const void *object, const vo
 }
 // Waits until woken or until `deadline`. Inside.
 Wake Block(Thread *me, const Point &point, int64_t deadline);
+// A wait of this kind ends when the thread is cancelled.
+bool EndsByCancel(Op op);
 // Those who wait for `object` can run again. Inside.
 void WakeAll(const void *object, Wake why);
 void WakeThread(Thread *thread, Wake why);

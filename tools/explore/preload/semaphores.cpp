@@ -109,6 +109,7 @@ int WaitSemaphore(Thread *me, sem_t *semaphore, int64_t deadline, const void *si
     const Point point = {deadline == kNever ? Op::Wait : Op::TimedWait, Kind::Semaphore, semaphore, site,
                          false};
     PassPoint(me, point);
+    const int saved = errno;
     int status = 0;
     while ((status = real.sem_trywait(semaphore)) != 0 && errno == EAGAIN) {
         const Wake why = Block(me, point, deadline);
@@ -124,8 +125,10 @@ int WaitSemaphore(Thread *me, sem_t *semaphore, int64_t deadline, const void *si
             break;
         }
     }
-    if (status == 0)
+    if (status == 0) {
         RaceAcquire(me, semaphore);
+        errno = saved;
+    }
     Leave(me);
     return status;
 }

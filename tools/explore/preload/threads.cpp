@@ -178,10 +178,7 @@ EXPLORE_API int pthread_cancel(pthread_t handle) {
     const int status = real.pthread_cancel(handle);
     if (status == 0 && target != nullptr) {
         target->cancelled = true;
-        const bool ends = target->op == Op::Wait || target->op == Op::TimedWait || target->op == Op::Sleep ||
-                          target->op == Op::Join || target->op == Op::Read || target->op == Op::Write ||
-                          target->op == Op::Poll || target->op == Op::Accept || target->op == Op::Connect;
-        if (target->state == State::Blocked && ends)
+        if (target->state == State::Blocked && EndsByCancel(target->op))
             WakeThread(target, Wake::Cancelled);
     }
     Leave(me);

@@ -1,0 +1,42 @@
+// Events: one set by hand, one that follows a socket, and waits for the first of them, with a limit and without.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "scenario.h"
+
+int main() {
+    int ends[2];
+    CHECK(VYX_Init() == VYX_OK && socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
+    VYX_EVENT manual = VYX_CreateEvent(0);
+    VYX_EVENT socket = VYX_CreateEvent(0);
+    CHECK(manual != nullptr && socket != nullptr);
+    CHECK(VYX_EventSelect(ends[0], socket, VYX_FD_READ | VYX_FD_CLOSE) == VYX_OK);
+    {
+        Runner sender([&] { CHECK(write(ends[1], "x", 1) == 1); });
+        Runner setter([&] { CHECK(VYX_SetEvent(manual) == VYX_TRUE); });
+        Runner waiter([&] { CHECK(VYX_WaitForSingleObject(manual, VYX_INFINITE) == VYX_WAIT_OBJECT_0); });
+        const VYX_EVENT events[] = {manual, socket};
+        bool seen[2] = {};
+        while (!seen[0] || !seen[1]) {
+            const uint32_t result =
+                VYX_WaitForMultipleObjects(2, events, 0, seen[0] || seen[1] ? 10 : VYX_INFINITE);
+            if (result == VYX_WAIT_OBJECT_0 + 1) {
+                VYX_NETWORKEVENTS_T what = {};
+                char letter = 0;
+                CHECK(VYX_EnumNetworkEvents(ends[0], socket, &what) == VYX_OK &&
+                      what.lNetworkEvents == VYX_FD_READ);
+                CHECK(read(ends[0], &letter, 1) == 1 && letter == 'x');
+                seen[1] = true;
+            } else if (result == VYX_WAIT_OBJECT_0) {
+                seen[0] = true;
+                waiter.Wait();
+                CHECK(VYX_ResetEvent(manual) == VYX_TRUE);
+            } else {
+                CHECK(result == VYX_WAIT_TIMEOUT);
+            }
+        }
+    }
+    CHECK(VYX_CloseEvent(manual) == VYX_TRUE && VYX_CloseEvent(socket) == VYX_TRUE);
+    CHECK(close(ends[0]) == 0 && close(ends[1]) == 0 && VYX_Fini() == VYX_OK);
+    return 0;
+}

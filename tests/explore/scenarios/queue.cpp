@@ -1,0 +1,48 @@
+// Queue: two senders, two receivers, priorities. Every message arrives once, each sender's in order for one priority.
+#include "scenario.h"
+
+static VYX_HANDLE_MSGQ s_queue;
+
+static void Send(int sender, int priority) {
+    static thread_local VYX_MSG_BLOCK_T block;
+    for (int i = 0; i < 2; i++) {
+        block.iMsgType = sender * 2 + i;
+        block.iPriority = priority;
+        block.iDataLen = 1;
+        block.szData[0] = static_cast<char>(sender * 2 + i);
+        CHECK(VYX_MsgQSendEx(s_queue, &block) == VYX_OK);
+    }
+}
+
+static void Receive(int (&got)[4]) {
+    static thread_local VYX_MSG_BLOCK_T block;
+    int last[2] = {-1, -1};
+    for (;;) {
+        block.iDataLen = VYX_MSG_DATA_SIZE;
+        if (VYX_MsgQReceiveEx(s_queue, &block, 10) != VYX_OK)
+            return;
+        CHECK(block.iMsgType >= 0 && block.iMsgType < 4 && block.iDataLen == 1 &&
+              block.szData[0] == block.iMsgType);
+        CHECK(last[block.iMsgType / 2] < block.iMsgType);
+        last[block.iMsgType / 2] = block.iMsgType;
+        got[block.iMsgType]++;
+    }
+}
+
+int main() {
+    CHECK(VYX_Init() == VYX_OK && VYX_MsgQCreateEx(&s_queue) == VYX_OK);
+    int first_got[4] = {};
+    int second_got[4] = {};
+    {
+        Runner first([&] { Receive(first_got); });
+        Runner second([&] { Receive(second_got); });
+        Runner low([] { Send(0, 1); });
+        Runner high([] { Send(1, 2); });
+    }
+    int rest[4] = {};
+    Receive(rest);
+    for (int i = 0; i < 4; i++)
+        CHECK(first_got[i] + second_got[i] + rest[i] == 1);
+    CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
+    return 0;
+}
