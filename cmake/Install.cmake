@@ -33,3 +33,10 @@ install(FILES ${PROJECT_BINARY_DIR}/vyxConfig.cmake ${PROJECT_BINARY_DIR}/vyxCon
         DESTINATION ${vyx_package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/vyx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+if(VYX_BUILD_EXPLORE)
+  install(TARGETS vyx-explore RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS vyx_explore_runtime vyx_explore_heap LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS vyx_explore_tsan ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(FILES docs/explore.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+endif()

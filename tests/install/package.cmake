@@ -13,6 +13,11 @@ if(VYX_PLATFORM STREQUAL "linux")
            ${prefix} ${libdir} ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${PROJECT_VERSION})
 endif()
 
+if(VYX_BUILD_EXPLORE)
+  add_test(NAME Package.Explore COMMAND sh ${here}/explore.sh ${prefix} ${libdir} ${PROJECT_SOURCE_DIR} ${scratch}/explore
+           ${CMAKE_CXX_COMPILER})
+endif()
+
 list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
 add_test(NAME Package.PkgConfig COMMAND ${CMAKE_COMMAND} -E env
          PKG_CONFIG=${VYX_PKGCONFIG} "CC=${CMAKE_C_COMPILER}" "CFLAGS=${CMAKE_C_FLAGS}" "CXX=${CMAKE_CXX_COMPILER}"

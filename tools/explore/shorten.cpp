@@ -6,7 +6,7 @@ namespace explore {
 namespace {
 
 constexpr int kMaxRuns = 3000;
-constexpr double kMaxSeconds = 20;
+constexpr double kMaxSeconds = 10;
 
 class Shortener {
   public:
@@ -68,6 +68,8 @@ class Shortener {
 } // namespace
 
 void Shorten(Worker &worker, const Options &, Found &found) {
+    if (found.outcome.fault == Fault::Stuck)
+        return; // each try would take as long
     Shortener shortener(worker, found);
     if (!shortener.Try(found.replay.decisions))
         return; // it does not come back: the page says so

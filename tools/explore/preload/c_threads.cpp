@@ -36,7 +36,7 @@ int Result(int status) {
 } // namespace
 
 // The routine's result fits: its caller takes it for a pointer's size, and thrd_join takes an int from that.
-EXPLORE_API int thrd_create(thrd_t *thread, thrd_start_t routine, void *argument) noexcept {
+EXPLORE_API int thrd_create(thrd_t *thread, thrd_start_t routine, void *argument) {
     using Routine = void *(*)(void *);
     const auto start = reinterpret_cast<Routine>(reinterpret_cast<void *>(routine));
     return Result(pthread_create(thread, nullptr, start, argument));
@@ -53,7 +53,7 @@ EXPLORE_API int thrd_join(thrd_t thread, int *result) {
 EXPLORE_API int thrd_detach(thrd_t thread) {
     return Result(pthread_detach(thread));
 }
-EXPLORE_API void thrd_yield() noexcept {
+EXPLORE_API void thrd_yield() {
     (void)sched_yield();
 }
 
@@ -74,7 +74,7 @@ EXPLORE_API int mtx_unlock(mtx_t *mutex) {
 EXPLORE_API int mtx_timedlock(mtx_t *mutex, const timespec *at) {
     return Result(pthread_mutex_timedlock(Mutex(mutex), at));
 }
-EXPLORE_API void mtx_destroy(mtx_t *mutex) noexcept {
+EXPLORE_API void mtx_destroy(mtx_t *mutex) {
     (void)pthread_mutex_destroy(Mutex(mutex));
 }
 
