@@ -27,6 +27,6 @@ build() {
 }
 
 BUILD_PACKAGES=(cmake ninja-build g++ pkgconf)
-TEST_PACKAGES=(googletest libgtest-dev libbenchmark-dev graphviz iproute2 python3 gdb pigz)
+TEST_PACKAGES=(googletest libgtest-dev libbenchmark-dev graphviz iproute2 python3 gdb patch pigz)
 # Libraries that scripts/bench compares with. The build does without those that are missing.
 PEER_PACKAGES=(libapr1-dev libaprutil1-dev libglib2.0-dev libuv1-dev libboost-dev libspdlog-dev)
