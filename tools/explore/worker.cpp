@@ -130,12 +130,13 @@ bool Worker::Start(std::string &message) {
     }
     if (!MakeMapping(message))
         return false;
-    char pattern[] = "/tmp/vyx-explore-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) {
+    std::error_code error;
+    std::string directory = fs::temp_directory_path(error) / "vyx-explore-XXXXXX";
+    if (mkdtemp(directory.data()) == nullptr) {
         message = std::string("no folder for temporary files: ") + strerror(errno);
         return false;
     }
-    m_directory = pattern;
+    m_directory = directory;
     int commands[2];
     int answers[2];
     m_output = memfd_create("vyx-explore-output", MFD_CLOEXEC);

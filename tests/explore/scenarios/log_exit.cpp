@@ -5,8 +5,8 @@
 #include "scenario.h"
 
 int main() {
-    char pattern[] = "logs_XXXXXX";
-    const std::string folder = std::filesystem::temp_directory_path() / mkdtemp(pattern);
+    std::string folder = std::filesystem::temp_directory_path() / "logs_XXXXXX";
+    CHECK(mkdtemp(folder.data()) != nullptr);
     CHECK(EnableTarget(VYX_LOG_TARGET_FILE, folder.c_str(), 150, 0) == 0); // two lines each
     const auto write = [](void *) -> void * {
         while (WriteLog(VYX_LOG_LEVEL_ERR, "file", 1, "line") == 0)
