@@ -73,7 +73,7 @@ void Symbols::Resolve(uint32_t module, const std::set<uint64_t> &offsets) {
     std::ostringstream command;
     size_t count = 0;
     const auto run = [&] {
-        std::FILE *input = popen(command.str().c_str(), "re");
+        std::FILE *input = popen(command.str().c_str(), "re"); // NOLINT(cert-env33-c): the path is quoted
         if (input != nullptr) {
             ReadLines(module, input);
             (void)pclose(input);

@@ -231,13 +231,13 @@ bool Worker::Run(const Order &order, const std::vector<Decision> &decisions, Out
 void Worker::Become(const Order &order, const std::vector<Decision> &decisions) {
     std::string message;
     if (!MakeMapping(message)) {
-        std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
+        (void)std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
         return;
     }
     Write(order, decisions);
     (void)fcntl(m_memory, F_SETFD, 0);
     Execute(false, -1, -1);
-    std::fprintf(stderr, "vyx-explore: %s: %s\n", m_options.program[0].c_str(), strerror(errno));
+    (void)std::fprintf(stderr, "vyx-explore: %s: %s\n", m_options.program[0].c_str(), strerror(errno));
 }
 
 void Worker::Judge(int status, bool stuck, Outcome &outcome) const {
