@@ -1,4 +1,5 @@
-// Threads and the clock beside the POSIX calls they rest on.
+// Threads, the clock and the calendar beside the POSIX calls they rest on.
+#include <ctime>
 #include <pthread.h>
 #include <sys/time.h>
 #include <vector>
@@ -6,7 +7,7 @@
 #include <vyx/thread.h>
 #include <vyx/time.h>
 
-#include "support/bench.h"
+#include "thread_time_bench.h"
 
 namespace {
 
@@ -52,6 +53,36 @@ void VyxTimeNow(benchmark::State &state) {
         benchmark::DoNotOptimize(VYX_TimeNow());
 }
 
+void RawCTime(char *szText, int64_t iMillis) {
+    const auto tSeconds = static_cast<time_t>(iMillis / 1000);
+    (void)ctime_r(&tSeconds, szText);
+}
+
+void VyxCTime(char *szText, int64_t iMillis) {
+    (void)VYX_CTime(szText, iMillis * 1000);
+}
+
+constexpr char kFormat[] = "%Y-%m-%d %H:%M:%S";
+
+void RawFormat(benchmark::State &state) {
+    struct tm fields = {};
+    fields.tm_year = 126;
+    fields.tm_mday = 5;
+    char szText[64];
+    for (auto _ : state)
+        benchmark::DoNotOptimize(strftime(szText, sizeof szText, kFormat, &fields));
+}
+
+void VyxFormat(benchmark::State &state) {
+    VYX_TIME_EXP_T fields = {};
+    fields.tm_year = 126;
+    fields.tm_mday = 5;
+    char szText[64];
+    uint32_t nLength = 0;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(VYX_StrFmtTime(szText, &nLength, sizeof szText, kFormat, &fields));
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -59,5 +90,10 @@ int main(int argc, char **argv) {
                    {{"raw", CreateJoin<RawCreateJoin>, 1.10}, {"vyx", CreateJoin<VyxCreateJoin>}},
                    bench::ByHand);
     bench::Compare("time_now", {{"raw", RawTimeNow, 1.10}, {"vyx", VyxTimeNow}});
+    bench::Compare("ctime",
+                   {{"raw", CTime<BenchZone::Set, RawCTime>, 0.6}, {"vyx", CTime<BenchZone::Set, VyxCTime>}});
+    bench::Compare("ctime_no_tz", {{"raw", CTime<BenchZone::Unset, RawCTime>, 0.6},
+                                   {"vyx", CTime<BenchZone::Unset, VyxCTime>}});
+    bench::Compare("strftime", {{"raw", RawFormat, 1.0}, {"vyx", VyxFormat}});
     return bench::Run(argc, argv);
 }
