@@ -67,8 +67,9 @@ typedef struct VYX_FINFO_T {
 
 /* One entry of a directory. */
 typedef struct _FILE_FIND_INFO {
-    char name
-        [260]; /* the entry's own name without a path, zero-terminated; a longer name is cut at 259 bytes */
+    /* The entry's own name without a path, zero-terminated; a longer name is cut at 259 bytes. */
+    char name[260];
+    /* What is known of it, with times in microseconds; all zeros if that cannot be told. */
     VYX_FINFO_T finfo;
 } _FILE_FIND_INFO;
 
@@ -94,34 +95,55 @@ typedef struct VYX_CPU_PERFORMANCE_T {
 
 VYX_BEGIN_DECLS
 
+/* ---- Files --------------------------------------------------------------------------------------------------- */
+
 /*
- * Open a file (open). The descriptor is the caller's until VYX_CloseFile; a program that is started later inherits
+ * Opens a file (open). The descriptor is the caller's until VYX_CloseFile; a program that is started later inherits
  * it.
+ *   szPath  borrowed for the call
  *   nFlags  VYX_OPEN_... bits; any others are ignored
  *   nPerm   permission bits of a file that is made, less the process's file-creation mask; the low 16 bits count
  *
  * Result:  the descriptor; VYX_INVALID_FILE (-1) if that failed, for a null path, and with nothing touched for
  *          flags with neither VYX_OPEN_READ nor VYX_OPEN_WRITE. A signal handler may end the opening of a pipe or
  *          device early (EINTR).
+ * Threads: any.
  */
 VYX_API VYX_FILE_T VYX_OpenFile(const char *szPath, uint32_t nFlags, uint32_t nPerm);
 
-/* Closes the descriptor (close). Result: 0; -1 for VYX_INVALID_FILE or if that failed: it is closed all the same. */
+/*
+ * Closes the descriptor (close).
+ *
+ * Result:  0; -1 for VYX_INVALID_FILE or if that failed: it is closed all the same.
+ * Threads: one; nobody may use the number afterwards.
+ */
 VYX_API int32_t VYX_CloseFile(VYX_FILE_T hFile);
 
-/* Removes a file, a link or an empty directory (remove). Result: 0; -1 for a null path or if that failed. */
+/* Removes a file, a link or an empty directory (remove). 0; -1 for a null path or with errno. Threads: any. */
 VYX_API int32_t VYX_DeleteFile(const char *szPath);
 
 /*
- * Read or write at the file's position with one call of the platform (read, write), which may do less than asked:
- * near the end of a file, at pipes and devices, on a full disk, after a signal, and past 2147479552 bytes.
- *   nSize   bytes to read into or write from pBuf
- *   pCount  receives the bytes done, -1 after a failed call; may be null
+ * Reads at the file's position with one call of the platform (read), which may do less than asked: near the end of a
+ * file, from pipes and devices, after a signal, and past 2147479552 bytes.
+ *   nSize   bytes to read into pBuf
+ *   pCount  receives the bytes read, 0 at the end of the file, -1 after a failed call; may be null
  *
- * Result:  0; a read at the end of the file is one with count 0. -1 for a null buffer or VYX_INVALID_FILE, *pCount
- *          untouched; -1 if the call failed. A signal handler may end a wait early (EINTR); it is not begun again.
+ * Result:  0, also at the end; -1 with errno if the call failed; -1 for a null buffer or VYX_INVALID_FILE, *pCount
+ *          untouched. A signal handler may end a wait early (EINTR); it is not begun again.
+ * Threads: any; all descriptors of one opening share its position.
  */
 VYX_API int32_t VYX_ReadFile(VYX_FILE_T hFile, void *pBuf, uint32_t nSize, int32_t *pCount);
+
+/*
+ * Writes at the file's position with one call of the platform (write), which may do less than asked: to pipes and
+ * devices, on a full disk, after a signal, and past 2147479552 bytes.
+ *   nSize   bytes at pBuf
+ *   pCount  receives the bytes written, -1 after a failed call; may be null
+ *
+ * Result:  0; -1 with errno if the call failed; -1 for a null buffer or VYX_INVALID_FILE, *pCount untouched. A signal
+ *          handler may end a wait early (EINTR); it is not begun again.
+ * Threads: any; all descriptors of one opening share its position.
+ */
 VYX_API int32_t VYX_WriteFile(VYX_FILE_T hFile, const void *pBuf, uint32_t nSize, int32_t *pCount);
 
 /*
@@ -130,32 +152,41 @@ VYX_API int32_t VYX_WriteFile(VYX_FILE_T hFile, const void *pBuf, uint32_t nSize
  *   iWhence    from where: 0 the start, 1 the position, 2 the end; passed to the platform as it is
  *   pPosition  receives the new position, -1 after a failure; may be null
  *
- * Result:  0; -1 if that failed, after "last error = N" with the errno on standard output.
+ * Result:  0; -1 with errno. A failure prints "last error = N" with that errno to standard output, among the program's
+ *          own: do not ask a pipe or a terminal for its position this way if that matters.
+ * Threads: any; all descriptors of one opening share its position.
  */
 VYX_API int32_t VYX_FileSeek(VYX_FILE_T hFile, int64_t iOffset, int32_t iWhence, int64_t *pPosition);
 
-/* Always 1, whatever the file. The end of a file shows as a read of 0 bytes. */
+/* Always 1, whatever the file: the end of a file shows as a read of 0 bytes. Threads: any. */
 VYX_API int32_t VYX_FileIsEOF(VYX_FILE_T hFile);
 
 /*
- * Fills the record with what is known of the open file, times in seconds (fstat).
+ * Fills the record with what is known of the open file (fstat), its times in whole seconds.
  *
- * Result:  0; -1 with the record untouched for a null record, VYX_INVALID_FILE, or if that failed.
+ * Result:  0; -1 with the record untouched for a null record, VYX_INVALID_FILE, or with errno.
+ * Threads: any.
  */
 VYX_API int32_t VYX_FileStat(VYX_FILE_T hFile, VYX_FINFO_T *pInfo);
 
-/* Waits until what was written is on the disk (fsync). Result: 0; -1 for VYX_INVALID_FILE or if that failed. */
+/* Waits until what was written is on the disk (fsync). 0; -1 for VYX_INVALID_FILE or with errno. Threads: any. */
 VYX_API int32_t VYX_FileFlush(VYX_FILE_T hFile);
 
 /*
  * Asks whether the process's real user may use the path (access).
  *   iMode  0 does it exist, 1 execute, 2 write, 4 read, or a sum of these; passed to the platform as it is
  *
- * Result:  0 yes; -1 no, or it cannot be told. A null path is -1 with EFAULT.
+ * Result:  0 yes; -1 no, or it cannot be told, with errno. A null path is -1 with EFAULT.
+ * Threads: any.
  */
 VYX_API int32_t VYX_AccessFile(const char *szPath, int32_t iMode);
 
-/* Renames a file or a directory; an existing target is replaced (rename). Result: 0; -1 for a null or a failure. */
+/*
+ * Renames a file or a directory (rename); an existing target is replaced in one step.
+ *
+ * Result:  0; -1 for a null path or with errno.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
 
 /*
@@ -173,6 +204,7 @@ VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
  *          of the target reads as zeros); memory, the disk or the platform failed. If the target is a pipe or a
  *          character device the result is -1, too.
  *          A change of the source during the call never ends the process; whether it shows in the copy is open.
+ * Threads: any; of two that copy to one target at once, neither knows what it will hold.
  */
 VYX_API int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t bFailIfExists);
 
@@ -182,72 +214,105 @@ VYX_API int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t
  *
  * Result:  0; -1 with szBuf untouched: it is null (EINVAL), nSize is below the path's length plus 1 (ENOMEM), the
  *          path has 1024 bytes or more, the file is gone, or (Linux) /proc cannot be read.
+ * Threads: any.
  */
 VYX_API int32_t VYX_GetCurExePath(char *szBuf, uint32_t nSize);
+
+/* ---- Directories --------------------------------------------------------------------------------------------- */
 
 /*
  * Makes a directory with the rights rwxrw-rw-, whatever the process's file-creation mask (mkdir, chmod).
  *
- * Result:  0; -1 for a null path or if either call failed; after a failed chmod the directory stays.
+ * Result:  0; -1 for a null path or with the errno of the call that failed; after a failed chmod the directory stays.
+ * Threads: any.
  */
 VYX_API int32_t VYX_MakeDir(const char *szPath);
 
-/* Removes an empty directory; also a file (remove). Result: 0; -1 for a null path or if that failed. */
+/* Removes an empty directory; also a file (remove). 0; -1 for a null path or with errno. Threads: any. */
 VYX_API int32_t VYX_RemoveDir(const char *szPath);
 
 /*
- * List a directory: open it, take entry after entry, close it. A handle is used by one thread at a time; different
- * handles are independent. The handle belongs to the caller until VYX_CloseDir.
+ * Opens a directory (opendir), whose entries VYX_FindFileInDir then gives one by one. The handle is the caller's until
+ * VYX_CloseDir.
  *
- * VYX_OpenDir
- *   Result:  the handle; null for a null path, if the platform cannot open it (opendir) or memory is short.
- *
- * VYX_FindFileInDir takes the next entry (readdir), in no order; those of the directory itself "." and of its parent
- * ".." are among them. Entries that come or go meanwhile may be missed. Links are followed: the information is that
- * of what they lead to (stat), taken in the opened directory even if it was renamed since. If there is none, as of a
- * broken link or an entry that is gone already, "Get file stat failed! err:N" with the errno goes to standard output
- * and all of pInfo but the name is 0 (a type of 0 tells).
- *   Result:  0, also without the information. -1 for a null, at the end, or if reading failed, pInfo untouched; at the
- *            end errno is as it was before.
- *
- * VYX_CloseDir
- *   Result:  0; -1 for null.
+ * Result:  the handle; null for a null path, or with errno if it cannot be opened or memory is short.
+ * Threads: any.
  */
 VYX_API VYX_DIR_T VYX_OpenDir(const char *szPath);
+
+/*
+ * Closes the directory (closedir); the handle is gone.
+ *
+ * Result:  0; -1 for null.
+ * Threads: one; nobody may use the handle afterwards.
+ */
 VYX_API int32_t VYX_CloseDir(VYX_DIR_T hDir);
+
+/*
+ * Takes the next entry of the directory (readdir), in no order; those of the directory itself "." and of its parent
+ * ".." are among them. Entries that come or go meanwhile may be missed. Links are followed: the information, with its
+ * times in microseconds, is that of what they lead to (stat), looked up in the opened directory, even if it was renamed
+ * since or the process is in another directory now.
+ *
+ * Result:  0, also without the information: of a broken link, or an entry that is gone already, "Get file stat failed!
+ *          err:N" with the errno goes to standard output, and all of pInfo but the name is 0 (a type of 0 tells).
+ *          -1 with pInfo untouched for a null, at the end, or if reading failed; at the end errno is as it was before.
+ * Threads: one at a time for each handle; different handles are independent.
+ */
 VYX_API int32_t VYX_FindFileInDir(VYX_DIR_T hDir, _FILE_FIND_INFO *pInfo);
 
-/*
- * Translate between the library's bits and those of the platform's open and mode_t. Bits without a meaning are dropped.
- *
- * VYX_GetOFlagByFlag  from VYX_OPEN_... bits; -1 with neither VYX_OPEN_READ nor VYX_OPEN_WRITE
- * VYX_GetModeByPerm   from permission bits; with VYX_ATTR_READONLY it is S_IRUSR alone. Never has S_ISGID: 0x4000
- *                     becomes S_IXUSR
- * VYX_GetPermByMode   from a mode; S_ISGID becomes VYX_GSETID (0x4000), the sticky bit and the type are dropped.
- *                     Back through VYX_GetModeByPerm it gives the same rights, but for S_ISGID
- */
+/* ---- The library's bits and the platform's ------------------------------------------------------------------- */
+
+/* Flags for open, from VYX_OPEN_... bits; -1 with neither VYX_OPEN_READ nor VYX_OPEN_WRITE. Threads: any. */
 VYX_API int32_t VYX_GetOFlagByFlag(uint32_t nFlags);
+
+/*
+ * The platform's mode, from permission bits. With VYX_ATTR_READONLY it is S_IRUSR alone. It never has S_ISGID: 0x4000
+ * becomes S_IXUSR. Bits without a meaning are dropped.
+ *
+ * Threads: any.
+ */
 VYX_API uint16_t VYX_GetModeByPerm(uint32_t nPerm);
+
+/*
+ * The permission bits of a platform's mode. S_ISGID becomes VYX_GSETID (0x4000); the sticky bit and the type are
+ * dropped. Back through VYX_GetModeByPerm it gives the same rights, but for S_ISGID.
+ *
+ * Threads: any.
+ */
 VYX_API uint32_t VYX_GetPermByMode(uint32_t nMode);
 
+/* ---- Dynamic modules ----------------------------------------------------------------------------------------- */
+
 /*
- * Dynamic modules (dlopen, dlclose, dlsym). The text of a failure is the platform's, from dlerror. From any thread.
+ * Loads a module (dlopen), binds all its symbols at once, and makes them visible to modules loaded later. A path
+ * without a slash is searched for as the platform's loader does. The module's initialisers run within the call.
  *
- * VYX_LoadDSo binds all symbols at once and makes those of the module visible to modules loaded later. A path
- * without a slash is searched for as the platform's loader does. A module's initialisers run within the call.
- *   Result:  the handle, to be given to VYX_UnloadDSo once; null for a null path or if that failed.
- *
- * VYX_UnloadDSo gives one handle back; the module goes when nobody holds it any longer.
- *   Result:  0; -1 for null or if the platform refused.
- *
- * VYX_GetDsoSym
- *   Result:  the symbol's address, valid while the module is loaded; null for a null or if there is none.
+ * Result:  the handle, to be given to VYX_UnloadDSo once; null for a null path, or if that failed, with the reason in
+ *          dlerror.
+ * Threads: any.
  */
 VYX_API VYX_HANDLE_DSO VYX_LoadDSo(const char *szPath);
+
+/*
+ * Gives one handle back (dlclose); the module goes when nobody holds it any longer.
+ *
+ * Result:  0; -1 for null or if the platform refused, with the reason in dlerror.
+ * Threads: any; nobody may use what was taken from a module that is gone.
+ */
 VYX_API int32_t VYX_UnloadDSo(VYX_HANDLE_DSO hDso);
+
+/*
+ * The address of a module's symbol (dlsym), valid while the module is loaded.
+ *
+ * Result:  null for a null, or if there is none, with the reason in dlerror.
+ * Threads: any.
+ */
 VYX_API void *VYX_GetDsoSym(VYX_HANDLE_DSO hDso, const char *szName);
 
-/* Accepts a format and arguments and does nothing: switched-off debug output. */
+/* ---- Debug output -------------------------------------------------------------------------------------------- */
+
+/* Accepts a format and arguments and does nothing: switched-off debug output. Threads: any. */
 VYX_API void VYX_Debug(const char *szFormat, ...) VYX_PRINTF(1, 2);
 
 /*
@@ -256,38 +321,49 @@ VYX_API void VYX_Debug(const char *szFormat, ...) VYX_PRINTF(1, 2);
  * feed follows them. A zero byte in the text (from "%c") ends what is shown, line feed included.
  *
  * Result:  that of fputs: not negative, or EOF.
+ * Threads: any; each text stays in one piece.
  */
 VYX_API int32_t VYX_OutputDebug(const char *szFormat, ...) VYX_PRINTF(1, 2);
 
-/* Writes the text to standard error as it is, without a line feed. */
+/* Writes the text to standard error as it is, without a line feed; it must not be null. Threads: any. */
 VYX_API void VYX_OutputDebugString(const char *szText);
 
+/* ---- The system ---------------------------------------------------------------------------------------------- */
+
+/* Sleeps (usleep). 0; -1 if a signal handler ended the sleep early (errno is EINTR). Threads: any. */
+VYX_API int32_t VYX_USleep(uint32_t nMicroseconds);
+
 /*
- * Sleep (usleep). The milliseconds are multiplied by 1000 in 32 bits: 4294968 ms and more wrap around.
+ * Sleeps (usleep). The milliseconds are multiplied by 1000 in 32 bits: 4294968 ms and more wrap around, to a shorter
+ * sleep.
  *
  * Result:  0; -1 if a signal handler ended the sleep early (errno is EINTR).
+ * Threads: any.
  */
-VYX_API int32_t VYX_USleep(uint32_t nMicroseconds);
 VYX_API int32_t VYX_Sleep(uint32_t nMilliseconds);
 
 /*
  * A number from 0 to 2^31 - 1. The process-wide generator of random() is seeded with the millisecond tick at
  * every call: calls within one millisecond give the same number, and a program's own srandom is undone. Not
  * for secrets.
+ *
+ * Threads: any, but they share the generator.
  */
 VYX_API int32_t VYX_Rand(void);
 
-/* Fills nLength bytes with 0 and returns pMemory. */
+/* Fills nLength bytes with 0 (memset) and returns pMemory. Threads: any. */
 VYX_API void *VYX_ZeroMemory(void *pMemory, size_t nLength);
 
-/* Processors online (sysconf on Linux, sysctl on Darwin); 1 if that cannot be told. */
+/* Processors online (sysconf on Linux, sysctl on Darwin); 1 if that cannot be told. Threads: any. */
 VYX_API int32_t VYX_GetCPUNumber(void);
 
 /*
  * Writes a new random UUID of 16 bytes (version 4, from the kernel's random source).
+ *   pUuid16  not checked for null
  *
  * Result:  0; -1 on Linux where the process may neither ask the kernel for random bytes nor read /dev/urandom: then
  *          there is no UUID.
+ * Threads: any.
  */
 VYX_API int32_t VYX_GetUUID(uint8_t *pUuid16);
 
@@ -297,20 +373,34 @@ VYX_API int32_t VYX_GetUUID(uint8_t *pUuid16);
  * on little-endian and big-endian processors.
  *   iSize  bytes at szOut; the whole text needs 37. At exactly 36 its last digit is cut off
  *
- * Result:  0; -1 with nothing written if iSize is below 36.
+ * Result:  0; -1 with nothing written if iSize is below 36. Pointers are not checked for null.
+ * Threads: any.
  */
 VYX_API int32_t VYX_StringFromUUID(const uint8_t *pUuid16, char *szOut, int32_t iSize);
 
 /*
- * Queries that this platform does not support.
+ * A query that this platform does not support: clears the record.
  *
- * VYX_GetMemoryStatus clears the record. VYX_GetNetWorkFlowData leaves it alone. VYX_GetCPUPerformance stores
- * the bytes needed, the number of processors times 56, in *pSize and leaves the records alone.
- *
- * Result:  VYX_NOT_AVAILABLE (-2). VYX_ERROR (-1) for a null pointer, or a *pSize below what is needed.
+ * Result:  VYX_NOT_AVAILABLE (-2); VYX_ERROR (-1) for null.
+ * Threads: any.
  */
 VYX_API int32_t VYX_GetMemoryStatus(VYX_MEMORY_STATUS_T *pStatus);
+
+/*
+ * A query that this platform does not support: leaves the record alone.
+ *
+ * Result:  VYX_NOT_AVAILABLE (-2); VYX_ERROR (-1) for null.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetNetWorkFlowData(void *pRecord);
+
+/*
+ * A query that this platform does not support: leaves the records alone.
+ *   pSize  bytes at pRecords; receives the bytes needed, the number of processors times 56
+ *
+ * Result:  VYX_NOT_AVAILABLE (-2); VYX_ERROR (-1) for a null pointer, or a *pSize below what is needed.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetCPUPerformance(VYX_CPU_PERFORMANCE_T *pRecords, uint32_t *pSize);
 
 VYX_END_DECLS
@@ -320,13 +410,21 @@ VYX_END_DECLS
 #include <string>
 
 /*
- * Convert a zero-terminated text from EUC-CN to UTF-8 and back (iconv).
+ * Converts a zero-terminated text from EUC-CN to UTF-8 (iconv).
  *
- * Result:  the converted text, owned by the caller; an empty one if szText is null or empty, holds an invalid,
- *          incomplete or (to EUC-CN) unrepresentable character, if the system has no such converter, or if
- *          memory is short.
+ * Result:  the converted text, owned by the caller; an empty one if szText is null or empty, holds an invalid or
+ *          incomplete character, if the system has no such converter, or if memory is short.
+ * Threads: any.
  */
 VYX_API std::string VYX_A2UTF8(const char *szText);
+
+/*
+ * Converts a zero-terminated text from UTF-8 to EUC-CN (iconv).
+ *
+ * Result:  the converted text, owned by the caller; an empty one if szText is null or empty, holds an invalid or
+ *          incomplete character or one that EUC-CN lacks, if the system has no such converter, or if memory is short.
+ * Threads: any.
+ */
 VYX_API std::string VYX_UTF82A(const char *szText);
 
 #endif

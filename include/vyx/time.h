@@ -1,9 +1,9 @@
 /*
  * Time: one 64-bit value in microseconds, its conversions to calendar fields and text, and two small classes.
  * Nothing here needs the started library or prints, and every flat function may be called from any thread; what needs
- * the platform's calendar waits for other threads' use of it. Local time follows the environment's TZ, read at each call
- * as localtime does; a program that changes TZ while other threads convert must order the two itself. Where TZ is not
- * set, the system's zone is looked at once a second: a change of it shows within that time.
+ * the platform's calendar waits for other threads' use of it. Local time follows the environment's TZ, read at each
+ * call as localtime does; a program that changes TZ while other threads convert must order the two itself. Where TZ is
+ * not set, the system's zone is looked at once a second: a change of it shows within that time.
  *
  * Values whose microseconds do not fit 64 bits (beyond the years -290307 and 294246) wrap modulo 2^64.
  */
@@ -31,43 +31,84 @@ typedef struct VYX_TIME_EXP_T {
 
 VYX_BEGIN_DECLS
 
-/* English names, each zero-terminated: "Sun" to "Sat", "Jan" to "Dec". */
+/* English names of the days, each zero-terminated: "Sun" to "Sat". */
 extern VYX_API const char vyx_day_snames[7][4];
+
+/* English names of the months, each zero-terminated: "Jan" to "Dec". */
 extern VYX_API const char vyx_month_snames[12][4];
 
-/* The wall clock in microseconds (gettimeofday), -1 if it cannot be read. Not monotonic: it jumps when the clock is set. */
+/*
+ * The wall clock in microseconds since 1970 (gettimeofday), -1 if it cannot be read. Not monotonic: it jumps when the
+ * clock is set.
+ *
+ * Threads: any.
+ */
 VYX_API VYX_TIME_T VYX_TimeNow(void);
 
-/* The wall clock in milliseconds modulo 2^32; wraps about every 49.7 days. Compare ticks by unsigned
- * subtraction. */
+/*
+ * The wall clock in milliseconds modulo 2^32: wraps about every 49.7 days, and jumps when the clock is set. Compare
+ * ticks by unsigned subtraction.
+ *
+ * Threads: any.
+ */
 VYX_API uint32_t VYX_GetTimeTick(void);
 
-/* Between whole seconds and microseconds. The way back truncates toward zero, so -1 microsecond is second 0,
- * and is cut to the platform's time_t. */
+/* Microseconds of whole seconds since 1970. Threads: any. */
 VYX_API VYX_TIME_T VYX_TimeFromAnsiTime(time_t tAnsi);
+
+/*
+ * Whole seconds of microseconds since 1970, truncated toward zero, so that -1 microsecond is second 0, and cut to the
+ * platform's time_t.
+ *
+ * Threads: any.
+ */
 VYX_API time_t VYX_AnsiTimeFromTime(VYX_TIME_T t);
 
 /*
- * Break t down into calendar fields: of UTC shifted by iOffset seconds (kept in tm_gmtoff), of UTC, or of
- * local time (gmtime, localtime).
- *   pOut  written on success only
+ * Breaks t down into calendar fields of UTC shifted by an offset (gmtime).
+ *   t        microseconds since 1970
+ *   iOffset  seconds east; kept in tm_gmtoff
+ *   pOut     written on success only
  *
  * The second is t / 1000000 and tm_usec is t % 1000000, both truncating toward zero: -1 microsecond is
- * 1970-01-01 00:00:00 with tm_usec -1. For local time tm_gmtoff is the zone's standard offset in whole
- * minutes, without daylight saving even where tm_isdst is set; VYX_TimeFromExpTimeGMT undoes exactly that.
+ * 1970-01-01 00:00:00 with tm_usec -1.
  *
- * Result:  VYX_OK; VYX_ERROR if pOut is null or the platform cannot represent or read the time.
+ * Result:  VYX_OK; VYX_ERROR if pOut is null or the year does not fit.
+ * Threads: any.
  */
 VYX_API int32_t VYX_ExpTimeFromTime(VYX_TIME_T t, int32_t iOffset, VYX_TIME_EXP_T *pOut);
+
+/*
+ * Breaks t down into calendar fields of UTC: VYX_ExpTimeFromTime with an offset of 0, and its results.
+ *   t     microseconds since 1970
+ *   pOut  written on success only
+ *
+ * Threads: any.
+ */
 VYX_API int32_t VYX_ExpTimeFromTimeGMT(VYX_TIME_T t, VYX_TIME_EXP_T *pOut);
+
+/*
+ * Breaks t down into calendar fields of local time (localtime), otherwise as VYX_ExpTimeFromTime.
+ *   t     microseconds since 1970
+ *   pOut  written on success only
+ *
+ * tm_gmtoff is not the offset that was in force at t: it is the zone's present standard offset in whole minutes,
+ * without daylight saving even where tm_isdst is set, also for times at which the zone had another one.
+ * VYX_TimeFromExpTimeGMT undoes exactly that: the way back is late by the daylight saving, or by what the zone has
+ * changed since.
+ *
+ * Result:  VYX_OK; VYX_ERROR if pOut is null, the year does not fit, or the platform cannot read the zone.
+ * Threads: any; TZ may not be changed meanwhile.
+ */
 VYX_API int32_t VYX_ExpTimeFromTimeLocal(VYX_TIME_T t, VYX_TIME_EXP_T *pOut);
 
 /*
  * The time of calendar fields taken as UTC. Only tm_year, tm_mon, tm_mday, tm_hour, tm_min, tm_sec and
  * tm_usec are read; days, hours and smaller fields out of range carry over.
- *   pOut  written on success only
+ *   pOut  receives microseconds since 1970, on success only
  *
  * Result:  VYX_OK; VYX_ERROR if a pointer is null, tm_mon is not 0-11, or the time lies before 1970.
+ * Threads: any.
  */
 VYX_API int32_t VYX_TimeFromExpTime(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut);
 
@@ -76,15 +117,18 @@ VYX_API int32_t VYX_TimeFromExpTime(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut)
  *
  * Result:  VYX_ERROR only if a pointer is null. Otherwise VYX_OK, also for fields that VYX_TimeFromExpTime
  *          refuses: pOut then keeps its old value, so set it beforehand where that can happen.
+ * Threads: any.
  */
 VYX_API int32_t VYX_TimeFromExpTimeGMT(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut);
 
 /*
  * Writes local time as "Thu Nov 05 09:04:03 2026": always 24 characters and a zero, no line feed, the day of
- * the month with a leading zero.
+ * the month with a leading zero, the names in English.
  *   szBuf25  at least 25 bytes
+ *   t        microseconds since 1970
  *
  * Result:  VYX_OK; VYX_ERROR if szBuf25 is null. Of a year the last four digits are shown.
+ * Threads: any; TZ may not be changed meanwhile.
  */
 VYX_API int32_t VYX_CTime(char *szBuf25, VYX_TIME_T t);
 
@@ -95,6 +139,7 @@ VYX_API int32_t VYX_CTime(char *szBuf25, VYX_TIME_T t);
  *   pIn    tm_usec and tm_gmtoff are not used
  *
  * Result:  VYX_OK, also when nothing fitted; VYX_ERROR if a pointer is null.
+ * Threads: any; the locale may not be changed meanwhile.
  */
 VYX_API int32_t VYX_StrFmtTime(char *szOut, uint32_t *pLen, int32_t iMax, const char *szFormat,
                                const VYX_TIME_EXP_T *pIn);
@@ -103,14 +148,14 @@ VYX_API int32_t VYX_StrFmtTime(char *szOut, uint32_t *pLen, int32_t iMax, const 
  * strftime with the directives "%C", "%D", "%R", "%T", "%e" and "%r" defined alike on every platform:
  *   %C  (tm_year + 1970) / 100 as "%2d". It counts from 1970, not 1900: 20 up to the year 2029, 21 from 2030
  *   %D  %m/%d/%y     %R  %H:%M     %T  %H:%M:%S     %e  day of the month, blank-padded     %r  %I:%M:%S %p
- * All others go to the platform's strftime as they are.
+ * All others are the platform's, in the program's locale.
  *   szOut  nMax bytes
  *
  * The format with these directives replaced must be shorter than nMax too.
  *
  * Result:  characters written, without the zero; 0 with an empty text if the format or the text did not fit
- *          or memory was short. One zero byte is written even if nMax is 0.
- * Errors:  pointers are not checked for null.
+ *          or memory was short. One zero byte is written even if nMax is 0. Pointers are not checked for null.
+ * Threads: any; the locale may not be changed meanwhile.
  */
 VYX_API size_t win32_strftime_extra(char *szOut, size_t nMax, const char *szFormat, const struct tm *pTm);
 
@@ -130,11 +175,13 @@ class VYX_API vyx_time {
     vyx_time();
     /* t seconds since 1970-01-01 00:00:00 UTC; may be negative. */
     vyx_time(int64_t t);
+    /* A copy with the same fields. */
     vyx_time(const vyx_time &other);
     virtual ~vyx_time();
 
-    /* Take over the current time and return it, in seconds. */
+    /* Takes over the current time and returns it, in seconds. */
     int64_t now();
+    /* As now. */
     int64_t update_time();
 
     /* Seconds since 1970-01-01 00:00:00 UTC. */
@@ -143,25 +190,30 @@ class VYX_API vyx_time {
     int get_year() const;
     /* 0-11, January is 0. */
     int get_mon() const;
-    /* Day of the month, 1-31, both. */
+    /* Day of the month, 1-31. */
     int get_day() const;
+    /* As get_day. */
     int get_mon_day() const;
+    /* 0-23. */
     int get_hour() const;
+    /* 0-59. */
     int get_min() const;
+    /* 0-60. */
     int get_sec() const;
     /* 0-6, Sunday is 0. */
     int get_week_day() const;
-    /* 0-365. */
+    /* Day of the year, 0-365. */
     int get_year_day() const;
 
-    /* Local fields of t into *out, which is returned; null with *out as it was if t is negative, out is null
-     * or the year does not fit an int. */
+    /* Writes local fields of t, in seconds, to *out, which is returned; null with *out as it was if t is negative, out
+     * is null or the year does not fit an int. Any thread. */
     static struct tm *time2tm(int64_t t, struct tm *out);
 
-    /* Fields are refreshed only if the new time is not negative. */
+    /* Takes over the other's seconds; the fields are made anew from them, but stay as they were if it is negative. */
     vyx_time &operator=(const vyx_time &other);
+    /* Adds the other's seconds; the fields as for =. */
     vyx_time &operator+=(const vyx_time &other);
-    /* A negative difference becomes 0. */
+    /* Subtracts the other's seconds; a negative difference becomes 0. The fields as for =. */
     vyx_time &operator-=(const vyx_time &other);
 
   private:
@@ -169,10 +221,13 @@ class VYX_API vyx_time {
     struct tm m_tm;
 };
 
-/* Compare the seconds only. */
+/* Whether the seconds are the same, whatever the fields. */
 VYX_API bool operator==(const vyx_time &a, const vyx_time &b);
+/* Whether the seconds differ. */
 VYX_API bool operator!=(const vyx_time &a, const vyx_time &b);
+/* Whether a is later. */
 VYX_API bool operator>(const vyx_time &a, const vyx_time &b);
+/* Whether a is earlier. */
 VYX_API bool operator<(const vyx_time &a, const vyx_time &b);
 
 /* A point in time in microseconds; -1 if the clock could not be read. Used by one thread at a time. */
@@ -182,39 +237,49 @@ class VYX_API vyx_time_tick {
     vyx_time_tick();
     /* t microseconds. */
     vyx_time_tick(int64_t t);
+    /* A copy. */
     vyx_time_tick(const vyx_time_tick &other);
     virtual ~vyx_time_tick();
 
-    /* The wall clock in microseconds, or -1. */
+    /* The wall clock in microseconds since 1970, or -1. Any thread. */
     static int64_t now();
     /* Takes over now() and returns it. */
     int64_t update_time();
+    /* Microseconds. */
     int64_t get_time() const;
 
-    /* No clamping: differences may be negative. */
+    /* Takes over the other's microseconds. */
     vyx_time_tick &operator=(const vyx_time_tick &other);
+    /* Adds the other's microseconds. */
     vyx_time_tick &operator+=(const vyx_time_tick &other);
+    /* Subtracts the other's microseconds; the difference may be negative. */
     vyx_time_tick &operator-=(const vyx_time_tick &other);
 
-    /*
-     * Conversions. To whole units they round half up, to a timeval they truncate. A negative value, a null
-     * pointer, or a timeval with a field of -1 gives -1 or null; other negative fields are computed with as
-     * they are. Those with a tv to fill return it.
-     */
+    /* Milliseconds, rounded half up; -1 if tv is null or a field is -1. Other negative fields are computed with. Any
+     * thread, as all these conversions. */
     static int64_t timeval2ms(struct timeval *tv);
+    /* Writes milliseconds to *tv, cut to its time_t, and returns tv; null with *tv as it was if ms is negative. */
     static struct timeval *ms2timeval(int64_t ms, struct timeval *tv);
+    /* Microseconds; -1 if tv is null or a field is -1. Other negative fields are computed with. */
     static int64_t timeval2us(struct timeval *tv);
+    /* Writes microseconds to *tv, cut to its time_t, and returns tv; null with *tv as it was if us is negative. */
     static struct timeval *us2timeval(int64_t us, struct timeval *tv);
+    /* Microseconds as milliseconds, rounded half up; -1 if us is negative. */
     static int64_t us2ms(int64_t us);
+    /* Microseconds as seconds, rounded half up; -1 if us is negative. */
     static int64_t us2s(int64_t us);
+    /* Milliseconds as seconds, rounded half up; -1 if ms is negative. */
     static int64_t ms2s(int64_t ms);
 
   private:
     VYX_TIME_T m_time;
 };
 
+/* Whether the microseconds are the same. */
 VYX_API bool operator==(const vyx_time_tick &a, const vyx_time_tick &b);
+/* Whether a is later. */
 VYX_API bool operator>(const vyx_time_tick &a, const vyx_time_tick &b);
+/* Whether a is earlier. */
 VYX_API bool operator<(const vyx_time_tick &a, const vyx_time_tick &b);
 
 } // namespace vyx
