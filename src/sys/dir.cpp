@@ -25,17 +25,6 @@ namespace {
 
 constexpr mode_t kNewDirMode = 0766;
 
-// The next entry's name, valid until the next one is asked for; null at the end, with errno as it was, or after a
-// failure.
-const char *NextName_Local(VYX_DIR_T hDir) {
-    const int iBefore = errno;
-    errno = 0;
-    const struct dirent *pEntry = readdir(hDir->pDir);
-    if (errno == 0)
-        errno = iBefore;
-    return pEntry == nullptr ? nullptr : pEntry->d_name;
-}
-
 // Looked up in the open directory rather than by its path: the answer is the same, sooner, and stays right when
 // the directory is renamed or the process goes to another one meanwhile.
 void FillInformation_Local(VYX_DIR_T hDir, const char *szName, VYX_FINFO_T *pInfo) {
@@ -86,11 +75,11 @@ int32_t VYX_CloseDir(VYX_DIR_T hDir) {
 int32_t VYX_FindFileInDir(VYX_DIR_T hDir, _FILE_FIND_INFO *pInfo) {
     if (hDir == nullptr || pInfo == nullptr)
         return VYX_ERROR;
-    const char *szName = NextName_Local(hDir);
-    if (szName == nullptr)
-        return VYX_ERROR;
+    const struct dirent *pEntry = readdir(hDir->pDir);
+    if (pEntry == nullptr)
+        return VYX_ERROR; // at the end the platform leaves errno as it was
     *pInfo = {};
-    std::memcpy(pInfo->name, szName, strnlen(szName, sizeof pInfo->name - 1));
-    FillInformation_Local(hDir, szName, &pInfo->finfo);
+    std::memcpy(pInfo->name, pEntry->d_name, strnlen(pEntry->d_name, sizeof pInfo->name - 1));
+    FillInformation_Local(hDir, pEntry->d_name, &pInfo->finfo);
     return VYX_OK;
 }

@@ -104,14 +104,13 @@ struct tm *VYX_LocalTime_Inter(int64_t iSeconds, struct tm *pOut) {
     const uint32_t nEdition = VYX_ZoneEdition_Inter();
     Second &second = t_second;
     if (second.nEdition != nEdition || second.iSeconds != iSeconds) {
-        second.nEdition = 0;
         const LockGuard guard(s_hCalendarLock);
         LookAtZone_Local();
         if (Convert_Local(localtime_r, iSeconds, &second.fields) == nullptr)
             return nullptr;
         s_look.mark = VYX_ZoneMark_Inter(); // the names in force at that time are part of it
-        second.iSeconds = iSeconds;
         second.nEdition = nEdition;
+        second.iSeconds = iSeconds;
     }
     *pOut = second.fields;
     return pOut;
@@ -126,12 +125,12 @@ int32_t VYX_StandardOffset_Inter(int32_t *pSeconds) {
     const uint32_t nEdition = VYX_ZoneEdition_Inter();
     Offset &offset = t_offset;
     if (offset.nEdition != nEdition) {
-        offset.nEdition = 0;
         const LockGuard guard(s_hCalendarLock);
         LookAtZone_Local();
-        if (VYX_MinutesWest_Inter(&offset.iMinutesWest) != VYX_OK)
+        int32_t iMinutesWest = 0;
+        if (VYX_MinutesWest_Inter(&iMinutesWest) != VYX_OK)
             return VYX_ERROR;
-        offset.nEdition = nEdition;
+        offset = {nEdition, iMinutesWest};
     }
     *pSeconds = -offset.iMinutesWest * 60;
     return VYX_OK;

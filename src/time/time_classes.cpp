@@ -98,7 +98,7 @@ struct tm *vyx_time::time2tm(int64_t t, struct tm *out) {
 // NOLINTNEXTLINE(cert-oop54-cpp): assigned to itself, a time refreshes its fields and is otherwise unchanged
 vyx_time &vyx_time::operator=(const vyx_time &other) {
     m_time = other.m_time;
-    // Deliberate: a negative time keeps the old fields. Pinned by TimeClass.NegativeTimeKeepsTheFields.
+    // Deliberate: a negative time keeps the old fields. Pinned by TimeClass.FieldsFollowTheTimeUnlessItIsNegative.
     (void)time2tm(m_time, &m_tm);
     return *this;
 }
@@ -111,7 +111,7 @@ vyx_time &vyx_time::operator+=(const vyx_time &other) {
 
 vyx_time &vyx_time::operator-=(const vyx_time &other) {
     m_time = Subtract_Local(m_time, other.m_time);
-    // Deliberate: only here is a negative time clamped. Pinned by TimeClass.SubtractionStopsAtZero.
+    // Deliberate: only here is a negative time clamped. Pinned by TimeClass.FieldsFollowTheTimeUnlessItIsNegative.
     if (m_time < 0)
         m_time = 0;
     (void)time2tm(m_time, &m_tm);

@@ -123,11 +123,7 @@ TEST(System, QueriesThatThisPlatformLacks) {
     EXPECT_EQ(VYX_GetMemoryStatus(nullptr), VYX_ERROR);
     EXPECT_EQ(VYX_GetNetWorkFlowData(nullptr), VYX_ERROR);
     EXPECT_EQ(VYX_GetNetWorkFlowData(&memory), VYX_NOT_AVAILABLE);
-}
-
-TEST(System, CpuPerformanceTellsTheSizeNeeded) {
-    ASSERT_GE(VYX_GetCPUNumber(), 1);
-    const auto nNeeded = static_cast<uint32_t>(VYX_GetCPUNumber()) * 56;
+    const auto nNeeded = static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)) * 56;
     VYX_CPU_PERFORMANCE_T record;
     for (const uint32_t nGiven : {nNeeded - 1, nNeeded}) {
         uint32_t nSize = nGiven;
@@ -171,24 +167,17 @@ TEST(Uuid, RandomWithVersionAndVariant) {
     s_bRandomRefused = false;
 }
 
-// The text of the bytes 01 02 .. 0D 0E FE FF on this processor.
-std::string ExpectedUuidText() {
-    const uint16_t nProbe = 1;
-    uint8_t nFirst = 0;
-    std::memcpy(&nFirst, &nProbe, 1);
-    return nFirst == 1 ? "04030201-0605-0807-090A-0B0C0D0EFEFF" : "01020304-0506-0708-090A-0B0C0D0EFEFF";
-}
-
 TEST(Uuid, FirstGroupsFollowTheByteOrder) {
     const uint8_t kUuid[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFE, 0xFF};
+    const uint16_t nProbe = 1;
+    const bool bLittleEndian = *reinterpret_cast<const uint8_t *>(&nProbe) == 1;
+    const std::string text =
+        bLittleEndian ? "04030201-0605-0807-090A-0B0C0D0EFEFF" : "01020304-0506-0708-090A-0B0C0D0EFEFF";
     for (const int32_t iSize : {INT32_MIN, 35, 36, 37, INT32_MAX}) {
         std::string buffer(40, '#');
         EXPECT_EQ(VYX_StringFromUUID(kUuid, &buffer[0], iSize), iSize < 36 ? -1 : 0);
-        std::string expected(40, '#');
-        if (iSize >= 36)
-            expected =
-                ExpectedUuidText().substr(0, iSize == 36 ? 35 : 36) + '\0' + (iSize == 36 ? "####" : "###");
-        EXPECT_EQ(buffer, expected) << iSize;
+        const std::string written = iSize < 36 ? "" : text.substr(0, iSize == 36 ? 35 : 36) + '\0';
+        EXPECT_EQ(buffer, written + std::string(40 - written.size(), '#')) << iSize;
     }
 }
 

@@ -20,6 +20,9 @@ long s_lWest = 0;          // seconds; the zone that the C library has
 long s_lWestInTheFile = 0; // the one it has after its next look, while TZ is not set
 int s_iLooks = 0;          // at the zone
 int s_iConversions = 0;
+int s_iOffsets = 0; // asked for
+int s_iNames = 0;   // what the last conversion left in the C library
+bool s_bZoneUnknown = false;
 
 void SetClock(int64_t iSeconds, int iMicros) {
     s_now.tv_sec = static_cast<time_t>(iSeconds);
@@ -46,6 +49,7 @@ void tzset() {
 
 struct tm *localtime_r(const time_t *pSeconds, struct tm *pOut) {
     ++s_iConversions;
+    s_iNames = static_cast<int>(*pSeconds);
     *pOut = {};
     pOut->tm_sec = static_cast<int>(*pSeconds - s_lWest);
     return pOut;
@@ -56,12 +60,13 @@ uint32_t VYX_CoarseSecond_Inter(void) {
 }
 
 int32_t VYX_MinutesWest_Inter(int32_t *pMinutes) {
+    ++s_iOffsets;
     *pMinutes = static_cast<int32_t>(s_lWest / 60);
-    return VYX_OK;
+    return s_bZoneUnknown ? VYX_ERROR : VYX_OK;
 }
 
 struct VYX_ZONE_MARK_S VYX_ZoneMark_Inter(void) {
-    return {{"A", "B"}, s_lWest, 0};
+    return {{nullptr, nullptr}, s_lWest, s_iNames};
 }
 
 } // extern "C"
@@ -100,7 +105,7 @@ TEST(Clock, UnreadableClockShows) {
 
 // Each step changes something and asks for local times; the last two columns say what that cost.
 TEST(Calendar, LooksAtTheZoneWhenItMayHaveChanged) {
-    const std::string tooLong = "1800" + std::string(60, ' ');
+    const std::string longest = "1500" + std::string(46, ' '), tooLong = "1800" + std::string(47, ' ');
     const struct {
         const char *szWhat;
         const char *szZone;
@@ -123,6 +128,8 @@ TEST(Calendar, LooksAtTheZoneWhenItMayHaveChanged) {
         {"the C library compares the texts", "180", 120, 101, 3600, 7003, 180, 1, 1, false},
         {"TZ is changed", "240", 120, 101, -1, 7003, 240, 1, 1, true},
         {"and unset", nullptr, 120, 101, -1, 7003, 120, 1, 1, true},
+        {"TZ is as long as can be", longest.c_str(), 120, 101, -1, 7003, 1500, 1, 1, true},
+        {"and remembered", longest.c_str(), 120, 101, -1, 7003, 1500, 0, 0, false},
         {"TZ is too long to be remembered", tooLong.c_str(), 120, 101, -1, 7003, 1800, 1, 1, true},
         {"which costs a look each time", tooLong.c_str(), 120, 101, -1, 7003, 1800, 1, 1, true},
     };
@@ -133,7 +140,7 @@ TEST(Calendar, LooksAtTheZoneWhenItMayHaveChanged) {
         s_lWestInTheFile = step.lInTheFile;
         s_nSecond = step.nSecond;
         s_lWest = step.lTakenBySomebody >= 0 ? step.lTakenBySomebody : s_lWest;
-        s_iLooks = s_iConversions = 0;
+        s_iLooks = s_iConversions = s_iOffsets = 0;
         struct tm fields = {};
         ASSERT_EQ(VYX_LocalTime_Inter(step.iSeconds, &fields), &fields);
         EXPECT_EQ(fields.tm_sec, step.iSeconds - step.lExpectedWest);
@@ -142,11 +149,16 @@ TEST(Calendar, LooksAtTheZoneWhenItMayHaveChanged) {
         int32_t iOffset = 0;
         EXPECT_EQ(VYX_StandardOffset_Inter(&iOffset), VYX_OK);
         EXPECT_EQ(iOffset, -step.lExpectedWest);
+        EXPECT_EQ(s_iOffsets, step.bMayHaveChanged ? 1 : 0);
         const uint32_t nBefore = nEdition;
         nEdition = VYX_ZoneEdition_Inter();
         EXPECT_EQ(nEdition == nBefore, !step.bMayHaveChanged);
     }
     unsetenv("TZ");
+    s_bZoneUnknown = true;
+    VYX_TIME_EXP_T exploded;
+    EXPECT_EQ(VYX_ExpTimeFromTimeLocal(0, &exploded), VYX_ERROR);
+    s_bZoneUnknown = false;
 }
 
 } // namespace
