@@ -21,6 +21,9 @@ std::atomic<int> g_nSemaphoresLeft{-1};
 std::atomic<int> g_nThreadsLeft{-1};
 std::atomic<int> g_nNames{0}; // semaphore names in use by this process
 
+// What is done, on another thread, just before this thread locks a mutex the next time.
+thread_local std::function<void()> t_fnBeforeLock;
+
 // Result: true if one more is granted, which is counted.
 bool Grant(std::atomic<int> &nLeft) {
     int nOld = nLeft.load();
@@ -36,6 +39,7 @@ extern "C" {
 
 sem_t *__real_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned int nInitial);
 int __real_sem_unlink(const char *szName);
+int __real_pthread_mutex_lock(pthread_mutex_t *pMutex);
 int __real_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fnStart)(void *),
                           void *pParam);
 
@@ -57,6 +61,12 @@ int __wrap_sem_unlink(const char *szName) {
     if (iResult == 0)
         --g_nNames;
     return iResult;
+}
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t *pMutex) {
+    if (t_fnBeforeLock != nullptr)
+        std::thread(std::exchange(t_fnBeforeLock, nullptr)).join();
+    return __real_pthread_mutex_lock(pMutex);
 }
 
 int __wrap_pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fnStart)(void *),
@@ -254,6 +264,20 @@ TEST_F(WaitingInside, MayBeCancelled) {
     m_gate.bOpen = true;
     EXPECT_TRUE(m_gate.WaitLeft(3));
     EXPECT_EQ(m_order, "013");
+}
+
+// A caller that is late meets another pool in its pool's place.
+TEST_F(FixedPoolInside, LateCallerIsRefused) {
+    Gate gate;
+    gate.bOpen = true;
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 1);
+    t_fnBeforeLock = [hPool] {
+        EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+        EXPECT_EQ(VYX_ThreadPool_Create(1, 1), hPool);
+    };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), -1);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+    EXPECT_EQ(gate.nEntered, 0);
 }
 
 TEST_F(FixedPoolInside, NoSemaphoreOrNoThreadToBeHad) {

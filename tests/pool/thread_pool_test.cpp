@@ -189,7 +189,7 @@ TEST_F(FixedPool, EveryItemRunsOnceAlsoUnderSignals) {
 }
 
 TEST_F(FixedPool, DestroyAmidWorkRunsExactlyWhatWasAccepted) {
-    const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(400));
+    const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(200));
     for (uint32_t nRound = 0; nRound < nRounds; ++nRound) {
         Marks marks(300);
         VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(nRound % 3, 3, 0, nRound % 2);

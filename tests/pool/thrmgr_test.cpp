@@ -139,7 +139,7 @@ TEST(FlexPool, NoItemIsOverlooked) {
                 EXPECT_TRUE(pooltest::YieldUntil([nDue] { return s_nInside >= nDue; }));
             },
             0);
-        const int nRounds = pooltest::StressItems(4000);
+        const int nRounds = pooltest::StressItems(1500);
         for (int nRound = 0; nRound < nRounds && !HasFailure(); ++nRound) {
             s_nDue += nWorkers;
             for (int i = 1; i <= nWorkers; ++i) {
