@@ -1,19 +1,18 @@
-// Bounded waits, and what the thread that keeps them costs.
-//
-// The service thread is watched from outside, through what the kernel says about it in /proc.
+// Bounded waits beside those of the platform: a count that is there, from a post to the return, how late a limit is, and
+// what pending waits and the start of the library cost.
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <fstream>
 #include <memory>
-#include <random>
 #include <semaphore.h>
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
-#include <dirent.h>
+#include <vyx/frame.h>
 #include <vyx/sync.h>
 #include <vyx/thread.h>
 
@@ -25,13 +24,26 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr uint32_t kLongWait = 600000; // milliseconds; never runs out here
-constexpr int kCrowd = 1000;           // waits pending at a time
+constexpr uint32_t kLimit = 20;        // milliseconds; how late it is
+
+struct timespec In(uint32_t nMilliseconds) {
+    struct timespec end;
+    (void)clock_gettime(CLOCK_REALTIME, &end);
+    end.tv_sec += nMilliseconds / 1000;
+    end.tv_nsec += static_cast<long>(nMilliseconds % 1000) * 1000000;
+    if (end.tv_nsec >= 1000000000) {
+        end.tv_nsec -= 1000000000;
+        ++end.tv_sec;
+    }
+    return end;
+}
 
 // The two sides under common names: a semaphore that starts empty, with post and bounded wait.
 class RawSem {
   public:
     RawSem() {
-        const std::string name = "/vyx_bench_" + std::to_string(getpid());
+        static std::atomic<int> s_nNext{0};
+        const std::string name = "/vyx_bench_" + std::to_string(getpid()) + "_" + std::to_string(s_nNext++);
         m_pSem = sem_open(name.c_str(), O_CREAT | O_EXCL, 0600, 0);
         (void)sem_unlink(name.c_str());
     }
@@ -44,15 +56,9 @@ class RawSem {
 
     bool IsOpen() const { return m_pSem != SEM_FAILED; }
     int Post() { return sem_post(m_pSem); }
+    int Try() { return sem_trywait(m_pSem); }
     int Wait(uint32_t nMilliseconds) {
-        struct timespec end;
-        (void)clock_gettime(CLOCK_REALTIME, &end);
-        end.tv_sec += nMilliseconds / 1000;
-        end.tv_nsec += static_cast<long>(nMilliseconds % 1000) * 1000000;
-        if (end.tv_nsec >= 1000000000) {
-            end.tv_nsec -= 1000000000;
-            ++end.tv_sec;
-        }
+        const struct timespec end = In(nMilliseconds);
         return sem_timedwait(m_pSem, &end);
     }
 
@@ -69,223 +75,338 @@ class VyxSem {
 
     bool IsOpen() const { return m_hSem != nullptr; }
     int Post() { return VYX_SemPost(&m_hSem); }
+    int Try() { return VYX_SemTimedWait(&m_hSem, 0); }
     int Wait(uint32_t nMilliseconds) { return VYX_SemTimedWait(&m_hSem, nMilliseconds); }
 
   private:
     VYX_SEM_T m_hSem = nullptr;
 };
 
-// One wait in a thread of its own that a post ends. Result: microseconds from just before the post until the
-// wait has returned; negative if it failed.
-template <class Sem>
-double PostToReturn(Sem &sem, std::minstd_rand &random) {
-    std::atomic<bool> bStarted{false};
-    std::atomic<bool> bTaken{false};
-    bench::Clock::time_point end;
-    std::thread waiter([&] {
-        bStarted = true;
-        bTaken = sem.Wait(kLongWait) == 0;
-        end = bench::Clock::now();
-    });
-    while (!bStarted)
-        std::this_thread::yield();
-    // Until it sleeps, and then on to any moment of the service's rhythm.
-    std::this_thread::sleep_for(milliseconds(1) + microseconds(random() % 1000));
-    const auto start = bench::Clock::now();
-    (void)sem.Post();
-    waiter.join();
-    return bTaken ? std::chrono::duration<double, std::micro>(end - start).count() : -1;
-}
-
-template <class Sem>
-void MeasurePosts(benchmark::State &state, int nSamples, double fLimit) {
-    std::minstd_rand random;
-    std::vector<double> samples;
-    Sem sem;
-    for (auto _ : state)
-        while (sem.IsOpen() && static_cast<int>(samples.size()) < nSamples)
-            samples.push_back(PostToReturn(sem, random));
-    if (samples.empty() || *std::min_element(samples.begin(), samples.end()) < 0)
-        return state.SkipWithError("a wait failed");
-    bench::Observed(state, bench::Median(samples), "us", fLimit);
-}
-
-template <class Sem>
-void PostAnswered(benchmark::State &state) {
-    MeasurePosts<Sem>(state, 200, std::is_same_v<Sem, VyxSem> ? 300 : 0);
-}
-
-// Every wait runs out of time. The figure is the time above the 20 milliseconds asked for.
-template <class Wait>
-void MeasureOvershoot(benchmark::State &state, Wait wait, double fLimit) {
-    std::vector<double> samples;
-    bool bFailed = false;
-    for (auto _ : state)
-        for (int i = 0; i < 25; ++i) {
-            const auto start = bench::Clock::now();
-            bFailed = wait() == 0 || bFailed;
-            samples.push_back(bench::MicrosecondsSince(start) - 20000);
-        }
-    if (bFailed)
-        return state.SkipWithError("a wait on nothing succeeded");
-    bench::Observed(state, bench::Median(samples), "us", fLimit);
-}
-
-template <class Sem>
-void SemOvershoot(benchmark::State &state) {
+// A post, and taking its count in one way or another.
+template <class Sem, int (Sem::*pfnPost)(), class Take>
+void PostAndTake(benchmark::State &state, Take take) {
     Sem sem;
     if (!sem.IsOpen())
         return state.SkipWithError("no semaphore");
-    MeasureOvershoot(
-        state, [&sem] { return sem.Wait(20); }, std::is_same_v<Sem, VyxSem> ? 1000 : 0);
+    for (auto _ : state) {
+        benchmark::DoNotOptimize((sem.*pfnPost)());
+        benchmark::DoNotOptimize(take(sem));
+    }
+}
+template <class Sem>
+void CountThere(benchmark::State &state) {
+    PostAndTake<Sem, &Sem::Post>(state, [](Sem &sem) { return sem.Wait(kLongWait); });
+}
+template <class Sem>
+void CountTried(benchmark::State &state) {
+    PostAndTake<Sem, &Sem::Post>(state, [](Sem &sem) { return sem.Try(); });
 }
 
-// The service thread, found by its name.
-class Service {
+// A thread that waits for a semaphore, again and again.
+template <class Sem>
+class Waiter {
   public:
-    Service() {
-        DIR *pDir = opendir("/proc/self/task");
-        while (const dirent *pEntry = pDir == nullptr ? nullptr : readdir(pDir)) {
-            const std::string task = std::string("/proc/self/task/") + pEntry->d_name;
-            std::string name;
-            if (std::ifstream(task + "/comm") >> name && name == "timer_svc")
-                m_task = task;
-        }
-        if (pDir != nullptr)
-            (void)closedir(pDir);
+    explicit Waiter(Sem &sem) : m_sem(sem), m_thread([this] { Loop(); }) {}
+    ~Waiter() {
+        m_bEnd = true;
+        (void)m_sem.Post();
+        m_thread.join();
     }
+    Waiter(const Waiter &) = delete;
+    Waiter &operator=(const Waiter &) = delete;
 
-    // Times it was taken off a processor, by its own will or not; negative if the kernel does not tell. Each
-    // is followed by one wake-up.
-    double Switches() const {
-        double fTotal = 0;
-        int nFound = 0;
-        std::ifstream status(m_task + "/status");
-        for (std::string word; status >> word;) {
-            double fCount = 0;
-            if ((word == "voluntary_ctxt_switches:" || word == "nonvoluntary_ctxt_switches:") &&
-                status >> fCount) {
-                fTotal += fCount;
-                ++nFound;
-            }
-        }
-        return nFound == 2 ? fTotal : -1;
-    }
-
-    // Seconds of processor time; negative if the kernel does not tell.
-    double CpuSeconds() const {
-        double fNanoseconds = 0;
-        return std::ifstream(m_task + "/schedstat") >> fNanoseconds ? fNanoseconds * 1e-9 : -1;
+    // Microseconds from just before a post until the wait has returned.
+    double Post() {
+        const int64_t nBefore = m_nReturned.load();
+        const auto start = bench::Clock::now();
+        (void)m_sem.Post();
+        while (m_nReturned.load() == nBefore)
+            std::this_thread::sleep_for(microseconds(50));
+        return std::chrono::duration<double, std::micro>(m_end - start).count();
     }
 
   private:
-    std::string m_task;
+    void Loop() {
+        while (!m_bEnd && m_sem.Wait(kLongWait) == 0) {
+            m_end = bench::Clock::now();
+            ++m_nReturned;
+        }
+    }
+    Sem &m_sem;
+    std::atomic<bool> m_bEnd{false};
+    bench::Clock::time_point m_end; // of the last wait; published by the count
+    std::atomic<int64_t> m_nReturned{0};
+    std::thread m_thread;
 };
 
-// How much a count of the service's grows in a second, watched for some seconds.
-void WatchService(benchmark::State &state, double (Service::*pfnCount)() const, double fScale,
-                  const char *szUnit, double fLimit) {
-    const Service service;
-    double fRate = -1;
-    for (auto _ : state) {
-        const double fBefore = (service.*pfnCount)();
-        const auto start = bench::Clock::now();
-        std::this_thread::sleep_for(milliseconds(3000));
-        const double fAfter = (service.*pfnCount)();
-        if (fBefore >= 0 && fAfter >= fBefore)
-            fRate = (fAfter - fBefore) / (bench::MicrosecondsSince(start) * 1e-6);
+template <class Sem>
+void MeasurePosts(benchmark::State &state, int nSamples, double (*fnFigure)(std::vector<double> &)) {
+    Sem sem;
+    if (!sem.IsOpen())
+        return state.SkipWithError("no semaphore");
+    Waiter<Sem> waiter(sem);
+    std::vector<double> samples;
+    for (auto _ : state)
+        for (int i = 0; i < nSamples; ++i) {
+            std::this_thread::sleep_for(microseconds(200)); // until it sleeps
+            samples.push_back(waiter.Post());
+        }
+    bench::Observed(state, fnFigure(samples), "us");
+}
+
+double Mean(std::vector<double> &samples) {
+    double fSum = 0;
+    for (const double fSample : samples)
+        fSum += fSample;
+    return fSum / static_cast<double>(samples.size());
+}
+double Percentile99(std::vector<double> &samples) {
+    std::sort(samples.begin(), samples.end());
+    return samples[samples.size() * 99 / 100];
+}
+
+template <class Sem>
+void PostMedian(benchmark::State &state) {
+    MeasurePosts<Sem>(state, 500, bench::Median);
+}
+template <class Sem>
+void PostMean(benchmark::State &state) {
+    MeasurePosts<Sem>(state, 500, Mean);
+}
+template <class Sem>
+void PostPercentile(benchmark::State &state) {
+    MeasurePosts<Sem>(state, 2000, Percentile99);
+}
+
+// A wait for a condition that nobody signals.
+struct Monitor {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t cond = PTHREAD_COND_INITIALIZER;
+};
+struct RawCond : Monitor {
+    int Wait(uint32_t nMilliseconds) {
+        const struct timespec end = In(nMilliseconds);
+        (void)pthread_mutex_lock(&mutex);
+        const int iResult = pthread_cond_timedwait(&cond, &mutex, &end);
+        (void)pthread_mutex_unlock(&mutex);
+        return iResult;
     }
-    if (fRate < 0)
-        return state.SkipWithError("the service thread cannot be watched");
-    bench::Observed(state, fRate * fScale, szUnit, fLimit);
+};
+struct VyxCond : Monitor {
+    int Wait(uint32_t nMilliseconds) {
+        (void)VYX_MutexLock(&mutex);
+        const int iResult = VYX_CondTimedWait(&cond, &mutex, nMilliseconds);
+        (void)VYX_MutexUnlock(&mutex);
+        return iResult;
+    }
+};
+
+// Every wait runs out of time. The figure is the time above the limit.
+template <class Waited>
+void Overshoot(benchmark::State &state) {
+    Waited waited;
+    std::vector<double> samples;
+    for (auto _ : state)
+        for (int i = 0; i < 25; ++i) {
+            const auto start = bench::Clock::now();
+            if (waited.Wait(kLimit) == 0)
+                return state.SkipWithError("a wait on nothing succeeded");
+            samples.push_back(bench::MicrosecondsSince(start) - kLimit * 1000.0);
+        }
+    bench::Observed(state, bench::Median(samples), "us");
 }
 
-// So that "nothing pending" is seen after work, not only before the first.
-void WorkOnce() {
-    VyxSem sem;
-    (void)sem.Wait(1);
-}
-
-void IdleWakeUps(benchmark::State &state) {
-    WorkOnce();
-    WatchService(state, &Service::Switches, 1, "/s", 5);
-}
-
-void IdleCpu(benchmark::State &state) {
-    WorkOnce();
-    WatchService(state, &Service::CpuSeconds, 100, "% of a core", 0.1);
-}
-
-// Threads that each wait for a semaphore of their own, until the object goes.
+// Threads that wait for semaphores, ten for each, until the object goes.
+template <class Sem>
 class Crowd {
   public:
-    Crowd() {
-        for (int i = 0; i < kCrowd; ++i) {
-            auto pMember = std::make_unique<Member>();
-            pMember->pArrived = &m_nArrived;
-            if (pMember->sem.IsOpen())
-                pMember->hThread = VYX_Thread_Create(WaitLong, pMember.get(), 65536, 0, 0, 0);
-            if (pMember->hThread == VYX_INVALID_THREAD)
-                return;
-            m_members.push_back(std::move(pMember));
+    explicit Crowd(size_t nMembers) : m_semaphores((nMembers + 9) / 10) {
+        for (size_t i = 0; i < nMembers; ++i) {
+            m_members.push_back({&m_semaphores[i / 10], &m_nArrived});
         }
-        while (m_nArrived < kCrowd)
+        for (Member &member : m_members)
+            m_threads.push_back(VYX_Thread_Create(WaitLong, &member, 65536, 0, 0, 0));
+        while (m_nArrived < nMembers)
             std::this_thread::sleep_for(milliseconds(1));
-        std::this_thread::sleep_for(milliseconds(200)); // from there into the wait
+        std::this_thread::sleep_for(milliseconds(300)); // from there into the wait
     }
     ~Crowd() {
-        for (auto &pMember : m_members)
-            (void)pMember->sem.Post();
-        for (auto &pMember : m_members)
-            (void)VYX_Thread_Wait(pMember->hThread);
+        for (const Member &member : m_members)
+            (void)member.pSem->Post();
+        for (const VYX_THREAD_T hThread : m_threads)
+            (void)VYX_Thread_Wait(hThread);
     }
     Crowd(const Crowd &) = delete;
     Crowd &operator=(const Crowd &) = delete;
 
-    bool IsComplete() const { return m_members.size() == kCrowd; }
-
   private:
     struct Member {
-        VyxSem sem;
-        VYX_THREAD_T hThread = VYX_INVALID_THREAD;
-        std::atomic<int> *pArrived = nullptr;
+        Sem *pSem;
+        std::atomic<size_t> *pArrived;
     };
-
     static void *WaitLong(void *pParam) {
         auto *pMember = static_cast<Member *>(pParam);
         ++*pMember->pArrived;
-        (void)pMember->sem.Wait(kLongWait);
+        (void)pMember->pSem->Wait(kLongWait);
         return nullptr;
     }
-
-    std::atomic<int> m_nArrived{0};
-    std::vector<std::unique_ptr<Member>> m_members;
+    std::atomic<size_t> m_nArrived{0};
+    std::vector<Sem> m_semaphores;
+    std::vector<Member> m_members;
+    std::vector<VYX_THREAD_T> m_threads;
 };
 
-void CrowdCpu(benchmark::State &state) {
-    const Crowd crowd;
-    if (!crowd.IsComplete())
-        return state.SkipWithError("not enough threads or semaphores");
-    WatchService(state, &Service::CpuSeconds, 100, "% of a core", 60);
+// Milliseconds of processor time that the whole process spends in a second while that many waits are pending.
+template <class Sem, size_t nMembers>
+void PendingCpu(benchmark::State &state) {
+    const Crowd<Sem> crowd(nMembers);
+    double fRate = 0;
+    for (auto _ : state) {
+        struct timespec before;
+        struct timespec after;
+        (void)clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &before);
+        std::this_thread::sleep_for(milliseconds(1000));
+        (void)clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &after);
+        fRate = static_cast<double>(after.tv_sec - before.tv_sec) * 1e3 +
+                static_cast<double>(after.tv_nsec - before.tv_nsec) / 1e6;
+    }
+    bench::Observed(state, fRate, "ms/s", 2);
 }
 
-void CrowdPostAnswered(benchmark::State &state) {
-    const Crowd crowd;
-    if (!crowd.IsComplete())
-        return state.SkipWithError("not enough threads or semaphores");
-    MeasurePosts<VyxSem>(state, 100, 3000);
+// What happens once in a process is looked at in processes of its own: this program, with the name of the look.
+struct Look {
+    const char *szName;
+    double (*fnTake)();
+};
+
+// Kilobytes of memory that this process shares with nobody and has written to.
+double PrivateKilobytes() {
+    FILE *pFile = std::fopen("/proc/self/smaps_rollup", "r");
+    long iFound = -1;
+    for (char szLine[256]; pFile != nullptr && std::fgets(szLine, sizeof szLine, pFile) != nullptr;)
+        if (std::sscanf(szLine, "Private_Dirty: %ld", &iFound) == 1)
+            break;
+    if (pFile != nullptr)
+        (void)std::fclose(pFile);
+    return static_cast<double>(iFound);
+}
+
+template <class Call>
+double MicrosecondsOf(Call call) {
+    const auto start = bench::Clock::now();
+    (void)call();
+    return bench::MicrosecondsSince(start);
+}
+
+// The median of what a call costs between a start and a stop that are repeated.
+template <bool kStart>
+double Again() {
+    std::vector<double> samples;
+    for (int i = 0; i < 200; ++i) {
+        const double fStart = MicrosecondsOf(VYX_Init);
+        std::this_thread::sleep_for(microseconds(200)); // until the service sleeps
+        const double fStop = MicrosecondsOf(VYX_Fini);
+        samples.push_back(kStart ? fStart : fStop);
+    }
+    return bench::Median(samples);
+}
+
+constexpr int kStaleNames = 3000;
+double FirstSemaphore() {
+    VYX_SEM_T hSem = nullptr;
+    const double fTook = MicrosecondsOf([&hSem] { return VYX_SemCreate(&hSem, 0); });
+    (void)VYX_SemDestroy(&hSem);
+    return fTook;
+}
+
+const Look kLooks[] = {
+    {"first_start", [] { return MicrosecondsOf(VYX_Init); }},
+    {"first_start_memory",
+     [] {
+         const double fBefore = PrivateKilobytes();
+         (void)VYX_Init();
+         return PrivateKilobytes() - fBefore;
+     }},
+    {"start_again", Again<true>},
+    {"stop_again", Again<false>},
+    {"first_semaphore", FirstSemaphore},
+};
+
+// The figure that a process of its own has found. Negative if there was none.
+double Ask(const char *szLook) {
+    const std::string command = "/proc/" + std::to_string(getpid()) + "/exe --look=" + szLook;
+    FILE *pPipe = popen(command.c_str(), "r");
+    double fFigure = -1;
+    const bool bRead = pPipe != nullptr && std::fscanf(pPipe, "%lf", &fFigure) == 1;
+    if (pPipe != nullptr)
+        (void)pclose(pPipe);
+    return bRead ? fFigure : -1;
+}
+
+template <int iLook>
+void Asked(benchmark::State &state) {
+    double fFigure = -1;
+    for (auto _ : state)
+        fFigure = Ask(kLooks[iLook].szName);
+    if (fFigure < 0)
+        return state.SkipWithError("the process of its own did not answer");
+    const double fLimits[] = {100, 100, 30, 10, 5000};
+    bench::Observed(state, fFigure, iLook == 1 ? "KiB" : "us", fLimits[iLook]);
+}
+
+std::string NameOf(int iNumber) {
+    char szName[64];
+    (void)std::snprintf(szName, sizeof szName, "vyx_named_semaphore_%05d", iNumber);
+    return szName;
+}
+
+// Names that somebody else has left behind.
+void AskBehindStaleNames(benchmark::State &state) {
+    std::vector<std::string> names;
+    for (int i = 0; i < kStaleNames; ++i) {
+        sem_t *pSem = sem_open(NameOf(i).c_str(), O_CREAT | O_EXCL, 0600, 0);
+        if (pSem == SEM_FAILED)
+            continue; // it is already there
+        names.push_back(NameOf(i));
+        (void)sem_close(pSem);
+    }
+    Asked<4>(state);
+    for (const std::string &name : names)
+        (void)sem_unlink(name.c_str());
+}
+
+// Result: true if this process is one of those that look.
+bool LookedFor(const char *szArgument) {
+    for (const Look &look : kLooks)
+        if (std::string("--look=") + look.szName == szArgument) {
+            std::printf("%f\n", look.fnTake());
+            return true;
+        }
+    return false;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    bench::Figure("sem_timed_wait_post_to_return",
-                  {{"raw", PostAnswered<RawSem>}, {"vyx", PostAnswered<VyxSem>}}, 5);
-    bench::Figure("sem_timed_wait_overshoot_of_20ms",
-                  {{"raw", SemOvershoot<RawSem>}, {"vyx", SemOvershoot<VyxSem>}}, 3);
-    bench::Figure("idle_service_wake_ups", {{"vyx", IdleWakeUps}}, 3);
-    bench::Figure("idle_service_cpu", {{"vyx", IdleCpu}}, 3);
-    bench::Figure("1000_pending_service_cpu", {{"vyx", CrowdCpu}}, 3);
-    bench::Figure("1000_pending_post_to_return", {{"vyx", CrowdPostAnswered}}, 3);
+    if (argc == 2 && LookedFor(argv[1]))
+        return 0;
+    bench::Compare(
+        "sem_timed_wait_count_there",
+        {{"try", CountTried<VyxSem>, 1.5}, {"raw", CountThere<RawSem>}, {"vyx", CountThere<VyxSem>}});
+    bench::Figure("sem_post_to_return_median", {{"raw", PostMedian<RawSem>}, {"vyx", PostMedian<VyxSem>}}, 5);
+    bench::Figure("sem_post_to_return_mean", {{"raw", PostMean<RawSem>}, {"vyx", PostMean<VyxSem>}}, 5);
+    bench::Figure("sem_post_to_return_99_percent",
+                  {{"raw", PostPercentile<RawSem>}, {"vyx", PostPercentile<VyxSem>}}, 5);
+    bench::Figure("sem_20ms_late", {{"raw", Overshoot<RawSem>}, {"vyx", Overshoot<VyxSem>}}, 3);
+    bench::Figure("cond_20ms_late", {{"raw", Overshoot<RawCond>}, {"vyx", Overshoot<VyxCond>}}, 3);
+    bench::Figure("1000_pending_cpu", {{"raw", PendingCpu<RawSem, 1000>}, {"vyx", PendingCpu<VyxSem, 1000>}},
+                  3);
+    bench::Figure("10000_pending_cpu",
+                  {{"raw", PendingCpu<RawSem, 10000>}, {"vyx", PendingCpu<VyxSem, 10000>}}, 3);
+    bench::Figure("first_start", {{"vyx", Asked<0>}}, 9);
+    bench::Figure("first_start_memory", {{"vyx", Asked<1>}}, 3);
+    bench::Figure("start_again", {{"vyx", Asked<2>}}, 5);
+    bench::Figure("stop_again", {{"vyx", Asked<3>}}, 5);
+    bench::Figure("first_semaphore_3000_stale_names", {{"vyx", AskBehindStaleNames}}, 3);
     return bench::Run(argc, argv);
 }

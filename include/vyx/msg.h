@@ -242,9 +242,10 @@ VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_
  * Threads: any. The timer's thread has the platform's default stack and its creator's signal mask.
  * Fork:    a forked child has no timers and all ids free; its parent's go on.
  * Clock:   setting the wall clock lengthens or shortens the period that is under way.
- * Needs:   the started library, except for a period of 0. Without it no call comes; at its stop every timer that
- *          waits for its next call, unless that is never due, calls at once.
- * Each timer takes a thread and, for as long as it runs, one semaphore (VYX_SemCreate).
+ * Needs:   the started library, except for a period of 0. Without it no call comes. Its stop calls nobody; periods
+ *          begin anew with it, and go on with the next start.
+ * Each timer takes a thread and, for as long as it runs, one semaphore (VYX_SemCreate); a call costs what waking a
+ * thread costs, some microseconds.
  */
 VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod,
                              uint32_t *pTimerId);
@@ -263,15 +264,21 @@ VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32
 VYX_API int32_t VYX_KillTimer(int32_t iTimerId);
 
 /*
- * Forget all timers once: the first VYX_InitTimer, and the first one after each VYX_FiniTimer, frees every id
- * without waiting for the timers that run; their routines are not called again, but one that is running
- * finishes. VYX_FiniTimer does nothing else than allow the next VYX_InitTimer to do so. Neither is needed; meant
+ * Forgets all timers once: the first call, and the first one after each VYX_FiniTimer, frees every id without waiting
+ * for the timers that run; their routines are not called again, but one that is running finishes. Not needed; meant
  * to be called before any timer exists.
  *
  * Result:  VYX_OK.
  * Threads: any.
  */
 VYX_API int32_t VYX_InitTimer(void);
+
+/*
+ * Allows the next VYX_InitTimer to forget all timers, and does nothing else: timers that run are not touched.
+ *
+ * Result:  VYX_OK.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_FiniTimer(void);
 
 VYX_END_DECLS

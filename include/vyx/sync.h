@@ -4,6 +4,10 @@
  * Bounded waits (VYX_SemTimedWait, VYX_CondTimedWait, VYX_Sema::TimedWait) with a limit other than 0 and
  * VYX_INFINITE, and the atomic operations, need the started library (VYX_Init); everything else works at any
  * time, also before main. Functions whose name contains Wait, and VYX_MutexLock, block.
+ *
+ * A bounded wait sleeps until it is over: pending waits cost no processor time, however many there are. Its limit is
+ * counted on the wall clock. Setting that clock forward shortens the waits that are pending, setting it back
+ * prolongs them.
  */
 #ifndef VYX_SYNC_H
 #define VYX_SYNC_H
@@ -30,17 +34,37 @@ VYX_BEGIN_DECLS
 VYX_API int32_t VYX_MutexCreate(VYX_MUTEX_T *pMutex, uint32_t nType);
 
 /*
- * Destroy, lock, try to lock, and unlock a mutex made by VYX_MutexCreate (pthread_mutex_destroy, _lock,
- * _trylock, _unlock).
+ * Destroys a mutex made by VYX_MutexCreate (pthread_mutex_destroy). The storage is the caller's again.
  *
- * Result:  VYX_OK if the platform call succeeded; VYX_ERROR for a null pointer and for every failure.
- *          VYX_MutexTryLock does not tell busy from failed. Locking a normal mutex twice on one thread
- *          deadlocks; using a destroyed one is the caller's error.
- * Threads: any; unlock on the thread that locked.
+ * Result:  VYX_OK; VYX_ERROR for a null pointer and where the platform refuses it, as it may for one that is held.
+ * Threads: nobody may be using it.
  */
 VYX_API int32_t VYX_MutexDestroy(VYX_MUTEX_T *pMutex);
+
+/*
+ * Locks a mutex, waiting without limit (pthread_mutex_lock). Signals do not end the wait.
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer and for every failure. Locking a normal mutex twice on one thread
+ *          deadlocks.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_MutexLock(VYX_MUTEX_T *pMutex);
+
+/*
+ * Locks a mutex if that needs no waiting (pthread_mutex_trylock).
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer, for one that is held and for every failure: these are not told apart.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_MutexTryLock(VYX_MUTEX_T *pMutex);
+
+/*
+ * Gives a mutex back, a recursive one once for each time it was locked (pthread_mutex_unlock).
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer and for every failure. Unlocking a normal mutex that the thread does
+ *          not hold is the caller's error and may not be noticed.
+ * Threads: the one that locked it.
+ */
 VYX_API int32_t VYX_MutexUnlock(VYX_MUTEX_T *pMutex);
 
 #if defined(__OPTIMIZE__) && !defined(VYX_NO_INLINE)
@@ -65,12 +89,13 @@ extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexUnlock(VYX_MUTE
 /*
  * Makes a counting semaphore. It is a POSIX named semaphore, registered with the system under a generated
  * name ("vyx_named_semaphore_%05d", 32767 of them) until it is destroyed; names in use are skipped. A process
- * that ends without destroying its semaphores leaves their names behind.
+ * that ends without destroying its semaphores leaves their names behind; each costs the next processes about a
+ * microsecond, once.
  *   pSem      slot that receives the library's record; the caller owns the slot, the library the record
  *   nInitial  count to start with
  *
  * Result:  VYX_OK; VYX_ERROR for a null pointer, when the system refuses the semaphore (errno tells), when
- *          all names are taken, and when memory is short. The slot is written only on success.
+ *          all names are taken (EEXIST), and when memory is short. The slot is written only on success.
  * Threads: any.
  * Rests on sem_open with O_CREAT | O_EXCL and mode 0777.
  */
@@ -94,64 +119,88 @@ VYX_API int32_t VYX_SemDestroy(VYX_SEM_T *pSem);
  */
 VYX_API int32_t VYX_SemWait(VYX_SEM_T *pSem);
 
-/* Adds one count and wakes a waiter (sem_post). VYX_OK, or VYX_ERROR (errno is EOVERFLOW at the platform's
- * maximum). Any thread. Unlike the rest, it may be called from a signal handler. */
+/*
+ * Adds one count and wakes a waiter (sem_post).
+ *
+ * Result:  VYX_OK; VYX_ERROR for a null pointer or empty slot, and at the platform's maximum (errno is EOVERFLOW).
+ * Threads: any. Unlike the rest, it may be called from a signal handler.
+ */
 VYX_API int32_t VYX_SemPost(VYX_SEM_T *pSem);
 
 /*
- * Takes one count, waiting at most nTimeOut.
- *   nTimeOut  milliseconds of the wall clock; 0 = try once, VYX_INFINITE = as VYX_SemWait
+ * Takes one count, waiting at most nTimeOut. A count that is there costs little more than a try; else the wait is as
+ * long as the platform's own (sem_timedwait where there is one).
+ *   nTimeOut  milliseconds of the wall clock; 0 = try once (sem_trywait), VYX_INFINITE = as VYX_SemWait
  *
- * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, memory short, library
- *          stopped meanwhile (these are not told apart). Not before nTimeOut has passed on a time-out. Of
- *          several bounded waiters the one that began first is served first.
+ * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, library stopped meanwhile
+ *          (these are not told apart). Not before nTimeOut has passed on a time-out. Of several bounded waiters the
+ *          one that began first is served first. A post through another handle of the same name is found as well.
  * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait. A
  *          thread that is cancelled (pthread_cancel) in it takes no count.
- * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait does not end until the
- *          library is started.
+ * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait ends neither by a count nor by
+ *          time until the library is started; its limit counts from the call all the same.
  */
 VYX_API int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut);
 
 /* ---- Condition variables -------------------------------------------------------------------------------- */
 
 /*
- * Make and destroy a condition in the caller's storage; wake one waiter or all (pthread_cond_init, _destroy,
- * _signal, _broadcast).
+ * Makes a condition in the caller's storage, which must stay in place until VYX_CondDestroy (pthread_cond_init).
  *
- * Result:  0, or the platform's error number (positive); -1 for a null pointer. Destroying while somebody
- *          waits is the caller's error; it is allowed as soon as all waiters have been woken, also if they
- *          have not got their mutex back.
- * Threads: signal and broadcast: any, with or without the mutex.
+ * Result:  0, or the platform's error number (positive); -1 for a null pointer.
+ * Threads: the storage must not be in use yet.
  */
 VYX_API int32_t VYX_CondCreate(VYX_COND_T *pCond);
-VYX_API int32_t VYX_CondDestroy(VYX_COND_T *pCond);
-VYX_API int32_t VYX_CondSignal(VYX_COND_T *pCond);
-VYX_API int32_t VYX_CondBroadCast(VYX_COND_T *pCond);
 
 /*
- * Waits without limit, releasing the mutex meanwhile (pthread_cond_wait). Wake-ups may be spurious, bounded
- * waiters on the same condition cause some: test the predicate again.
+ * Destroys a condition (pthread_cond_destroy). The storage is the caller's again.
+ *
+ * Result:  0, or the platform's error number (positive); -1 for a null pointer.
+ * Threads: nobody may be waiting. It is allowed as soon as all waiters have been woken, also if they have not got
+ *          their mutex back.
+ */
+VYX_API int32_t VYX_CondDestroy(VYX_COND_T *pCond);
+
+/*
+ * Waits without limit, releasing the mutex meanwhile (pthread_cond_wait). Wake-ups may be spurious, the library's stop
+ * causes some where others wait on the same condition with a limit: test the predicate again.
  *   pMutex  held by the caller exactly once, held again on return
  *
  * Result:  0, or the platform's error number (positive); -1 if either pointer is null.
+ * Threads: any number on one condition, all with the same mutex.
  */
 VYX_API int32_t VYX_CondWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex);
 
 /*
- * As VYX_CondWait, but for at most nTimeOut.
+ * As VYX_CondWait, but for at most nTimeOut: the platform's own bounded wait (pthread_cond_timedwait).
  *   nTimeOut  milliseconds of the wall clock; VYX_INFINITE = exactly VYX_CondWait. 0 is a very short wait.
  *
- * Result:  VYX_ERROR always, whether time ran out, somebody signalled, the wake-up was spurious, memory was
- *          short or the library was stopped: test the predicate, not the result. (With VYX_INFINITE the
- *          result of VYX_CondWait.) The mutex is held again on return.
+ * Result:  VYX_ERROR always, whether time ran out, somebody signalled, the wake-up was spurious or the library was
+ *          stopped: test the predicate, not the result. (With VYX_INFINITE the result of VYX_CondWait.) The mutex
+ *          is held again on return.
  * Errors:  the pointers are not checked for null, except with VYX_INFINITE.
- * Threads: any number on one condition; each one's time-out is kept. When time runs out the library's service
- *          thread takes the mutex for a moment; it never waits for it. A thread that holds the mutex delays
- *          the waiter's return, not the other bounded waits. A recursive mutex held more than once delays
- *          the wake-up of others, as in pthread_cond_wait.
- * Needs:   the started library, except for VYX_INFINITE. Without it the wait lasts until somebody signals.
+ * Threads: any number on one condition; each one's time-out is kept. The library's stop tries to take the mutex for a
+ *          moment, and ends without it after half a second if it stays busy.
+ * Needs:   the started library, except for VYX_INFINITE. Without it the wait lasts until somebody signals; if its limit
+ *          has passed when the library is started, it ends then.
  */
 VYX_API int32_t VYX_CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut);
+
+/*
+ * Wakes one waiter, if there is one (pthread_cond_signal).
+ *
+ * Result:  0, or the platform's error number (positive); -1 for a null pointer.
+ * Threads: any, with or without the mutex.
+ */
+VYX_API int32_t VYX_CondSignal(VYX_COND_T *pCond);
+
+/*
+ * Wakes all waiters (pthread_cond_broadcast).
+ *
+ * Result:  0, or the platform's error number (positive); -1 for a null pointer.
+ * Threads: any, with or without the mutex.
+ */
+VYX_API int32_t VYX_CondBroadCast(VYX_COND_T *pCond);
 
 /* ---- Atomic operations ---------------------------------------------------------------------------------- */
 
@@ -165,15 +214,36 @@ VYX_API int32_t VYX_CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32
 VYX_API int32_t VYX_AtomicCas(volatile uint32_t *pDest, uint32_t nNew, int32_t nComparand);
 
 /*
- * Read *pDest, then ask VYX_AtomicCas to replace exactly that value by nValue, by the sum with nAddend, by
- * one more or by one less. Arithmetic wraps modulo 2^32.
+ * Reads *pDest, then asks VYX_AtomicCas to replace exactly that value by nValue. If another thread changes *pDest in
+ * between, nothing is stored and the update is lost. Where every update must count, use a mutex.
  *
- * If another thread changes *pDest between the reading and the swap, nothing is stored and the result is 0
- * all the same: the update is lost. Where every update must count, use a mutex.
+ * Result:  always 0, also for a lost update.
+ * Threads: any. The pointer is not checked for null; it must be aligned for its type.
  */
 VYX_API int32_t VYX_AtomicSet(volatile uint32_t *pDest, uint32_t nValue);
+
+/*
+ * As VYX_AtomicSet with the sum of what it read and nAddend, modulo 2^32. An update may be lost in the same way.
+ *
+ * Result:  always 0, also for a lost update.
+ * Threads: any. The pointer is not checked for null; it must be aligned for its type.
+ */
 VYX_API int32_t VYX_AtomicAdd(volatile uint32_t *pDest, uint32_t nAddend);
+
+/*
+ * VYX_AtomicAdd of 1: the update may be lost.
+ *
+ * Result:  always 0, also for a lost update.
+ * Threads: any. The pointer is not checked for null; it must be aligned for its type.
+ */
 VYX_API int32_t VYX_AtomicInc(volatile uint32_t *pDest);
+
+/*
+ * Subtracts 1, modulo 2^32, as VYX_AtomicAdd would: the update may be lost.
+ *
+ * Result:  always 0, also for a lost update.
+ * Threads: any. The pointer is not checked for null; it must be aligned for its type.
+ */
 VYX_API int32_t VYX_AtomicDec(volatile uint32_t *pDest);
 
 /* Does nothing and returns 0; kept so that portable code links. */

@@ -37,8 +37,12 @@ VYX_API VYX_THREAD_T VYX_Thread_Create(VYX_THREAD_PROC fnStart, void *pParam, ui
 VYX_API int32_t VYX_ThreadDetached_Create(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
 
 /*
- * Ends the calling thread with a null result (pthread_exit). C++ destructors of the thread's stack may run;
- * a catch (...) on the way must throw on.
+ * Ends the calling thread with a null result (pthread_exit) and does not return. C++ destructors of the thread's stack
+ * may run; a catch (...) on the way must throw on.
+ *
+ * Threads: any. Not in a forked child, where the calling thread is the only one: its end is that of the process, which
+ *          runs the exit handlers that the parent has set up. Such a child ends with _exit. What ends with a pool's
+ *          worker or a timer's thread is said there.
  */
 VYX_API VYX_NORETURN void VYX_Thread_Exit(void);
 
@@ -51,11 +55,13 @@ VYX_API VYX_NORETURN void VYX_Thread_Exit(void);
  */
 VYX_API int32_t VYX_Thread_Wait(VYX_THREAD_T hThread);
 
-/* The calling thread's handle (pthread_self). */
+/* Tells the calling thread's handle (pthread_self), valid until the thread has ended and was waited for. */
 VYX_API VYX_THREAD_T VYX_Thread_GetSelfId(void);
 
-/* Not available on this platform: do nothing and return VYX_NOT_AVAILABLE (-2) for any argument. */
+/* Not available on this platform: does nothing. Result: VYX_NOT_AVAILABLE (-2) for any argument. */
 VYX_API int32_t VYX_Thread_Suspend(VYX_THREAD_T hThread);
+
+/* Not available on this platform: does nothing. Result: VYX_NOT_AVAILABLE (-2) for any argument. */
 VYX_API int32_t VYX_Thread_Resume(VYX_THREAD_T hThread);
 
 /*
@@ -63,6 +69,7 @@ VYX_API int32_t VYX_Thread_Resume(VYX_THREAD_T hThread);
  *
  * Result:  VYX_OK if the thread's scheduling parameters could be read (pthread_getschedparam), VYX_ERROR
  *          otherwise and for the invalid handle.
+ * Threads: any.
  */
 VYX_API int32_t VYX_Thread_SetPriority(VYX_THREAD_T hThread, int32_t iPriority);
 
@@ -72,6 +79,7 @@ VYX_API int32_t VYX_Thread_SetPriority(VYX_THREAD_T hThread, int32_t iPriority);
  *
  * Result:  VYX_OK if the platform accepts that policy (pthread_attr_setschedpolicy), VYX_ERROR otherwise and
  *          for the invalid handle.
+ * Threads: any.
  */
 VYX_API int32_t VYX_Thread_SetSchedPolicy(VYX_THREAD_T hThread, int32_t iPolicy);
 
@@ -80,16 +88,32 @@ VYX_API int32_t VYX_Thread_SetSchedPolicy(VYX_THREAD_T hThread, int32_t iPolicy)
  * pointers stay the caller's: nothing is freed when a thread ends.
  *
  * Result:  the key, to be given back with VYX_ThreadTls_Destroy; VYX_INVALID_TLS if none is left.
+ * Threads: any.
  */
 VYX_API VYX_TLS_T VYX_ThreadTls_Create(void);
 
-/* Stores the calling thread's pointer. VYX_OK; VYX_ERROR for a key that the platform refuses. */
+/*
+ * Stores the calling thread's pointer (pthread_setspecific).
+ *
+ * Result:  VYX_OK; VYX_ERROR for the invalid key, one that the platform refuses, and when memory is short.
+ * Threads: any; each has a pointer of its own.
+ */
 VYX_API int32_t VYX_ThreadTls_SetValue(VYX_TLS_T hKey, void *pValue);
 
-/* The calling thread's pointer; null if none was stored or the key is the invalid one. */
+/*
+ * Tells the calling thread's pointer (pthread_getspecific).
+ *
+ * Result:  the pointer; null if none was stored or the key is the invalid one.
+ * Threads: any; each has a pointer of its own.
+ */
 VYX_API void *VYX_ThreadTls_GetValue(VYX_TLS_T hKey);
 
-/* Gives the key back; what threads stored under it is not freed. VYX_OK; VYX_ERROR for a refused key. */
+/*
+ * Gives the key back (pthread_key_delete). What threads stored under it is not freed.
+ *
+ * Result:  VYX_OK; VYX_ERROR for the invalid key and one that the platform refuses.
+ * Threads: nobody may use the key any more.
+ */
 VYX_API int32_t VYX_ThreadTls_Destroy(VYX_TLS_T hKey);
 
 VYX_END_DECLS

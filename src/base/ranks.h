@@ -5,7 +5,7 @@
 // both names at the first lock that is taken out of order.
 //
 // Not in the list: an application's own mutexes. A thread may hold any of them when it calls the library, and the
-// library takes one only in a condition wait, or by trying it (sync/cond_wait.cpp), so that it waits for nobody.
+// library takes one only in a condition wait, or by trying it (sync/cond.cpp), so that it waits for nobody.
 #ifndef VYX_BASE_RANKS_H
 #define VYX_BASE_RANKS_H
 
@@ -32,8 +32,6 @@ enum class Rank : uint8_t {
     LogFile,       // the log files
     SemWaits,      // bounded waits for semaphores
     CondWaits,     // bounded waits for conditions
-    WaitRecord,    // the completion of one bounded wait
-    ServicePark,   // the sleep of timer_svc
     Calendar,      // the C library's zone data
     Atomic,        // the atomic operations
     WholeValue,    // values that the processor cannot exchange as one
@@ -47,12 +45,12 @@ struct RankRow {
 
 // In the order of the enumeration.
 inline constexpr RankRow kRanks[] = {
-    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"},   {30, "LogService"},
-    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},       {70, "QueueReceiver"},
-    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"},   {95, "FlexRegistry"},
-    {100, "FlexPool"},   {110, "Event"},        {120, "LogQueue"},   {120, "LogFile"},
-    {130, "SemWaits"},   {130, "CondWaits"},    {140, "WaitRecord"}, {150, "ServicePark"},
-    {160, "Calendar"},   {170, "Atomic"},       {180, "WholeValue"}, {190, "SemNames"},
+    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"}, {30, "LogService"},
+    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},     {70, "QueueReceiver"},
+    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"}, {95, "FlexRegistry"},
+    {100, "FlexPool"},   {110, "Event"},        {120, "LogQueue"}, {120, "LogFile"},
+    {130, "SemWaits"},   {130, "CondWaits"},    {160, "Calendar"}, {170, "Atomic"},
+    {180, "WholeValue"}, {190, "SemNames"},
 };
 
 } // namespace vyx_inter

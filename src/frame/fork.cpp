@@ -10,6 +10,8 @@
 #include "pool/thread_pool_inter.h"
 #include "pool/thrmgr.h"
 #include "sync/atomic_inter.h"
+#include "sync/cond_wait.h"
+#include "sync/sem_record.h"
 #include "sync/timed_wait.h"
 #include "time/calendar.h"
 
@@ -19,9 +21,9 @@ namespace {
 
 // In the order of the locks' ranks.
 constexpr const ForkRow *kRows[] = {
-    &g_struStartForkRow,  &g_struTimerForkRow,   &g_struMsgQForkRow,      &g_struPoolForkRow,
-    &g_struFlexForkRow,   &g_struLogForkRow,     &g_struTimedWaitForkRow, &g_struCalendarForkRow,
-    &g_struAtomicForkRow, &g_struSemNameForkRow,
+    &g_struStartForkRow,    &g_struTimerForkRow,    &g_struMsgQForkRow,      &g_struPoolForkRow,
+    &g_struFlexForkRow,     &g_struLogForkRow,      &g_struTimedWaitForkRow, &g_struSemWaitForkRow,
+    &g_struCondWaitForkRow, &g_struCalendarForkRow, &g_struAtomicForkRow,    &g_struSemNameForkRow,
 };
 
 Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other

@@ -3,6 +3,7 @@
 #include <vyx/log.h>
 
 #include "base/lock.h"
+#include "base/uncancelled.h"
 #include "frame/frame_inter.h"
 #include "msg/msgq_inter.h"
 #include "net/net_inter.h"
@@ -101,6 +102,7 @@ int32_t VYX_InitEx(void) {
 }
 
 int32_t VYX_Fini(void) {
+    const vyx_inter::Uncancelled uncancelled; // nobody else finishes it
     const LockGuard guard(s_vyxmutex);
     // Deliberate: no check for 0. An unmatched stop makes the counter -1, and the next start only brings it
     // back to 0. Pinned by Lifecycle.UnmatchedStopEatsTheNextStart.

@@ -18,6 +18,7 @@
 
 #include "base/lock.h"
 #include "base/uncancelled.h"
+#include "sync/sem_wait.h"
 
 using vyx_inter::Condition;
 using vyx_inter::Lock;
@@ -88,7 +89,8 @@ void StartThread_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
 // Has a timer's thread end.
 void Stop_Local(TIMER_EVENT_T *pTimer) {
     pTimer->bStop.store(1);
-    (void)VYX_SemPost(&pTimer->hSem);
+    if (pTimer->hSem != nullptr)
+        VYX_SemClose_Inter(pTimer->hSem);
 }
 
 // Frees the place of a timer that nobody kills. Its thread ends by itself.
@@ -103,14 +105,6 @@ void LetGo_Local(Place &place) VYX_REQUIRES(s_VyxTimerMutex) {
     Drop_Local(pTimer);
 }
 
-// Has every thread that sleeps for a time look around.
-void WakeAll_Local() {
-    const LockGuard guard(s_VyxTimerMutex);
-    for (const Place &place : s_VyxTimerEvents)
-        if (place.pTimer != nullptr && place.pTimer->nPeriod != VYX_INFINITE)
-            (void)VYX_SemPost(&place.pTimer->hSem);
-}
-
 // In a forked child, where only the forking thread exists. The semaphores are the parent's, so the records stay.
 void Forget_Local() {
     s_freedCond.Renew();
@@ -122,10 +116,6 @@ void Forget_Local() {
         }
         place = {};
     }
-}
-
-void SetUpOnce_Local() {
-    VYX_TimerSleepSetup_Inter(WakeAll_Local);
 }
 
 // Whether a timer is that one or waits for it, through however many others. Nobody may ever start to wait where
@@ -180,6 +170,14 @@ void FinishKill_Local(TIMER_EVENT_T *pTimer) {
     Drop_Local(pTimer);
 }
 
+// One sleep of a timer's thread. Result: false if the library's stop ended it.
+bool Sleep_Local(TIMER_EVENT_T &timer) {
+    if (timer.nPeriod != 0 && timer.nPeriod != VYX_INFINITE)
+        return VYX_SemTimedWait_Inter(timer.hSem, timer.nPeriod) != VYX_SEM_END::Ended;
+    (void)VYX_SemTimedWait(&timer.hSem, timer.nPeriod); // no time to be kept
+    return true;
+}
+
 vyx_inter::ForkHold s_forkHold(s_VyxTimerMutex);
 
 } // namespace
@@ -197,15 +195,14 @@ void *VYX_OnTimer(void *pParam) {
     auto *const pTimer = static_cast<TIMER_EVENT_T *>(pParam);
     t_own.pTimer = pTimer;
     while (pTimer->bStop.load() == 0) {
-        VYX_TimerSleep_Inter(pTimer);
-        if (pTimer->fnTimerProc != nullptr && pTimer->bStop.load() == 0)
+        const bool bDue = Sleep_Local(*pTimer);
+        if (bDue && pTimer->fnTimerProc != nullptr && pTimer->bStop.load() == 0)
             pTimer->fnTimerProc(pTimer->nTimerId, pTimer->pUserData);
     }
     return nullptr;
 }
 
 int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod, uint32_t *pTimerId) {
-    SetUpOnce_Local();
     const LockGuard guard(s_VyxTimerMutex);
     Place *const pPlace = FindFree_Local();
     if (pPlace == nullptr)

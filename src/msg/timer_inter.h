@@ -16,22 +16,13 @@ struct TIMER_EVENT_T {
     VYX_TIMER_PROC fnTimerProc; // null: nothing is ever called
     void *pUserData;
     uint32_t nPeriod;            // milliseconds
-    VYX_SEM_T hSem;              // the thread sleeps on it, a post makes it look around; null: none to be had
+    VYX_SEM_T hSem;              // the thread sleeps on it; null: none to be had
     std::atomic<uint32_t> bStop; // 1 once the thread is to end; it looks without the lock
 
     VYX_THREAD_T hThread;    // VYX_INVALID_THREAD: there was none to be had
     uint32_t nUsers;         // its place or its killer, its thread, who waits for its end; the last frees it
     TIMER_EVENT_T *pAwaited; // the timer whose end this one's routine is waiting for in a kill
 };
-
-// One sleep of a timer's thread, of the period that VYX_SemTimedWait(&pTimer->hSem, nPeriod) takes: up to the end
-// of the period while the library is started, else up to the stop or the start and the end of the period. May end
-// early if the timer is to end. Defined per platform.
-void VYX_TimerSleep_Inter(TIMER_EVENT_T *pTimer);
-
-// Called before a thread sleeps for the first time. fnWake posts the semaphores of all timers and may be called
-// under the start/stop mutex. Defined per platform.
-void VYX_TimerSleepSetup_Inter(void (*fnWake)(void));
 
 extern const vyx_inter::ForkRow g_struTimerForkRow;
 

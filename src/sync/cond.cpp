@@ -1,7 +1,142 @@
-// Condition variables: POSIX conditions in the caller's storage. The bounded wait is in timed_wait.cpp.
-#include <vyx/sync.h>
+// Condition variables: POSIX conditions in the caller's storage.
+//
+// A bounded wait is the platform's own, on the wall clock. It is registered besides, so that the library's stop can end
+// it.
+#include "sync/cond_wait.h"
 
-#include "sync/timed_wait.h"
+#include <unistd.h>
+
+using vyx_inter::Clock;
+using vyx_inter::Deadline;
+using vyx_inter::Lock;
+using vyx_inter::LockGuard;
+
+namespace {
+
+constexpr uint32_t kStartLook = 10; // milliseconds between looks whether the library was started
+constexpr useconds_t kFirstPause =
+    100;                            // microseconds before the stop tries a busy mutex again, then twice that
+constexpr uint32_t kStopTries = 12; // and so on, for less than half a second
+
+Lock s_hCondLock{vyx_inter::Rank::CondWaits};
+vyx_inter::WaitList<TIMED_COND_S, &TIMED_COND_S::all> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
+std::atomic<uint32_t> s_nWaits{0}; // how many these are
+std::atomic<bool> s_bStarted{false};
+uint32_t s_nForks VYX_GUARDED_BY(s_hCondLock) = 0; // since when the registry has begun anew
+
+void Register_Local(TIMED_COND_S *pWait) {
+    const LockGuard guard(s_hCondLock);
+    s_struTimeConds.Append(pWait);
+    s_nWaits.fetch_add(1);
+    pWait->nForks = s_nForks;
+}
+
+void Leave_Local(void *pParam) {
+    auto *pWait = static_cast<TIMED_COND_S *>(pParam);
+    const LockGuard guard(s_hCondLock);
+    if (pWait->nForks != s_nForks)
+        return;
+    s_struTimeConds.Remove(pWait);
+    s_nWaits.fetch_sub(1);
+}
+
+// Until the library is started no time is out: those whose limit has passed look now and then. They have lost no
+// signal by that, as the platform says whether it was the time that ended a wait.
+void Await_Local(const TIMED_COND_S &wait, uint32_t nTimeOut) {
+    Deadline deadline = Deadline::In(nTimeOut, Clock::Wall);
+    while (!CondWaitUntil(wait.condition, wait.mutex, deadline) && !s_bStarted.load() && !wait.bEnded.load())
+        deadline = Deadline::In(kStartLook, Clock::Monotonic);
+}
+
+// Wakes the waiters whose wait was ended. The waiter registers while it holds its mutex, so a mutex that can be had says
+// that all who use it sleep or have been woken, and the broadcast reaches them. It is only tried: its owner may
+// be waiting for us. Result: true if no other try is needed.
+bool WakeEnded_Local() {
+    const LockGuard guard(s_hCondLock);
+    bool bDone = true;
+    for (TIMED_COND_S *pWait = s_struTimeConds.pFirst; pWait != nullptr;
+         pWait = s_struTimeConds.Next(pWait)) {
+        if (!pWait->bEnded.load() || pWait->bWoken)
+            continue;
+        pWait->bWoken = VYX_MutexTryLock(pWait->mutex) == VYX_OK;
+        (void)pthread_cond_broadcast(pWait->condition);
+        if (pWait->bWoken)
+            (void)VYX_MutexUnlock(pWait->mutex);
+        bDone = bDone && pWait->bWoken;
+    }
+    return bDone;
+}
+
+// A condition may go as soon as its waiters have been woken, before they have left: nobody is to touch it then.
+void Forget_Local(const VYX_COND_T *pCond) {
+    if (s_nWaits.load() == 0) // who may destroy it has seen its waiters registered
+        return;
+    const LockGuard guard(s_hCondLock);
+    for (TIMED_COND_S *pWait = s_struTimeConds.pFirst; pWait != nullptr; pWait = s_struTimeConds.Next(pWait))
+        if (pWait->condition == pCond)
+            pWait->bWoken = true;
+}
+
+// In a forked child.
+void ForgetAll_Local() {
+    const LockGuard guard(s_hCondLock);
+    s_bStarted.store(false);
+    s_struTimeConds = {};
+    s_nWaits.store(0);
+    ++s_nForks;
+}
+
+vyx_inter::ForkHold s_forkHold(s_hCondLock);
+
+} // namespace
+
+const vyx_inter::ForkRow g_struCondWaitForkRow = {
+    [] {
+        s_forkHold.Before();
+        s_forkHold
+            .InParent(); // at once: who wants it may have its own mutex, which the child would find taken
+    },
+    [] {},
+    [] {
+        if (s_forkHold.InChild())
+            ForgetAll_Local();
+    },
+};
+
+void VYX_CondWaitsStart_Inter(void) {
+    s_bStarted.store(true);
+}
+
+void VYX_CondWaitsStop_Inter(void) {
+    {
+        const LockGuard guard(s_hCondLock);
+        s_bStarted.store(false);
+        for (TIMED_COND_S *pWait = s_struTimeConds.pFirst; pWait != nullptr;
+             pWait = s_struTimeConds.Next(pWait))
+            pWait->bEnded.store(true);
+    }
+    // The caller may itself hold a mutex that a waiter needs, so this must not wait until all have left.
+    useconds_t nPause = kFirstPause;
+    for (uint32_t nTry = 0; nTry < kStopTries && !WakeEnded_Local(); ++nTry, nPause *= 2)
+        (void)usleep(nPause);
+}
+
+uint32_t VYX_CondWaitsPending_Inter(void) {
+    return s_nWaits.load();
+}
+
+int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {
+    if (nTimeOut == VYX_INFINITE)
+        return VYX_CondWait(pCond, pMutex);
+    TIMED_COND_S wait = {pCond, pMutex, 0, {false}, false, {}};
+    Register_Local(&wait);
+    pthread_cleanup_push(Leave_Local, &wait); // also for a thread that is cancelled in its sleep
+    Await_Local(wait, nTimeOut);
+    pthread_cleanup_pop(1);
+    // Deliberate: the same result for a time-out, a signal and a spurious wake-up. Callers test their own
+    // predicate. Pinned by CondTimedWait.AnswersErrorHoweverItEnds.
+    return VYX_ERROR;
+}
 
 int32_t VYX_CondCreate(VYX_COND_T *pCond) {
     return pCond == nullptr ? VYX_ERROR : pthread_cond_init(pCond, nullptr);
@@ -10,12 +145,16 @@ int32_t VYX_CondCreate(VYX_COND_T *pCond) {
 int32_t VYX_CondDestroy(VYX_COND_T *pCond) {
     if (pCond == nullptr)
         return VYX_ERROR;
-    VYX_TimedWaitWithdraw_Inter(pCond); // woken waiters may not have taken their records out yet
+    Forget_Local(pCond);
     return pthread_cond_destroy(pCond);
 }
 
 int32_t VYX_CondWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex) {
     return pCond == nullptr || pMutex == nullptr ? VYX_ERROR : pthread_cond_wait(pCond, pMutex);
+}
+
+int32_t VYX_CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {
+    return CondTimedWait(pCond, pMutex, nTimeOut);
 }
 
 int32_t VYX_CondSignal(VYX_COND_T *pCond) {

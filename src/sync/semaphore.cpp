@@ -14,11 +14,12 @@
 
 #include "base/lock.h"
 #include "sync/sem_record.h"
-#include "sync/timed_wait.h"
 
-static_assert(offsetof(VYX_SEM_S, pSem) == 0 && offsetof(VYX_SEM_S, szName) == sizeof(sem_t *));
-static_assert(sizeof(VYX_SEM_S) == sizeof(sem_t *) + 64);
+static_assert(offsetof(VYX_SEM_S, pSem) == 0);
 static_assert(sizeof(vyx::vyx_sem) == sizeof(void *) && std::has_virtual_destructor_v<vyx::vyx_sem>);
+
+// Ready at all times and never destroyed, since a semaphore may be created while the library stops.
+VYX_MUTEX_T s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
 
 namespace {
 
@@ -46,11 +47,15 @@ sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32
     for (int32_t iAttempt = 0; iAttempt < kNameCount; ++iAttempt) {
         (void)std::snprintf(szName, sizeof szName, "vyx_named_semaphore_%05d",
                             static_cast<int>(NextNumber_Local()));
+        // Behind one name that is taken there may be thousands, and opening finds that out in ten times the time.
+        if (iAttempt > 0 && VYX_SemNameIsTaken_Inter(szName))
+            continue;
         const vyx_inter::LockGuard guard(s_hNameLock);
         sem_t *pSem = sem_open(szName, O_CREAT | O_EXCL, 0777, nInitial);
         if (pSem != SEM_FAILED || errno != EEXIST)
             return pSem;
     }
+    errno = EEXIST;
     return SEM_FAILED;
 }
 
@@ -63,7 +68,10 @@ bool IsEmpty_Local(const VYX_SEM_T *pSem) {
 const vyx_inter::ForkRow g_struSemNameForkRow = {
     [] { s_forkHold.Before(); },
     [] { s_forkHold.InParent(); },
-    [] { (void)s_forkHold.InChild(); },
+    [] {
+        (void)s_forkHold.InChild();
+        s_hCreateLock = PTHREAD_MUTEX_INITIALIZER; // all it guards is the next number, whatever that is
+    },
 };
 
 int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
@@ -73,7 +81,7 @@ int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
     sem_t *pOpened = OpenUnderFreeName_Local(szName, nInitial);
     if (pOpened == SEM_FAILED)
         return VYX_ERROR;
-    auto *pRecord = new (std::nothrow) VYX_SEM_S;
+    auto *pRecord = new (std::nothrow) VYX_SEM_S();
     if (pRecord == nullptr) {
         (void)sem_unlink(szName);
         const vyx_inter::LockGuard guard(s_hNameLock);
@@ -102,7 +110,7 @@ int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
 }
 
 int32_t VYX_SemWait(VYX_SEM_T *pSem) {
-    return IsEmpty_Local(pSem) ? VYX_ERROR : sem_wait((*pSem)->pSem);
+    return IsEmpty_Local(pSem) ? VYX_ERROR : VYX_SemWait_Inter(*pSem);
 }
 
 int32_t VYX_SemPost(VYX_SEM_T *pSem) {
@@ -113,7 +121,7 @@ int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut) {
     if (IsEmpty_Local(pSem))
         return VYX_ERROR;
     if (nTimeOut == 0)
-        return sem_trywait((*pSem)->pSem);
+        return VYX_SemTry_Inter(*pSem);
     return SemTimedWait(*pSem, nTimeOut);
 }
 

@@ -28,7 +28,7 @@ TEST(Deadline, LeftIsRoundedUpAndNeverNegative) {
 }
 
 TEST(Deadline, ConditionKeepsItOnEitherClock) {
-    Lock lock{Rank::WaitRecord};
+    Lock lock{Rank::SemWaits};
     Condition condition;
     for (const Clock eClock : {Clock::Wall, Clock::Monotonic}) {
         const LockGuard guard(lock);

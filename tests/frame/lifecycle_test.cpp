@@ -50,6 +50,8 @@ class Lifecycle : public testing::Test {
         std::copy_n(VYX_Stages_Inter(), VYX_STAGE_COUNT, m_saved.begin());
         ReplaceAll(std::make_integer_sequence<int, VYX_STAGE_COUNT>());
         s_events.clear();
+        s_failing = s_throwing = 0;
+        s_nFlagsDuringStop = 0;
     }
     ~Lifecycle() override { std::copy_n(m_saved.begin(), VYX_STAGE_COUNT, VYX_Stages_Inter()); }
 

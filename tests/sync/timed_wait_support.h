@@ -3,7 +3,10 @@
 #define VYX_TESTS_SYNC_TIMED_WAIT_SUPPORT_H
 
 #include <atomic>
+#include <fstream>
+#include <string>
 #include <thread>
+#include <unistd.h>
 
 #include <vyx/vyx.h>
 
@@ -65,6 +68,7 @@ class Async {
     template <class Call>
     explicit Async(Call call)
         : m_thread([this, call] {
+              m_iTask = gettid();
               m_iResult = call();
               m_bDone = true;
           }) {}
@@ -76,6 +80,14 @@ class Async {
     Async &operator=(const Async &) = delete;
 
     bool Done() const { return m_bDone; }
+    // Whether the call sleeps, as the kernel sees it.
+    bool Asleep() const {
+        std::ifstream status("/proc/self/task/" + std::to_string(m_iTask) + "/status");
+        for (std::string strLine; std::getline(status, strLine);)
+            if (strLine.rfind("State:\tS", 0) == 0)
+                return true;
+        return false;
+    }
     pthread_t Handle() { return m_thread.native_handle(); }
     int32_t Result() {
         m_thread.join();
@@ -83,6 +95,7 @@ class Async {
     }
 
   private:
+    std::atomic<pid_t> m_iTask{0};
     int32_t m_iResult = 12345;
     std::atomic<bool> m_bDone{false};
     std::thread m_thread;

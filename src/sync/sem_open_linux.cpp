@@ -1,3 +1,6 @@
+#include <cstdio>
+#include <unistd.h>
+
 #include "sync/sem_record.h"
 
 void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
@@ -10,4 +13,10 @@ void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
     }
     for (uint32_t i = 0; i < nInitial; ++i)
         (void)sem_post(pSem); // the platform accepted this count when it opened the semaphore
+}
+
+bool VYX_SemNameIsTaken_Inter(const char *szName) {
+    char szPath[128];
+    (void)std::snprintf(szPath, sizeof szPath, "/dev/shm/sem.%s", szName); // where the C library has them
+    return access(szPath, F_OK) == 0;
 }
