@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "sync/sem_record.h"
 #include "sync/sem_sleep.h"
@@ -161,9 +163,17 @@ TEST(TimedWait, TheStopEndsAllThatHaveBegun) {
     for (const bool bHoldTheirMutex : {false, true}) {
         Semaphore semaphores[2];
         Monitor monitor;
-        // The platform gives a count to who sleeps longest: to this one, which the stop does not mean.
+        // The platform wakes who sleeps longest: these, which the stop does not mean.
         Async withoutLimit([&] { return semaphores[0].Wait(VYX_INFINITE); });
-        ASSERT_TRUE(WaitUntil([&] { return withoutLimit.Asleep(); }));
+        bool bGo = false; // under the mutex
+        Async onPredicate([&] {
+            monitor.Lock();
+            while (!bGo)
+                (void)VYX_CondWait(&monitor.cond, &monitor.mutex);
+            monitor.Unlock();
+            return 0;
+        });
+        ASSERT_TRUE(WaitUntil([&] { return withoutLimit.Asleep() && onPredicate.Asleep(); }));
         std::vector<std::unique_ptr<Async>> waiters;
         {
             const Library library;
@@ -182,6 +192,10 @@ TEST(TimedWait, TheStopEndsAllThatHaveBegun) {
         EXPECT_FALSE(withoutLimit.Done());
         EXPECT_EQ(semaphores[0].Post(), VYX_OK);
         EXPECT_EQ(withoutLimit.Result(), VYX_OK);
+        monitor.Lock();
+        bGo = true;
+        (void)VYX_CondBroadCast(&monitor.cond);
+        monitor.Unlock();
         for (Semaphore &semaphore : semaphores)
             EXPECT_EQ(sem_trywait(semaphore.h->pSem), -1) << "the stop has made a count";
         EXPECT_EQ(VYX_TimedWaitPending_Inter(), 0U);
@@ -349,6 +363,33 @@ TEST(TimedWait, CancelledWaitersLeaveNothingBehind) {
         ASSERT_EQ(semaphore.Drain(), bCancelled ? 1 : 0) << "in round " << nRound;
         ASSERT_EQ(VYX_TimedWaitPending_Inter(), 0U);
     }
+}
+
+// The semaphore is shared with the child, whose stop would wake the parent's waiter if it knew of it.
+TEST(TimedWait, AForkedChildHasNoneOfItsParentsWaits) {
+    Semaphore semaphore;
+    Monitor monitor;
+    const Library library;
+    Async onSemaphore([&] { return semaphore.Wait(kLong); });
+    Async onCondition([&] { return monitor.Wait(kLong); });
+    ASSERT_TRUE(PendingBecomes(2));
+    ASSERT_TRUE(WaitUntil([&] { return onSemaphore.Asleep() && onCondition.Asleep(); }));
+    const pid_t iChild = fork();
+    ASSERT_NE(iChild, -1);
+    if (iChild == 0)
+        _exit(VYX_TimedWaitPending_Inter() == 0 && VYX_Fini() == VYX_OK ? 0 : 1);
+    int iStatus = -1;
+    EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+    EXPECT_EQ(iStatus, 0);
+    int iCount = -1;
+    EXPECT_EQ(sem_getvalue(semaphore.h->pSem, &iCount), 0);
+    EXPECT_EQ(iCount, 0);
+    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 2U);
+    EXPECT_EQ(semaphore.Post(), VYX_OK);
+    EXPECT_EQ(onSemaphore.Result(), VYX_OK);
+    monitor.Lock();
+    (void)VYX_CondBroadCast(&monitor.cond);
+    monitor.Unlock();
 }
 
 // The /proc folders of this process's threads of that name.
