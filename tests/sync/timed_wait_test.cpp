@@ -421,7 +421,7 @@ TEST(TimedWait, OneServiceHoweverTheStopWasCalled) {
         ASSERT_TRUE(WaitUntil([] { return TasksNamed("timer_svc").size() == 1; })) << "in round " << nRound;
         const uint64_t nBlocked = std::stoull(StatusOf(TasksNamed("timer_svc")[0], "SigBlk"), nullptr, 16);
         EXPECT_NE(nBlocked >> (SIGTERM - 1) & 1, 0U);
-        (void)Cancelled([] { (void)pthread_cancel(pthread_self()), (void)VYX_Fini(); }, [] {});
+        EXPECT_FALSE(Cancelled([] { (void)pthread_cancel(pthread_self()), (void)VYX_Fini(); }, [] {}));
     }
     EXPECT_TRUE(WaitUntil([] { return TasksNamed("timer_svc").empty(); }));
 }
