@@ -27,6 +27,13 @@ using support::WaitUntil;
 
 namespace {
 
+// ThreadSanitizer takes no notice of what a thread does that was cancelled in a wait for a semaphore, its locking included.
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kFollowsCancelled = false;
+#else
+constexpr bool kFollowsCancelled = true;
+#endif
+
 bool PendingBecomes(uint32_t nCount) {
     return WaitUntil([nCount] { return VYX_TimedWaitPending_Inter() == nCount; });
 }
@@ -254,7 +261,7 @@ TEST(TimedWait, CountsAreNeitherLostNorMade) {
                     nLeft -= semaphore.Wait(VYX_INFINITE) == VYX_OK ? 1 : 0;
                 else if (nSeed < 6)
                     nLeft -= semaphore.Wait(0) == VYX_OK ? 1 : 0;
-                else if (nSeed < 11)
+                else if (nSeed < 11 || (nSeed < 13 && !kFollowsCancelled))
                     nLeft -= semaphore.Wait(static_cast<uint32_t>(random() % 3 + 1)) == VYX_OK ? 1 : 0;
                 else if (nSeed < 13)
                     (void)Cancelled([&] { bTaken = semaphore.Wait(3) == VYX_OK; }, std::this_thread::yield);
@@ -320,6 +327,8 @@ TEST(TimedWait, TheStopLeavesConditionsThatHaveGone) {
 }
 
 TEST(TimedWait, CancelledWaitersLeaveNothingBehind) {
+    if (!kFollowsCancelled)
+        GTEST_SKIP() << "the sanitizer sees races where there are none";
     const auto ready = [](uint32_t nPending) {
         return [nPending] { ASSERT_TRUE(PendingBecomes(nPending)); };
     };
