@@ -85,10 +85,6 @@ void PrintWaiting(const Mapping &mapping, const Symbols &symbols, std::ostringst
     }
 }
 
-uint32_t ForcedCount(const Replay &replay) {
-    return static_cast<uint32_t>(replay.decisions.size());
-}
-
 std::string Escaped(const std::string &text) {
     std::string escaped;
     for (const char letter : text) {
@@ -151,7 +147,7 @@ void PrintTable(const Options &options, const Search &search) {
         std::printf("== %s, first in schedule %llu, %llu times; %llu of %llu decisions are needed\n\n%s\n",
                     found.replay.fault.c_str(), static_cast<unsigned long long>(found.replay.schedule),
                     static_cast<unsigned long long>(found.times),
-                    static_cast<unsigned long long>(ForcedCount(found.replay)),
+                    static_cast<unsigned long long>(found.replay.decisions.size()),
                     static_cast<unsigned long long>(found.made), found.page.c_str());
         std::printf("replay: vyx-explore --replay %s --", found.file.c_str());
         for (const std::string &argument : options.program)
@@ -188,7 +184,7 @@ void PrintJson(const Options &options, const Search &search) {
     for (const auto &[signature, found] : search.Faults()) {
         out << separator << "{\"fault\": \"" << found.replay.fault
             << "\", \"schedule\": " << found.replay.schedule << ", \"times\": " << found.times
-            << ", \"decisions\": " << ForcedCount(found.replay) << ", \"decisions_found\": " << found.made
+            << ", \"decisions\": " << found.replay.decisions.size() << ", \"decisions_found\": " << found.made
             << ", \"points\": " << found.replay.points << ", \"text\": \""
             << Escaped(StatusText(found.outcome)) << "\", \"replay\": \"" << Escaped(found.file)
             << "\", \"page\": \"" << Escaped(found.page) << "\"}";

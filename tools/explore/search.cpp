@@ -99,7 +99,7 @@ bool Search::Run(std::string &message) {
     return m_failure.empty();
 }
 
-bool Search::Next(uint32_t, uint64_t index) const {
+bool Search::Next(uint64_t index) const {
     if (m_stop || index >= m_options.schedules)
         return false;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
@@ -118,7 +118,7 @@ void Search::Work(uint32_t number) {
     uint64_t done = 0;
     int64_t blocks = INT64_MAX;
     std::unique_lock<std::mutex> lock(m_mutex);
-    for (uint64_t index = number; good && Next(number, index); index += m_options.jobs) {
+    for (uint64_t index = number; good && Next(index); index += m_options.jobs) {
         lock.unlock();
         Order order = OrderFor(m_options, common, index, length);
         order.usual_blocks = blocks;
@@ -174,7 +174,7 @@ void Search::Keep(Worker &worker, const Order &order, const Outcome &outcome, ui
     found.replay.program = m_options.program;
     found.replay.decisions = worker.Made();
     found.made = found.replay.decisions.size();
-    Shorten(worker, m_options, found);
+    Shorten(worker, found);
     found.page = MakePage(worker, m_options, found.replay, found.outcome);
     char name[64];
     std::snprintf(name, sizeof name, "vyx-explore-%016llx.replay",

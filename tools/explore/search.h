@@ -47,7 +47,7 @@ class Search {
 
   private:
     void Work(uint32_t number);
-    bool Next(uint32_t number, uint64_t index) const;
+    bool Next(uint64_t index) const; // there is a schedule of this number to run
     void Note(Worker &worker, const Order &order, const Outcome &outcome, uint64_t index);
     void Keep(Worker &worker, const Order &order, const Outcome &outcome, uint64_t index);
     void WriteTrace(const Worker &worker, uint64_t index);

@@ -67,7 +67,7 @@ class Shortener {
 
 } // namespace
 
-void Shorten(Worker &worker, const Options &, Found &found) {
+void Shorten(Worker &worker, Found &found) {
     if (found.outcome.fault == Fault::Stuck)
         return; // each try would take as long
     Shortener shortener(worker, found);

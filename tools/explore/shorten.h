@@ -7,7 +7,7 @@ namespace explore {
 
 // Takes decisions out of a schedule as long as the same kind of fault still shows, so that as few switches as possible
 // are forced. Afterwards the replay has the shorter schedule's points and hash.
-void Shorten(Worker &worker, const Options &options, Found &found);
+void Shorten(Worker &worker, Found &found);
 
 } // namespace explore
 
