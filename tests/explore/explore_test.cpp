@@ -190,7 +190,7 @@ const Kind kKinds[] = {
 TEST(Explore, WhatCountsAsAFault) {
     const TempDir folder;
     for (const Kind &kind : kKinds) {
-        const Result result = Explore("--first --schedules 500 " + std::string(kind.options) +
+        const Result result = Explore("--first --schedules 200 " + std::string(kind.options) +
                                       " --directory " + folder.Path() + " -- " + Program(kind.program));
         SCOPED_TRACE(std::string(kind.options) + " " + kind.program + "\n" + result.text);
         EXPECT_EQ(result.status, kind.text == nullptr ? 0 : 1);

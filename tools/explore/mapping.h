@@ -212,6 +212,7 @@ struct Baton {
     std::atomic<uint32_t> moves;  // grows with every point
     std::atomic<uint32_t> go[kMaxThreads];
     std::atomic<uint8_t> parked[kMaxThreads]; // may be given the baton
+    std::atomic<int32_t> task[kMaxThreads];   // the system's number of each thread
 };
 
 struct Mapping {

@@ -1,9 +1,11 @@
 // The process: how exploration begins, the server that forks one child for each schedule, forks of the program's own,
 // and what is checked at the exit.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -25,6 +27,7 @@ int s_answers = -1;
 pid_t s_process;
 
 constexpr int64_t kGrace = kSecond / 10; // after which a thread counts as outside
+constexpr uint64_t kGraceTicks = 10;     // the same in the ticks of /proc
 constexpr int kLookMilliseconds = 50;    // how often the server looks
 
 Mapping *OpenMapping() {
@@ -84,23 +87,75 @@ void TakeBaton(uint32_t word) {
     }
 }
 
+// A thread as /proc shows it.
+struct Sight {
+    char state;     // R: it runs, or would if it were given a core; S: it sleeps
+    uint64_t ticks; // of a core that it has used
+};
+
+Sight LookAt(pid_t child, pid_t task) {
+    const Real &real = GetReal();
+    char path[64];
+    char text[512];
+    (void)snprintf(path, sizeof path, "/proc/%d/task/%d/stat", child, task);
+    const int descriptor = open(path, O_RDONLY | O_CLOEXEC);
+    const ssize_t count = descriptor < 0 ? -1 : real.read(descriptor, text, sizeof text - 1);
+    if (descriptor >= 0)
+        (void)real.close(descriptor);
+    text[count > 0 ? count : 0] = 0;
+    const char *rest = strrchr(text, ')'); // after the name, which may hold anything
+    Sight sight = {'?', 0};
+    unsigned long user = 0;
+    unsigned long system = 0;
+    if (rest != nullptr && sscanf(rest, ") %c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &sight.state,
+                                  &user, &system) == 3)
+        sight.ticks = user + system;
+    return sight;
+}
+
+// Watches the holder of the baton. It is outside when it has slept for long, or used a core for long, without a point;
+// not if it is only kept from a core by other processes.
+class Watcher {
+  public:
+    explicit Watcher(pid_t child) : m_child(child) {}
+
+    void Look() {
+        const uint32_t word = s_mapping->baton.holder.load();
+        const uint32_t number = (word >> 2) & (kMaxThreads - 1);
+        if ((word & 3) != 0 || number == 0) {
+            m_word = 0;
+            return;
+        }
+        const Sight sight = LookAt(m_child, s_mapping->baton.task[number].load());
+        const int64_t now = RealNow();
+        if (word != m_word) {
+            m_word = word;
+            m_ticks = sight.ticks;
+            m_awake = now;
+        }
+        if (sight.state != 'S')
+            m_awake = now;
+        if (now - m_awake >= kGrace || sight.ticks - m_ticks >= kGraceTicks)
+            TakeBaton(word);
+    }
+
+  private:
+    pid_t m_child;
+    uint32_t m_word = 0;  // the holder's, as it was at the last look
+    uint64_t m_ticks = 0; // when it became so
+    int64_t m_awake = 0;  // when the thread was last seen not to sleep
+};
+
 // Waits for the child that runs a schedule; its status as waitpid has it.
 int Watch(pid_t child) {
     const Real &real = GetReal();
     const auto descriptor = static_cast<int>(real.syscall(SYS_pidfd_open, child, 0));
-    uint32_t word = s_mapping->baton.holder.load();
-    int64_t since = RealNow();
+    Watcher watcher(child);
     for (;;) {
         pollfd poll = {descriptor, POLLIN, 0};
         if (descriptor < 0 || real.poll(&poll, 1, kLookMilliseconds) != 0)
             break;
-        const uint32_t now = s_mapping->baton.holder.load();
-        if (now != word) {
-            word = now;
-            since = RealNow();
-        } else if ((word & 3) == 0 && word != 0 && RealNow() - since >= kGrace) {
-            TakeBaton(word);
-        }
+        watcher.Look();
     }
     int status = 0;
     while (real.waitpid(child, &status, 0) < 0 && errno == EINTR) {

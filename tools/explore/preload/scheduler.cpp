@@ -49,7 +49,7 @@ void AwaitLeaving() {
         return;
     const Real &real = GetReal();
     const int saved = errno;
-    const int64_t limit = RealNow() + kSecond / 5;
+    const int64_t limit = RealNow() + 2 * kSecond;
     while (real.syscall(SYS_tgkill, getpid(), g.leaving, 0) == 0 && RealNow() < limit)
         real.sched_yield();
     g.leaving = 0;
@@ -452,6 +452,7 @@ Thread *FindThread(pthread_t handle) {
 
 void ThreadReady(Thread *me) {
     me->tid = static_cast<pid_t>(::syscall(SYS_gettid));
+    g.mapping->baton.task[me->number].store(me->tid);
     me->inside = true;
     t_self = me;
     Park(me);
@@ -506,6 +507,7 @@ void StartSchedule(Mapping *mapping) {
     Thread *me = NewThread();
     me->handle = pthread_self();
     me->tid = getpid();
+    mapping->baton.task[me->number].store(me->tid);
     t_self = me;
     mapping->baton.taken.store(0);
     mapping->baton.holder.store(Holder(me, kRunning, 0));
