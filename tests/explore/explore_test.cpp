@@ -174,6 +174,7 @@ const Kind kKinds[] = {
     {"--faults sem:0.3", "refused sem", "exit status: exit status 3"},
     {"--faults io:0.3", "refused io", "exit status: exit status 3"},
     {"--faults malloc,thread:0.3 --fail-on hang", "refused thread", nullptr},
+    {"--races", "ordered", nullptr},
     {"", "left block", nullptr},
     {"--fail-on leak", "left nothing", nullptr},
     {"--fail-on leak", "left block", "blocks of memory are left"},
