@@ -11,3 +11,9 @@ if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
   target_compile_options(vyx_flags INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-Wthread-safety$<SEMICOLON>-Wthread-safety-beta>)
 endif()
 target_link_libraries(vyx_flags INTERFACE Threads::Threads)
+
+# The C++ library that the compiler links.
+set(VYX_CXX_LIBRARY stdc++)
+if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+  set(VYX_CXX_LIBRARY c++)
+endif()

@@ -40,7 +40,7 @@ endfunction()
 vyx_add_consumer_test(FindPackage -DCMAKE_PREFIX_PATH=${prefix}
                       "-DCMAKE_C_FLAGS=${CMAKE_C_FLAGS}" "-DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS}"
                       "-DCMAKE_EXE_LINKER_FLAGS=${CMAKE_EXE_LINKER_FLAGS}")
-vyx_add_consumer_test(AddSubdirectory -DLIBVYX_SOURCE=${PROJECT_SOURCE_DIR})
+vyx_add_consumer_test(FetchContent -DLIBVYX_SOURCE=${PROJECT_SOURCE_DIR})
 
 get_property(tests DIRECTORY PROPERTY TESTS)
 list(FILTER tests INCLUDE REGEX "^Package")
