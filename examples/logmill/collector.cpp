@@ -54,7 +54,7 @@ int Collector::Run() {
 
 bool Collector::Open() {
     if (!m_end.Open())
-        return Fail("the system grants no threads or no pipes", "");
+        return Fail("the system grants no threads, semaphores or pipes", "");
     m_acceptable = VYX_CreateEvent(0);
     m_idle = VYX_CreateEvent(0);
     m_pool = VYX_ThreadPool_CreateFlex(0, m_options.connections, kStackBytes, kIdleTimeOut);
@@ -127,7 +127,7 @@ void Collector::AcceptOne() {
         (void)connection.release(); // now the thread's
         return;
     }
-    (void)Fail("a sender is turned away: the system grants no thread or no pipe", "");
+    (void)Fail("a sender is turned away: the system grants no thread, semaphore or pipe", "");
     ConnectionDone(connection.release());
 }
 

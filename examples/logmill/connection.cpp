@@ -145,7 +145,7 @@ void Connection::Stored(uint64_t lines) {
 
 void Connection::Answer() {
     if (m_name.empty()) {
-        VYX_OutputDebug("logmill: somebody connected who is no sender");
+        VYX_OutputDebug("logmill: a connection is closed: it is not from a sender");
         return;
     }
     const std::string answer = kAnswer + std::to_string(m_lines) + "\n";
