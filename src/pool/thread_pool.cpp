@@ -255,7 +255,7 @@ Answer OfferItem_Local(THREAD_POOL_T &pool, uint32_t nEra, WaitingCaller &caller
     if (!bWait)
         return Answer::Refused;
     caller.eAnswer.store(Answer::None);
-    caller.bAsleep = false;
+    caller.bAsleep.store(false);
     pool.waiting.Append(caller);
     return Answer::None;
 }
@@ -264,7 +264,7 @@ Answer OfferItem_Local(THREAD_POOL_T &pool, uint32_t nEra, WaitingCaller &caller
 class Sleeper {
   public:
     Sleeper(THREAD_POOL_T &pool, WaitingCaller &caller) : m_pool(pool), m_caller(caller) {
-        caller.bAsleep = true;
+        caller.bAsleep.store(true);
     }
     ~Sleeper() VYX_UNCHECKED {
         if (m_bAwake)
@@ -324,7 +324,7 @@ void VYX_LeavePool_Inter(THREAD_POOL_T &pool, uint32_t nPlace) {
 }
 
 void VYX_AnswerCaller_Inter(WaitingCaller &caller, Answer eAnswer) {
-    const bool bAsleep = caller.bAsleep;
+    const bool bAsleep = caller.bAsleep.load();
     caller.eAnswer.store(eAnswer); // a caller that is awake may be gone from here on
     if (bAsleep)
         caller.wake.Signal();

@@ -42,32 +42,36 @@ enum class Answer : uint8_t {
 
 // A caller that waits for a worker, with its item. The record is the caller's, which may free it as soon as it has
 // its answer, but not while it is asleep and the pool's lock is held.
-struct WaitingCaller {
+class WaitingCaller {
+  public:
     WaitingCaller(VYX_THREAD_PROC fnItem, void *pItemParam) : fWork(fnItem), pParam(pItemParam) {}
     const VYX_THREAD_PROC fWork;
     void *const pParam;
     std::atomic<Answer> eAnswer{Answer::None};
-    bool bAsleep = false;
+    std::atomic<bool> bAsleep{false}; // changes under the pool's lock
     Condition wake;
-    WaitingCaller *pNext = nullptr;
+
+  private:
+    friend class WaitingCallers;
+    WaitingCaller *m_pNext = nullptr;
 };
 
 // The callers that wait, the first to come at the front.
 class WaitingCallers {
   public:
     void Append(WaitingCaller &caller) {
-        (m_pLast == nullptr ? m_pFirst : m_pLast->pNext) = &caller;
+        (m_pLast == nullptr ? m_pFirst : m_pLast->m_pNext) = &caller;
         m_pLast = &caller;
         ++m_nCount;
     }
     void Remove(WaitingCaller &caller) {
         WaitingCaller *pBefore = nullptr;
-        for (WaitingCaller *pOther = m_pFirst; pOther != &caller; pOther = pOther->pNext)
+        for (WaitingCaller *pOther = m_pFirst; pOther != &caller; pOther = pOther->m_pNext)
             pBefore = pOther;
-        (pBefore == nullptr ? m_pFirst : pBefore->pNext) = caller.pNext;
+        (pBefore == nullptr ? m_pFirst : pBefore->m_pNext) = caller.m_pNext;
         if (m_pLast == &caller)
             m_pLast = pBefore;
-        caller.pNext = nullptr;
+        caller.m_pNext = nullptr;
         --m_nCount;
     }
     // Result: the one at the front, which is to be answered now; null if there is none.
@@ -77,7 +81,12 @@ class WaitingCallers {
             Remove(*pFirst);
         return pFirst;
     }
-    [[nodiscard]] const WaitingCaller *First() const { return m_pFirst; }
+    [[nodiscard]] uint32_t CountAsleep() const {
+        uint32_t nAsleep = 0;
+        for (const WaitingCaller *pCaller = m_pFirst; pCaller != nullptr; pCaller = pCaller->m_pNext)
+            nAsleep += pCaller->bAsleep.load() ? 1U : 0U;
+        return nAsleep;
+    }
 
   private:
     WaitingCaller *m_pFirst = nullptr;

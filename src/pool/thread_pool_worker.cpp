@@ -58,7 +58,8 @@ class Worker {
             const LockGuard guard(m_pInfo->pThreadPool->hLock);
             Leave_Local(*m_pInfo->pThreadPool, *m_pInfo);
         }
-        t_pOwnRecord = nullptr;
+        t_pOwnRecord =
+            nullptr; // the thread's own destructors may still destroy pools, and other records come here
         (void)VYX_SemDestroy(&m_pInfo->hSem);
         delete m_pInfo;
     }
@@ -92,10 +93,7 @@ Step AwaitPost_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
     const bool bPosted = TryBriefly([&info] { return VYX_SemTimedWait(&info.hSem, 0) == VYX_OK; });
     if (!bPosted && !Sleep_Local(info) && Retire_Local(pool, info))
         return Step::End;
-    if (info.fWork != nullptr)
-        return Step::Run;
-    const LockGuard guard(pool.hLock);
-    return Belongs_Local(pool, info) ? Step::Wait : Step::End;
+    return info.fWork != nullptr ? Step::Run : Step::End;
 }
 
 // Runs the item, and takes the next from a caller that waits. Without one the worker is idle.

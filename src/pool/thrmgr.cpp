@@ -29,8 +29,8 @@ using vyx_inter::Rank;
 using vyx_inter::TryBriefly;
 using vyx_inter::Uncancelled;
 
-static Lock s_hFlexLock{Rank::FlexRegistry};
-static thrmgr_pool_t *s_pFlexPools VYX_GUARDED_BY(s_hFlexLock) = nullptr; // all, by their numbers
+Lock g_hFlexLock{Rank::FlexRegistry};
+static thrmgr_pool_t *s_pFlexPools VYX_GUARDED_BY(g_hFlexLock) = nullptr; // all, by their numbers
 
 struct thrmgr_queue_t::Block {
     static constexpr uint32_t kItems = 254;
@@ -93,7 +93,7 @@ uint32_t StackSize_Local(int nStackSize) {
 
 // Puts the pool into the list of all, and gives it its number.
 void Enlist_Local(thrmgr_pool_t &pool) {
-    const LockGuard guard(s_hFlexLock);
+    const LockGuard guard(g_hFlexLock);
     thrmgr_pool_t **ppLink = &s_pFlexPools;
     for (; *ppLink != nullptr && (*ppLink)->nNumber == pool.nNumber; ppLink = &(*ppLink)->pNext)
         ++pool.nNumber;
@@ -102,14 +102,14 @@ void Enlist_Local(thrmgr_pool_t &pool) {
 }
 
 void Delist_Local(const thrmgr_pool_t &pool) {
-    const LockGuard guard(s_hFlexLock);
+    const LockGuard guard(g_hFlexLock);
     thrmgr_pool_t **ppLink = &s_pFlexPools;
     while (*ppLink != &pool)
         ppLink = &(*ppLink)->pNext;
     *ppLink = pool.pNext;
 }
 
-ForkHold s_forkHold(s_hFlexLock);
+ForkHold s_forkHold(g_hFlexLock);
 
 // The three steps of a fork. While the list's lock is not to be had nothing is known of the pools.
 void BeforeFork_Local() VYX_UNCHECKED {

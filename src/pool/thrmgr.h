@@ -40,6 +40,8 @@ enum class FlexState : uint8_t {
     Abandoned, // made by the parent of a forked process: there are no workers, and no items are accepted
 };
 
+extern vyx_inter::Lock g_hFlexLock; // of the list of all pools
+
 struct thrmgr_pool_t {
     vyx_inter::Lock hLock{vyx_inter::Rank::FlexPool};
     FlexState eState VYX_GUARDED_BY(hLock) = FlexState::Running;
@@ -65,7 +67,7 @@ struct thrmgr_pool_t {
     VYX_THRMGR_PROC fnHandler = nullptr;
 
     vyx_inter::ForkHold forkHold{hLock};
-    thrmgr_pool_t *pNext = nullptr; // in the list of all pools, whose lock guards it
+    thrmgr_pool_t *pNext VYX_GUARDED_BY(g_hFlexLock) = nullptr;
 };
 
 // A worker's body; pPool is its pool. The thread is detached.

@@ -147,8 +147,11 @@ TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     EXPECT_TRUE(support::WaitUntil([] { return g_nNames == 2; }))
         << "the semaphores of those that have retired";
     // A place among the first two loses its worker; the next one to start takes it, and stays.
-    const VYX_THREAD_PROC fnExit = [](void *) -> void * { VYX_Thread_Exit(); };
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnExit, nullptr), 0);
+    const VYX_THREAD_PROC fnCancel = [](void *) -> void * {
+        EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
+        return nullptr;
+    };
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnCancel, nullptr), 0);
     ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
     Gate three;
     for (int i = 0; i < 3; ++i)
@@ -186,10 +189,7 @@ class WaitingInside : public FixedPoolInside {
     }
     int CountAsleep() {
         const LockGuard guard(m_hPool->hLock);
-        int nAsleep = 0;
-        for (const auto *pCaller = m_hPool->waiting.First(); pCaller != nullptr; pCaller = pCaller->pNext)
-            nAsleep += pCaller->bAsleep ? 1 : 0;
-        return nAsleep;
+        return static_cast<int>(m_hPool->waiting.CountAsleep());
     }
     int CountOf(int iResult) {
         return static_cast<int>(std::count_if(m_waiters + 1, m_waiters + 4,
@@ -417,6 +417,14 @@ TEST_F(FlexPoolInside, IdlePoolSleeps) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
     EXPECT_TRUE(gate.WaitLeft(2));
     EXPECT_EQ(Alive(pPool), 1U);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
+}
+
+TEST_F(FlexPoolInside, CancelledHandlerTakesItsWorkerOut) {
+    auto *pPool = static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(
+        1, -1, [](void *) { EXPECT_EQ(pthread_cancel(pthread_self()), 0); }, 0));
+    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, nullptr), 0);
+    EXPECT_TRUE(support::WaitUntil([&] { return Alive(pPool) == 0; })) << "once the handler has returned";
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
 }
 
