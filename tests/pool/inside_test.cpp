@@ -3,6 +3,8 @@
 #include <csignal>
 #include <fcntl.h>
 #include <semaphore.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "pool/pool_support.h"
 #include "pool/thread_pool_inter.h"
@@ -20,6 +22,7 @@ namespace {
 std::atomic<int> g_nSemaphoresLeft{-1};
 std::atomic<int> g_nThreadsLeft{-1};
 std::atomic<int> g_nNames{0}; // semaphore names in use by this process
+const pid_t g_iTest = getpid();
 
 // What is done, on another thread, just before this thread locks a mutex the next time.
 thread_local std::function<void()> t_fnBeforeLock;
@@ -57,6 +60,8 @@ sem_t *__wrap_sem_open(const char *szName, int iFlags, mode_t nMode, unsigned in
 }
 
 int __wrap_sem_unlink(const char *szName) {
+    if (getpid() != g_iTest)
+        _exit(1); // a forked child takes a name of its parent's
     const int iResult = __real_sem_unlink(szName);
     if (iResult == 0)
         --g_nNames;
@@ -309,6 +314,21 @@ TEST_F(FixedPoolInside, NoSemaphoreOrNoThreadToBeHad) {
         EXPECT_EQ(VYX_ThreadPool_Destroy(hRunning), 0);
         EXPECT_EQ(gate.nLeft, 4);
     }
+}
+
+// In the child the worker ends with its item, and the process with its last thread.
+TEST_F(FixedPoolInside, ForkedWorkerLeavesItsSemaphoreToTheParent) {
+    const VYX_THREAD_PROC fnFork = [](void *pChild) -> void * {
+        *static_cast<std::atomic<pid_t> *>(pChild) = fork();
+        return nullptr;
+    };
+    std::atomic<pid_t> iChild{-1};
+    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 1);
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnFork, &iChild), 0);
+    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
+    int iStatus = -1;
+    EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+    EXPECT_EQ(iStatus, 0);
 }
 
 TEST_F(FixedPoolInside, NullRecord) {
