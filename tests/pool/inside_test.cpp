@@ -1,6 +1,5 @@
 // The pools from inside: who is idle, who waits, and what happens when the system refuses semaphores or threads.
 #include <cerrno>
-#include <csignal>
 #include <fcntl.h>
 #include <semaphore.h>
 #include <sys/wait.h>
@@ -152,11 +151,8 @@ TEST_F(FixedPoolInside, PlaceDecidesWhoRetires) {
     EXPECT_TRUE(support::WaitUntil([] { return g_nNames == 2; }))
         << "the semaphores of those that have retired";
     // A place among the first two loses its worker; the next one to start takes it, and stays.
-    const VYX_THREAD_PROC fnCancel = [](void *) -> void * {
-        EXPECT_EQ(pthread_cancel(pthread_self()), 0); // takes effect once this has returned
-        return nullptr;
-    };
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, fnCancel, nullptr), 0);
+    gate.bCancel = true;
+    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
     ASSERT_TRUE(WaitPlaces(hPool, "-i--"));
     Gate three;
     for (int i = 0; i < 3; ++i)
@@ -395,12 +391,19 @@ TEST_F(FlexPoolInside, DoesNotGrowAgainAfterItShrank) {
               99.0)
         << "the idle time-out, to one tick";
     Gate gate;
-    for (int i = 0; i < 5; ++i)
+    Grow(pPool, gate, 1);
+    for (int i = 0; i < 4; ++i)
         EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
-    ASSERT_TRUE(gate.WaitEntered(1));
     EXPECT_EQ(Alive(pPool), 1U) << "the one worker does all";
     gate.bOpen = true;
     EXPECT_TRUE(gate.WaitLeft(5));
+    Gate last;
+    last.bCancel = last.bOpen = true;
+    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &last), 0);
+    EXPECT_TRUE(support::WaitUntil([&] { return Alive(pPool) == 0; }))
+        << "it ends once the handler has returned";
+    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
+    EXPECT_TRUE(gate.WaitLeft(6)) << "by a new one";
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
 }
 
@@ -427,27 +430,6 @@ TEST_F(FlexPoolInside, LastWorkerStays) {
     }));
 }
 
-// Its one idle worker sleeps without a limit, and starts no other.
-TEST_F(FlexPoolInside, IdlePoolSleeps) {
-    thrmgr_pool_t *pPool = Create(0);
-    Gate gate;
-    gate.bOpen = true;
-    Grow(pPool, gate, 1);
-    ASSERT_TRUE(support::WaitUntil([&] { return Asleep(pPool) == 1; }));
-    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, &gate), 0);
-    EXPECT_TRUE(gate.WaitLeft(2));
-    EXPECT_EQ(Alive(pPool), 1U);
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
-}
-
-TEST_F(FlexPoolInside, CancelledHandlerTakesItsWorkerOut) {
-    auto *pPool = static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(
-        1, -1, [](void *) { EXPECT_EQ(pthread_cancel(pthread_self()), 0); }, 0));
-    EXPECT_EQ(VYX_ThreadPoolFlex_Work(pPool, nullptr), 0);
-    EXPECT_TRUE(support::WaitUntil([&] { return Alive(pPool) == 0; })) << "once the handler has returned";
-    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
-}
-
 TEST_F(FlexPoolInside, ItemWithoutWorkerIsRunByTheNextOne) {
     thrmgr_pool_t *pPool = Create(-1);
     Gate first;
@@ -467,49 +449,6 @@ TEST_F(FlexPoolInside, ItemWithoutWorkerIsRunByTheNextOne) {
     first.bOpen = true;
     EXPECT_TRUE(second.WaitLeft(2));
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
-}
-
-TEST_F(FlexPoolInside, SignalsNeitherRetireAWorkerNorEndTheWaitOfDestroy) {
-    static std::atomic<int> s_nSignals{0};
-    static std::atomic<pthread_t> s_worker;
-    struct sigaction action = {}; // without SA_RESTART
-    action.sa_handler = [](int) { ++s_nSignals; };
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-    auto fnSignal = [](pthread_t thread) {
-        for (int i = 0; i < 20; ++i) {
-            const int nBefore = s_nSignals;
-            ASSERT_EQ(pthread_kill(thread, SIGUSR1), 0);
-            ASSERT_TRUE(support::WaitUntil([&] { return s_nSignals > nBefore; }));
-        }
-    };
-    thrmgr_pool_t *pPool = static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(
-        2, -1,
-        [](void *pGate) {
-            s_worker = pthread_self();
-            Gate::Handler(pGate);
-        },
-        0));
-    Gate gate;
-    Grow(pPool, gate, 2);
-    gate.bOpen = true;
-    ASSERT_TRUE(support::WaitUntil([&] { return Asleep(pPool) == 2; }));
-    fnSignal(s_worker);
-    EXPECT_EQ(Alive(pPool), 2U) << "never retires: the time-out has no limit";
-
-    Gate last;
-    Grow(pPool, last, 1);
-    std::atomic<bool> bDestroyed{false};
-    std::thread destroyer([&] {
-        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pPool), 0);
-        bDestroyed = true;
-    });
-    EXPECT_TRUE(support::WaitUntil(
-        [&] { return Look(pPool, [](auto &pool) { return pool.eState == FlexState::Destroying; }); }));
-    fnSignal(destroyer.native_handle());
-    EXPECT_FALSE(bDestroyed) << "a handler is in progress";
-    last.bOpen = true;
-    destroyer.join();
-    EXPECT_EQ(last.nLeft, 1);
 }
 
 } // namespace

