@@ -21,7 +21,7 @@ int RunReplay(Options &options) {
     Replay replay;
     std::string message;
     if (!ReadReplay(options.replay, replay, message)) {
-        std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
+        (void)std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
         return 2;
     }
     Worker worker(options);
@@ -30,12 +30,12 @@ int RunReplay(Options &options) {
         return 2;
     }
     if (!worker.Start(message)) {
-        std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
+        (void)std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
         return 2;
     }
     Outcome outcome;
     const std::string page = MakePage(worker, options, replay, outcome);
-    std::fputs(page.c_str(), stdout);
+    (void)std::fputs(page.c_str(), stdout);
     uint64_t same = outcome.hash == replay.hash ? 1 : 0;
     for (uint64_t i = 1; i < options.schedules; i++) {
         Outcome again;
@@ -43,8 +43,8 @@ int RunReplay(Options &options) {
             return 2;
         same += again.hash == replay.hash && again.fault == outcome.fault ? 1 : 0;
     }
-    std::printf("replayed as recorded: %llu of %llu times\n", static_cast<unsigned long long>(same),
-                static_cast<unsigned long long>(options.schedules));
+    (void)std::printf("replayed as recorded: %llu of %llu times\n", static_cast<unsigned long long>(same),
+                      static_cast<unsigned long long>(options.schedules));
     return Counts(options, outcome) == Fault::None ? 0 : 1;
 }
 
@@ -55,14 +55,14 @@ int main(int count, char **arguments) {
     std::string message;
     bool help = false;
     if (!ReadOptions(count, arguments, options, message, help)) {
-        std::fprintf(help ? stdout : stderr, help ? "%s" : "vyx-explore: %s\n", message.c_str());
+        (void)std::fprintf(help ? stdout : stderr, help ? "%s" : "vyx-explore: %s\n", message.c_str());
         return help ? 0 : 2;
     }
     if (!options.replay.empty())
         return RunReplay(options);
     Search search(options);
     if (!search.Run(message)) {
-        std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
+        (void)std::fprintf(stderr, "vyx-explore: %s\n", message.c_str());
         return 2;
     }
     if (options.json)

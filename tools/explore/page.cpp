@@ -92,7 +92,7 @@ std::string Escaped(const std::string &text) {
         if (letter == '"' || letter == '\\')
             escaped += std::string("\\") + letter;
         else if (static_cast<unsigned char>(letter) < 0x20) {
-            std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(letter));
+            (void)std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(letter));
             escaped += code;
         } else
             escaped += letter;
@@ -144,31 +144,34 @@ std::string MakePage(Worker &worker, const Options &options, const Replay &repla
 void PrintTable(const Options &options, const Search &search) {
     const Totals &sum = search.Sum();
     for (const auto &[signature, found] : search.Faults()) {
-        std::printf("== %s, first in schedule %llu, %llu times; %llu of %llu decisions are needed\n\n%s\n",
-                    found.replay.fault.c_str(), static_cast<unsigned long long>(found.replay.schedule),
-                    static_cast<unsigned long long>(found.times),
-                    static_cast<unsigned long long>(found.replay.decisions.size()),
-                    static_cast<unsigned long long>(found.made), found.page.c_str());
-        std::printf("replay: vyx-explore --replay %s --", found.file.c_str());
+        (void)std::printf(
+            "== %s, first in schedule %llu, %llu times; %llu of %llu decisions are needed\n\n%s\n",
+            found.replay.fault.c_str(), static_cast<unsigned long long>(found.replay.schedule),
+            static_cast<unsigned long long>(found.times),
+            static_cast<unsigned long long>(found.replay.decisions.size()),
+            static_cast<unsigned long long>(found.made), found.page.c_str());
+        (void)std::printf("replay: vyx-explore --replay %s --", found.file.c_str());
         for (const std::string &argument : options.program)
-            std::printf(" %s", argument.c_str());
-        std::printf("\n\n");
+            (void)std::printf(" %s", argument.c_str());
+        (void)std::printf("\n\n");
     }
     const auto schedules = static_cast<double>(sum.schedules);
-    std::printf("schedules  %llu (%s%llu distinct) in %.1f s, %.0f a second; seed %llu, strategy %s\n",
-                static_cast<unsigned long long>(sum.schedules), search.DistinctFull() ? "at least " : "",
-                static_cast<unsigned long long>(search.DistinctCount()), sum.seconds, schedules / sum.seconds,
-                static_cast<unsigned long long>(options.seed), StrategyText(options).c_str());
-    std::printf("points     %.1f a schedule, at most %llu; %.0f a second\n",
-                sum.schedules > 0 ? static_cast<double>(sum.points) / schedules : 0,
-                static_cast<unsigned long long>(sum.most_points),
-                static_cast<double>(sum.points) / sum.seconds);
-    std::printf("threads    at most %u\n", sum.threads);
+    (void)std::printf(
+        "schedules  %llu (%s%llu distinct) in %.1f s, %.0f a second; seed %llu, strategy %s\n",
+        static_cast<unsigned long long>(sum.schedules), search.DistinctFull() ? "at least " : "",
+        static_cast<unsigned long long>(search.DistinctCount()), sum.seconds, schedules / sum.seconds,
+        static_cast<unsigned long long>(options.seed), StrategyText(options).c_str());
+    (void)std::printf("points     %.1f a schedule, at most %llu; %.0f a second\n",
+                      sum.schedules > 0 ? static_cast<double>(sum.points) / schedules : 0,
+                      static_cast<unsigned long long>(sum.most_points),
+                      static_cast<double>(sum.points) / sum.seconds);
+    (void)std::printf("threads    at most %u\n", sum.threads);
     if (sum.outside > 0)
-        std::printf("outside    %llu schedules waited for something unknown; they may not be repeatable\n",
-                    static_cast<unsigned long long>(sum.outside));
-    std::printf("found      %zu faults, in %llu schedules\n", search.Faults().size(),
-                static_cast<unsigned long long>(sum.failed));
+        (void)std::printf(
+            "outside    %llu schedules waited for something unknown; they may not be repeatable\n",
+            static_cast<unsigned long long>(sum.outside));
+    (void)std::printf("found      %zu faults, in %llu schedules\n", search.Faults().size(),
+                      static_cast<unsigned long long>(sum.failed));
 }
 
 void PrintJson(const Options &options, const Search &search) {
@@ -191,7 +194,7 @@ void PrintJson(const Options &options, const Search &search) {
         separator = ", ";
     }
     out << "]}\n";
-    std::fputs(out.str().c_str(), stdout);
+    (void)std::fputs(out.str().c_str(), stdout);
 }
 
 } // namespace explore

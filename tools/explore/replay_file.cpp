@@ -90,7 +90,9 @@ bool ReadReplay(const std::string &path, Replay &replay, std::string &message) {
         if (word == "end")
             return true;
         if (!ReadLine(word, rest, replay)) {
-            message = path + ":" + std::to_string(number) + ": not understood: " + line;
+            message = path;
+            message += ":" + std::to_string(number) + ": not understood: ";
+            message += line;
             return false;
         }
     }

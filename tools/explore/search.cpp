@@ -177,8 +177,8 @@ void Search::Keep(Worker &worker, const Order &order, const Outcome &outcome, ui
     Shorten(worker, found);
     found.page = MakePage(worker, m_options, found.replay, found.outcome);
     char name[64];
-    std::snprintf(name, sizeof name, "vyx-explore-%016llx.replay",
-                  static_cast<unsigned long long>(outcome.signature));
+    (void)std::snprintf(name, sizeof name, "vyx-explore-%016llx.replay",
+                        static_cast<unsigned long long>(outcome.signature));
     found.file = m_options.directory + "/" + name;
     if (!WriteReplay(found.file, found.replay))
         m_failure = found.file + ": cannot be written";

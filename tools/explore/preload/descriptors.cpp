@@ -30,12 +30,11 @@ Type TypeOf(int descriptor) {
     if (fstat(descriptor, &information) != 0)
         return Type::Plain;
     errno = saved;
-    if (S_ISFIFO(information.st_mode) || S_ISSOCK(information.st_mode) || (information.st_mode & S_IFMT) == 0)
-        type = Type::Foreign;
-    else if (S_ISCHR(information.st_mode) && isatty(descriptor) != 0)
-        type = Type::Foreign;
-    else
-        type = Type::Plain;
+    const bool terminal = S_ISCHR(information.st_mode) && isatty(descriptor) != 0;
+    const bool anonymous = (information.st_mode & S_IFMT) == 0; // a counter, an epoll set and the like
+    type = terminal || anonymous || S_ISFIFO(information.st_mode) || S_ISSOCK(information.st_mode)
+               ? Type::Foreign
+               : Type::Plain;
     errno = saved;
     return type;
 }

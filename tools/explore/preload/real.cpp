@@ -1,5 +1,7 @@
 #include "real.h"
 
+#include <cstddef>
+#include <cstring>
 #include <dlfcn.h>
 
 namespace explore {
@@ -8,20 +10,24 @@ namespace {
 Real s_real;
 bool s_found; // set by the first call, before the process has a second thread
 
-template <class T>
-void Find(T &function, const char *name) {
-    function = reinterpret_cast<T>(dlsym(RTLD_NEXT, name)); // NOLINT: what dlsym is for
-}
+const char *const kNames[] = {
+#define EXPLORE_NAME(name) #name,
+    EXPLORE_REAL(EXPLORE_NAME)
+#undef EXPLORE_NAME
+};
+constexpr size_t kCount = sizeof kNames / sizeof *kNames;
+static_assert(sizeof s_real == kCount * sizeof(void *), "one pointer for each name, in the same order");
 
 } // namespace
 
 const Real &GetReal() {
-    if (!__builtin_expect(s_found, true)) {
-#define EXPLORE_FIND(name) Find(s_real.name, #name);
-        EXPLORE_REAL(EXPLORE_FIND)
-#undef EXPLORE_FIND
-        s_found = true;
-    }
+    if (__builtin_expect(s_found, true))
+        return s_real;
+    void *functions[kCount];
+    for (size_t i = 0; i < kCount; i++)
+        functions[i] = dlsym(RTLD_NEXT, kNames[i]);
+    memcpy(&s_real, functions, sizeof s_real);
+    s_found = true;
     return s_real;
 }
 
