@@ -221,7 +221,7 @@ VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut) VYX_UN
     pthread_cleanup_push(Leave_Local, &wait);
     eEnd = Await_Local(wait);
     pthread_cleanup_pop(1);
-    return eEnd;
+    return eEnd; // NOLINT(clang-analyzer-core.StackAddressEscape): the handler has taken it out
 }
 
 int32_t SemTimedWait(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
