@@ -12,7 +12,7 @@ int32_t VYX_GetCurExePath(char *szBuf, uint32_t nSize) {
         errno = EINVAL;
         return VYX_ERROR;
     }
-    char szRaw[kLongest] = {};
+    char szRaw[kLongest];
     if (VYX_ExecutablePath_Inter(szRaw, sizeof szRaw) != VYX_OK)
         return VYX_ERROR;
     const std::unique_ptr<char, void (*)(void *)> szResolved(realpath(szRaw, nullptr), std::free);

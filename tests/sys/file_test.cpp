@@ -1,7 +1,10 @@
 // Files: translation of flags and permissions, the calls on one file, and copying.
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,6 +20,9 @@
 // is said to be one hole.
 enum Call : uint8_t { Kernel, Read, Write, Truncate, LastByte, Holes };
 static const char *s_szFaults = "......";
+static std::optional<size_t>
+    s_nLink; // the length of the program's path, which may hold links; SIZE_MAX: it cannot be read
+static std::optional<size_t> s_nPath; // the same of its path without links
 static const char *s_szCut = nullptr; // the file that is cut to 100 bytes when the next call comes
 
 template <class Function>
@@ -61,6 +67,21 @@ ssize_t pwrite(int iFd, const void *pBuf, size_t nLength, off_t iOffset) {
 int ftruncate(int iFd, off_t iLength) noexcept {
     const auto fnReal = Real(ftruncate, "ftruncate64");
     return static_cast<int>(Faulty(Truncate, 0, [=](size_t) { return fnReal(iFd, iLength); }));
+}
+ssize_t readlink(const char *szPath, char *szOut, size_t nSize) noexcept {
+    if (!s_nLink)
+        return Real(readlink, "readlink")(szPath, szOut, nSize);
+    errno = EACCES;
+    std::memset(szOut, 'n', std::min(*s_nLink + 1, nSize));
+    return *s_nLink == SIZE_MAX ? -1 : static_cast<ssize_t>(std::min(*s_nLink, nSize));
+}
+char *realpath(const char *szPath, char *szOut) noexcept {
+    if (!s_nPath)
+        return Real(realpath, "realpath")(szPath, szOut);
+    errno = ENOENT;
+    return std::strlen(szPath) != *s_nLink || *s_nPath == SIZE_MAX
+               ? nullptr
+               : strdup(std::string(*s_nPath, 'n').c_str());
 }
 ssize_t write(int iFd, const void *pBuf, size_t nLength) {
     const auto fnReal = Real(write, "write");
@@ -109,6 +130,7 @@ TEST(File, PermissionsUnderAMaskAndSizesAboveFourGiB) {
     EXPECT_EQ(VYX_AccessFile(path.c_str(), F_OK), VYX_ERROR) << "nothing was made";
     EXPECT_EQ(VYX_CloseFile(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, 0xFFFF0777)), VYX_OK);
     EXPECT_EQ(ModeOf(path), 0750U);
+    EXPECT_EQ(VYX_AccessFile(path.c_str(), W_OK), VYX_OK);
     EXPECT_EQ(VYX_OpenFile(path.c_str(), kNew | VYX_OPEN_EXCL, 0x0777), VYX_INVALID_FILE);
     EXPECT_EQ(errno, EEXIST);
     const int64_t iFar = (int64_t{5} << 30) + 7;
@@ -292,8 +314,27 @@ TEST(ExePath, RoomForThePathAndItsZero) {
     EXPECT_EQ(szPath[0], '?');
     EXPECT_EQ(VYX_GetCurExePath(szPath, static_cast<uint32_t>(path.size()) + 1), VYX_OK);
     EXPECT_EQ(szPath, path);
+    errno = 0;
     EXPECT_EQ(VYX_GetCurExePath(nullptr, 1024), VYX_ERROR);
     EXPECT_EQ(errno, EINVAL);
+    const struct {
+        size_t nLink, nPath;
+        int iError; // 0: there is a path
+    } kTable[] = {{1023, 1023, 0},
+                  {1, 1, 0},
+                  {1023, 1024, ENAMETOOLONG},
+                  {1024, 1, ENAMETOOLONG},
+                  {5, SIZE_MAX, ENOENT},
+                  {SIZE_MAX, 1, EACCES}};
+    for (const auto &row : kTable) {
+        s_nLink = row.nLink;
+        s_nPath = row.nPath;
+        const int32_t iResult = VYX_GetCurExePath(szPath, sizeof szPath);
+        EXPECT_EQ(iResult, row.iError == 0 ? VYX_OK : VYX_ERROR) << row.nLink << ' ' << row.nPath;
+        EXPECT_TRUE(iResult == VYX_OK ? std::strlen(szPath) == row.nPath : errno == row.iError) << errno;
+    }
+    s_nLink.reset();
+    s_nPath.reset();
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include <ctime>
 #include <random>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <vyx/time.h>
@@ -160,6 +162,30 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
         EXPECT_EQ(VYX_TimeFromExpTimeGMT(&fields, &back), VYX_OK);
         EXPECT_EQ(back, (row.iSeconds + row.iSaving) * kSecond + 7);
     }
+}
+
+// Each thread goes back and forth between two seconds, so that it remembers neither.
+TEST(LocalTime, ExactWhileOthersConvert) {
+    const Zone zone(support::kBerlin);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([i] {
+            for (int k = 0; k < 2000; ++k) {
+                const int64_t iHour = (i + k % 2) % 24;
+                VYX_TIME_EXP_T local, utc;
+                char szText[25] = "", szZone[8] = "";
+                uint32_t nLength = 0;
+                ASSERT_EQ(VYX_ExpTimeFromTimeLocal(iHour * 3600 * kSecond, &local), VYX_OK);
+                ASSERT_EQ(VYX_ExpTimeFromTimeGMT(iHour * 3600 * kSecond, &utc), VYX_OK);
+                ASSERT_TRUE(local.tm_hour == iHour + 1 && local.tm_gmtoff == 3600 && utc.tm_hour == iHour);
+                ASSERT_EQ(VYX_CTime(szText, iHour * 3600 * kSecond), VYX_OK);
+                ASSERT_EQ(std::string(szText, 14), "Thu Jan 01 0" + std::to_string(iHour + 1) + ":");
+                ASSERT_EQ(VYX_StrFmtTime(szZone, &nLength, sizeof szZone, "%Z", &local), VYX_OK);
+                ASSERT_STREQ(szZone, "CET");
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 TEST(CTime, FixedText) {
