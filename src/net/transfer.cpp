@@ -1,7 +1,9 @@
 // Connecting, accepting, sending and receiving within a time.
 //
 // VYX_Sendn and VYX_Recvn try to transfer before they wait: mostly there is room to send, and often the data are there
-// already. Readiness is only a hint: another thread may be quicker, or the data may turn out damaged. Calls with a limit
+// already. Only a thread that has just sent on the socket waits for the answer first, which takes a while to come.
+//
+// Readiness is only a hint: another thread may be quicker, or the data may turn out damaged. Calls with a limit
 // therefore never block in the transfer itself. What a transfer answers decides, also where the wait was ended by
 // something else than readiness; where there was nothing to do, the wait goes on.
 #include <cerrno>
@@ -17,12 +19,19 @@ namespace {
 using vyx_inter::ErrnoKeeper;
 using vyx_inter::PollLimit;
 
+// Where this thread has sent last, until it receives there.
+thread_local VYX_SOCK_T t_hAsked = VYX_INVALID_SOCKET;
+
 struct Sending {
     using Bytes = const char *;
     static constexpr short kEvent = POLLOUT;
     static constexpr bool kEndsWithThePoll = false; // a failed poll ends the call
     static ssize_t Once(VYX_SOCK_T hSocket, Bytes pBytes, size_t nLen, bool bMayBlock) {
         return bMayBlock ? send(hSocket, pBytes, nLen, 0) : VYX_SendNow_Inter(hSocket, pBytes, nLen);
+    }
+    static bool IsWorthATry(VYX_SOCK_T hSocket) {
+        t_hAsked = hSocket;
+        return true;
     }
 };
 
@@ -32,6 +41,12 @@ struct Receiving {
     static constexpr bool kEndsWithThePoll = true;
     static ssize_t Once(VYX_SOCK_T hSocket, Bytes pBytes, size_t nLen, bool bMayBlock) {
         return recv(hSocket, pBytes, nLen, bMayBlock ? 0 : MSG_DONTWAIT);
+    }
+    static bool IsWorthATry(VYX_SOCK_T hSocket) {
+        if (t_hAsked != hSocket)
+            return true;
+        t_hAsked = VYX_INVALID_SOCKET;
+        return false;
     }
 };
 
@@ -92,7 +107,8 @@ class Transfer {
     // The transfer before any wait. What is no socket is left to the wait, which passes over VYX_INVALID_SOCKET; and so
     // are no bytes at all, of which the platforms think differently.
     Outcome First() {
-        if (m_iLen == 0)
+        const bool bMayBlock = m_nTimeOut == VYX_INFINITE;
+        if (m_iLen == 0 || (!Direction::IsWorthATry(m_hSocket) && !bMayBlock))
             return Outcome::Nothing;
         const Outcome eOutcome = Once();
         const bool bNoSocket = eOutcome == Outcome::Failed && (errno == EBADF || errno == ENOTSOCK);

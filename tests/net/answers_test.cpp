@@ -19,6 +19,7 @@ constexpr bool kSendsLookAtFlags = true;
 constexpr int32_t kSize = 8;               // of what is to be transferred
 constexpr uint32_t kInterruptedAfter = 30; // milliseconds
 constexpr VYX_SOCK_T kSocket = 1000;       // nothing ever reaches a real one
+constexpr VYX_SOCK_T kSends = 1002;        // another
 constexpr int kBlocking = O_RDWR;          // the socket's mode
 
 // What a transfer answers: bytes, or an error number negated.
@@ -195,7 +196,7 @@ TEST(Answers, PollExCountsTheTimeAcrossInterruptions) {
 }
 
 int32_t Sendn(uint32_t nTimeOut) {
-    return VYX_Sendn(kSocket, "12345678", kSize, nTimeOut);
+    return VYX_Sendn(kSends, "12345678", kSize, nTimeOut);
 }
 int32_t Recvn(uint32_t nTimeOut) {
     char szBytes[kSize];
@@ -271,12 +272,19 @@ TEST(Answers, TransfersEndWithTheirTimeOrTheirPeer) {
     }
 }
 
-// There is nobody who waits, or data come in one piece: nothing is asked beforehand.
 TEST(Answers, TransfersAskOnlyWhenTheyMustWait) {
+    const auto answer = [] {
+        char szBytes[kSize];
+        return VYX_Recvn(kSends, szBytes, kSize, 100);
+    };
     (void)Ask({POLLOUT, kSize, 0}, [] { return Sendn(100); });
     EXPECT_EQ(s_platform.iPolls, 0);
     (void)Ask({POLLRDNORM, kSize, 0}, [] { return Recvn(100); });
     EXPECT_EQ(s_platform.iPolls, 0);
+    EXPECT_EQ(Ask({POLLRDNORM, kSize, 0}, answer).first, kSize);
+    EXPECT_TRUE(s_platform.iPolls == 1 && s_platform.iTransfers == 1) << "an answer takes a while";
+    EXPECT_EQ(Ask({POLLRDNORM, kSize, 0}, answer).first, kSize);
+    EXPECT_EQ(s_platform.iPolls, 0) << "what follows it is there";
     // No bytes at all, and even fewer.
     EXPECT_EQ(Ask({0, 0, 0}, [] { return VYX_Sendn(kSocket, nullptr, 0, 100); }), std::make_pair(0, 100U));
     EXPECT_EQ(Ask({0, 0, 0}, [] { return VYX_Recvn(kSocket, nullptr, 0, 100); }), std::make_pair(0, 100U));

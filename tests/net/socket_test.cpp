@@ -75,7 +75,8 @@ TEST(Socket, AddressesOfBothEndsStayInsideTheRecords) {
     const Socket ends[] = {Socket(AF_UNIX, SOCK_STREAM), Socket(AF_UNIX, SOCK_STREAM)};
     for (int i = 0; i < 2; ++i) {
         names[i].sun_family = AF_UNIX;
-        (void)snprintf(names[i].sun_path + 1, 100, "%ld %d %080d", static_cast<long>(getpid()), i, 0);
+        const std::string name = std::to_string(getpid()) + " " + std::to_string(i) + std::string(80, '-');
+        name.copy(names[i].sun_path + 1, 100);
         ASSERT_EQ(bind(ends[i], reinterpret_cast<const sockaddr *>(&names[i]), sizeof names[i]), 0);
     }
     ASSERT_EQ(VYX_Listen(ends[0], 1), 0);
