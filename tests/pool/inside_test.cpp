@@ -175,18 +175,26 @@ class WaitingInside : public FixedPoolInside {
         for (Waiter &waiter : m_waiters)
             waiter.pTest = this;
         EXPECT_EQ(VYX_ThreadPool_Work(m_hPool, Item, &m_waiters[0]), 0);
-        for (int i = 1; i <= 3; ++i) {
-            Waiter &waiter = m_waiters[i];
-            waiter.thread =
-                std::thread([&] { waiter.iResult = VYX_ThreadPool_WorkEx(m_hPool, Item, &waiter, 1); });
-            EXPECT_TRUE(support::WaitUntil([this, i] { return CountAsleep() == i; }));
-        }
+        for (int i = 1; i <= 3; ++i)
+            Wait(i);
     }
     ~WaitingInside() override {
         m_gate.bOpen = true;
         EXPECT_EQ(VYX_ThreadPool_Destroy(m_hPool), 0);
-        for (int i = 1; i <= 3; ++i)
-            m_waiters[i].thread.join();
+        for (Waiter &waiter : m_waiters)
+            if (waiter.thread.joinable())
+                waiter.thread.join();
+    }
+    void Wait(int i) {
+        Waiter &waiter = m_waiters[i];
+        const int nBefore = CountAsleep();
+        waiter.thread =
+            std::thread([&] { waiter.iResult = VYX_ThreadPool_WorkEx(m_hPool, Item, &waiter, 1); });
+        EXPECT_TRUE(support::WaitUntil([&] { return CountAsleep() == nBefore + 1; }));
+    }
+    void Cancel(int i) {
+        EXPECT_EQ(pthread_cancel(m_waiters[i].thread.native_handle()), 0);
+        m_waiters[i].thread.join();
     }
     int CountAsleep() {
         const LockGuard guard(m_hPool->hLock);
@@ -260,8 +268,10 @@ TEST_F(WaitingInside, AreNotLeftBehindWithoutThreads) {
 TEST_F(WaitingInside, MayBeCancelled) {
     if (!support::kCancelsSleepers)
         GTEST_SKIP() << "the emulator cannot cancel a thread that sleeps";
-    EXPECT_EQ(pthread_cancel(m_waiters[2].thread.native_handle()), 0);
-    EXPECT_TRUE(support::WaitUntil([this] { return CountAsleep() == 2; }));
+    Cancel(3);
+    Wait(3);
+    Cancel(2);
+    EXPECT_EQ(CountAsleep(), 2);
     m_gate.bOpen = true;
     EXPECT_TRUE(m_gate.WaitLeft(3));
     EXPECT_EQ(m_order, "013");
