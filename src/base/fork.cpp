@@ -35,6 +35,7 @@ void ForkHold::Before() {
         m_bHeld = m_lock.TryForFork();
         const Holder eHolder = m_bHeld ? Holder::Other : HolderOf(m_lock.m_hMutex);
         m_bOwn = eHolder == Holder::Self;
+        m_bOthers = !m_bHeld && eHolder == Holder::Other;
         m_bWhole = m_bHeld || eHolder == Holder::AtEdge;
         if (m_bHeld || m_bOwn || last.HasPassed())
             return;

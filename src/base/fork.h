@@ -19,6 +19,8 @@ struct ForkRow {
 // Whoever holds it is waited for, as nobody holds a lock of the library for long. Two things would make that wait last
 // for ever: a fork in a signal handler that interrupted the holder, and a holder that waits for the forking thread. The
 // first is recognised where the platform tells the holder; where it does not, the wait is short.
+//
+// The end of the process may come in a signal handler as well; there the log service uses it for the same.
 class ForkHold {
   public:
     explicit constexpr ForkHold(Lock &lock) : m_lock(lock) {}
@@ -29,11 +31,14 @@ class ForkHold {
     bool InChild();
     // After Before: whether what the lock guards is whole, since nobody was just changing it.
     [[nodiscard]] bool IsWhole() const { return m_bWhole; }
+    // After Before: whether another thread has the lock all the time.
+    [[nodiscard]] bool IsOthers() const { return m_bOthers; }
 
   private:
     Lock &m_lock;
     bool m_bHeld = false;
     bool m_bWhole = false;
+    bool m_bOthers = false;
     bool m_bOwn = false; // the calling thread was interrupted while it held the lock
 };
 

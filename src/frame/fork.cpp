@@ -4,7 +4,7 @@
 #include <iterator>
 
 #include "frame/frame_inter.h"
-#include "logmodule.h"
+#include "log/log_service.h"
 #include "msg/msgq_inter.h"
 #include "msg/timer_inter.h"
 #include "pool/thread_pool_inter.h"

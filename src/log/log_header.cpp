@@ -6,17 +6,17 @@
 
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "base/deadline.h"
 #include "log/printer.h"
-#include "logmodule.h"
 #include "time/calendar.h"
-
-const char *const LEVEL_TEXT[4] = {"DISABLE", "ERR", "DBG", "INF"};
 
 using vyx_inter::kMicrosPerSecond;
 
 namespace {
+
+const char *const LEVEL_TEXT[4] = {"DISABLE", "ERR", "DBG", "INF"};
 
 // The part up to the milliseconds, and for which second and zone it holds.
 struct Second {

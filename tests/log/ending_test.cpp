@@ -3,7 +3,9 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 
@@ -133,6 +135,21 @@ const Way kForks[] = {
     {"fork_and_fini", 0, kAll, kAll, [] { Fork([] { (void)VYX_Fini(); }); }},
 };
 
+// Logs without end, until a signal's handler has the process exit: now and then in the middle of a line. What was taken
+// goes to standard error as it lies in memory.
+void ExitInHandler() {
+    static uint32_t s_nTaken = 0;
+    (void)signal(SIGALRM, [](int) {
+        const bool bTold = write(STDERR_FILENO, &s_nTaken, sizeof s_nTaken) == sizeof s_nTaken;
+        std::exit(bTold ? 0 : 1);
+    });
+    const std::string tail(500, 'x');
+    const itimerval soon = {{0, 0}, {0, 2000}};
+    for (;; s_nTaken += WriteLog(kInf, "f", 1, "%u %s", s_nTaken, tail.c_str()) == 0 ? 1U : 0U)
+        if (s_nTaken == 1) // the service has started
+            (void)setitimer(ITIMER_REAL, &soon, nullptr);
+}
+
 int End(const std::string &name, const char *szFolder, const char *szLines) {
     s_folder = szFolder;
     s_iLines = std::atoi(szLines);
@@ -144,6 +161,10 @@ int End(const std::string &name, const char *szFolder, const char *szLines) {
             way.fnEnd();
             return 0;
         }
+    if (name == "exit_in_handler") {
+        (void)VYX_Log(2, szFolder);
+        ExitInHandler();
+    }
     (void)VYX_Log(3, szFolder);
     s_bStopped = name != "return";
     Write(0, s_bStopped ? s_iLines : s_iLines - 1); // one is left for s_lastWords
@@ -184,6 +205,25 @@ TEST_P(LogEnding, Leaves) {
     EXPECT_EQ(RunProgram(program + " " + dir / "logs" + " 5000", dir / "out"), way.iStatus);
     ExpectLines(AllLogText(dir / "logs"), way.eFiles);
     ExpectLines(support::ReadFile(dir / "out"), way.eConsole);
+}
+
+// What was taken is there, and perhaps the line that was interrupted.
+TEST(LogExit, InASignalHandlerThatInterruptsALine) {
+    for (int nRun = 0; nRun < 40; ++nRun) {
+        const support::TempDir dir;
+        ASSERT_EQ(
+            RunProgram("timeout 60 " ENDING " exit_in_handler " + dir / "logs" + " 0 2>" + dir / "taken",
+                       dir / "out"),
+            0);
+        uint32_t nTaken = 0;
+        const std::string taken = support::ReadFile(dir / "taken");
+        ASSERT_EQ(taken.size(), sizeof nTaken);
+        std::memcpy(&nTaken, taken.data(), sizeof nTaken);
+        const auto lines = Lines(AllLogText(dir / "logs"));
+        EXPECT_TRUE(lines.size() == nTaken || lines.size() == nTaken + 1) << lines.size() << " of " << nTaken;
+        for (size_t n = 0; n < lines.size(); ++n)
+            ASSERT_EQ(std::stoul(TextOf(lines[n])), n);
+    }
 }
 
 // Children of a process that logs all the while: each must be able to end, and none writes the parent's lines.

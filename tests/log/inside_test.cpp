@@ -1,12 +1,12 @@
-// What cannot be seen from outside: short memory, a missing thread, a service of one's own.
+// What cannot be seen from outside: short memory, a missing thread, the ring's end, the last file number.
 #include <atomic>
+#include <cstdint>
 #include <string>
-#include <thread>
 
 #include "log/faults.h"
+#include "log/log_files.h"
+#include "log/log_ring.h"
 #include "log/log_support.h"
-#include "logmodule.h"
-#include "support/support.h"
 
 using namespace log_support;
 
@@ -14,105 +14,95 @@ namespace {
 
 using LogInside = LogTest;
 
-TEST_F(LogInside, NoMemoryOrNoThreadIsTriedAgain) {
+TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
     EnableTarget(kFile, dir.Path().c_str(), 0, 0);
     for (std::atomic<bool> *pFault : {&faults::noMemory, &faults::noThread}) {
         *pFault = true;
-        const int32_t iResult = WriteLog(kInf, "f", 1, "x");
+        EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -1);
         *pFault = false;
-        EXPECT_EQ(iResult, -1);
-        EXPECT_FALSE(GetLogService().m_bStarted);
     }
-    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), 0);
+    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), 0) << "and it is tried again";
+    faults::noMemory = faults::noThread = true;
+    int nTaken = 1;
+    while (nTaken < 5000 && WriteLog(kInf, "f", 1, "x") == 0)
+        ++nTaken;
+    faults::noMemory = faults::noThread = false;
+    EXPECT_EQ(nTaken, 5000);
     StopLogService(true);
-    EXPECT_EQ(Lines(AllLogText(dir.Path())).size(), 1U);
+    EXPECT_EQ(Lines(AllLogText(dir.Path())).size(), 5000U);
 }
 
-// The queue has no memory for more lines: that is reported by a line, which is queued the same way.
-TEST_F(LogInside, FailedQueueingIsReportedAndLosesNoLine) {
-    EnableTarget(kFile, dir.Path().c_str(), 0, 0);
-    ASSERT_EQ(WriteLog(kInf, "f", 1, "0"), 0);
-    int n = 1;
-    std::vector<std::string> taken{"0"};
-    for (; n < 5000; ++n) {
-        const std::string text = std::to_string(n);
-        faults::noMemory = n % 500 < 300;
-        const int32_t iResult = WriteLog(kInf, "f", 1, "%d", n);
-        faults::noMemory = false;
-        EXPECT_TRUE(iResult == 0 || iResult == -4) << iResult;
-        if (iResult == 0)
-            taken.push_back(text);
-    }
-    StopLogService(true);
-    std::vector<std::string> found;
-    int nReports = 0;
-    for (const std::string &line : Lines(AllLogText(dir.Path())))
-        if (line.find("[ERR][FILE:logmodule.cpp][LINE:421] push_back allo exception") == 25)
-            ++nReports;
-        else
-            found.push_back(TextOf(line));
-    EXPECT_GT(nReports, 0);
-    EXPECT_LT(nReports, 5000) << "not for each line";
-    EXPECT_EQ(found, taken);
-}
-
-// The bytes that a line leaves free at the ring's end are not there for others: they lie before lines still queued.
-TEST_F(LogInside, BytesSkippedAtTheRingsEndAreTaken) {
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    std::string text;
-    const auto readUpTo = [&](size_t nSize) {
-        char buffer[4096];
-        ssize_t iRead = 0;
-        while (text.size() < nSize && (iRead = read(fds[0], buffer, sizeof buffer)) > 0)
-            text.append(buffer, static_cast<size_t>(iRead));
+// This thread both fills the ring and empties it. What the writer has in hand, and the bytes that a line leaves free at
+// the ring's end, are not there for other lines.
+TEST_F(LogInside, RingKeepsWhatIsInHandAndWhatWasSkipped) {
+    LogRing ring;
+    ASSERT_EQ(ring.Prepare(), 0);
+    ASSERT_TRUE(ring.Open());
+    (void)ring.Switch(0, true);
+    const auto put = [&](char cFill, uint32_t nLength) {
+        return ring.Put(std::string(nLength - 1, cFill).c_str(), nLength);
     };
-    std::thread reader;
-    std::vector<int> results; // nothing may be reported while standard output is stuck
-    {
-        const Redirect redirect(stdout, fds[1]);
-        (void)close(fds[1]);
-        LogService service;
-        service.m_bConsole = true;
-        results.push_back(service.ServiceStart());
-        const auto push = [&](char fill, uint32_t nLength) {
-            results.push_back(service.PushData(std::string(nLength - 1, fill).c_str(), nLength));
-        };
-        for (const char fill : {'1', '2', '3'})
-            push(fill, 600000);
-        readUpTo(600000); // now the writer is done with the first line, and gets stuck in the second
-        results.push_back(support::WaitUntil([&] {
-            const vyx_inter::LockGuard guard(service.m_hQueueLock);
-            return service.m_nFree == 2097152 - 2 * 600000;
-        })
-                              ? 0
-                              : 1);
-        push('x', 600001); // there is room only together with what would be skipped
-        push('4', 599000); // at the ring's start
-        push('5', 1001);   // there is room at the ring's end only
-        push('6', 1000);
-        reader = std::thread([&] { readUpTo(SIZE_MAX); });
-    }
-    reader.join();
-    (void)close(fds[0]);
-    EXPECT_EQ(results, (std::vector<int>{0, 0, 0, 0, 0, -4, 0, -4, 0}));
-    EXPECT_TRUE(text == std::string(599999, '1') + std::string(599999, '2') + std::string(599999, '3') +
-                            std::string(598999, '4') + std::string(999, '6'));
+    const auto textOf = [](const LogBatch &batch) {
+        std::string text;
+        for (uint32_t n = 0; n < batch.Size(); ++n)
+            text += batch.Text(batch.Line(n));
+        return text;
+    };
+    for (uint32_t n = 0; n < LogRing::kBatchLines; ++n)
+        ASSERT_EQ(put('1', 2000), 0);
+    for (uint32_t n = 0; n < 500; ++n)
+        ASSERT_EQ(put('2', 2000), 0);
+    constexpr uint32_t kTail = kRingSize - 2000 * (LogRing::kBatchLines + 500);
+    LogBatch batch;
+    ASSERT_TRUE(ring.Next(batch));
+    EXPECT_EQ(put('x', kTail + 1), -4);
+    EXPECT_TRUE(textOf(batch) == std::string(1999U * LogRing::kBatchLines, '1'));
+    ASSERT_TRUE(ring.Next(batch)); // now the first ones are given back
+    constexpr uint32_t kStart = 2000 * LogRing::kBatchLines;
+    EXPECT_EQ(put('x', kStart + 1), -4) << "there is room only together with what would be skipped";
+    EXPECT_EQ(put('3', kStart - 1000), 0) << "at the ring's start";
+    EXPECT_EQ(put('x', 1001), -4) << "there is room at the ring's end only";
+    EXPECT_EQ(put('4', 1000), 0);
+    EXPECT_EQ(put('x', 2), -4);
+    EXPECT_TRUE(textOf(batch) == std::string(1999U * 500, '2'));
+    ASSERT_TRUE(ring.Next(batch));
+    EXPECT_TRUE(textOf(batch) == std::string(kStart - 1001, '3') + std::string(999, '4'));
+    ring.Close();
+    EXPECT_EQ(put('x', 100), -2);
+    EXPECT_FALSE(ring.Next(batch));
+    ASSERT_EQ(ring.Prepare(), 0);
+    ASSERT_TRUE(ring.Open());
+    EXPECT_EQ(put('x', kRingSize + 1), -4);
+    EXPECT_EQ(put('5', kRingSize), 0) << "empty, it holds a line of its size";
+    (void)ring.Switch(0, false);
+    EXPECT_EQ(put('x', 100), -5);
+    ASSERT_TRUE(ring.Next(batch));
+    ring.Close();
+    EXPECT_FALSE(ring.Next(batch));
+    EXPECT_TRUE(ring.Finish());
+    EXPECT_EQ(ring.Prepare(), -2);
 }
 
-TEST_F(LogInside, FilesOnTheCallersThread) {
-    LogService service;
-    EXPECT_EQ(service.PushData("[a\r\n", 5), -2) << "not started";
-    EXPECT_EQ(service.InputDataToFile("[a\r\n", 4), 0) << "the target is off";
-    EXPECT_EQ(service.SwitchFileService(true, std::string(257, 'x').c_str(), 0, true), -6);
-    EXPECT_EQ(service.SwitchFileService(true, (dir / "no/folder").c_str(), 0, true), 0);
-    EXPECT_EQ(service.InputDataToFile("[a\r\n", 4), -8);
-    // The longest name: nothing may be written behind it.
-    const std::string longest = std::string(255, 'd') + "x";
-    EXPECT_EQ(service.SwitchFileService(true, longest.c_str(), 0, false), 0);
-    const vyx_inter::LockGuard guard(service.m_fileLock);
-    service.m_iFileIndex = INT32_MAX - 1;
-    EXPECT_EQ(service.MakeFileName(true), longest + "/vyx_log_2147483647_w.log");
+TEST_F(LogInside, FilesUpToTheLastNumber) {
+    char szLine[] = "[a\r\n";
+    const auto write = [&](LogFiles &files) {
+        iovec line = {szLine, sizeof szLine - 1};
+        return files.InputDataToFile(&line, 1);
+    };
+    LogFiles files(INT32_MAX - 1);
+    EXPECT_EQ(write(files), 0) << "they are off";
+    EXPECT_EQ(files.StartWriteFile(std::string(257, 'x').c_str(), 0, true), -6);
+    const Capture err(stderr, dir / "err");
+    const std::string longest =
+        std::string(254, 'd') + "/x"; // which cannot be made; nothing may be written behind it
+    EXPECT_EQ(files.StartWriteFile(longest.c_str(), 0, true), 0);
+    EXPECT_EQ(write(files), -8);
+    EXPECT_EQ(err.Text(), "LogService OpenFile[" + longest + "/vyx_log_2147483647_w.log] failed\n");
+    EXPECT_EQ(files.StartWriteFile(dir.Path().c_str(), 1, false), 0);
+    EXPECT_EQ(write(files), 0);
+    EXPECT_EQ(write(files), 0);
+    EXPECT_EQ(Names(dir.Path()),
+              (std::vector<std::string>{"err", "vyx_log_1_w.log", "vyx_log_2147483647.log"}));
 }
 
 } // namespace
