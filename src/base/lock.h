@@ -26,11 +26,25 @@ inline void NoteTried(Rank /*eRank*/) {}
 inline void NoteRelease(Rank /*eRank*/) {}
 #endif
 
+// What a thread does that finds a lock taken. Spin: it looks again for a moment before it goes to sleep. For locks that are
+// taken often, and held for less time than going to sleep and being woken takes.
+enum class Taken : uint8_t { Sleep, Spin };
+
+// Platforms without such mutexes have a moment's patience in all of theirs, or none.
+#if defined(PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP)
+inline constexpr pthread_mutex_t kSpinningMutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+#else
+inline constexpr pthread_mutex_t kSpinningMutex = PTHREAD_MUTEX_INITIALIZER;
+#endif
+inline constexpr pthread_mutex_t kSleepingMutex = PTHREAD_MUTEX_INITIALIZER;
+
 // A normal mutex, ready before any code runs. Locking and unlocking one that only the library knows cannot fail. One
 // in a static is never destroyed; one in a record that is freed goes with Destroy.
 class VYX_CAPABILITY("mutex") Lock {
   public:
-    explicit constexpr Lock(Rank eRank) : m_hMutex(PTHREAD_MUTEX_INITIALIZER), m_eRank(eRank) {}
+    explicit constexpr Lock(Rank eRank, Taken eTaken = Taken::Sleep)
+        : m_hMutex(eTaken == Taken::Spin ? kSpinningMutex : kSleepingMutex), m_eRank(eRank),
+          m_eTaken(eTaken) {}
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;
 
@@ -54,13 +68,14 @@ class VYX_CAPABILITY("mutex") Lock {
     bool TryForFork() VYX_UNCHECKED { return pthread_mutex_trylock(&m_hMutex) == 0; }
     void ReleaseAfterFork() VYX_UNCHECKED { (void)pthread_mutex_unlock(&m_hMutex); }
     // In a forked child: free, whoever held it in the parent.
-    void Renew() { m_hMutex = PTHREAD_MUTEX_INITIALIZER; }
+    void Renew() { m_hMutex = m_eTaken == Taken::Spin ? kSpinningMutex : kSleepingMutex; }
 
   private:
     friend class Condition;
     friend class ForkHold;
     pthread_mutex_t m_hMutex;
     Rank m_eRank; // one byte, also where it is not looked at: all builds have the same records
+    Taken m_eTaken;
 };
 
 // Holds a lock for the length of a block, also if the thread ends in it.

@@ -1,6 +1,7 @@
 #include "log/log_ring.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <new>
 
@@ -66,6 +67,15 @@ int LogRing::Put(const char *pLine, uint32_t nLen) {
 }
 
 /* ---- Lines out */
+
+void LogRing::Populate() {
+    VYX_LOG_MEMORY_S *pMemory = nullptr;
+    {
+        const LockGuard guard(m_lock);
+        pMemory = m_pMemory; // which is not freed while the writer runs
+    }
+    VYX_PopulateMemory_Inter(pMemory, offsetof(VYX_LOG_MEMORY_S, queue) + sizeof(pMemory->queue) / 3);
+}
 
 // All lines are written: the next one goes to the ring's start, which need not be gone round.
 void LogRing::Clear() {

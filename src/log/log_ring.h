@@ -9,6 +9,7 @@
 #define VYX_LOG_LOG_RING_H
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "base/fork.h"
@@ -26,9 +27,13 @@ constexpr uint32_t kLeastPlace =
 constexpr uint32_t kMostLines = kRingSize / kLeastPlace;
 
 struct VYX_LOG_MEMORY_S {
-    _LOG queue[kMostLines];
     char ring[kRingSize];
+    _LOG queue[kMostLines];
 };
+
+// Has the kernel give the memory its pages, without a change of what is in it, so that nobody who writes there waits for
+// them. Does nothing where the platform cannot. Defined per platform.
+void VYX_PopulateMemory_Inter(void *pMemory, size_t nSize);
 
 // Lines that the writer has taken out, oldest first.
 class LogBatch {
@@ -84,6 +89,9 @@ class LogRing {
     // Returns when the lines put in so far are written.
     void AwaitWritten();
 
+    // The writer's first call: has the pages of the ring ready, and of its queue what lines of 100 bytes need. Else each
+    // page would cost a line its time, and all others as well, which wait for the lock.
+    void Populate();
     // The writer's call: everything in the batch is written, what is next? Waits for it. Result: false if the writer is
     // to end; the batch is empty then.
     bool Next(LogBatch &batch);
@@ -110,7 +118,7 @@ class LogRing {
     VYX_LOG_MEMORY_S *m_pMemory VYX_GUARDED_BY(m_lock) = nullptr;
 
     // What each line changes: one cache line.
-    alignas(64) vyx_inter::Lock m_lock{vyx_inter::Rank::LogQueue};
+    alignas(64) vyx_inter::Lock m_lock{vyx_inter::Rank::LogQueue, vyx_inter::Taken::Spin};
     uint32_t m_nPut VYX_GUARDED_BY(m_lock) = 0;   // bytes; modulo the ring's size: where the next line goes
     uint32_t m_nFree VYX_GUARDED_BY(m_lock) = 0;  // bytes
     uint32_t m_nLines VYX_GUARDED_BY(m_lock) = 0; // modulo the queue's size: the next line's place in it

@@ -151,6 +151,7 @@ void LogService::WriteBatch(const LogBatch &batch) {
 void *LogService::WriteLogProc(void *service) {
     VYX_NameThread_Inter("WriteLogProc");
     auto *pService = static_cast<LogService *>(service);
+    pService->m_ring.Populate();
     LogBatch batch;
     while (pService->m_ring.Next(batch))
         pService->WriteBatch(batch);

@@ -15,8 +15,13 @@ class Printer {
     Printer(char *pBuf, size_t nSize) : m_pBuf(pBuf), m_nSize(nSize) {}
 
     void Put(const char *pText, size_t nLength) {
-        if (m_nLength < m_nSize)
-            std::memcpy(m_pBuf + m_nLength, pText, std::min(nLength, m_nSize - m_nLength));
+        if (m_pBuf != nullptr && m_nLength < m_nSize) {
+            const size_t nRoom = m_nSize - m_nLength;
+            if (nLength <= nRoom) // by itself, so that a constant length needs no call
+                std::memcpy(m_pBuf + m_nLength, pText, nLength);
+            else
+                std::memcpy(m_pBuf + m_nLength, pText, nRoom);
+        }
         m_nLength += nLength;
     }
     void Put(const char *szText) { Put(szText, std::strlen(szText)); }
