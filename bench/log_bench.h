@@ -46,22 +46,49 @@ class LogFolder {
     std::string m_path;
 };
 
-// Runs fnWork(0) to fnWork(nThreads - 1) at the same time, each in a thread of its own.
+// Threads that go on together: each waits until all have come.
+class Meeting {
+  public:
+    explicit Meeting(int nThreads) : m_nThreads(nThreads) {}
+    void Await() {
+        const int iRound = m_iRound;
+        if (++m_nHere == m_nThreads) {
+            m_nHere = 0;
+            ++m_iRound;
+        }
+        while (m_iRound == iRound)
+            std::this_thread::yield();
+    }
+
+  private:
+    const int m_nThreads;
+    std::atomic<int> m_nHere{0};
+    std::atomic<int> m_iRound{0};
+};
+
+// Runs fnWork(0) to fnWork(nThreads - 1), each in a thread of its own. They begin together.
 template <class Work>
 void RunTogether(int nThreads, Work fnWork) {
-    std::atomic<int> nReady{0};
+    Meeting meeting(nThreads);
     std::vector<std::thread> threads;
     for (int iThread = 0; iThread < nThreads; ++iThread)
         threads.emplace_back([&, iThread] {
-            for (++nReady; nReady < nThreads;)
-                std::this_thread::yield();
+            meeting.Await();
             fnWork(iThread);
         });
     for (std::thread &thread : threads)
         thread.join();
 }
 
-// The caller's cost of a line: the median, over all threads, of bursts of 1000 lines with a pause behind each.
+inline std::vector<double> Joined(const std::vector<std::vector<double>> &parts) {
+    std::vector<double> all;
+    for (const auto &part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+// The caller's cost of a line: the median, over all threads, of bursts of 1000 lines that all threads begin together, with
+// a pause behind each.
 template <class Logger>
 void LogCost(benchmark::State &state) {
     constexpr int kBurst = 1000;
@@ -69,11 +96,13 @@ void LogCost(benchmark::State &state) {
     const auto nThreads = static_cast<int>(state.range(0));
     const LogFolder folder;
     std::vector<std::vector<double>> samples(static_cast<size_t>(nThreads));
+    Meeting meeting(nThreads);
     for (auto _ : state) {
         {
             Logger logger(folder.Path());
             RunTogether(nThreads, [&](int iThread) {
                 for (int nBurst = 0; nBurst < kBursts; ++nBurst) {
+                    meeting.Await();
                     const auto start = bench::Clock::now();
                     for (int n = 0; n < kBurst; ++n)
                         logger.Write(iThread, n);
@@ -82,13 +111,65 @@ void LogCost(benchmark::State &state) {
                 }
             });
         }
-        std::vector<double> all;
-        for (const auto &own : samples)
-            all.insert(all.end(), own.begin(), own.end());
+        std::vector<double> all = Joined(samples);
         bench::TimeOfMedian(state, all);
     }
     if (folder.Lines() != int64_t{nThreads} * kBurst * kBursts)
         state.SkipWithError("lines are missing");
+}
+
+// The same for the first 8000 lines of a new logger, which its queue can take without a pause.
+template <class Logger>
+void LogFirstLines(benchmark::State &state) {
+    constexpr int kLines = 8000;
+    constexpr int kLoggers = 15;
+    const auto nThreads = static_cast<int>(state.range(0));
+    std::vector<std::vector<double>> samples(static_cast<size_t>(nThreads));
+    for (auto _ : state) {
+        for (int nLogger = 0; nLogger < kLoggers; ++nLogger) {
+            const LogFolder folder;
+            Logger logger(folder.Path());
+            logger.Write(0, 0); // starts its thread
+            RunTogether(nThreads, [&](int iThread) {
+                const int nOwn = kLines / nThreads;
+                const auto start = bench::Clock::now();
+                for (int n = 0; n < nOwn; ++n)
+                    logger.Write(iThread, n);
+                samples[static_cast<size_t>(iThread)].push_back(bench::MicrosecondsSince(start) / nOwn);
+            });
+        }
+        std::vector<double> all = Joined(samples);
+        bench::TimeOfMedian(state, all);
+    }
+}
+
+// How long a single call takes that is slower than a share of all calls: in bursts as above, of fewer lines.
+template <class Logger>
+void LogCall(benchmark::State &state, double fShare) {
+    constexpr int kBurst = 200;
+    constexpr int kBursts = 20;
+    const auto nThreads = static_cast<int>(state.range(0));
+    const LogFolder folder;
+    std::vector<std::vector<double>> samples(static_cast<size_t>(nThreads));
+    Meeting meeting(nThreads);
+    for (auto _ : state) {
+        Logger logger(folder.Path());
+        RunTogether(nThreads, [&](int iThread) {
+            for (int n = 0; n < kBurst * kBursts; ++n) {
+                if (n % kBurst == 0) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(5)); // the lines get written
+                    meeting.Await();
+                }
+                const auto start = bench::Clock::now();
+                logger.Write(iThread, n);
+                samples[static_cast<size_t>(iThread)].push_back(bench::MicrosecondsSince(start) * 1000);
+            }
+        });
+    }
+    std::vector<double> all = Joined(samples);
+    std::sort(all.begin(), all.end());
+    const auto nPlace = static_cast<size_t>(fShare * static_cast<double>(all.size()));
+    bench::Observed(state, all[std::min(nPlace, all.size() - 1)], "ns");
 }
 
 // The time of a line when lines never cease, until the last of them is in the files.
@@ -121,9 +202,11 @@ int RegisterLogger(const char *szSide, double fBound) {
         const char *szName;
         void (*pfnRun)(benchmark::State &);
     };
+    const std::string side = std::string("/") + szSide;
     for (const Case &test :
-         {Case{"log_line_cost", LogCost<Logger>}, Case{"log_line_sustained", LogSustained<Logger>}})
-        benchmark::RegisterBenchmark((std::string(test.szName) + "/" + szSide).c_str(),
+         {Case{"log_line_cost", LogCost<Logger>}, Case{"log_first_lines", LogFirstLines<Logger>},
+          Case{"log_line_sustained", LogSustained<Logger>}})
+        benchmark::RegisterBenchmark((test.szName + side).c_str(),
                                      [=](benchmark::State &state) {
                                          test.pfnRun(state);
                                          if (fBound > 0)
@@ -133,6 +216,18 @@ int RegisterLogger(const char *szSide, double fBound) {
             ->Iterations(1)
             ->Arg(1)
             ->Arg(2)
+            ->Arg(4)
+            ->ArgName("threads");
+    for (const auto &[szName, fShare] : {std::pair{"log_call_p50", 0.5}, std::pair{"log_call_p99", 0.99},
+                                         std::pair{"log_call_p99.9", 0.999}, std::pair{"log_call_max", 1.0}})
+        benchmark::RegisterBenchmark(
+            (szName + side).c_str(),
+            [fShare = fShare](benchmark::State &state) { LogCall<Logger>(state, fShare); })
+            ->Iterations(1)
+            ->Repetitions(7)
+            ->UseRealTime()
+            ->RangeMultiplier(2)
+            ->Range(1, 16)
             ->ArgName("threads");
     return 0;
 }

@@ -27,6 +27,6 @@ class Spdlog {
     std::shared_ptr<spdlog::logger> m_pLogger;
 };
 
-const int kRegistered = RegisterLogger<Spdlog>("spdlog", 1.0);
+const int kRegistered = RegisterLogger<Spdlog>("spdlog", 0.9);
 
 } // namespace
