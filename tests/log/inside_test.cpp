@@ -15,21 +15,20 @@ namespace {
 using LogInside = LogTest;
 
 TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
-    EnableTarget(kFile, dir.Path().c_str(), 0, 0);
+    On(kFile);
     for (std::atomic<bool> *pFault : {&faults::noMemory, &faults::noThread}) {
         *pFault = true;
-        EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -1);
+        EXPECT_EQ(Write("x"), -1);
         *pFault = false;
     }
-    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), 0) << "and it is tried again";
+    EXPECT_EQ(Write("x"), 0) << "and it is tried again";
     faults::noMemory = faults::noThread = true;
     int nTaken = 1;
     while (nTaken < 5000 && WriteLog(kInf, "f", 1, "x") == 0)
         ++nTaken;
     faults::noMemory = faults::noThread = false;
     EXPECT_EQ(nTaken, 5000);
-    StopLogService(true);
-    EXPECT_EQ(Lines(AllLogText(dir.Path())).size(), 5000U);
+    EXPECT_EQ(Logged().size(), 5000U);
 }
 
 // This thread both fills the ring and empties it. What the writer has in hand, and the bytes that a line leaves free at
@@ -98,11 +97,10 @@ TEST_F(LogInside, FilesUpToTheLastNumber) {
     EXPECT_EQ(files.StartWriteFile(longest.c_str(), 0, true), 0);
     EXPECT_EQ(write(files), -8);
     EXPECT_EQ(err.Text(), "LogService OpenFile[" + longest + "/vyx_log_2147483647_w.log] failed\n");
-    EXPECT_EQ(files.StartWriteFile(dir.Path().c_str(), 1, false), 0);
+    EXPECT_EQ(files.StartWriteFile(logs.c_str(), 1, false), 0);
     EXPECT_EQ(write(files), 0);
     EXPECT_EQ(write(files), 0);
-    EXPECT_EQ(Names(dir.Path()),
-              (std::vector<std::string>{"err", "vyx_log_1_w.log", "vyx_log_2147483647.log"}));
+    EXPECT_EQ(Names(logs), (Strings{"vyx_log_1_w.log", "vyx_log_2147483647.log"}));
 }
 
 } // namespace

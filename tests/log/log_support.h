@@ -2,8 +2,8 @@
 #ifndef VYX_TESTS_LOG_SUPPORT_H
 #define VYX_TESTS_LOG_SUPPORT_H
 
-#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <map>
@@ -12,56 +12,46 @@
 #include <unistd.h>
 #include <vector>
 
+#include "support/support.h"
 #include "support/temp_dir.h"
 #include <vyx/log.h>
 
 namespace log_support {
 
+using Strings = std::vector<std::string>;
+
 constexpr auto kConsole = VYX_LOG_TARGET_CONSOLE;
 constexpr auto kDebug = VYX_LOG_TARGET_DEBUG;
 constexpr auto kFile = VYX_LOG_TARGET_FILE;
 constexpr auto kErr = VYX_LOG_LEVEL_ERR;
-constexpr auto kDbg = VYX_LOG_LEVEL_DBG;
 constexpr auto kInf = VYX_LOG_LEVEL_INF;
 
-// Puts a descriptor in the place of a standard stream's for the length of a block.
-class Redirect {
-  public:
-    Redirect(FILE *pStream, int iTarget) : m_pStream(pStream), m_iSaved(dup(fileno(pStream))) {
-        (void)std::fflush(m_pStream);
-        (void)dup2(iTarget, fileno(m_pStream));
-    }
-    ~Redirect() {
-        (void)std::fflush(m_pStream);
-        (void)dup2(m_iSaved, fileno(m_pStream));
-        (void)close(m_iSaved);
-    }
-    Redirect(const Redirect &) = delete;
-    Redirect &operator=(const Redirect &) = delete;
-
-  private:
-    FILE *m_pStream;
-    int m_iSaved;
-};
-
-// A standard stream into a file.
+// A standard stream into a file or a descriptor, for the length of a block.
 class Capture {
   public:
-    Capture(FILE *pStream, std::string path)
-        : m_pStream(pStream), m_path(std::move(path)),
-          m_iFile(open(m_path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND, 0600)),
-          m_redirect(pStream, m_iFile) {}
-    ~Capture() { (void)close(m_iFile); }
+    Capture(FILE *pStream, int iTarget) : m_pStream(pStream), m_iSaved(dup(fileno(pStream))) { Set(iTarget); }
+    Capture(FILE *pStream, const std::string &path)
+        : Capture(pStream, open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0600)) {
+        m_path = path;
+    }
+    ~Capture() { Set(m_iSaved); }
+    Capture(const Capture &) = delete;
+    Capture &operator=(const Capture &) = delete;
     std::string Text() const {
         (void)std::fflush(m_pStream);
         return support::ReadFile(m_path);
     }
 
   private:
+    // Takes the descriptor over.
+    void Set(int iTarget) const {
+        (void)std::fflush(m_pStream);
+        (void)dup2(iTarget, fileno(m_pStream));
+        (void)close(iTarget);
+    }
     FILE *m_pStream;
+    int m_iSaved;
     std::string m_path;
-    int m_iFile;
-    Redirect m_redirect;
 };
 
 // A log file's text; its mode lets nobody but the superuser read it.
@@ -70,67 +60,74 @@ inline std::string LogText(const std::string &path) {
     return support::ReadFile(path);
 }
 
-// Names in a folder, sorted.
-inline std::vector<std::string> Names(const std::string &folder) {
-    std::vector<std::string> names;
+// The log files of a folder in the order of their numbers. A missing folder has none.
+inline Strings Names(const std::string &folder) {
+    std::map<int, std::string> names;
     std::error_code error;
-    for (const auto &entry : std::filesystem::directory_iterator(folder, error))
-        names.push_back(entry.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename();
+        EXPECT_TRUE(names.emplace(std::atoi(name.c_str() + sizeof "vyx_log_" - 1), name).second) << name;
+    }
+    Strings sorted;
+    for (const auto &[iNumber, name] : names)
+        sorted.push_back(name);
+    return sorted;
 }
 
-// All log files of a folder, one behind the other by number.
 inline std::string AllLogText(const std::string &folder) {
-    std::map<int, std::string> names;
-    for (const std::string &name : Names(folder))
-        names[std::atoi(name.c_str() + sizeof "vyx_log_" - 1)] = name;
     std::string text;
-    for (const auto &[iNumber, name] : names)
+    for (const std::string &name : Names(folder))
         text += LogText(folder + "/" + name);
     return text;
 }
 
-// The lines of a log's text without their ends. A line that does not begin with a header or end in carriage return
-// and line feed is a failure.
-inline std::vector<std::string> Lines(const std::string &text) {
-    std::vector<std::string> lines;
+// The texts of a log's lines, without headers and ends. A line that does not begin with a header or end in carriage
+// return and line feed is a failure.
+inline Strings Lines(const std::string &text) {
+    Strings lines;
     for (size_t nBegin = 0; nBegin < text.size();) {
         const size_t nEnd = text.find("\r\n", nBegin);
-        if (nEnd == std::string::npos || text[nBegin] != '[') {
+        const size_t nText = text.find("] ", text.find("][LINE:", nBegin));
+        if (text[nBegin] != '[' || nEnd == std::string::npos || nText > nEnd) {
             ADD_FAILURE() << "torn: " << text.substr(nBegin, 100);
             return lines;
         }
-        lines.push_back(text.substr(nBegin, nEnd - nBegin));
+        lines.push_back(text.substr(nText + 2, nEnd - nText - 2));
         nBegin = nEnd + 2;
     }
     return lines;
 }
 
-// What follows a line's header.
-inline std::string TextOf(const std::string &line) {
-    const size_t nLine = line.find("][LINE:");
-    return line.substr(std::min(line.size(), line.find("] ", nLine + 1) + 2));
+inline int32_t Write(const std::string &text) {
+    return WriteLog(kInf, "f", 1, "%s", text.c_str());
 }
 
-// Writes a line of nLength bytes, at least 49, header and line end included, whose text repeats `fill`.
-inline int32_t WriteLength(size_t nLength, char fill = 'x') {
-    const size_t nHeader = sizeof "[2026-11-21 09:21:26.042][INF][FILE:f][LINE:1] " - 1;
-    return WriteLog(kInf, "f", 1, "%s", std::string(nLength - nHeader - 2, fill).c_str());
+// Writes a line of nLength bytes, at least 49, header and line end included.
+inline int32_t WriteLength(size_t nLength, char cFill = 'x') {
+    return Write(
+        std::string(nLength - (sizeof "[2026-11-21 09:21:26.042][INF][FILE:f][LINE:1] \r\n" - 1), cFill));
 }
 
-// The service as a process begins with it but for the number of the next file, which is kept: tests may run in any order.
-inline void ResetService() {
-    StopLogService(false);
-    DisableTarget(kConsole);
-    DisableTarget(kDebug);
-    AdjustLogLevel(kInf);
-}
-
+// Every test begins and ends with the service as a process has it at first, but for the number of the next file, which
+// is kept.
 class LogTest : public testing::Test {
   protected:
-    ~LogTest() override { ResetService(); }
+    ~LogTest() override {
+        StopLogService(false);
+        DisableTarget(kConsole);
+        DisableTarget(kDebug);
+        AdjustLogLevel(kInf);
+    }
+    int32_t On(log_services eTarget, uint32_t nLimit = 0, uint32_t nWrap = 0) const {
+        return EnableTarget(eTarget, logs.c_str(), nLimit, nWrap);
+    }
+    // What is in the files, once all is written.
+    Strings Logged() const {
+        StopLogService(false);
+        return Lines(AllLogText(logs));
+    }
     support::TempDir dir;
+    std::string logs = dir / "logs";
 };
 
 } // namespace log_support
