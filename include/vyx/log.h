@@ -14,7 +14,11 @@
  * What is promised: a line that WriteLog took (result 0) reaches, whole, once and in the order of the takings, each
  * target that was on at that moment, unless the target itself refuses it. A target that is switched off, and
  * the service when it is stopped, first write what was taken for it. An end that leaves the writer no time (_exit,
- * quick_exit, abort, a signal) keeps the lines up to some point; the last of them may be cut.
+ * quick_exit, abort, a signal, exec) keeps the lines up to some point; the last of them may be cut.
+ *
+ * Lines to standard output go through stdio, which keeps them to itself until its buffer is full, where standard output
+ * is not a terminal: in a pipe, a file or a container's log they appear late, and a process that is killed loses them.
+ * The cure is one call before the first line: setvbuf(stdout, NULL, _IOLBF, 0), or fflush(stdout) where it matters.
  */
 #ifndef VYX_LOG_H
 #define VYX_LOG_H
@@ -36,11 +40,12 @@ typedef enum log_level log_level;
 
 /* Targets; all are off at first. */
 enum log_services VYX_ENUM32 {
-    VYX_LOG_TARGET_CONSOLE =
-        0, /* standard output, through stdio and not flushed; up to the line's first zero byte */
-    VYX_LOG_TARGET_DEBUG =
-        1, /* VYX_OutputDebugString, that is standard error; up to the line's first zero byte */
-    VYX_LOG_TARGET_FILE = 2 /* files in a directory */
+    /* standard output, through stdio and not flushed (see above); up to the line's first zero byte */
+    VYX_LOG_TARGET_CONSOLE = 0,
+    /* VYX_OutputDebugString, that is standard error, without delay; up to the line's first zero byte */
+    VYX_LOG_TARGET_DEBUG = 1,
+    /* files in a directory */
+    VYX_LOG_TARGET_FILE = 2
 };
 typedef enum log_services log_services;
 
@@ -48,7 +53,7 @@ VYX_BEGIN_DECLS
 
 /*
  * Allows the service to start again after StopLogService(true). It starts nothing: the background thread, its
- * stack of 128 KiB and a buffer of 2 MiB come with the first line that passes.
+ * stack of 128 KiB and 2.75 MiB for the lines that wait for it come with the first line that passes.
  *
  * Result:  0.
  * Threads: any.
@@ -100,7 +105,13 @@ VYX_API int32_t EnableTarget(log_services eTarget, const void *pParam, uint32_t 
  */
 VYX_API int32_t DisableTarget(log_services eTarget);
 
-/* Sets the threshold for the lines to come. Result: 0. Any thread. */
+/*
+ * Sets the threshold for the lines to come; it stays over stops and starts of the service.
+ *   eLevel  the highest level that passes; every number is allowed
+ *
+ * Result:  0.
+ * Threads: any; waits for nobody.
+ */
 VYX_API int32_t AdjustLogLevel(log_level eLevel);
 
 /*
@@ -112,15 +123,16 @@ VYX_API int32_t AdjustLogLevel(log_level eLevel);
  * Nothing is kept of the arguments.
  *
  * Result:   0  taken
- *          -1  memory or a thread for the service is short; the next line tries again
+ *          -1  the service has to start, and memory or a thread for it is short; the next line tries again
  *          -2  the service was stopped with StopLogService(true), is just being stopped, or the process is at its end
  *          -3  the level is above the threshold
  *          -4  the buffer of 2 MiB is full: the line is dropped. The call never waits for room
- *          -5  no target is on
+ *          -5  no target is on, or the last one is just being switched off
  *          -6  szFile or szFormat is null
  *          -7  the C library cannot format the text
- *          They are tested in the order -6, -3, -5, -2 or -1, -7, -4. No last error is set; errno is not kept.
- * Threads: any number at once. Not from a signal handler, as the C library's formatting is not.
+ *          They are tested in the order -6, -3, -5, -2 or -1, -7, -4. No last error is set; errno stays as it was.
+ * Threads: any number at once; no cancellation point. Not from a signal handler, as the C library's formatting is not;
+ *          one that interrupts a WriteLog may call exit, which loses at most that line.
  * Fork:    a forked child begins with the service not running and the file target off; what the parent took, the
  *          parent writes. The child may use all of this header. To let it write files, give it a directory of
  *          its own.
@@ -139,7 +151,14 @@ VYX_API int32_t WriteLog(log_level eLevel, const char *szFile, int32_t iLine, co
 VYX_API int32_t FormatTimeAndName(char *szBuf, uint32_t nSize, log_level eLevel, const char *szFile,
                                   int32_t iLine);
 
-/* What follows the last '/' or '\' of a path; the path itself where it has none; null for null. Any thread. */
+/*
+ * The part of a path that the header shows.
+ *   szPath  zero-terminated; the result points into it
+ *
+ * Result:  what follows the last '/' or '\', which is "" for a path that ends in one; the path itself where it has none;
+ *          null for null.
+ * Threads: any.
+ */
 VYX_API const char *FindLastSlash(const char *szPath);
 
 VYX_END_DECLS
@@ -149,7 +168,12 @@ VYX_END_DECLS
 /* The service itself is of no use to callers: they have the functions above. */
 class LogService;
 
-/* The process's one service. Result: valid as long as the process lives. Any thread. */
+/*
+ * The process's one service.
+ *
+ * Result:  valid as long as the process lives, also at its end.
+ * Threads: any.
+ */
 VYX_API LogService &GetLogService();
 
 #endif
