@@ -82,6 +82,24 @@ void RegisterSearches() {
 void RegisterReading() {
     RegisterNumber("atoi32", "vyx", [](const Number &n) { Keep(VYX_Atoi32(n.szDecimal32)); });
     RegisterNumber("atoi32", "raw", [](const Number &n) { Keep(std::atoi(n.szDecimal32)); });
+    RegisterNumber("strtoi32", "vyx", [](const Number &n) {
+        char *pEnd = nullptr;
+        Keep(VYX_StrToi32(n.szDecimal32, &pEnd, 10));
+        Keep(pEnd);
+    });
+    RegisterNumber("strtoi32", "raw", [](const Number &n) {
+        char *pEnd = nullptr;
+        Keep(std::strtol(n.szDecimal32, &pEnd, 10));
+        Keep(pEnd);
+    });
+    RegisterNumber(
+        "strtoi32", "from_chars",
+        [](const Number &n) {
+            int32_t iValue = 0;
+            Keep(std::from_chars(n.szDecimal32, n.szDecimal32 + n.nDecimal32, iValue).ptr);
+            Keep(iValue);
+        },
+        kBeside);
     RegisterNumber("atoi64", "vyx", [](const Number &n) { Keep(VYX_Atoi64(n.szDecimal)); });
     RegisterNumber("atoi64", "raw", [](const Number &n) { Keep(std::atoll(n.szDecimal)); });
     RegisterNumber("strtoi64_hex", "vyx", [](const Number &n) {
@@ -108,7 +126,7 @@ void RegisterWriting() {
             *std::to_chars(s_szOut, s_szOut + sizeof s_szOut, n.iValue32).ptr = '\0';
             Keep(s_szOut);
         },
-        0);
+        kBeside);
     RegisterNumber("ltoa", "vyx", [](const Number &n) { Keep(VYX_Ltoa(s_szOut, n.iValue, 10)); });
     RegisterNumber("ltoa", "raw", [](const Number &n) {
         Keep(std::snprintf(s_szOut, sizeof s_szOut, "%" PRId64, n.iValue));

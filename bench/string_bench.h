@@ -32,6 +32,9 @@ inline Texts TextsOf(size_t nLength) {
 // is measurable of the shortest.
 constexpr double kLevel = 1.1;
 
+// Beside a function that the compiler builds into its caller.
+constexpr double kBeside = 1.2;
+
 // Registers one side of a case for texts of a length.
 template <class Call>
 void RegisterCall(const std::string &kase, const char *szSide, size_t nLength, Call call,
@@ -63,6 +66,7 @@ struct Number {
     char szDecimal[24];
     char szDecimal32[24];
     char szHex[24];
+    size_t nDecimal32; // length of szDecimal32
 };
 
 // As many of each length in bits, of either sign.
@@ -73,9 +77,11 @@ inline std::vector<Number> MakeNumbers() {
         Number &n = numbers[i];
         n.iPositive = static_cast<int64_t>(random() >> (1 + i % 63));
         n.iValue = random() % 4 == 0 ? -n.iPositive : n.iPositive;
-        n.iValue32 = static_cast<int32_t>(n.iValue >> 32);
+        n.iValue32 = static_cast<int32_t>(static_cast<uint32_t>(random()) >> (1 + i % 31));
+        n.iValue32 = random() % 4 == 0 ? -n.iValue32 : n.iValue32;
         (void)std::snprintf(n.szDecimal, sizeof n.szDecimal, "%" PRId64, n.iValue);
-        (void)std::snprintf(n.szDecimal32, sizeof n.szDecimal32, "%" PRId32, n.iValue32);
+        n.nDecimal32 =
+            static_cast<size_t>(std::snprintf(n.szDecimal32, sizeof n.szDecimal32, "%" PRId32, n.iValue32));
         (void)std::snprintf(n.szHex, sizeof n.szHex, "%" PRIx64, n.iPositive);
     }
     return numbers;

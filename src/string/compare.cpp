@@ -102,6 +102,6 @@ int32_t VYX_Strcasecmp(const char *szA, const char *szB) {
 
 int32_t VYX_Strncasecmp(const char *szA, const char *szB, int32_t iCount) {
     // Deliberate: a negative count compares the first bytes, whatever follows. Pinned by
-    // Comparisons.NegativeCountComparesOneByte.
+    // Comparisons.AreDifferencesOfBytes.
     return Compare_Local(szA, szB, iCount < 0 ? 1 : static_cast<size_t>(iCount), vyx_inter::ToUpper());
 }

@@ -5,7 +5,7 @@
 
 char *VYX_Strchr(const char *szText, char c) {
     // Deliberate: the terminating zero is found in an empty text only. Pinned by
-    // Searches.TheTerminatorIsFoundInAnEmptyTextOnly.
+    // Searches.OddEndsAndCounts.
     if (c == '\0' && *szText != '\0')
         return nullptr;
     return const_cast<char *>(std::strchr(szText, c));
@@ -24,18 +24,8 @@ char *VYX_Strstr(const char *szText, const char *szNeedle) {
 char *VYX_Strnstr(const char *szText, const char *szNeedle, int32_t iLength) {
     if (iLength < 0)
         return nullptr;
+    if (iLength == 0) // not every memmem finds nothing everywhere
+        return const_cast<char *>(szText);
     const auto nLength = static_cast<size_t>(iLength);
     return static_cast<char *>(memmem(szText, std::strlen(szText), szNeedle, nLength));
-}
-
-char *VYX_Strcasestr(const char *szText, const char *szNeedle) {
-    if (*szNeedle == '\0')
-        return const_cast<char *>(szText);
-    const vyx_inter::Fold lower = vyx_inter::ToLower();
-    const int32_t iFirst = lower(*szNeedle);
-    const auto iRest = static_cast<int32_t>(std::strlen(szNeedle + 1));
-    for (; *szText != '\0'; ++szText)
-        if (lower(*szText) == iFirst && VYX_Strncasecmp(szText + 1, szNeedle + 1, iRest) == 0)
-            return const_cast<char *>(szText);
-    return nullptr;
 }

@@ -1,9 +1,6 @@
-// Numbers to text and back.
+// Numbers to text and back: a table of what is odd, and random numbers and texts against the rules written once more.
 #include <cctype>
 #include <cerrno>
-#include <cinttypes>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -26,23 +23,19 @@ std::string Digits(uint64_t nValue, uint32_t nRadix) {
 TEST(Numbers, EveryRadixPrintsWhatItShould) {
     std::mt19937_64 random(5);
     char szOut[70];
-    for (uint32_t nRadix = 2; nRadix <= 36; ++nRadix) {
-        for (int i = 0; i < 3000; ++i) {
-            const auto iValue = static_cast<int64_t>(random() >> (1 + random() % 63));
-            std::memset(szOut, '#', sizeof szOut);
-            ASSERT_EQ(VYX_Ltoa(szOut, iValue, nRadix), szOut);
-            ASSERT_EQ(szOut, Digits(static_cast<uint64_t>(iValue), nRadix));
-            ASSERT_EQ(szOut[std::strlen(szOut) + 1], '#') << "nothing behind the terminator";
-            const auto iSmall = static_cast<int32_t>(iValue & INT32_MAX);
-            ASSERT_EQ(VYX_Itoa(szOut, iSmall, nRadix), Digits(static_cast<uint64_t>(iSmall), nRadix));
-        }
-        EXPECT_EQ(VYX_Ltoa(szOut, INT64_MAX, nRadix), Digits(INT64_MAX, nRadix));
-        EXPECT_EQ(VYX_Itoa(szOut, INT32_MAX, nRadix), Digits(INT32_MAX, nRadix));
-        EXPECT_STREQ(VYX_Itoa(szOut, 0, nRadix), "0");
+    for (int i = 0; i < 100000; ++i) {
+        const auto nRadix = static_cast<uint32_t>(2 + i % 35);
+        const auto iLarge = static_cast<int64_t>(i < 70 ? INT64_MAX : random() >> (1 + random() % 63));
+        const auto iSmall = static_cast<int32_t>(iLarge & INT32_MAX);
+        std::memset(szOut, '#', sizeof szOut);
+        ASSERT_EQ(VYX_Ltoa(szOut, iLarge, nRadix), szOut);
+        ASSERT_EQ(szOut, Digits(static_cast<uint64_t>(iLarge), nRadix));
+        ASSERT_EQ(szOut[std::strlen(szOut) + 1], '#') << "nothing behind the terminator";
+        ASSERT_EQ(VYX_Itoa(szOut, iSmall, nRadix), Digits(static_cast<uint64_t>(iSmall), nRadix));
+        ASSERT_EQ(VYX_Ltoa(szOut, -iLarge, 10), std::to_string(-iLarge));
+        ASSERT_EQ(VYX_Itoa(szOut, -iSmall, 10), std::to_string(-iSmall));
     }
-    for (int64_t iValue : {INT64_MIN + 1, int64_t{-42}, int64_t{-1}, int64_t{INT32_MIN}})
-        EXPECT_EQ(VYX_Ltoa(szOut, iValue, 10), std::to_string(iValue));
-    for (uint32_t nRadix : {0U, 1U, 37U, UINT32_MAX}) {
+    for (const uint32_t nRadix : {0U, 1U, 37U, UINT32_MAX}) {
         std::strcpy(szOut, "kept");
         EXPECT_EQ(VYX_Itoa(szOut, 5, nRadix), nullptr);
         EXPECT_EQ(VYX_Ltoa(szOut, 5, nRadix), nullptr);
@@ -64,74 +57,52 @@ TEST(Numbers, TextsAreReadToTheirEnd) {
     const struct {
         const char *szText;
         uint32_t nBase;
-        int64_t iValue;
         int iEnd; // offset
+        int32_t iSmall;
+        int64_t iLarge;
     } cases[] = {
-        {"  -0x1A", 0, -26, 7}, {"0x", 16, 0, 0},      {"0x", 0, 0, 0},
-        {"0xh", 16, 0, 0},      {"0X7fz", 16, 127, 4}, {"0x10", 10, 0, 1},
-        {"012", 0, 10, 3},      {"0", 0, 0, 1},        {"\t\n\v\f\r +9x", 0, 9, 8},
-        {"-", 10, 0, 0},        {"--5", 10, 0, 0},     {"+-5", 10, 0, 0},
-        {"", 10, 0, 0},         {"abc", 10, 10, 1},    {"12", 20, 0, 0},
-        {"12", 1, 0, 0},        {"12", 17, 0, 0},      {"12", UINT32_MAX, 0, 0},
-        {"ffG", 16, 4096, 3},   {"0xg", 16, 16, 3},    {"2", 2, 2, 1},
-        {"3", 2, 0, 0},         {" 7 8", 10, 7, 2},
+        {"  -0x1A", 0, 7, -26, -26},
+        {"0x", 16, 0, 0, 0},
+        {"0X7fz", 16, 4, 127, 127},
+        {"0x10", 10, 1, 0, 0},
+        {"012", 0, 3, 10, 10},
+        {"\t\n\v\f\r +9x", 0, 8, 9, 9},
+        {"+-5", 10, 0, 0, 0},
+        {"", 10, 0, 0, 0},
+        {"12", 1, 0, 0, 0},
+        {"12", 17, 0, 0, 0},
+        {"12", UINT32_MAX, 0, 0, 0},
+        // A digit may equal the base.
+        {"018", 0, 3, 16, 16},
+        {"1a", 10, 2, 20, 20},
+        {"1b", 10, 1, 1, 1},
+        // Overflow stops at the limits, and the digits behind it belong to the number.
+        {"2147483647", 10, 10, INT32_MAX, INT32_MAX},
+        {"-2147483648", 10, 11, INT32_MIN, INT32_MIN},
+        {"21474836480000x", 10, 14, INT32_MAX, 21474836480000},
+        {"-9223372036854775808", 10, 20, INT32_MIN, INT64_MIN},
+        {"-9223372036854775809", 10, 20, INT32_MIN, INT64_MIN},
+        {"9223372036854775808", 10, 19, INT32_MAX, INT64_MAX},
+        // A wrap that moves the right way is not seen.
+        {"133333333", 16, 9, 0x33333333, 0x133333333},
     };
+    errno = 7;
     for (const auto &c : cases) {
         SCOPED_TRACE(c.szText);
         char *pEnd = nullptr;
-        EXPECT_EQ(VYX_StrToi32(c.szText, &pEnd, c.nBase), c.iValue);
-        EXPECT_EQ(pEnd, c.szText + c.iEnd);
-        EXPECT_EQ(VYX_StrToi64(c.szText, &pEnd, c.nBase), c.iValue);
-        EXPECT_EQ(pEnd, c.szText + c.iEnd);
-        EXPECT_EQ(VYX_StrToi32(c.szText, nullptr, c.nBase), c.iValue);
-    }
-}
-
-TEST(Numbers, ADigitMayEqualTheBase) {
-    char *pEnd = nullptr;
-    const char *szText = "018";
-    EXPECT_EQ(VYX_StrToi32(szText, &pEnd, 0), 16);
-    EXPECT_EQ(pEnd, szText + 3);
-    EXPECT_EQ(VYX_Atoi32("1a"), 20);
-    EXPECT_EQ(VYX_Atoi64("1b"), 1);
-}
-
-TEST(Numbers, OverflowStopsAtTheLimits) {
-    errno = 7;
-    EXPECT_EQ(VYX_Atoi32("2147483647"), INT32_MAX);
-    EXPECT_EQ(VYX_Atoi32("2147483648"), INT32_MAX);
-    EXPECT_EQ(VYX_Atoi32("-2147483648"), INT32_MIN);
-    EXPECT_EQ(VYX_Atoi32("-2147483649"), INT32_MIN);
-    EXPECT_EQ(VYX_Atoi64("9223372036854775808"), INT64_MAX);
-    EXPECT_EQ(VYX_Atoi64("-9223372036854775808"), INT64_MIN);
-    EXPECT_EQ(VYX_Atoi64("-9223372036854775809"), INT64_MIN);
-    const char *szLong = "21474836480000x";
-    char *pEnd = nullptr;
-    EXPECT_EQ(VYX_StrToi32(szLong, &pEnd, 10), INT32_MAX);
-    EXPECT_EQ(*pEnd, 'x') << "the digits behind the overflow belong to the number";
-    EXPECT_EQ(errno, 7);
-    EXPECT_EQ(VYX_StrToi32("133333333", nullptr, 16), 0x33333333)
-        << "a wrap that moves the right way is not seen";
-}
-
-TEST(Numbers, WhatIsPrintedIsReadBack) {
-    std::mt19937_64 random(9);
-    char szOut[70];
-    for (int i = 0; i < 200000; ++i) {
-        const auto iValue = static_cast<int64_t>(random()) >> (random() % 63);
-        const auto nBase = static_cast<uint32_t>(2 + random() % 15);
-        if (iValue != INT64_MIN) {
-            ASSERT_EQ(VYX_Atoi64(VYX_Ltoa(szOut, iValue, 10)), iValue);
+        EXPECT_EQ(VYX_StrToi32(c.szText, &pEnd, c.nBase), c.iSmall);
+        EXPECT_EQ(pEnd - c.szText, c.iEnd);
+        EXPECT_EQ(VYX_StrToi64(c.szText, &pEnd, c.nBase), c.iLarge);
+        EXPECT_EQ(pEnd - c.szText, c.iEnd);
+        if (c.nBase == 10) {
+            EXPECT_EQ(VYX_Atoi32(c.szText), c.iSmall);
+            EXPECT_EQ(VYX_Atoi64(c.szText), c.iLarge);
         }
-        const int64_t iPositive = iValue & INT64_MAX;
-        char *pEnd = nullptr;
-        ASSERT_EQ(VYX_StrToi64(VYX_Ltoa(szOut, iPositive, nBase), &pEnd, nBase), iPositive);
-        ASSERT_EQ(*pEnd, '\0');
-        ASSERT_EQ(VYX_StrToi64(szOut, nullptr, nBase), std::strtoll(szOut, nullptr, static_cast<int>(nBase)));
     }
+    EXPECT_EQ(errno, 7);
 }
 
-// The rules for reading, written once more digit by digit; what wraps does so in Unsigned.
+// The rules for reading, digit by digit; what wraps does so in Unsigned.
 template <class Signed, class Unsigned>
 Signed Expected(const char *szText, uint32_t nBase, const char **ppEnd) {
     const char *p = szText;
@@ -168,9 +139,8 @@ Signed Expected(const char *szText, uint32_t nBase, const char **ppEnd) {
     return bNegative ? std::numeric_limits<Signed>::min() : std::numeric_limits<Signed>::max();
 }
 
-TEST(Numbers, AnyTextIsReadByTheRulesAndMostlyAsTheCLibraryDoes) {
+TEST(Numbers, AnyTextIsReadByTheRules) {
     std::mt19937 random(13);
-    int nAlike = 0;
     for (int i = 0; i < 400000; ++i) {
         std::string text(random() % 3, ' ');
         text += std::string("+-").substr(random() % 3, 1);
@@ -189,16 +159,7 @@ TEST(Numbers, AnyTextIsReadByTheRulesAndMostlyAsTheCLibraryDoes) {
         const auto iLarge = Expected<int64_t, uint64_t>(text.c_str(), nBase, &pExpected);
         ASSERT_EQ(VYX_StrToi64(text.c_str(), &pEnd, nBase), iLarge) << nBase;
         ASSERT_EQ(pEnd, pExpected);
-        // Where they differ: a digit equal to the base, a prefix without digits behind it, base 17 and 1, overflow.
-        errno = 0;
-        char *pTheirs = nullptr;
-        const int64_t iTheirs = std::strtoll(text.c_str(), &pTheirs, static_cast<int>(nBase));
-        if (pTheirs == pEnd && errno == 0) {
-            ASSERT_EQ(iTheirs, iLarge) << nBase;
-            ++nAlike;
-        }
     }
-    EXPECT_GT(nAlike, 150000);
 }
 
 } // namespace
