@@ -9,11 +9,11 @@
 
 namespace {
 
-// With room for nRoom times as many keys. The looser a table, the shorter its probes.
+// With room for nRoom percent of the keys.
 template <uint32_t nRoom>
 class TextTable {
   public:
-    TextTable() { (void)VYX_SimpleHashCreate(kKeys * nRoom, &m_pTable); }
+    TextTable() { (void)VYX_SimpleHashCreate(kKeys / 100 * nRoom, &m_pTable); }
     ~TextTable() { (void)VYX_SimpleHashDestroy(m_pTable); }
     TextTable(const TextTable &) = delete;
     TextTable &operator=(const TextTable &) = delete;
@@ -35,7 +35,7 @@ class TextTable {
 template <uint32_t nRoom>
 class IntTable {
   public:
-    IntTable() { (void)VYX_SimpleIntHashCreate(kKeys * nRoom, &m_pTable); }
+    IntTable() { (void)VYX_SimpleIntHashCreate(kKeys / 100 * nRoom, &m_pTable); }
     ~IntTable() { (void)VYX_SimpleIntHashDestroy(m_pTable); }
     IntTable(const IntTable &) = delete;
     IntTable &operator=(const IntTable &) = delete;
@@ -57,18 +57,18 @@ class IntTable {
 using StdText = MapTable<const char *, std::unordered_map<const char *, void *, TextHash, TextEqual>>;
 using StdInt = MapTable<uint32_t, std::unordered_map<uint32_t, void *>>;
 
-constexpr uint32_t kPiece = 4096;
-constexpr uint32_t kPieces = 16; // that the ring holds
+constexpr uint32_t kRing = 65536;    // bytes that the ring holds
+constexpr uint32_t kMaxPiece = 4096; // bytes written at once
 
 // What a piece is copied out to, where the case says so.
 struct Outcome {
-    uint8_t bytes[kPiece];
+    uint8_t bytes[kMaxPiece];
     uint64_t nTaken = 0;
 };
 
 int32_t CopyOut(uint8_t *pData, uint32_t nLen, void *pUser) {
     auto *pOutcome = static_cast<Outcome *>(pUser);
-    std::memcpy(pOutcome->bytes, pData, std::min(nLen, kPiece));
+    std::memcpy(pOutcome->bytes, pData, std::min(nLen, kMaxPiece));
     benchmark::DoNotOptimize(pOutcome->bytes);
     pOutcome->nTaken += nLen;
     return 0;
@@ -81,55 +81,69 @@ int32_t LookOnly(uint8_t *pData, uint32_t nLen, void *pUser) {
 }
 
 // One piece in, and out through the callback.
-template <VYX_CYCLEBUFFER_PROC fnCallback>
+template <VYX_CYCLEBUFFER_PROC fnCallback, uint32_t nPiece>
 void CycleVyx(benchmark::State &state) {
-    static uint8_t s_bytes[kPiece];
+    static uint8_t s_bytes[nPiece];
     Outcome outcome;
     VYX_HANDLE_CYCLEBUFFER hBuffer = nullptr;
-    (void)VYX_CycleBufferInit(&hBuffer, kPiece * kPieces, fnCallback, &outcome);
+    (void)VYX_CycleBufferInit(&hBuffer, kRing, fnCallback, &outcome);
     for (auto _ : state) {
-        (void)VYX_CycleBufferWrite(hBuffer, s_bytes, kPiece);
+        (void)VYX_CycleBufferWrite(hBuffer, s_bytes, nPiece);
         (void)VYX_CycleBufferRead(hBuffer);
     }
     (void)VYX_CycleBufferDestroy(hBuffer);
-    if (outcome.nTaken != uint64_t{kPiece} * static_cast<uint64_t>(state.iterations()))
+    if (outcome.nTaken != uint64_t{nPiece} * static_cast<uint64_t>(state.iterations()))
         state.SkipWithError("bytes were lost");
 }
 
-// The same copies into storage of the same size, without a ring around them; under a mutex, if bLocked.
-template <VYX_CYCLEBUFFER_PROC fnCallback, bool bLocked = false>
-void CycleRaw(benchmark::State &state) {
+enum class By { Hand, Mutex };
+
+// The same copies into storage of the same size and the same calls, without a ring around them, or as a ring that is
+// made of a mutex: locked for the copy, and locked for what is handed over.
+template <VYX_CYCLEBUFFER_PROC fnCallback, uint32_t nPiece, By eBy>
+void CycleOwn(benchmark::State &state) {
     static pthread_mutex_t s_hLock = PTHREAD_MUTEX_INITIALIZER;
-    static uint8_t s_bytes[kPiece];
-    static uint8_t s_storage[kPiece * kPieces];
+    static uint8_t s_bytes[nPiece];
+    static uint8_t s_storage[kRing];
     Outcome outcome;
+    VYX_CYCLEBUFFER_PROC fnOut = fnCallback;
+    uint32_t nLen = nPiece;
+    benchmark::DoNotOptimize(fnOut); // a ring is told both when it is made or used
+    benchmark::DoNotOptimize(nLen);
     uint32_t nAt = 0;
+    const auto lock = [] { return eBy == By::Mutex ? pthread_mutex_lock(&s_hLock) : 0; };
+    const auto unlock = [] { return eBy == By::Mutex ? pthread_mutex_unlock(&s_hLock) : 0; };
     for (auto _ : state) {
-        if (bLocked)
-            (void)pthread_mutex_lock(&s_hLock);
-        std::memcpy(s_storage + nAt, s_bytes, kPiece);
+        (void)lock();
+        std::memcpy(s_storage + nAt, s_bytes, nLen);
         benchmark::ClobberMemory();
-        if (bLocked)
-            (void)pthread_mutex_unlock(&s_hLock);
-        (void)fnCallback(s_storage + nAt, kPiece, &outcome);
-        nAt = (nAt + kPiece) % sizeof s_storage;
+        (void)unlock();
+        (void)lock();
+        (void)fnOut(s_storage + nAt, nLen, &outcome);
+        nAt = (nAt + nLen) % sizeof s_storage;
+        (void)unlock();
     }
 }
 
-constexpr uint32_t kAlikeKeys = 2000;
+template <VYX_CYCLEBUFFER_PROC fnCallback, uint32_t nPiece>
+void RegisterRing(const char *szCase) {
+    bench::Compare(szCase, {{"vyx", CycleVyx<fnCallback, nPiece>},
+                            {"mutex", CycleOwn<fnCallback, nPiece, By::Mutex>, 1 / 0.95},
+                            {"raw", CycleOwn<fnCallback, nPiece, By::Hand>}});
+}
 
 // Keys that differ behind their eighth byte only: the fixed hash does not see that far and gives all of them one path.
 template <class Table>
 void HashFindAlike(benchmark::State &state) {
     std::vector<std::string> keys;
-    for (uint32_t n = 0; n < kAlikeKeys; ++n)
+    for (uint32_t n = 0; n < kKeys; ++n)
         keys.push_back("customer-" + std::to_string(n));
     Table table;
-    for (uint32_t n = 0; n < kAlikeKeys; ++n)
+    for (uint32_t n = 0; n < kKeys; ++n)
         table.Enter(keys[n].c_str(), DataOf(n));
     uint32_t n = 0;
     for (auto _ : state) {
-        n = (n + 619) % kAlikeKeys;
+        n = (n + 61813) % kKeys;
         if (table.Find(keys[n].c_str()) != DataOf(n))
             state.SkipWithError("wrong data");
     }
@@ -138,17 +152,19 @@ void HashFindAlike(benchmark::State &state) {
 } // namespace
 
 int main(int argc, char **argv) {
-    RegisterTable<TextTable<2>, const char *>("vyx");
-    RegisterTable<TextTable<1>, const char *>("vyx_full");
-    RegisterTable<StdText, const char *>("std");
-    RegisterTable<IntTable<2>, uint32_t>("vyx");
-    RegisterTable<IntTable<1>, uint32_t>("vyx_full");
-    RegisterTable<StdInt, uint32_t>("std");
+    RegisterTable<TextTable<200>, const char *>("vyx_half");
+    RegisterTable<TextTable<105>, const char *>("vyx_95");
+    RegisterTable<TextTable<100>, const char *>("vyx_full");
+    RegisterTable<StdText, const char *>("std", 1);
+    RegisterTable<IntTable<200>, uint32_t>("vyx_half");
+    RegisterTable<IntTable<105>, uint32_t>("vyx_95");
+    RegisterTable<IntTable<100>, uint32_t>("vyx_full");
+    RegisterTable<StdInt, uint32_t>("std", 1);
     bench::Compare("hash_find_text_alike",
-                   {{"vyx", HashFindAlike<TextTable<2>>}, {"std", HashFindAlike<StdText>}});
-    bench::Compare("cycle_4k_in", {{"vyx", CycleVyx<LookOnly>},
-                                   {"raw", CycleRaw<LookOnly>, 1.3},
-                                   {"raw_locked", CycleRaw<LookOnly, true>}});
-    bench::Compare("cycle_4k_in_out", {{"vyx", CycleVyx<CopyOut>}, {"raw", CycleRaw<CopyOut>, 1.3}});
+                   {{"vyx", HashFindAlike<TextTable<200>>}, {"std", HashFindAlike<StdText>, 3}});
+    RegisterRing<LookOnly, 64>("cycle_64_in");
+    RegisterRing<CopyOut, 64>("cycle_64_in_out");
+    RegisterRing<LookOnly, 4096>("cycle_4k_in");
+    RegisterRing<CopyOut, 4096>("cycle_4k_in_out");
     return bench::Run(argc, argv);
 }

@@ -34,7 +34,7 @@ enum class Rank : uint8_t {
     CondWaits,     // bounded waits for conditions
     Calendar,      // the C library's zone data
     Atomic,        // the atomic operations
-    WholeValue,    // values that the processor cannot exchange as one
+    Ring,          // one cycle buffer: what is free of its storage
     SemNames,      // the names of semaphores, and their opening and closing
 };
 
@@ -50,7 +50,7 @@ inline constexpr RankRow kRanks[] = {
     {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"}, {95, "FlexRegistry"},
     {100, "FlexPool"},   {110, "Event"},        {120, "LogQueue"}, {120, "LogFile"},
     {130, "SemWaits"},   {130, "CondWaits"},    {160, "Calendar"}, {170, "Atomic"},
-    {180, "WholeValue"}, {190, "SemNames"},
+    {180, "Ring"},       {190, "SemNames"},
 };
 
 } // namespace vyx_inter

@@ -2,39 +2,39 @@
 #ifndef VYX_CONTAINER_CONTAINER_INTER_H
 #define VYX_CONTAINER_CONTAINER_INTER_H
 
+#include <atomic>
 #include <vyx/container.h>
 
-#include "container/whole_value.h"
+#include "base/lock.h"
 
 VYX_BEGIN_DECLS
 
-// What a search does with an absent key.
-enum ACTION : int32_t { FIND = 0, ENTER = 1 };
-
+// Slots of the tables; hash_table.h says how they are used.
 struct VYX_HSLOT_S {
-    uint32_t used; // 0 empty, otherwise the home index of the key
-    _VYX_ENTRY entry;
+    uint32_t home; // of the key
+    uint32_t next; // 0 = the slot is free
+    uint32_t near;
+    uint32_t far;
+    const char *key;
+    void *data;
 };
 
 struct VYX_HINTSLOT_S {
-    uint32_t used; // occupied if it is the complement of the key
-    _VYX_INTITEM entry;
-};
-
-// What of a ring is stored. It changes as one, so that it can be looked at without the lock. Aligned as a whole, or
-// some compilers would call a library for it.
-struct alignas(8) VYX_CYCLE_STORED_S {
-    int32_t iRead;   // where the oldest byte lies
-    uint32_t nCount; // bytes stored
+    uint32_t key;
+    uint32_t next; // 0 = the slot is free
+    uint32_t near;
+    uint32_t far;
+    void *data;
 };
 
 struct VYX_CYCLE_BUFFER_T {
-    uint8_t *pData;    // the storage, behind this record in the same block
-    int32_t iCapacity; // bytes
-    int32_t iWrite; // where the next byte goes, 0 to iCapacity - 1; always nCount bytes behind iRead, around
-    vyx_inter::WholeValue<VYX_CYCLE_STORED_S> stored;
-    std::atomic<uint32_t> nDrops; // reads that are done, around
-    VYX_MUTEX_T hLock; // recursive; one writer at a time: guards iWrite and what is free of the storage
+    uint8_t *pData; // the storage, behind this record in the same block
+    uint32_t nCapacity;
+    vyx_inter::Lock lock{vyx_inter::Rank::Ring}; // one writer at a time
+    uint32_t nWrite VYX_GUARDED_BY(lock);        // where the next byte goes
+    std::atomic<uint32_t> nIn;                   // bytes ever written, modulo 2^32
+    std::atomic<uint32_t> nOut;                  // bytes ever dropped, modulo 2^32
+    std::atomic<uint32_t> nRead;                 // where the oldest byte lies; the reader's
     VYX_CYCLEBUFFER_PROC fnCallback;
     void *pUser;
 };

@@ -1,18 +1,40 @@
-// The algorithm that both hash tables share: open addressing with double hashing, downward within 1..size.
+// What both hash tables share: open addressing with double hashing, and lists that make look-ups short.
 //
-// A table is one zeroed block: the header, then size + 1 slots of which the first is never used. Traits say what
-// differs between string and integer keys:
-//   Header, Slot, Item      types
-//   Hash(item)              32 bits of the key
-//   IsOccupied(slot)
-//   Holds(slot, item, home) the slot is occupied by that key
-//   IsOnPath(slot, home)    an occupied slot that counts as part of the home's path in a removal
-//   Put(slot, item, home)
+// A table is one block: its header, which lies where slot 0 would be, and slots 1 to size. A key's hash modulo size is
+// its home (1 instead of 0). From its home a key's path goes downward, around within 1 to size, by a step that
+// depends on the home alone. Sizes are primes, so a path visits every slot. A key is entered in the first free slot
+// of its path, and a walk along the path to the first free slot finds it again.
+//
+// Until something is removed no path has a gap, so the walk meets the keys of a home in the order in which they
+// were entered. Each home has a list of them in that order, which leaves out the slots of other homes:
+//
+//   near  the slot of the first key whose home this is; 0 = none
+//   next  the slot of the next key in the same list; that of this key itself if it is the last; 0 = free slot
+//
+// A home with more than kNear keys (texts alike in their first eight bytes share one) keeps the others in lists by a hash
+// that tells them apart. The last near key's `next` is then the slot of the key that was entered last, where the
+// search for a free slot goes on:
+//
+//   far   the slot of the first key in the list of this hash; 0 = none
+//
+// The first removal makes a gap. From then on the walk decides, and the lists are neither read nor kept.
+//
+// The caller owns the texts of keys. Near keys are compared in the order of the walk, so even a text that was changed
+// in place is found, or not, as the walk would have it.
+//
+// Traits say what differs between text and integer keys:
+//   Header, Slot, Key
+//   Hash(key)           32 bits
+//   FarHash(key)        the same of the whole key, spread over all bits
+//   Same(slot, key)     the slot has this key, if it has one
+//   OfHome(slot, home)  the slot counts as one of this home's, if it is not free
+//   SetHome(slot, home)
 #ifndef VYX_CONTAINER_HASH_TABLE_H
 #define VYX_CONTAINER_HASH_TABLE_H
 
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 
 #include "container/container_inter.h"
 
@@ -36,57 +58,67 @@ inline uint32_t TableSize(uint32_t nCapacity) {
 template <class Traits>
 class HashTable {
   public:
-    using Header = typename Traits::Header;
     using Slot = typename Traits::Slot;
-    using Item = typename Traits::Item;
+    using Key = typename Traits::Key;
 
     static int32_t Create(uint32_t nCapacity, void **ppTable) {
         if (ppTable == nullptr)
             return VYX_ERROR;
         *ppTable = nullptr;
-        const uint64_t nSize = TableSize(nCapacity);
-        const uint64_t nBytes = sizeof(Header) + (nSize + 1) * sizeof(Slot);
-        auto *pHeader = nSize == 0 || nBytes > SIZE_MAX
-                            ? nullptr
-                            : static_cast<Header *>(std::calloc(1, static_cast<size_t>(nBytes)));
-        if (pHeader == nullptr)
+        const uint32_t nSize = TableSize(nCapacity);
+        const uint64_t nSlots = (uint64_t{nSize} + 1) * sizeof(Slot);
+        void *pBlock = nSize == 0 || nSlots > SIZE_MAX - kAlignment
+                           ? nullptr
+                           : std::calloc(1, static_cast<size_t>(nSlots) + kAlignment);
+        if (pBlock == nullptr)
             return VYX_ERROR;
-        pHeader->table = reinterpret_cast<Slot *>(pHeader + 1);
-        pHeader->size = static_cast<uint32_t>(nSize);
-        *ppTable = pHeader;
+        *ppTable = pBlock;
+        auto &header = static_cast<Head *>(pBlock)->header;
+        size_t nRoom = static_cast<size_t>(nSlots) + kAlignment;
+        header.table =
+            static_cast<Slot *>(std::align(kAlignment, static_cast<size_t>(nSlots), pBlock, nRoom));
+        header.size = nSize;
         return VYX_OK;
     }
 
-    explicit HashTable(void *pTable) : m_header(*static_cast<Header *>(pTable)), m_slots(m_header.table) {}
+    explicit HashTable(void *pTable)
+        : m_head(*static_cast<Head *>(pTable)), m_header(m_head.header), m_slots(m_header.table) {}
 
-    int32_t Enter(const Item &item) {
-        Item *pStored = nullptr;
+    int32_t Enter(Key key, void *pData) {
+        const uint32_t nHome = Home(key);
+        uint32_t nAt = Seek(key, nHome);
+        if (nAt == 0 && m_header.filled == m_header.size)
+            return VYX_ERROR;
+        if (nAt == 0) {
+            nAt = m_head.bGaps ? Take(nHome, nHome) : Link(key, nHome);
+            m_slots[nAt].key = key;
+            m_slots[nAt].data = pData;
+            Traits::SetHome(m_slots[nAt], nHome);
+            ++m_header.filled;
+        }
         // Deliberate: data that is present is never replaced; other data for its key is an error.
-        return Search(item, ENTER, &pStored) == VYX_OK && pStored->data == item.data ? VYX_OK : VYX_ERROR;
+        return m_slots[nAt].data == pData ? VYX_OK : VYX_ERROR;
     }
 
-    int32_t Find(const Item &item, void **ppData) {
-        Item *pStored = nullptr;
-        const int32_t iResult = Search(item, FIND, &pStored);
-        *ppData = iResult == VYX_OK ? pStored->data : nullptr;
-        return iResult;
+    int32_t Find(Key key, void **ppData) {
+        const uint32_t nAt = Seek(key, Home(key));
+        *ppData = nAt != 0 ? m_slots[nAt].data : nullptr;
+        return nAt != 0 ? VYX_OK : VYX_ERROR;
     }
 
-    int32_t Remove(const Item &item) {
-        const uint32_t nHome = Home(item);
+    int32_t Remove(Key key) {
+        const uint32_t nHome = Home(key);
+        const uint32_t nAt = Seek(key, nHome);
+        if (nAt == 0)
+            return VYX_ERROR;
+        m_head.bGaps = 1;
         const uint32_t nLast = LastOnPath(nHome);
-        if (nLast == 0)
-            return VYX_ERROR;
-        const Item moved = m_slots[nLast].entry;
-        bool bFound = false;
-        const uint32_t nAt = Locate(item, nHome, &bFound);
-        if (!bFound)
-            return VYX_ERROR;
+        const Slot moved = m_slots[nLast];
         m_slots[nAt] = {};
         // Deliberate: entering the moved item raises the count, which is then lowered once, so it ends unchanged
-        // although an item is gone. Pinned by HashTable.RemovalKeepsTheCountWhenAnItemMoves.
+        // although an item is gone. Pinned by HashTable.TextTableAgreesWithTheModel.
         if (nAt != nLast) {
-            if (Enter(moved) != VYX_OK)
+            if (Enter(moved.key, moved.data) != VYX_OK)
                 return VYX_ERROR;
             m_slots[nLast] = {};
         }
@@ -95,8 +127,17 @@ class HashTable {
     }
 
   private:
-    uint32_t Home(const Item &item) const {
-        const uint32_t nHome = Traits::Hash(item) % m_header.size;
+    static constexpr size_t kAlignment = 32; // bytes; no slot of this size lies in two cache lines
+    static constexpr uint32_t kNear = 4;
+
+    struct Head {
+        typename Traits::Header header;
+        uint32_t bGaps; // something was removed
+    };
+    static_assert(sizeof(Head) <= sizeof(Slot), "it lies in the place of slot 0");
+
+    uint32_t Home(Key key) const {
+        const uint32_t nHome = Traits::Hash(key) % m_header.size;
         return nHome == 0 ? 1 : nHome;
     }
 
@@ -108,53 +149,94 @@ class HashTable {
         return nIndex > nStep ? nIndex - nStep : nIndex + m_header.size - nStep;
     }
 
-    // Where the key is, or where it would be put.
-    uint32_t Locate(const Item &item, uint32_t nHome, bool *pFound) const {
-        uint32_t nIndex = nHome;
-        do {
-            if (Traits::Holds(m_slots[nIndex], item, nHome)) {
-                *pFound = true;
-                return nIndex;
-            }
-            if (!Traits::IsOccupied(m_slots[nIndex]))
-                break;
+    // Takes the first free slot of a home's path from one of its slots on. There is one.
+    uint32_t Take(uint32_t nIndex, uint32_t nHome) {
+        while (m_slots[nIndex].next != 0)
             nIndex = Next(nIndex, nHome);
-        } while (nIndex != nHome);
-        *pFound = false;
+        m_slots[nIndex].next = nIndex;
         return nIndex;
     }
 
-    int32_t Search(const Item &item, ACTION action, Item **ppResult) {
-        const uint32_t nHome = Home(item);
-        bool bFound = false;
-        const uint32_t nIndex = Locate(item, nHome, &bFound);
-        if (!bFound && (action == FIND || m_header.filled == m_header.size)) {
-            *ppResult = nullptr;
-            return VYX_ERROR;
-        }
-        if (!bFound) {
-            Traits::Put(m_slots[nIndex], item, nHome);
-            ++m_header.filled;
-        }
-        *ppResult = &m_slots[nIndex].entry;
-        return VYX_OK;
+    // Where a key is; 0 if it is absent.
+    uint32_t Seek(Key key, uint32_t nHome) const {
+        return m_head.bGaps ? Walk(key, nHome) : SeekNear(key, nHome);
     }
 
-    // The last slot of a home's path before its first gap; 0 if the path is empty.
-    uint32_t LastOnPath(uint32_t nHome) const {
-        uint32_t nLast = 0;
+    uint32_t Walk(Key key, uint32_t nHome) const {
         uint32_t nIndex = nHome;
         do {
-            if (!Traits::IsOccupied(m_slots[nIndex]))
+            const Slot &slot = m_slots[nIndex];
+            if (slot.next == 0)
+                return 0;
+            if (Traits::OfHome(slot, nHome) && Traits::Same(slot, key))
+                return nIndex;
+            nIndex = Next(nIndex, nHome);
+        } while (nIndex != nHome);
+        return 0;
+    }
+
+    // What follows in a list; 0 at its end.
+    uint32_t After(uint32_t nIndex) const {
+        const uint32_t nNext = m_slots[nIndex].next;
+        return nNext == nIndex ? 0 : nNext;
+    }
+
+    uint32_t SeekNear(Key key, uint32_t nHome) const {
+        uint32_t nSeen = 0;
+        for (uint32_t nIndex = m_slots[nHome].near; nIndex != 0; nIndex = After(nIndex)) {
+            if (Traits::Same(m_slots[nIndex], key))
+                return nIndex;
+            if (++nSeen == kNear)
+                return SeekFar(key, nHome);
+        }
+        return 0;
+    }
+
+    uint32_t SeekFar(Key key, uint32_t nHome) const {
+        for (uint32_t nIndex = FarList(key); nIndex != 0; nIndex = After(nIndex))
+            if (Traits::OfHome(m_slots[nIndex], nHome) && Traits::Same(m_slots[nIndex], key))
+                return nIndex;
+        return 0;
+    }
+
+    // The first in a key's far list.
+    uint32_t &FarList(Key key) const {
+        return m_slots[1 + ((uint64_t{Traits::FarHash(key)} * m_header.size) >> 32)].far;
+    }
+
+    // Takes the first free slot of a home's path for a key and puts it in its list.
+    uint32_t Link(Key key, uint32_t nHome) {
+        uint32_t nNear = 0; // keys in the near list
+        uint32_t nLast = 0; // the last of them
+        for (uint32_t n = m_slots[nHome].near; n != 0 && nNear < kNear; n = After(n), ++nNear)
+            nLast = n;
+        uint32_t &nLatest = nLast == 0 ? m_slots[nHome].near : m_slots[nLast].next;
+        const uint32_t nAt = Take(nLast == 0 ? nHome : nLatest, nHome);
+        nLatest = nAt;
+        if (nNear == kNear) {
+            uint32_t &nFar = FarList(key);
+            m_slots[nAt].next = nFar == 0 ? nAt : nFar;
+            nFar = nAt;
+        }
+        return nAt;
+    }
+
+    // The last slot of a home's path before its first gap that counts as the home's. There is one.
+    uint32_t LastOnPath(uint32_t nHome) const {
+        uint32_t nLast = nHome;
+        uint32_t nIndex = nHome;
+        do {
+            if (m_slots[nIndex].next == 0)
                 break;
-            if (Traits::IsOnPath(m_slots[nIndex], nHome))
+            if (Traits::OfHome(m_slots[nIndex], nHome))
                 nLast = nIndex;
             nIndex = Next(nIndex, nHome);
         } while (nIndex != nHome);
         return nLast;
     }
 
-    Header &m_header;
+    Head &m_head;
+    typename Traits::Header &m_header;
     Slot *m_slots;
 };
 

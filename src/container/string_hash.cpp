@@ -1,5 +1,6 @@
 // The hash table with string keys.
 #include <cstring>
+#include <string_view>
 
 #include "container/hash_table.h"
 
@@ -16,34 +17,26 @@ namespace {
 struct StringTraits {
     using Header = struct VYX_HSEARCH_DATA;
     using Slot = VYX_HSLOT_S;
-    using Item = _VYX_ENTRY;
+    using Key = const char *;
 
-    // The length, then times 16 plus each byte, from the last to the first. Whatever is more than eight places
-    // from the front has been shifted out of the 32 bits by the end, so only the front is looked at.
-    static uint32_t Hash(const Item &item) {
-        constexpr size_t kPlaces = 8;
-        const size_t nFront = strnlen(item.key, kPlaces);
-        auto nHash = static_cast<uint32_t>(nFront);
-        for (size_t i = nFront; i-- > 0;)
-            nHash = nHash * 16 +
-                    static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(item.key[i])));
-        return nHash;
+    // The length, then times 16 plus each byte, from the last to the first. What is more than eight places from the
+    // front has been shifted out of the 32 bits by the end, so only the front is looked at.
+    static uint32_t Hash(const char *szKey) {
+        uint32_t nHash = 0;
+        uint32_t nShift = 0;
+        for (; nShift < 32 && *szKey != '\0'; nShift += 4, ++szKey)
+            nHash += static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(*szKey))) << nShift;
+        return nShift < 32 ? nHash + (nShift / 4 << nShift) : nHash;
     }
-    static bool IsOccupied(const Slot &slot) { return slot.used != 0; }
-    // Only keys with the same home are worth a comparison.
-    static bool Holds(const Slot &slot, const Item &item, uint32_t nHome) {
-        return slot.used == nHome && std::strcmp(slot.entry.key, item.key) == 0;
+    static uint32_t FarHash(const char *szKey) {
+        return static_cast<uint32_t>(std::hash<std::string_view>()(szKey));
     }
-    static bool IsOnPath(const Slot &slot, uint32_t nHome) { return slot.used == nHome; }
-    static void Put(Slot &slot, const Item &item, uint32_t nHome) { slot = {nHome, item}; }
+    static bool Same(const Slot &slot, const char *szKey) { return std::strcmp(slot.key, szKey) == 0; }
+    static bool OfHome(const Slot &slot, uint32_t nHome) { return slot.home == nHome; }
+    static void SetHome(Slot &slot, uint32_t nHome) { slot.home = nHome; }
 };
 
 using Table = vyx_inter::HashTable<StringTraits>;
-
-// A key to look for. It is only read.
-_VYX_ENTRY KeyOf_Local(const char *szKey) {
-    return {const_cast<char *>(szKey), nullptr};
-}
 
 } // namespace
 
@@ -52,15 +45,15 @@ int32_t VYX_SimpleHashCreate(uint32_t nCapacity, void **ppTable) {
 }
 
 int32_t VYX_SimpleHashEnter(_VYX_ENTRY *pItem, void *pTable) {
-    return Table(pTable).Enter(*pItem);
+    return Table(pTable).Enter(pItem->key, pItem->data);
 }
 
 int32_t VYX_SimpleHashFind(const char *szKey, void **ppData, void *pTable) {
-    return Table(pTable).Find(KeyOf_Local(szKey), ppData);
+    return Table(pTable).Find(szKey, ppData);
 }
 
 int32_t VYX_SimpleHashRemove(const char *szKey, void *pTable) {
-    return Table(pTable).Remove(KeyOf_Local(szKey));
+    return Table(pTable).Remove(szKey);
 }
 
 int32_t VYX_SimpleHashDestroy(void *pTable) {

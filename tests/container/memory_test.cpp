@@ -7,7 +7,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <vyx/container.h>
+
+#include "container/container_inter.h"
 
 namespace {
 
@@ -38,8 +39,10 @@ int32_t Take(uint8_t *pData, uint32_t nLen, void *pUser) {
 
 class CycleBuffer : public testing::Test {
   protected:
+    // Makes the ring, with both counts about to begin anew.
     void Make(int32_t iCapacity) {
         ASSERT_EQ(VYX_CycleBufferInit(&m_taken.hBuffer, iCapacity, Take, &m_taken), VYX_OK);
+        m_taken.hBuffer->nIn = m_taken.hBuffer->nOut = UINT32_MAX - 20;
     }
     ~CycleBuffer() override { VYX_CycleBufferDestroy(m_taken.hBuffer); }
 
@@ -91,15 +94,6 @@ TEST_F(CycleBuffer, WrappedReadKeepsItsTwoLengths) {
     EXPECT_EQ(Write({21, 22}), VYX_OK) << "one at the end, one at the start";
     EXPECT_EQ(Read(), (std::vector<Bytes>{{21}, {22}}))
         << "8 bytes long by its rule, but kept in the storage";
-}
-
-TEST_F(CycleBuffer, CallbackMayWriteToTheSameRing) {
-    Make(16);
-    m_taken.bWriteBack = true;
-    EXPECT_EQ(Write({1, 2}), VYX_OK);
-    EXPECT_EQ(Read(), (std::vector<Bytes>{{1, 2}}));
-    EXPECT_EQ(Count(), 1U);
-    EXPECT_EQ(Read(), (std::vector<Bytes>{{77}}));
 }
 
 TEST_F(CycleBuffer, CallbackMayReadTheSameRing) {
@@ -162,7 +156,7 @@ TEST_F(CycleBuffer, AgreesWithTheModel) {
 
 TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
     constexpr uint8_t kWriters = 4;
-    constexpr uint16_t kEach = 20000;
+    constexpr uint16_t kEach = 6000;
     constexpr int kPiece = 5; // the writer, its count in two bytes, and both once more as a check
     Make(70);                 // twice what is ever stored, so that nothing is dropped
     std::atomic<int> iPermits{70 / 2 / kPiece};
@@ -180,6 +174,11 @@ TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
                 ASSERT_EQ(Write({byWriter, byLow, byHigh, byCheck, byWriter}), VYX_OK);
             }
         });
+    std::atomic<bool> bDone{false};
+    std::thread onlooker([this, &bDone] {
+        for (; !bDone; std::this_thread::yield())
+            ASSERT_LE(Count(), 70U / 2) << "never more than was there at one moment";
+    });
     Bytes all;
     while (all.size() < size_t{kWriters} * kEach * kPiece) {
         const size_t nBefore = all.size();
@@ -193,6 +192,8 @@ TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
     }
     for (std::thread &writer : writers)
         writer.join();
+    bDone = true;
+    onlooker.join();
     uint16_t nDue[kWriters] = {};
     for (size_t i = 0; i < all.size(); i += kPiece) {
         ASSERT_LT(all[i], kWriters);
