@@ -7,7 +7,7 @@
  *
  * A bounded wait sleeps until it is over: pending waits cost no processor time, however many there are. Its limit is
  * counted on the wall clock. Setting that clock forward shortens the waits that are pending, setting it back
- * prolongs them.
+ * prolongs them (on Darwin within a tenth of a second).
  */
 #ifndef VYX_SYNC_H
 #define VYX_SYNC_H

@@ -1,11 +1,14 @@
 // The platform's conditions wait for a moment of the wall clock or for a time that passes. It turns the former into the
-// latter when the wait begins, so a clock that is set meanwhile is looked at again after the wait only.
+// latter when the wait begins; so a wait on the wall clock is made of short ones, with a look at the clock after each.
+// None of them loses a signal: the platform says whether it was the time that ended it.
 #include <cerrno>
 #include <sys/time.h>
 
 #include "base/deadline.h"
 
 namespace {
+
+constexpr int64_t kClockLook = 100000; // microseconds between looks whether the wall clock was set
 
 struct timespec Split_Local(int64_t iMicros) {
     struct timespec time = {};
@@ -27,8 +30,14 @@ int64_t Now(Clock eClock) {
 bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadline &deadline) {
     if (deadline.IsNever())
         return pthread_cond_wait(pCond, pMutex) == 0;
-    const struct timespec left = Split_Local(deadline.LeftMicros());
-    return pthread_cond_timedwait_relative_np(pCond, pMutex, &left) != ETIMEDOUT || !deadline.HasPassed();
+    do {
+        const int64_t iLeft = deadline.LeftMicros();
+        const bool bShort = deadline.WhichClock() == Clock::Wall && iLeft > kClockLook;
+        const struct timespec left = Split_Local(bShort ? kClockLook : iLeft);
+        if (pthread_cond_timedwait_relative_np(pCond, pMutex, &left) != ETIMEDOUT)
+            return true;
+    } while (!deadline.HasPassed());
+    return false;
 }
 
 } // namespace vyx_inter
