@@ -39,6 +39,7 @@ has_module() { any_command pkg-config && pkg-config --exists "$1"; }
 # has PACKAGE: the machine has what Debian's package of this name brings, wherever it came from.
 has() {
     case $1 in
+    abigail-tools) any_command abidiff ;;
     clang) any_command clang && any_command clang++ ;;
     cmake) # 3.25 or later, which reads the presets
         any_command cmake &&
@@ -121,7 +122,7 @@ want() {
 
 BUILD_PACKAGES=(cmake ninja-build g++)
 TEST_PACKAGES=("${BUILD_PACKAGES[@]}" googletest pkgconf python3)
-TOOLS_OF_TESTS=(iproute2 gdb patch pigz) # without them some tests are skipped
+TOOLS_OF_TESTS=(abigail-tools iproute2 gdb patch pigz) # without them some tests are skipped
 
 # What a preset needs beside the above.
 packages_of() {
