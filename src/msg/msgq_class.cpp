@@ -11,6 +11,10 @@
 
 namespace vyx {
 
+// Programs built with another release rely on it: behind the class's table of functions lie its three members.
+static_assert(sizeof(vyx_msgq) ==
+              sizeof(void *) + sizeof(vyx_recursive_mutex) + sizeof(vyx_sem) + sizeof(void *));
+
 namespace {
 
 constexpr uint32_t kQuickLooks = 64; // looks between which others are merely let run

@@ -12,7 +12,6 @@ static_assert(sizeof(VYX_ADDR_T) == 28 && alignof(VYX_ADDR_T) == 4);
 static_assert(offsetof(VYX_ADDR_EXP_T, byAddr) == 4 && offsetof(VYX_ADDR_EXP_T, nPort) == 20 &&
               sizeof(VYX_ADDR_EXP_T) == 24);
 
-static_assert(sizeof(VYX_ADDR_T) == 28, "the platform's larger socket address");
 static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port), "the port has one place");
 
 // The text of VYX_GetAddrString; shared by all threads, as its callers know.

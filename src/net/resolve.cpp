@@ -14,7 +14,8 @@ static_assert(offsetof(VYX_ADDRESS_INFO_T, iFamily) == 4 && offsetof(VYX_ADDRESS
               offsetof(VYX_ADDRESS_INFO_T, iProtocol) == 12 && offsetof(VYX_ADDRESS_INFO_T, struAddr) == 16 &&
               offsetof(VYX_ADDRESS_INFO_T, pCanonName) == (sizeof(void *) == 8 ? 48 : 44) &&
               offsetof(VYX_ADDRESS_INFO_T, pNext) ==
-                  offsetof(VYX_ADDRESS_INFO_T, pCanonName) + sizeof(void *));
+                  offsetof(VYX_ADDRESS_INFO_T, pCanonName) + sizeof(void *) &&
+              sizeof(VYX_ADDRESS_INFO_T) == offsetof(VYX_ADDRESS_INFO_T, pNext) + sizeof(void *));
 
 namespace {
 

@@ -38,6 +38,8 @@ namespace {
 
 constexpr uint32_t kDefaultStackSize = 1048576; // bytes
 constexpr uint64_t kAllUsed = ~uint64_t{0};
+// Programs built with another release rely on it.
+static_assert(sizeof(VYX_ThreadPool) == sizeof(VYX_HANDLE_THREADPOOL));
 static_assert(VYX_MAX_THREADPOOLS == 64, "one bit of s_nUsed each");
 
 bool IsOpen_Local(uint32_t nEra) {

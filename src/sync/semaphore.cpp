@@ -130,6 +130,7 @@ VYX_Sema::VYX_Sema(unsigned int initial, unsigned int maximum)
     static_assert(std::is_standard_layout_v<VYX_Sema> && offsetof(VYX_Sema, m_hSem) == 0);
     static_assert(offsetof(VYX_Sema, m_nMaxCount) < offsetof(VYX_Sema, m_mutex));
     static_assert(offsetof(VYX_Sema, m_mutex) < offsetof(VYX_Sema, m_nCount));
+    static_assert(sizeof(VYX_Sema) == offsetof(VYX_Sema, m_nCount) + alignof(VYX_Sema));
     // A failure leaves the slot empty, and every wait answers -1.
     (void)VYX_SemCreate(&m_hSem, initial);
 }

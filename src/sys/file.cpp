@@ -9,9 +9,12 @@
 #include "sys/file_inter.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
-static_assert(offsetof(VYX_FINFO_T, perm) == 12 && offsetof(VYX_FINFO_T, nlink) == 20 &&
-              offsetof(VYX_FINFO_T, inode) == 24 && offsetof(VYX_FINFO_T, size) == 32 &&
-              offsetof(VYX_FINFO_T, mtime) == 56 && sizeof(VYX_FINFO_T) == 64);
+static_assert(offsetof(VYX_FINFO_T, uid) == 4 && offsetof(VYX_FINFO_T, gid) == 8 &&
+              offsetof(VYX_FINFO_T, perm) == 12 && offsetof(VYX_FINFO_T, rdev) == 16 &&
+              offsetof(VYX_FINFO_T, nlink) == 20 && offsetof(VYX_FINFO_T, inode) == 24 &&
+              offsetof(VYX_FINFO_T, size) == 32 && offsetof(VYX_FINFO_T, atime) == 40 &&
+              offsetof(VYX_FINFO_T, ctime) == 48 && offsetof(VYX_FINFO_T, mtime) == 56 &&
+              sizeof(VYX_FINFO_T) == 64);
 
 static_assert(sizeof(off_t) == sizeof(int64_t), "files above 2 GiB need wide offsets");
 

@@ -4,6 +4,11 @@
 #include "base/units.h"
 #include "time/calendar.h"
 
+// Programs built with another release rely on it. In front of the members lies the class's table of functions.
+static_assert(sizeof(vyx::vyx_time_tick) == sizeof(int64_t) + alignof(vyx::vyx_time_tick));
+static_assert(sizeof(vyx::vyx_time) - sizeof(vyx::vyx_time_tick) - sizeof(struct tm) <
+              alignof(vyx::vyx_time));
+
 namespace {
 
 using vyx_inter::kMicrosPerMilli;

@@ -35,7 +35,7 @@ void Parse(const char *szText) {
     std::array<uint8_t, 16> bytes;
     bytes.fill(0xEE);
     const int32_t iResult = VYX_InetPton(szText, bytes.data());
-    Line("parse %s: %d %s", Quoted(szText).c_str(), iResult, Hex(bytes.data(), bytes.size()).c_str());
+    std::string made;
     for (const int32_t iFamily : {AF_INET, AF_INET6}) {
         VYX_ADDR_T addr;
         std::memset(&addr, 0, sizeof addr);
@@ -43,12 +43,15 @@ void Parse(const char *szText) {
             std::strspn(szText, "0123456789.") != 0)
             continue; // the platform's own parser reads shorter forms
         const int32_t iMade = VYX_MakeAddrByString(iFamily, szText, 0x1234, &addr);
-        Line("make %s %s: %d family %s port %u", FamilyName(iFamily), Quoted(szText).c_str(), iMade,
-             FamilyName(VYX_GetAddrType(&addr)), VYX_GetAddrPort(&addr));
+        made += std::string("; make ") + FamilyName(iFamily) + ": " + std::to_string(iMade) + " family " +
+                FamilyName(VYX_GetAddrType(&addr)) + " port " + std::to_string(VYX_GetAddrPort(&addr));
     }
+    Line("parse %s: %d %s%s", Quoted(szText).c_str(), iResult, Hex(bytes.data(), bytes.size()).c_str(),
+         made.c_str());
 }
 
 void Print(const std::array<uint8_t, 16> &bytes) {
+    std::string texts;
     for (const int32_t iSize : {8, 15, 24, 46}) {
         char szOut[64];
         std::memset(szOut, '#', sizeof szOut);
@@ -56,9 +59,9 @@ void Print(const std::array<uint8_t, 16> &bytes) {
         const std::string text6 = Quoted(szText);
         std::memset(szOut, '#', sizeof szOut);
         szText = VYX_InetNtop(AF_INET, bytes.data(), szOut, iSize);
-        Line("print %s in %d: %s %s", Hex(bytes.data(), 16).c_str(), iSize, text6.c_str(),
-             Quoted(szText).c_str());
+        texts += " " + std::to_string(iSize) + ": " + text6 + " " + Quoted(szText);
     }
+    Line("print %s in%s", Hex(bytes.data(), 16).c_str(), texts.c_str());
 }
 
 void Records(const std::array<uint8_t, 16> &bytes) {
@@ -83,19 +86,38 @@ void Records(const std::array<uint8_t, 16> &bytes) {
 } // namespace
 
 void Addresses() {
-    for (const char *szText : {"1.2.3.4", "1.2.3", "1.2.3.4.5", "1..2.3", "001.002.003.004", "::", "::1",
-                               "1::", "1:2", "1:::2", "fe80::1", "1:2:3:4:5:6:7:8", "1:2:3:4:5:6:7:8:9",
-                               "::1.2.3.4", "1:2:3:4:5:6:1.2.3.4", "1:2:", "1:2g", "12345::", ""})
+    Section("addresses from text");
+    for (const char *szText : {"1.2.3.4",
+                               "1.2.3",
+                               "1.2.3.4.5",
+                               "1..2.3",
+                               "001.002.003.004",
+                               "::",
+                               "::1",
+                               "1::",
+                               "1:2",
+                               "1:::2",
+                               "fe80::1",
+                               "1:2:3:4:5:6:7:8",
+                               "1:2:3:4:5:6:7:8:9",
+                               "::1.2.3.4",
+                               "1:2:3:4:5:6:1.2.3.4",
+                               "1:2:",
+                               "1:2g",
+                               "12345::",
+                               ":1:2",
+                               ""})
         Parse(szText);
-    for (int i = 0; i < 250; ++i)
+    for (int i = 0; i < 160; ++i)
         Parse(AddressText().c_str());
     VYX_ADDR_T addr;
     std::memset(&addr, 0, sizeof addr);
     (void)VYX_MakeAddrByString(AF_INET, "1.2.3.4", 80, &addr);
     uint32_t nAddr = 0;
     (void)VYX_GetAddr4Int(&addr, &nAddr);
-    LocalLine("1.2.3.4 as an integer: %08x", nAddr);
-    for (int i = 0; i < 100; ++i) {
+    Line("1.2.3.4 as an integer: bytes %s", Hex(&nAddr, sizeof nAddr).c_str());
+    Section("addresses as text");
+    for (int i = 0; i < 60; ++i) {
         std::array<uint8_t, 16> bytes{};
         for (size_t n = 0; n < 16; n += 2)
             if (Random(2) == 0) {

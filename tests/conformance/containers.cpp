@@ -17,12 +17,13 @@ long Index(const void *pData) {
 
 void TextTable(uint32_t nWish) {
     void *pTable = nullptr;
-    Line("text table of %u: %d", nWish, VYX_SimpleHashCreate(nWish, &pTable));
+    Section("text table of " + std::to_string(nWish));
+    Line("create: %d", VYX_SimpleHashCreate(nWish, &pTable));
     const auto *pHeader = static_cast<const struct VYX_HSEARCH_DATA *>(pTable);
     static std::array<std::string, 40> keys;
     for (size_t n = 0; n < keys.size(); ++n)
         keys[n] = std::string(n % 7, 'k') + std::to_string(n * n);
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < 100; ++i) {
         const uint32_t nKey = Random(keys.size());
         void *pData = nullptr;
         int32_t iResult = 0;
@@ -46,12 +47,13 @@ void TextTable(uint32_t nWish) {
 
 void NumberTable(uint32_t nWish) {
     void *pTable = nullptr;
-    Line("number table of %u: %d", nWish, VYX_SimpleIntHashCreate(nWish, &pTable));
+    Section("number table of " + std::to_string(nWish));
+    Line("create: %d", VYX_SimpleIntHashCreate(nWish, &pTable));
     const auto *pHeader = static_cast<const struct VYX_HSEARCH_INTDATA *>(pTable);
     std::vector<uint32_t> keys = {0, 1, 0xFFFFFFFF, 0x80000000};
     while (keys.size() < 40)
         keys.push_back(Random());
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < 100; ++i) {
         const uint32_t nKey = Random(40);
         void *pData = nullptr;
         int32_t iResult = 0;
@@ -80,8 +82,9 @@ int32_t PrintPart(uint8_t *pData, uint32_t nLength, void * /*pUser*/) {
 
 void Ring(int32_t iCapacity) {
     VYX_HANDLE_CYCLEBUFFER hRing = nullptr;
-    Line("ring of %d: %d", iCapacity, VYX_CycleBufferInit(&hRing, iCapacity, PrintPart, nullptr));
-    for (int i = 0; i < 60; ++i) {
+    Section("ring of " + std::to_string(iCapacity));
+    Line("create: %d", VYX_CycleBufferInit(&hRing, iCapacity, PrintPart, nullptr));
+    for (int i = 0; i < 25; ++i) {
         std::array<uint8_t, 16> bytes{};
         for (uint8_t &by : bytes)
             by = static_cast<uint8_t>(Random());
@@ -99,18 +102,18 @@ void Ring(int32_t iCapacity) {
 } // namespace
 
 void Containers() {
-    for (const uint32_t nWish : {0u, 1u, 5u, 10u, 24u, 60u}) {
+    for (const uint32_t nWish : {10u, 24u})
         TextTable(nWish);
+    for (const uint32_t nWish : {0u, 24u})
         NumberTable(nWish);
-    }
+    Section("sizes of tables");
     for (const uint32_t nWish : {2u, 8u, 9u, 25u, 100u, 121u, 1000u}) {
         void *pTable = nullptr;
         (void)VYX_SimpleHashCreate(nWish, &pTable);
         Line("wish %u: size %u", nWish, static_cast<const struct VYX_HSEARCH_DATA *>(pTable)->size);
         (void)VYX_SimpleHashDestroy(pTable);
     }
-    LocalLine("sizes %zu %zu", sizeof(_VYX_ENTRY), sizeof(struct VYX_HSEARCH_DATA));
-    for (const int32_t iCapacity : {1, 7, 16, 100})
+    for (const int32_t iCapacity : {1, 7, 16})
         Ring(iCapacity);
 }
 

@@ -35,11 +35,12 @@ void ToOwnOrder(uint8_t *pUuid) {
 }
 
 void Positions() {
+    Section("positions");
     char szPath[] = "/tmp/vyx_transcript_XXXXXX";
     (void)close(mkstemp(szPath));
     const VYX_FILE_T hFile =
         VYX_OpenFile(szPath, VYX_OPEN_READ | VYX_OPEN_WRITE | VYX_OPEN_TRUNCATE, VYX_UREAD | VYX_UWRITE);
-    for (int i = 0; i < 60; ++i) {
+    for (int i = 0; i < 40; ++i) {
         char szBytes[33] = "0123456789abcdef0123456789abcdef";
         int32_t iCount = -7;
         int64_t iPosition = -7;
@@ -81,14 +82,16 @@ void Positions() {
 } // namespace
 
 void Files() {
-    for (uint32_t nFlags = 0; nFlags < 0x80; ++nFlags)
+    Section("flags");
+    for (uint32_t nFlags = 0; nFlags < 0x80; nFlags += nFlags < 8 ? 1 : 5)
         Line("open flags %02x: %s", nFlags, FlagNames(VYX_GetOFlagByFlag(nFlags)).c_str());
-    for (int i = 0; i < 150; ++i) {
+    for (int i = 0; i < 24; ++i) {
         const uint32_t nBits = i < 16 ? 1u << i : Random();
-        Line("permission %x: mode %o", nBits, VYX_GetModeByPerm(nBits));
-        Line("mode %o: permission %x", nBits & 07777, VYX_GetPermByMode(nBits & 07777));
+        Line("permission %x: mode %o; mode %o: permission %x", nBits, VYX_GetModeByPerm(nBits), nBits & 07777,
+             VYX_GetPermByMode(nBits & 07777));
     }
-    for (int i = 0; i < 20; ++i) {
+    Section("identifiers");
+    for (int i = 0; i < 8; ++i) {
         uint8_t byUuid[16];
         for (uint8_t &by : byUuid)
             by = static_cast<uint8_t>(Random());

@@ -9,11 +9,12 @@
 namespace transcript {
 
 void Queues() {
+    Section("queue");
     VYX_HANDLE_MSGQ hQueue = nullptr;
     (void)VYX_MsgQCreateEx(&hQueue);
     const auto pMsg = std::make_unique<VYX_MSG_BLOCK_T>();
     int nQueued = 0;
-    for (int i = 0; i < 600; ++i) {
+    for (int i = 0; i < 220; ++i) {
         if (Random(5) < 3) {
             pMsg->iMsgType = i;
             pMsg->iPriority =

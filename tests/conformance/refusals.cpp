@@ -85,6 +85,7 @@ void Show(const char *szWhat, void (*pfnRun)()) {
 } // namespace
 
 void Refusals() {
+    Section("refusals");
     Show("sync", Sync);
     Show("pools", Pools);
     Show("messages", Messages);

@@ -48,7 +48,8 @@ void Conversions(const std::string &text, uint32_t nBase) {
 } // namespace
 
 void Strings() {
-    for (int i = 0; i < 250; ++i) {
+    Section("strings");
+    for (int i = 0; i < 80; ++i) {
         const std::string a = Word(12);
         const std::string b = Word(Random(2) == 0 ? 2 : 12);
         const auto nCount = static_cast<int32_t>(Random(14));
@@ -63,9 +64,8 @@ void Strings() {
              Place(szA, VYX_Strstr(szA, szB)), Place(szA, VYX_Strnstr(szA, szB, nCount)),
              Place(szA, VYX_Strcasestr(szA, szB)));
         char szCopy[32] = "................";
-        Line("copy %s", Quoted(VYX_Strncpy(szCopy, szA, nCount)).c_str());
         char *szMade = VYX_Strndup(szA, nCount);
-        Line("duplicate %s", Quoted(szMade).c_str());
+        Line("copies %s %s", Quoted(VYX_Strncpy(szCopy, szA, nCount)).c_str(), Quoted(szMade).c_str());
         std::free(szMade);
     }
 }
@@ -73,16 +73,20 @@ void Strings() {
 void Numbers() {
     char szOut[72];
     const int64_t edges[] = {0, 1, -1, INT32_MAX, INT32_MIN, INT64_MAX, INT64_MIN, UINT32_MAX};
-    for (uint32_t nRadix = 0; nRadix <= 38; ++nRadix) {
+    for (const uint32_t nRadix : {0u, 1u, 2u, 3u, 10u, 16u, 35u, 36u, 37u}) {
+        Section("numbers in radix " + std::to_string(nRadix));
         for (const int64_t iValue : edges)
             Line("Ltoa %lld radix %u: %s", static_cast<long long>(iValue), nRadix,
                  Quoted(VYX_Ltoa(szOut, iValue, nRadix)).c_str());
         const auto iValue = static_cast<int32_t>(Random64());
         Line("Itoa %d radix %u: %s", iValue, nRadix, Quoted(VYX_Itoa(szOut, iValue, nRadix)).c_str());
     }
-    for (const uint32_t nBase : {0u, 1u, 2u, 8u, 10u, 16u, 35u, 36u, 37u})
-        for (int i = 0; i < 60; ++i)
+    for (const uint32_t nBase : {0u, 1u, 2u, 8u, 10u, 16u, 35u, 36u, 37u}) {
+        Section("texts of base " + std::to_string(nBase));
+        for (int i = 0; i < 20; ++i)
             Conversions(Digits(nBase), nBase);
+    }
+    Section("limits");
     for (const char *szEdge :
          {"2147483647", "2147483648", "-2147483648", "-2147483649", "9223372036854775807",
           "9223372036854775808", "-9223372036854775808", "", "-", "0x", "08", " \t\n12"})

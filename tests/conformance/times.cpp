@@ -31,9 +31,9 @@ void OneInstant(int64_t t) {
     VYX_TIME_T back = -1;
     std::memset(&exp, 0, sizeof exp);
     const int32_t iMade = VYX_ExpTimeFromTimeLocal(t, &exp);
-    Line("local %lld: %d %s", static_cast<long long>(t), iMade, Fields(exp).c_str());
     const int32_t iBack = VYX_TimeFromExpTimeGMT(&exp, &back);
-    Line("back: %d %lld", iBack, static_cast<long long>(back));
+    Line("local %lld: %d %s; back: %d %lld", static_cast<long long>(t), iMade, Fields(exp).c_str(), iBack,
+         static_cast<long long>(back));
     char szText[64] = "";
     (void)VYX_CTime(szText, t);
     uint32_t nLength = 0;
@@ -46,8 +46,8 @@ void OneInstant(int64_t t) {
 void Zone(const char *szZone) {
     (void)setenv("TZ", szZone, 1);
     tzset();
-    Line("zone %s", szZone);
-    for (int i = 0; i < 40; ++i)
+    Section(std::string("zone ") + szZone);
+    for (int i = 0; i < 12; ++i)
         OneInstant(Instant());
     for (const int64_t nSecond :
          {0, 1, -1, 951782400, 951868800, 1080435599, 1080435600, 1099184399, 1099184400})
@@ -61,7 +61,8 @@ void Times() {
         Zone(szZone);
     (void)setenv("TZ", "UTC0", 1);
     tzset();
-    for (int i = 0; i < 150; ++i) {
+    Section("fields");
+    for (int i = 0; i < 50; ++i) {
         VYX_TIME_EXP_T exp{};
         exp.tm_usec = static_cast<int32_t>(Random(2000000)) - 500000;
         exp.tm_sec = static_cast<int32_t>(Random(100)) - 20;
@@ -78,7 +79,8 @@ void Times() {
         Line("from %s: %d %lld; %d %lld", Fields(exp).c_str(), iPlain, static_cast<long long>(plain),
              iShifted, static_cast<long long>(shifted));
     }
-    for (int i = 0; i < 100; ++i) {
+    Section("units");
+    for (int i = 0; i < 20; ++i) {
         int64_t n = Random64() % 100000000000;
         n *= Random(6) == 0 ? -1 : 1;
         struct timeval tv = {};

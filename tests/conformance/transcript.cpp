@@ -4,42 +4,32 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <unistd.h>
 
 namespace transcript {
 
 namespace {
 
-uint64_t s_nState = 0x243F6A8885A308D3u;
-Transcript s_transcript;
-
-void Append(std::string &text, const char *szFormat, va_list args) VYX_PRINTF(2, 0);
-void Append(std::string &text, const char *szFormat, va_list args) {
-    char szLine[1024];
-    (void)std::vsnprintf(szLine, sizeof szLine, szFormat, args);
-    text += szLine;
-    text += '\n';
-}
+uint64_t s_nState;
+std::string s_transcript;
 
 } // namespace
 
-void Line(const char *szFormat, ...) {
-    va_list args;
-    va_start(args, szFormat);
-    Append(s_transcript.common, szFormat, args);
-    va_end(args);
+void Section(const std::string &name) {
+    s_nState = 0x243F6A8885A308D3u;
+    for (const char c : name)
+        s_nState = (s_nState ^ static_cast<unsigned char>(c)) * 6364136223846793005u;
+    Line("== %s", name.c_str());
 }
 
-void LocalLine(const char *szFormat, ...) {
-    const uint16_t nProbe = 1;
-    unsigned char byFirst = 0;
-    std::memcpy(&byFirst, &nProbe, 1);
-    s_transcript.local += std::to_string(sizeof(void *) * 8) + (byFirst == 1 ? " little: " : " big: ");
+void Line(const char *szFormat, ...) {
+    char szLine[1024];
     va_list args;
     va_start(args, szFormat);
-    Append(s_transcript.local, szFormat, args);
+    (void)std::vsnprintf(szLine, sizeof szLine, szFormat, args);
     va_end(args);
+    s_transcript += szLine;
+    s_transcript += '\n';
 }
 
 uint32_t Random() {
@@ -99,7 +89,7 @@ std::string MessagesOf(void (*pfnRun)()) {
     return out;
 }
 
-Transcript Take() {
+std::string Take() {
     Strings();
     Numbers();
     Times();

@@ -9,14 +9,13 @@
 
 namespace transcript {
 
+// Begins a part of the transcript: a line with its name. The random sequence begins anew, so that a change in one part
+// leaves the others as they are.
+void Section(const std::string &name);
 // Adds a line to the transcript.
 void Line(const char *szFormat, ...) VYX_PRINTF(1, 2);
 
-// For what differs with the width of pointers or the order of bytes: a line of its own list, marked at its beginning
-// with those of this processor, "64 little: " for one.
-void LocalLine(const char *szFormat, ...) VYX_PRINTF(1, 2);
-
-// The same sequence on every run and every processor.
+// The same sequence after a part's beginning, on every run and every processor.
 uint32_t Random();
 uint32_t Random(uint32_t nBelow);
 int64_t Random64();
@@ -29,14 +28,8 @@ std::string Hex(const void *pBytes, size_t nCount);
 // What the library prints to standard error while a function runs, for its message texts.
 std::string MessagesOf(void (*pfnRun)());
 
-// Everything, on the started library. The lists end up in the two texts.
-struct Transcript {
-    std::string common;
-    std::string local;
-};
-Transcript Take();
-// Sizes and offsets of the public records and the sizes of the classes, a line each.
-std::string Layout();
+// All parts, on the started library.
+std::string Take();
 
 void Strings();
 void Numbers();

@@ -1,9 +1,9 @@
 #!/bin/sh
 # Compares the names that the library is to export (the file LIST, linkage names) with
-#   exports.sh library LIBRARY          those that the built library does export, each of version VYX_1.0
-#   exports.sh headers SOURCE           those that the headers under SOURCE mark with VYX_API
+#   exports.sh library LIBRARY          those that the shared library exports, each of version VYX_1.0
+#   exports.sh marked ARCHIVE           those that the headers mark with VYX_API, and so are visible in the objects
 #   exports.sh called LIBRARY PROGRAM   and those of its C functions with the ones that PROGRAM calls
-# CXX, CXXFILT, READELF and LIST are in the environment.
+# READELF and LIST are in the environment.
 set -eu
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -17,58 +17,29 @@ same() {
     echo "$(wc -l <"$work/$1") names"
 }
 
-# Dynamic symbols of $1, "TYPE SECTION NAME[@VERSION]" a line; section UND is undefined.
-symbols() { "$READELF" --dyn-syms --wide "$1" | awk '$1 ~ /^[0-9]+:$/ && NF >= 8 && $5 != "LOCAL" { print $4, $7, $8 }'; }
+# symbols OPTION FILE: "TYPE SECTION NAME[@VERSION]" of each visible symbol; section UND is undefined.
+symbols() {
+    "$READELF" "$1" --wide "$2" | awk '$1 ~ /^[0-9]+:$/ && $5 != "LOCAL" && $6 == "DEFAULT" && NF >= 8 { print $4, $7, $8 }'
+}
 
 library() {
     sed 's/$/@@VYX_1.0/' "$LIST" >"$work/listed"
-    symbols "$1" | awk '$2 ~ /^[0-9]+$/ { print $3 }' >"$work/in_library"
+    symbols --dyn-syms "$1" | awk '$2 ~ /^[0-9]+$/ { print $3 }' >"$work/in_library"
     same listed in_library
 }
 
+# Left out: what the compiler adds to the objects, namely functions of std and a sanitizer's own names.
+marked() {
+    cp "$LIST" "$work/listed"
+    symbols --symbols "$1" | awk '$2 != "UND" && $3 !~ /^_Z[A-Z]*St|^__/ { print $3 }' | sort -u >"$work/in_archive"
+    same listed in_archive
+}
+
 called() {
-    symbols "$1" | sed -n '/ _Z/d; s/^FUNC [0-9]* \(.*\)@@.*/\1/p' >"$work/c_functions"
-    symbols "$2" | sed -n 's/@.*//; s/.* UND //p' >"$work/undefined"
+    symbols --dyn-syms "$1" | sed -n '/ _Z/d; s/^FUNC [0-9]* \(.*\)@@.*/\1/p' >"$work/c_functions"
+    symbols --dyn-syms "$2" | sed -n 's/@.*//; s/.* UND //p' >"$work/undefined"
     grep -xFf "$work/c_functions" "$work/undefined" >"$work/in_program"
     same c_functions in_program
-}
-
-# Qualified names, one for each overload. Of a class with virtual functions the compiler makes tables by itself.
-listed_qualified() {
-    "$CXXFILT" <"$LIST" | sort -u | sed -E '/^(vtable|typeinfo|typeinfo name) for /d; s/\(.*//; s/\[abi:.*//'
-}
-
-# The same from the preprocessed headers: one statement a line, then those marked, and members of marked classes.
-declared_qualified() {
-    (cd "$1" && grep -rlw VYX_API include src --include='*.h') | sed 's|^include/||; s|^src/||; s|.*|#include "&"|' |
-        "$CXX" -std=c++17 -I "$1/include" -iquote "$1/src" -x c++ -E -P - |
-        tr '\n' ' ' | awk '{ gsub(/[;{}]/, "&\n"); print }' | awk '
-        function declare(text, scope) {
-            gsub(/__attribute__ *\(\((visibility\("default"\)|noreturn)\)\)/, "", text)
-            sub(/ *[[(;].*/, "", text)
-            if (match(text, /operator[^a-z]+$/)) text = substr(text, RSTART)
-            sub(/.*[ *&]/, "", text)
-            print scope text
-        }
-        { marked = index($0, "visibility(\"default\")") > 0 }
-        /namespace vyx *{/ { space = "vyx::"; space_depth = depth }
-        marked && /class .*{/ {
-            class = $0
-            sub(/ *(final *)?(:.*)?{$/, "", class); sub(/.* /, "", class)
-            class_depth = depth
-        }
-        /;$/ && class != "" && depth == class_depth + 1 && /\(/ && !/= *delete/ { declare($0, space class "::") }
-        /;$/ && class == "" && marked { declare($0, space) }
-        /{$/ { depth++ }
-        /}$/ { depth-- }
-        /}$/ && depth == class_depth { class = "" }
-        /}$/ && depth == space_depth { space = "" }'
-}
-
-headers() {
-    listed_qualified >"$work/listed"
-    declared_qualified "$1" >"$work/in_headers"
-    same listed in_headers
 }
 
 "$@"
