@@ -17,7 +17,7 @@ VYX_BEGIN_DECLS
 
 /*
  * Starts the library. Calls are counted: only the first one does work, later ones raise the counter, and
- * each needs a VYX_Fini of its own. VYX_InitEx is the same function under a second name.
+ * each needs a VYX_Fini of its own.
  *
  * Result:  VYX_OK started (or already running); VYX_ERROR if a service could not start: those that had come
  *          up are stopped again, the counter is unchanged, and a later call tries anew. No message is printed.
@@ -27,11 +27,18 @@ VYX_BEGIN_DECLS
  * Fork:    the services' threads do not exist in a forked child; see the table at the end of this file.
  */
 VYX_API int32_t VYX_Init(void);
+
+/*
+ * Starts the library: VYX_Init under a second name, with the same counter.
+ *
+ * Result:  as VYX_Init: VYX_OK, or VYX_ERROR with nothing started.
+ * Threads: as VYX_Init.
+ */
 VYX_API int32_t VYX_InitEx(void);
 
 /*
  * Undoes one VYX_Init; the call that brings the counter to 0 switches the log service off and stops every
- * service, in the order in which they were started. VYX_FiniEx is the same function under a second name.
+ * service, in the order in which they were started.
  * Bounded waits still pending then return VYX_ERROR. The library may be started again afterwards.
  *
  * Calls must be paired. An unmatched VYX_Fini is counted all the same: the counter becomes -1 and nothing
@@ -42,9 +49,21 @@ VYX_API int32_t VYX_InitEx(void);
  * Threads: as VYX_Init. No other thread may be inside an atomic operation then.
  */
 VYX_API int32_t VYX_Fini(void);
+
+/*
+ * Undoes one VYX_Init: VYX_Fini under a second name, with the same counter.
+ *
+ * Result:  VYX_OK; failures to stop are not reported.
+ * Threads: as VYX_Fini.
+ */
 VYX_API int32_t VYX_FiniEx(void);
 
-/* The library's version as one opaque number, VYX_VERSION. Any thread; no start needed. */
+/*
+ * Tells the version of the library that the program runs with.
+ *
+ * Result:  one opaque number, VYX_VERSION of the headers that the library was built with.
+ * Threads: any.
+ */
 VYX_API uint32_t VYX_GetVYXVersion(void);
 
 /*
@@ -52,6 +71,9 @@ VYX_API uint32_t VYX_GetVYXVersion(void);
  *   nFlags      0: off. Otherwise on: lines of every level pass; bit 0 adds standard output, bit 1 the rotating files,
  *               of 2097152 bytes and numbered without end; other bits are ignored. Nothing is switched off
  *   pFileParam  directory of the files, as in EnableTarget: a path, borrowed for the call; null = "./vyxlog/"
+ *
+ * Lines to standard output go through stdio and are not flushed: in a pipe, a file or a container's log they appear
+ * late. The cure is one call before the first line: setvbuf(stdout, NULL, _IOLBF, 0).
  *
  * Off writes what is queued, switches standard output and the files off, leaves standard error as it is, and stops the
  * service: WriteLog answers -2 (or -5 with no target) until it is switched on again.
@@ -62,17 +84,36 @@ VYX_API uint32_t VYX_GetVYXVersion(void);
 VYX_API int32_t VYX_Log(uint32_t nFlags, const void *pFileParam);
 
 /*
- * The library keeps no error code of its own: reading always yields 0, and setting nCode has no effect and
- * returns 0. Use the system pair below. Any thread; no start needed.
+ * Tells nothing: the library keeps no error code of its own. VYX_GetSystemLastError has the platform's.
+ *
+ * Result:  always 0.
+ * Threads: any.
  */
 VYX_API uint32_t VYX_GetLastError(void);
+
+/*
+ * Does nothing: the library keeps no error code of its own. VYX_SetSystemLastError sets the platform's.
+ *   nCode  ignored
+ *
+ * Result:  always 0.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_SetLastError(uint32_t nCode);
 
 /*
- * Read and write the calling thread's errno. Most functions of the library that fail leave it as the failing
- * platform call set it. Any thread; each has its own value.
+ * Reads errno. Most functions of the library that fail leave it as the failing platform call set it.
+ *
+ * Result:  the calling thread's errno.
+ * Threads: any; each has a value of its own.
  */
 VYX_API uint32_t VYX_GetSystemLastError(void);
+
+/*
+ * Sets errno.
+ *   nCode  the calling thread's errno from now on
+ *
+ * Threads: any; each has a value of its own.
+ */
 VYX_API void VYX_SetSystemLastError(uint32_t nCode);
 
 /*

@@ -72,7 +72,9 @@ VYX_API int32_t StartLogService(void);
 VYX_API int32_t StopLogService(bool bBlock);
 
 /*
- * Switches a target on. The last three arguments are for VYX_LOG_TARGET_FILE only.
+ * Switches a target on. The last three arguments are for VYX_LOG_TARGET_FILE only. Lines to VYX_LOG_TARGET_CONSOLE go
+ * through stdio and are not flushed: call setvbuf(stdout, NULL, _IOLBF, 0) before the first one where they must not be
+ * late.
  *   pParam  the directory, a zero-terminated path of at most 256 bytes, borrowed for the call; null = "./vyxlog/".
  *           Backslashes become slashes, and a slash is appended where the last one is missing (so "" is "/"). It
  *           is made if missing (VYX_MakeDir, one level). A longer path changes nothing but nWrap

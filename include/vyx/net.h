@@ -127,7 +127,7 @@ VYX_API int32_t VYX_MakeAddr4ByInt(uint32_t nAddr, uint16_t nPort, VYX_ADDR_T *p
  */
 VYX_API int32_t VYX_MakeAddr6ByInt(const uint8_t *pBytes16, uint16_t nPort, VYX_ADDR_T *pAddr);
 
-/* The family of an address (AF_INET, AF_INET6, whatever is in it); VYX_ERROR for null. Threads: any. */
+/* Tells the family of an address. Result: AF_INET, AF_INET6 or whatever is in it; VYX_ERROR for null. Threads: any. */
 VYX_API int32_t VYX_GetAddrType(const VYX_ADDR_T *pAddr);
 
 /*
@@ -202,10 +202,10 @@ VYX_API int32_t VYX_InetPton(const char *szText, void *pOut);
  */
 VYX_API char *VYX_InetNtop(int32_t iFamily, const void *pBytes, char *szOut, int32_t iSize);
 
-/* Sets the port of an address, given in host order. VYX_OK; VYX_ERROR for null. Threads: any. */
+/* Sets the port of an address, given in host order. Result: VYX_OK; VYX_ERROR for null. Threads: any. */
 VYX_API int32_t VYX_SetAddrPort(VYX_ADDR_T *pAddr, uint16_t nPort);
 
-/* The port of an address in host order; 0 for null. Threads: any. */
+/* Tells the port of an address. Result: the port in host order; 0 for null. Threads: any. */
 VYX_API uint16_t VYX_GetAddrPort(const VYX_ADDR_T *pAddr);
 
 /* ---- Sockets: the platform calls, with their results (a count or 0, and -1 with errno) ---------------------- */
@@ -218,7 +218,7 @@ VYX_API uint16_t VYX_GetAddrPort(const VYX_ADDR_T *pAddr);
  */
 VYX_API VYX_SOCK_T VYX_CreateSocket(int32_t iFamily, int32_t iType, int32_t iProtocol);
 
-/* shutdown: ends one or both directions (SHUT_RD, SHUT_WR, SHUT_RDWR). 0; -1 with errno. Threads: any. */
+/* shutdown: ends one or both directions (SHUT_RD, SHUT_WR, SHUT_RDWR). Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow);
 
 /*
@@ -231,10 +231,10 @@ VYX_API int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow);
  */
 VYX_API int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown);
 
-/* bind: gives the socket its own address. 0; -1 with errno, and for a null address. Threads: any. */
+/* bind: gives the socket its own address. Result: 0; -1 with errno, and for a null address. Threads: any. */
 VYX_API int32_t VYX_Bind(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr);
 
-/* listen: at most iBacklog connections wait for VYX_Accept. 0; -1 with errno. Threads: any. */
+/* listen: at most iBacklog connections wait for VYX_Accept. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_Listen(VYX_SOCK_T hSocket, int32_t iBacklog);
 
 /*
@@ -255,13 +255,27 @@ VYX_API int32_t VYX_Send(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen);
  */
 VYX_API int32_t VYX_Recv(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen);
 
-/* sendto: as VYX_Send, to an address, which must not be null. Threads: any. */
+/*
+ * sendto: as VYX_Send, to an address.
+ *   iLen  bytes at pBuf; a negative one is refused with EINVAL
+ *   pTo   the receiver's address; must not be null
+ *
+ * Result:  the bytes taken; -1 with errno.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_SendTo(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, const VYX_ADDR_T *pTo);
 
-/* recvfrom: as VYX_Recv; pFrom receives the sender's address, and may be null. Threads: any. */
+/*
+ * recvfrom: as VYX_Recv, with the sender.
+ *   iLen   room at pBuf; a negative one is refused with EINVAL
+ *   pFrom  receives the sender's address; may be null
+ *
+ * Result:  the bytes received, 0 for an empty datagram; -1 with errno.
+ * Threads: any; each datagram goes to one receiver.
+ */
 VYX_API int32_t VYX_RecvFrom(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, VYX_ADDR_T *pFrom);
 
-/* ioctl, for requests with a pointer (FIONREAD). Its result; -1 with errno. Threads: any. */
+/* ioctl, for requests with a pointer (FIONREAD). Result: ioctl's; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_Ioctl(VYX_SOCK_T hSocket, int32_t iRequest, void *pArg);
 
 /*
@@ -274,40 +288,41 @@ VYX_API int32_t VYX_SetNonBlock(VYX_SOCK_T hSocket, int32_t bOn);
 
 /* ---- Options ------------------------------------------------------------------------------------------------- */
 
-/* Sets IP_TTL, the hops that what an IPv4 socket sends may take. 0; -1 with errno. Threads: any. */
+/* Sets IP_TTL, the hops that what an IPv4 socket sends may take. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetTTL(VYX_SOCK_T hSocket, int32_t iTTL);
 
-/* Sets IPV6_UNICAST_HOPS, the hops that what an IPv6 socket sends may take. 0; -1 with errno. Threads: any. */
+/* Sets IPV6_UNICAST_HOPS, the hops that what an IPv6 socket sends may take. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);
 
-/* Sets IP_MULTICAST_TTL, the hops to groups of IPv4. 0; -1 with errno. Threads: any. */
+/* Sets IP_MULTICAST_TTL, the hops to groups of IPv4. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetMultiCastTTL(VYX_SOCK_T hSocket, int32_t iTTL);
 
-/* Sets IPV6_MULTICAST_HOPS, the hops to groups of IPv6. 0; -1 with errno. Threads: any. */
+/* Sets IPV6_MULTICAST_HOPS, the hops to groups of IPv6. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetMultiCastTTL_V6(VYX_SOCK_T hSocket, int32_t iHops);
 
-/* Reads IP_TTL into *pTTL. 0; -1 with errno. Threads: any. */
+/* Reads IP_TTL into *pTTL. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_GetTTL(VYX_SOCK_T hSocket, int32_t *pTTL);
 
-/* Reads IPV6_UNICAST_HOPS into *pHops. 0; -1 with errno. Threads: any. */
+/* Reads IPV6_UNICAST_HOPS into *pHops. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_GetTTL_V6(VYX_SOCK_T hSocket, int32_t *pHops);
 
-/* Sets IP_TOS, the type of service of what an IPv4 socket sends. 0; -1 with errno. Threads: any. */
+/* Sets IP_TOS, the type of service of what an IPv4 socket sends. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetTOS(VYX_SOCK_T hSocket, int32_t iTOS);
 
-/* Reads IP_TOS into *pTOS. 0; -1 with errno. Threads: any. */
+/* Reads IP_TOS into *pTOS. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_GetTOS(VYX_SOCK_T hSocket, int32_t *pTOS);
 
-/* Sets SO_REUSEADDR: an address in use may be bound, as the platform allows. 0; -1 with errno. Threads: any. */
+/* Sets SO_REUSEADDR: an address in use may be bound, as the platform allows. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetReuseAddr(VYX_SOCK_T hSocket, int32_t bOn);
 
-/* Sets TCP_NODELAY: small segments are sent at once (bOn not 0) or collected. 0; -1 with errno. Threads: any. */
+/* Sets TCP_NODELAY: small segments go at once (bOn not 0) or are collected. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_SetNoDelay(VYX_SOCK_T hSocket, int32_t bOn);
 
-/* Switches SO_BROADCAST on; there is no way to switch it off. 0; -1 with errno. Threads: any. */
+/* Switches SO_BROADCAST on; there is no way to switch it off. Result: 0; -1 with errno. Threads: any. */
 VYX_API int32_t VYX_BroadCast(VYX_SOCK_T hSocket);
 
-/* Switches SO_LINGER off: a close returns at once and unsent data still go out. 0; -1 with errno. Threads: any. */
+/* Switches SO_LINGER off: a close does not wait for unsent data, which still go out. Result: 0; -1 with errno. Threads:
+ * any. */
 VYX_API int32_t VYX_LingerOff(VYX_SOCK_T hSocket);
 
 /*
@@ -384,7 +399,14 @@ VYX_API int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAd
 VYX_API int32_t VYX_JoinMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
                                        const VYX_ADDR_T *pGroup);
 
-/* Leaves a multicast group, with the arguments and results of VYX_JoinMultiCastGroup. Threads: any. */
+/*
+ * Leaves a multicast group, whose family decides.
+ *   pLocal  IPv4: the address of the interface. IPv6: not read, but not null
+ *   pGroup  as it was joined: VYX_JoinMultiCastGroup
+ *
+ * Result:  0; -1 with errno, for a null pointer and for any other family.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pLocal,
                                         const VYX_ADDR_T *pGroup);
 
@@ -400,7 +422,9 @@ VYX_API int32_t VYX_LeaveMultiCastGroup(VYX_SOCK_T hSocket, const VYX_ADDR_T *pL
 VYX_API int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
 /*
- * Waits for data, then receives once, as much as there is up to iLen. If another thread was quicker, the wait goes on.
+ * Waits for data, then receives once, as much as there is up to iLen. The receiving itself does not block: if another
+ * thread was quicker, the wait goes on. Where the platform reports an end or an error instead of data, its answer
+ * decides.
  *   nTimeOut  milliseconds
  *
  * Result:  the count; -1 on time-out, failure, end of the connection, and for an iLen of 0 or less.
@@ -409,7 +433,8 @@ VYX_API int32_t VYX_Sendn(VYX_SOCK_T hSocket, const void *pBuf, int32_t iLen, ui
 VYX_API int32_t VYX_RecvWithTimeOut(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOut);
 
 /*
- * Receives exactly iLen bytes within a total time.
+ * Receives exactly iLen bytes within a total time. With a limit the receiving itself does not block, so that no peer
+ * can hold the call for longer.
  *   nTimeOut  milliseconds, as in VYX_Sendn
  *
  * Result:  iLen; fewer, possibly 0, when time ran out; -1 on failure, if a signal used up the last of the time, for a
@@ -440,7 +465,12 @@ VYX_API int32_t VYX_FdIsSet(int32_t iFd, const void *pSet);
 VYX_API int32_t VYX_Select(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
                            const struct timeval *pTimeOut);
 
-/* As VYX_Select, but the platform may store the time that is left in *pTimeOut (Linux does). Threads: any. */
+/*
+ * select, which may store the time that is left in *pTimeOut (Linux does); null waits without limit.
+ *
+ * Result:  select's; -1 with errno, also when a signal handler interrupted it.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_SelectEx(int32_t n, fd_set *pRead, fd_set *pWrite, fd_set *pExcept,
                              struct timeval *pTimeOut);
 
@@ -483,16 +513,20 @@ VYX_API int32_t VYX_GetHostName(char *szBuf, int32_t iLen);
  */
 VYX_API struct hostent *VYX_GetAddressByName(const char *szName);
 
-/* A 16-bit number from host to network order: its bytes are swapped on little-endian processors. Threads: any. */
+/* Turns a 16-bit number from host to network order. Result: its bytes swapped on little-endian processors, the number
+ * itself on big-endian ones. Threads: any. */
 VYX_API uint16_t VYX_Htons(uint16_t nValue);
 
-/* A 16-bit number from network to host order, which is the same as VYX_Htons. Threads: any. */
+/* Turns a 16-bit number from network to host order. Result: its bytes swapped on little-endian processors, the number
+ * itself on big-endian ones. Threads: any. */
 VYX_API uint16_t VYX_Ntohs(uint16_t nValue);
 
-/* A 32-bit number from host to network order: its bytes are reversed on little-endian processors. Threads: any. */
+/* Turns a 32-bit number from host to network order. Result: its bytes reversed on little-endian processors, the number
+ * itself on big-endian ones. Threads: any. */
 VYX_API uint32_t VYX_Htonl(uint32_t nValue);
 
-/* A 32-bit number from network to host order, which is the same as VYX_Htonl. Threads: any. */
+/* Turns a 32-bit number from network to host order. Result: its bytes reversed on little-endian processors, the number
+ * itself on big-endian ones. Threads: any. */
 VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
 
 /*
@@ -512,7 +546,7 @@ VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
 VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService,
                                    const VYX_ADDRESS_INFO_T *pHints, VYX_ADDRESS_INFO_T **ppList);
 
-/* Frees a whole list of VYX_GetAddressInfo; null is fine. Always 0. Threads: one for a list. */
+/* Frees a whole list of VYX_GetAddressInfo; null is fine. Result: always 0. Threads: one for a list. */
 VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
 
 /*
@@ -535,8 +569,8 @@ VYX_API int32_t VYX_FreeAddressInfo(VYX_ADDRESS_INFO_T *pList);
  */
 VYX_API int32_t VYX_GetAdapterInfo(VYX_ADAPTER_INFO **ppList);
 
-/* Frees a whole list of VYX_GetAdapterInfo, the reserved lists of its adapters included; null is fine. Always 0.
- * Threads: one for a list. */
+/* Frees a whole list of VYX_GetAdapterInfo, the reserved lists of its adapters included; null is fine. Result: always
+ * 0. Threads: one for a list. */
 VYX_API int32_t VYX_FreeAdapterInfo(VYX_ADAPTER_INFO *pList);
 
 /*

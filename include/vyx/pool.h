@@ -4,9 +4,9 @@
  * (VYX_ThreadPoolFlex_...) queues pointers for one handler and starts workers as they are needed.
  *
  * Fixed pools need the started library (VYX_Init) from their creation to their destruction; the next start
- * begins with an empty registry. Flexible pools work whether the library is started or not. Destroying a pool
- * blocks until its work has ended, also if the thread is cancelled meanwhile; VYX_ThreadPool_WorkEx blocks if asked
- * to.
+ * begins with an empty registry. Flexible pools work whether the library is started or not, idle time-outs included.
+ * Destroying a pool blocks until its work has ended, also if the thread is cancelled meanwhile;
+ * VYX_ThreadPool_WorkEx blocks if asked to.
  *
  * For both kinds: work runs on the library's worker threads with no lock of the library held. Workers keep
  * the signal mask of the thread that caused their start; a signal that interrupts one neither ends it nor

@@ -14,8 +14,9 @@
 
 #include <vyx/types.h>
 
-#define VYX_MUTEX_NORMAL 0u
-#define VYX_MUTEX_RECURSIVE 0xFFFFFFFFu
+/* Types of mutexes. */
+#define VYX_MUTEX_NORMAL 0u             /* its owner may not lock it again: that deadlocks */
+#define VYX_MUTEX_RECURSIVE 0xFFFFFFFFu /* its owner may lock it again */
 
 VYX_BEGIN_DECLS
 
@@ -102,8 +103,8 @@ extern __inline __attribute__((__gnu_inline__)) int32_t VYX_MutexUnlock(VYX_MUTE
 VYX_API int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial);
 
 /*
- * Gives the semaphore, its name and its record back. The slot is not cleared: it must be filled by a new
- * VYX_SemCreate before it is used again, and destroying twice is the caller's error.
+ * Gives the semaphore, its name and its record back (sem_close, sem_unlink). The slot is not cleared: it must be
+ * filled by a new VYX_SemCreate before it is used again, and destroying twice is the caller's error.
  *
  * Result:  VYX_OK; VYX_ERROR for a null pointer or an empty (null) slot.
  * Threads: nobody may be waiting or posting.
@@ -134,7 +135,7 @@ VYX_API int32_t VYX_SemPost(VYX_SEM_T *pSem);
  *
  * Result:  VYX_OK taken; VYX_ERROR not taken: time-out, null pointer or empty slot, library stopped meanwhile
  *          (these are not told apart). Not before nTimeOut has passed on a time-out. Of several bounded waiters the
- *          one that began first is served first. A post through another handle of the same name is found as well.
+ *          one that began first is served first. A post through another handle of the same name is found within 10 ms.
  * Threads: any number at once; the slot must outlive the call. A signal does not end a bounded wait. A
  *          thread that is cancelled (pthread_cancel) in it takes no count.
  * Needs:   the started library, except for 0 and VYX_INFINITE. Without it the wait ends neither by a count nor by
@@ -246,7 +247,12 @@ VYX_API int32_t VYX_AtomicInc(volatile uint32_t *pDest);
  */
 VYX_API int32_t VYX_AtomicDec(volatile uint32_t *pDest);
 
-/* Does nothing and returns 0; kept so that portable code links. */
+/*
+ * Does nothing; kept so that portable code links. The pointers are not looked at.
+ *
+ * Result:  always 0.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_AtomicCasPtr(void *volatile *ppDest, void *pNew, void *pComparand);
 
 VYX_END_DECLS

@@ -119,7 +119,7 @@ VYX_API VYX_FILE_T VYX_OpenFile(const char *szPath, uint32_t nFlags, uint32_t nP
  */
 VYX_API int32_t VYX_CloseFile(VYX_FILE_T hFile);
 
-/* Removes a file, a link or an empty directory (remove). 0; -1 for a null path or with errno. Threads: any. */
+/* Removes a file, a link or an empty directory (remove). Result: 0; -1 for a null path or with errno. Threads: any. */
 VYX_API int32_t VYX_DeleteFile(const char *szPath);
 
 /*
@@ -158,7 +158,12 @@ VYX_API int32_t VYX_WriteFile(VYX_FILE_T hFile, const void *pBuf, uint32_t nSize
  */
 VYX_API int32_t VYX_FileSeek(VYX_FILE_T hFile, int64_t iOffset, int32_t iWhence, int64_t *pPosition);
 
-/* Always 1, whatever the file: the end of a file shows as a read of 0 bytes. Threads: any. */
+/*
+ * Does not tell whether the end of a file is reached: that shows as a read of 0 bytes (VYX_ReadFile).
+ *
+ * Result:  always 1, whatever the file.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_FileIsEOF(VYX_FILE_T hFile);
 
 /*
@@ -169,7 +174,7 @@ VYX_API int32_t VYX_FileIsEOF(VYX_FILE_T hFile);
  */
 VYX_API int32_t VYX_FileStat(VYX_FILE_T hFile, VYX_FINFO_T *pInfo);
 
-/* Waits until what was written is on the disk (fsync). 0; -1 for VYX_INVALID_FILE or with errno. Threads: any. */
+/* Waits until what was written is on disk (fsync). Result: 0; -1 for VYX_INVALID_FILE or with errno. Threads: any. */
 VYX_API int32_t VYX_FileFlush(VYX_FILE_T hFile);
 
 /*
@@ -192,7 +197,8 @@ VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
 /*
  * Copies the content of a file; blocks until done, and at a pipe as the source until somebody opens it for writing.
  * Links are followed. A target that is made has the source's permissions less the process's file-creation mask; an
- * existing one is emptied first and keeps its own, and must be both readable and writable. The size at the start of
+ * existing one keeps its own and must be both readable and writable. It is opened as it is, and emptied only when it is
+ * known not to be the source. The size at the start of
  * the call is what is copied; gaps stay gaps.
  *   bFailIfExists  not 0: leave an existing target alone
  *
@@ -228,7 +234,7 @@ VYX_API int32_t VYX_GetCurExePath(char *szBuf, uint32_t nSize);
  */
 VYX_API int32_t VYX_MakeDir(const char *szPath);
 
-/* Removes an empty directory; also a file (remove). 0; -1 for a null path or with errno. Threads: any. */
+/* Removes an empty directory; also a file (remove). Result: 0; -1 for a null path or with errno. Threads: any. */
 VYX_API int32_t VYX_RemoveDir(const char *szPath);
 
 /*
@@ -263,21 +269,28 @@ VYX_API int32_t VYX_FindFileInDir(VYX_DIR_T hDir, _FILE_FIND_INFO *pInfo);
 
 /* ---- The library's bits and the platform's ------------------------------------------------------------------- */
 
-/* Flags for open, from VYX_OPEN_... bits; -1 with neither VYX_OPEN_READ nor VYX_OPEN_WRITE. Threads: any. */
+/*
+ * Turns VYX_OPEN_... bits into flags for open.
+ *
+ * Result:  the flags; -1 with neither VYX_OPEN_READ nor VYX_OPEN_WRITE.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_GetOFlagByFlag(uint32_t nFlags);
 
 /*
- * The platform's mode, from permission bits. With VYX_ATTR_READONLY it is S_IRUSR alone. It never has S_ISGID: 0x4000
- * becomes S_IXUSR. Bits without a meaning are dropped.
+ * Turns permission bits into the platform's mode.
  *
+ * Result:  the mode; S_IRUSR alone with VYX_ATTR_READONLY. It never has S_ISGID: 0x4000 becomes S_IXUSR. Bits without a
+ *          meaning are dropped.
  * Threads: any.
  */
 VYX_API uint16_t VYX_GetModeByPerm(uint32_t nPerm);
 
 /*
- * The permission bits of a platform's mode. S_ISGID becomes VYX_GSETID (0x4000); the sticky bit and the type are
- * dropped. Back through VYX_GetModeByPerm it gives the same rights, but for S_ISGID.
+ * Turns a platform's mode into permission bits.
  *
+ * Result:  the bits. S_ISGID becomes VYX_GSETID (0x4000); the sticky bit and the type are dropped. Back through
+ *          VYX_GetModeByPerm it gives the same rights, but for S_ISGID.
  * Threads: any.
  */
 VYX_API uint32_t VYX_GetPermByMode(uint32_t nMode);
@@ -330,7 +343,7 @@ VYX_API void VYX_OutputDebugString(const char *szText);
 
 /* ---- The system ---------------------------------------------------------------------------------------------- */
 
-/* Sleeps (usleep). 0; -1 if a signal handler ended the sleep early (errno is EINTR). Threads: any. */
+/* Sleeps (usleep). Result: 0; -1 if a signal handler ended the sleep early (errno is EINTR). Threads: any. */
 VYX_API int32_t VYX_USleep(uint32_t nMicroseconds);
 
 /*
@@ -343,18 +356,20 @@ VYX_API int32_t VYX_USleep(uint32_t nMicroseconds);
 VYX_API int32_t VYX_Sleep(uint32_t nMilliseconds);
 
 /*
- * A number from 0 to 2^31 - 1. The process-wide generator of random() is seeded with the millisecond tick at
+ * Gives a number that depends on the time (random). The process-wide generator is seeded with the millisecond tick at
  * every call: calls within one millisecond give the same number, and a program's own srandom is undone. Not
  * for secrets.
  *
+ * Result:  0 to 2^31 - 1.
  * Threads: any, but they share the generator.
  */
 VYX_API int32_t VYX_Rand(void);
 
-/* Fills nLength bytes with 0 (memset) and returns pMemory. Threads: any. */
+/* Fills nLength bytes with 0 (memset). Result: pMemory, which must not be null. Threads: any. */
 VYX_API void *VYX_ZeroMemory(void *pMemory, size_t nLength);
 
-/* Processors online (sysconf on Linux, sysctl on Darwin); 1 if that cannot be told. Threads: any. */
+/* Counts the processors (sysconf on Linux, sysctl on Darwin). Result: those online; 1 if that cannot be told. Threads:
+ * any. */
 VYX_API int32_t VYX_GetCPUNumber(void);
 
 /*

@@ -29,10 +29,14 @@ VYX_API VYX_THREAD_T VYX_Thread_Create(VYX_THREAD_PROC fnStart, void *pParam, ui
                                        int32_t iArg1, int32_t iArg2, int32_t iArg3);
 
 /*
- * Starts a detached thread: nobody waits for it and its resources go when it ends. Arguments as above.
+ * Starts a detached thread: nobody waits for it and its resources go when it ends.
+ *   fnStart     routine to run; its result is discarded
+ *   pParam      handed to fnStart; the library neither reads nor frees it
+ *   nStackSize  bytes; 0 = platform default
  *
  * Result:  VYX_TRUE if the thread was started, otherwise VYX_FALSE. There is no handle.
  * Threads: any.
+ * Rests on pthread_attr_setdetachstate, pthread_create.
  */
 VYX_API int32_t VYX_ThreadDetached_Create(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
 
@@ -55,17 +59,25 @@ VYX_API VYX_NORETURN void VYX_Thread_Exit(void);
  */
 VYX_API int32_t VYX_Thread_Wait(VYX_THREAD_T hThread);
 
-/* Tells the calling thread's handle (pthread_self), valid until the thread has ended and was waited for. */
+/*
+ * Tells the calling thread's handle (pthread_self).
+ *
+ * Result:  the handle, valid until the thread has ended and was waited for. It cannot fail.
+ * Threads: any.
+ */
 VYX_API VYX_THREAD_T VYX_Thread_GetSelfId(void);
 
-/* Not available on this platform: does nothing. Result: VYX_NOT_AVAILABLE (-2) for any argument. */
+/* Would halt a thread, which no platform of the library offers: does nothing. Result: VYX_NOT_AVAILABLE (-2) for any
+ * argument. Threads: any. */
 VYX_API int32_t VYX_Thread_Suspend(VYX_THREAD_T hThread);
 
-/* Not available on this platform: does nothing. Result: VYX_NOT_AVAILABLE (-2) for any argument. */
+/* Would let a halted thread go on, which no platform of the library offers: does nothing. Result: VYX_NOT_AVAILABLE
+ * (-2) for any argument. Threads: any. */
 VYX_API int32_t VYX_Thread_Resume(VYX_THREAD_T hThread);
 
 /*
- * A probe only: the priority is ignored and nothing is changed.
+ * A probe only: nothing is changed.
+ *   iPriority  ignored
  *
  * Result:  VYX_OK if the thread's scheduling parameters could be read (pthread_getschedparam), VYX_ERROR
  *          otherwise and for the invalid handle.

@@ -26,7 +26,7 @@ typedef struct VYX_TIME_EXP_T {
     int32_t tm_wday;   /* 0-6, Sunday is 0 */
     int32_t tm_yday;   /* day of the year, 0-365 */
     int32_t tm_isdst;  /* daylight-saving flag as the platform reports it */
-    int32_t tm_gmtoff; /* seconds east of UTC, without daylight saving */
+    int32_t tm_gmtoff; /* seconds east of UTC, without daylight saving, as the zone has them at present */
 } VYX_TIME_EXP_T;
 
 VYX_BEGIN_DECLS
@@ -38,28 +38,30 @@ extern VYX_API const char vyx_day_snames[7][4];
 extern VYX_API const char vyx_month_snames[12][4];
 
 /*
- * The wall clock in microseconds since 1970 (gettimeofday), -1 if it cannot be read. Not monotonic: it jumps when the
- * clock is set.
+ * Reads the wall clock (gettimeofday). Not monotonic: it jumps when the clock is set.
  *
+ * Result:  microseconds since 1970; -1 if the clock cannot be read.
  * Threads: any.
  */
 VYX_API VYX_TIME_T VYX_TimeNow(void);
 
 /*
- * The wall clock in milliseconds modulo 2^32: wraps about every 49.7 days, and jumps when the clock is set. Compare
- * ticks by unsigned subtraction.
+ * Reads the wall clock as a tick, which wraps about every 49.7 days and jumps when the clock is set. Compare ticks by
+ * unsigned subtraction.
  *
+ * Result:  milliseconds since 1970 modulo 2^32.
  * Threads: any.
  */
 VYX_API uint32_t VYX_GetTimeTick(void);
 
-/* Microseconds of whole seconds since 1970. Threads: any. */
+/* Turns seconds since 1970 into the library's time. Result: microseconds. Threads: any. */
 VYX_API VYX_TIME_T VYX_TimeFromAnsiTime(time_t tAnsi);
 
 /*
- * Whole seconds of microseconds since 1970, truncated toward zero, so that -1 microsecond is second 0, and cut to the
- * platform's time_t.
+ * Turns the library's time into seconds.
  *
+ * Result:  whole seconds since 1970, truncated toward zero, so that -1 microsecond is second 0, and cut to the
+ *          platform's time_t.
  * Threads: any.
  */
 VYX_API time_t VYX_AnsiTimeFromTime(VYX_TIME_T t);
@@ -79,10 +81,11 @@ VYX_API time_t VYX_AnsiTimeFromTime(VYX_TIME_T t);
 VYX_API int32_t VYX_ExpTimeFromTime(VYX_TIME_T t, int32_t iOffset, VYX_TIME_EXP_T *pOut);
 
 /*
- * Breaks t down into calendar fields of UTC: VYX_ExpTimeFromTime with an offset of 0, and its results.
+ * Breaks t down into calendar fields of UTC: VYX_ExpTimeFromTime with an offset of 0.
  *   t     microseconds since 1970
  *   pOut  written on success only
  *
+ * Result:  VYX_OK; VYX_ERROR if pOut is null or the year does not fit.
  * Threads: any.
  */
 VYX_API int32_t VYX_ExpTimeFromTimeGMT(VYX_TIME_T t, VYX_TIME_EXP_T *pOut);

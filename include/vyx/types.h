@@ -29,10 +29,12 @@
 #define VYX_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 #define VYX_NORETURN __attribute__((noreturn))
 
+/* Results. */
 #define VYX_OK 0
 #define VYX_ERROR (-1)         /* failure; all 32 bits set */
 #define VYX_NOT_AVAILABLE (-2) /* the operation does not exist on this platform */
 
+/* Answers, where a function's comment names them. */
 #define VYX_TRUE 1
 #define VYX_FALSE 0
 
@@ -41,9 +43,9 @@
 /* Microseconds since 1970-01-01 00:00:00 UTC, 64 bits on every processor. */
 typedef int64_t VYX_TIME_T;
 
-typedef int VYX_SOCK_T; /* platform descriptor */
-typedef int VYX_FILE_T; /* platform descriptor */
-typedef struct _DIR_INFO_T *VYX_DIR_T;
+typedef int VYX_SOCK_T;                /* platform descriptor */
+typedef int VYX_FILE_T;                /* platform descriptor */
+typedef struct _DIR_INFO_T *VYX_DIR_T; /* an open directory; null is none */
 
 /* Storage of mutexes and conditions belongs to the caller; the flat functions take its address. */
 typedef pthread_mutex_t VYX_MUTEX_T;
@@ -52,19 +54,21 @@ typedef pthread_cond_t VYX_COND_T;
 /* A caller-owned slot that VYX_SemCreate fills with the library's record. */
 typedef struct VYX_SEM_S *VYX_SEM_T;
 
-typedef pthread_t VYX_THREAD_T;
-typedef pthread_key_t VYX_TLS_T;
+typedef pthread_t VYX_THREAD_T;  /* a thread */
+typedef pthread_key_t VYX_TLS_T; /* a key of thread-local storage */
 
-typedef struct VYX_EVENT_T *VYX_EVENT;
-typedef struct THREAD_POOL_T *VYX_HANDLE_THREADPOOL;
-typedef void *VYX_HANDLE_THREADPOOLFLEX;
-typedef struct VYX_MQ_INTER *VYX_HANDLE_MSGQ;
-typedef struct VYX_CYCLE_BUFFER_T *VYX_HANDLE_CYCLEBUFFER;
-typedef void *VYX_HANDLE_DSO;
+/* Handles of records that the library owns; null is none. */
+typedef struct VYX_EVENT_T *VYX_EVENT;                     /* an event */
+typedef struct THREAD_POOL_T *VYX_HANDLE_THREADPOOL;       /* a fixed pool */
+typedef void *VYX_HANDLE_THREADPOOLFLEX;                   /* a flexible pool */
+typedef struct VYX_MQ_INTER *VYX_HANDLE_MSGQ;              /* a message queue */
+typedef struct VYX_CYCLE_BUFFER_T *VYX_HANDLE_CYCLEBUFFER; /* a ring of bytes */
+typedef void *VYX_HANDLE_DSO;                              /* a loaded module */
 
 /* A thread's or a work item's routine. */
 typedef void *(*VYX_THREAD_PROC)(void *pParam);
 
+/* What stands for none. */
 #define VYX_INVALID_THREAD ((VYX_THREAD_T)(intptr_t)-1)
 #define VYX_INVALID_TLS ((VYX_TLS_T)-1)
 #define VYX_INVALID_SOCKET (-1)
