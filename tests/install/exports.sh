@@ -2,7 +2,6 @@
 # Compares the names that the library is to export (the file LIST, linkage names) with
 #   exports.sh library LIBRARY          those that the shared library exports, each of version VYX_1.0
 #   exports.sh marked ARCHIVE           those that the headers mark with VYX_API, and so are visible in the objects
-#   exports.sh called LIBRARY PROGRAM   and those of its C functions with the ones that PROGRAM calls
 # READELF and LIST are in the environment.
 set -eu
 work=$(mktemp -d)
@@ -33,13 +32,6 @@ marked() {
     cp "$LIST" "$work/listed"
     symbols --symbols "$1" | awk '$2 != "UND" && $3 !~ /^_Z[A-Z]*St|^__/ { print $3 }' | sort -u >"$work/in_archive"
     same listed in_archive
-}
-
-called() {
-    symbols --dyn-syms "$1" | sed -n '/ _Z/d; s/^FUNC [0-9]* \(.*\)@@.*/\1/p' >"$work/c_functions"
-    symbols --dyn-syms "$2" | sed -n 's/@.*//; s/.* UND //p' >"$work/undefined"
-    grep -xFf "$work/c_functions" "$work/undefined" >"$work/in_program"
-    same c_functions in_program
 }
 
 "$@"
