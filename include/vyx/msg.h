@@ -126,58 +126,77 @@ VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg,
  * Everything here may be called from any number of threads at once on the same event, with two exceptions:
  * when VYX_CloseEvent or VYX_EventSelect is called, nobody may be inside another call on that event or wait
  * for it; such a wait would not end. Who waited for an event may close it at once, though: the VYX_SetEvent that
- * ended the wait is given the time to return. Nothing here is for signal handlers. Failures are explained on
- * standard error.
+ * ended the wait is given the time to return. Nothing here is for signal handlers. Only the two waits are
+ * cancellation points (pthread_cancel); all other calls finish. Failures are explained on standard error.
+ *
+ * What lies in the event's pipe decides, also where a forked child or a caller that knows the descriptors puts
+ * bytes in or takes them out.
  */
 
 /*
- * Makes a plain event.
+ * Makes a plain event (pipe).
  *   bInitialState  0 = not signalled, anything else = signalled
  *
- * Result: the event, to be given to VYX_CloseEvent; null if memory (without a message) or descriptors are
- *         short, the latter with errno of pipe.
- * Costs two descriptors (pipe), which started programs inherit. A forked child shares the signal: it is the
- * same pipe in both. Only one of the two processes may set and reset at a time.
+ * Result:  the event, to be given to VYX_CloseEvent; null if memory (without a message) or descriptors are
+ *          short, the latter with errno of pipe.
+ * Threads: any.
+ * Costs two descriptors, which started programs inherit. A forked child shares the signal: it is the same pipe in
+ * both. Only one of the two processes may set and reset at a time.
  */
 VYX_API VYX_EVENT VYX_CreateEvent(int32_t bInitialState);
 
-/* Frees the event. A bound socket stays open and non-blocking. VYX_TRUE; VYX_FALSE for null. */
+/*
+ * Frees the event and closes its pipe. A bound socket stays open and non-blocking.
+ *
+ * Result:  VYX_TRUE; VYX_FALSE for null.
+ * Threads: one, when nobody is inside another call on the event, as said above.
+ */
 VYX_API int32_t VYX_CloseEvent(VYX_EVENT hEvent);
 
 /*
- * Makes a plain event signalled until it is reset, however often it is set meanwhile; makes it not signalled.
- * All who wait for a set event wake up.
+ * Makes a plain event signalled until it is reset, however often it is set meanwhile: one byte lies in its pipe (poll,
+ * write). All who wait for it wake up. No lock is held across the write, so nobody who wakes up finds one taken.
  *
- * Result: VYX_TRUE; VYX_FALSE for null, for a socket event and when the pipe fails.
+ * Result:  VYX_TRUE; VYX_FALSE for null, for a socket event and when the pipe fails.
+ * Threads: any.
  */
 VYX_API int32_t VYX_SetEvent(VYX_EVENT hEvent);
+
+/*
+ * Makes a plain event not signalled: empties its pipe (poll, read).
+ *
+ * Result:  VYX_TRUE, also if it was not signalled; VYX_FALSE for null, for a socket event and when the pipe fails.
+ * Threads: any.
+ */
 VYX_API int32_t VYX_ResetEvent(VYX_EVENT hEvent);
 
 /*
- * Waits until a plain event is signalled.
- *   nTimeOut  milliseconds; 0 = only look; VYX_INFINITE, and everything from 0x80000000 on, = no limit
+ * Waits until a plain event is signalled (poll), and leaves it so.
+ *   nTimeOut  milliseconds; 0 = only look; VYX_INFINITE, and everything from 0x80000000 on, = no limit. The wall
+ *             clock does not matter
  *
- * Result: VYX_WAIT_OBJECT_0        signalled
- *         VYX_WAIT_TIMEOUT         not within the time
- *         VYX_WAIT_INVALID_HANDLE  null
- *         VYX_WAIT_NO_PIPE         a socket event
- *         VYX_WAIT_FAILED          poll failed, with its errno: EINTR if a signal handler ran, as this wait is
- *                                  not taken up again
+ * Result:  VYX_WAIT_OBJECT_0        signalled
+ *          VYX_WAIT_TIMEOUT         not within the time
+ *          VYX_WAIT_INVALID_HANDLE  null
+ *          VYX_WAIT_NO_PIPE         a socket event
+ *          VYX_WAIT_FAILED          poll failed, with its errno: EINTR if a signal handler ran, as this wait is
+ *                                   not taken up again
+ * Threads: any.
  */
 VYX_API uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut);
 
 /*
- * Waits until one of several events is signalled. If there are more, the first one in the array counts.
+ * Waits until one of several events is signalled (poll). If there are more, the first one in the array counts.
  *   nEventCount  entries of hEvents; 0 and less = none, and the call only lets the time pass
  *   hEvents      borrowed for the call; null entries are skipped
  *   bWaitAll     has no effect: the first event always ends the wait
- *   nTimeOut     milliseconds, as above. A signal handler that runs does not end the wait, but lets the whole
- *                time-out start anew. With no event and no limit the call never returns.
+ *   nTimeOut     milliseconds, as above. A signal handler that runs does not end the wait, which goes on with the
+ *                time that is left. With no event and no limit the call never returns.
  *
  * One wait watches VYX_WAIT_MAX_FDS descriptors: one for a plain event, one for a socket event with
  * VYX_FD_READ, VYX_FD_ACCEPT or VYX_FD_CLOSE, one with VYX_FD_WRITE, hence two with both or with
  * VYX_FD_CONNECT. In the order of the array, those beyond that number are left out: events there are never
- * found signalled. Descriptors may have any number (poll).
+ * found signalled. Descriptors may have any number.
  *
  * A socket event is signalled by the first of these that holds. It is noted for VYX_EnumNetworkEvents when
  * the event is the one that is returned.
@@ -190,9 +209,10 @@ VYX_API uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut);
  *   VYX_FD_WRITE                    it is writable: VYX_FD_WRITE
  *   VYX_FD_ACCEPT                   it is ready: VYX_FD_ACCEPT
  *
- * Result: VYX_WAIT_OBJECT_0 + the index of the event; VYX_WAIT_INVALID_HANDLE if hEvents is null;
- *         VYX_WAIT_TIMEOUT when the time is over, and also at once when poll fails or a descriptor reports
- *         nothing but an error, as a closed socket does.
+ * Result:  VYX_WAIT_OBJECT_0 + the index of the event; VYX_WAIT_INVALID_HANDLE if hEvents is null;
+ *          VYX_WAIT_TIMEOUT when the time is over, and also at once when poll fails or a descriptor reports
+ *          nothing but an error, as a closed socket does.
+ * Threads: any.
  */
 VYX_API uint32_t VYX_WaitForMultipleObjects(int32_t nEventCount, const VYX_EVENT *hEvents, int32_t bWaitAll,
                                             uint32_t nTimeOut);
@@ -205,7 +225,8 @@ VYX_API uint32_t VYX_WaitForMultipleObjects(int32_t nEventCount, const VYX_EVENT
  *
  * What an earlier wait noted stays until the next one that finds the event signalled.
  *
- * Result: VYX_OK; VYX_ERROR, with nothing changed, for VYX_INVALID_SOCKET, a null event or no bits.
+ * Result:  VYX_OK; VYX_ERROR, with nothing changed, for VYX_INVALID_SOCKET, a null event or no bits.
+ * Threads: one, when nobody is inside another call on the event, as said above.
  */
 VYX_API int32_t VYX_EventSelect(VYX_SOCK_T hSocket, VYX_EVENT hEvent, int32_t lNetworkEvents);
 
@@ -217,8 +238,9 @@ VYX_API int32_t VYX_EventSelect(VYX_SOCK_T hSocket, VYX_EVENT hEvent, int32_t lN
  *            iErrorCode[4] receives an errno if there is one and the event was asked for VYX_FD_CONNECT; all
  *            other entries are left alone, so clear them before.
  *
- * Result: VYX_OK, although a socket event causes a message that it has no pipe, which means nothing here;
- *         VYX_ERROR for VYX_INVALID_SOCKET, a null event or a null pointer.
+ * Result:  VYX_OK, although a socket event causes a message that it has no pipe, which means nothing here;
+ *          VYX_ERROR for VYX_INVALID_SOCKET, a null event or a null pointer.
+ * Threads: any; a wait that returns the event meanwhile may change the note between its two parts.
  */
 VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_NETWORKEVENTS_T *pEvents);
 
@@ -239,7 +261,8 @@ VYX_API int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_
  * Routine: runs with no lock of the library held and never at the same time as itself. It may start timers and
  *          kill other ones. If it calls VYX_Thread_Exit the timer stays silent until it is killed. An exception
  *          that leaves it ends the program (std::terminate).
- * Threads: any. The timer's thread has the platform's default stack and its creator's signal mask.
+ * Threads: any; no cancellation point. The timer's thread (pthread_create) has the platform's default stack and its
+ *          creator's signal mask.
  * Fork:    a forked child has no timers and all ids free; its parent's go on.
  * Clock:   setting the wall clock lengthens or shortens the period that is under way.
  * Needs:   the started library, except for a period of 0. Without it no call comes. Its stop calls nobody; periods
@@ -251,8 +274,9 @@ VYX_API int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32
                              uint32_t *pTimerId);
 
 /*
- * Ends a timer and frees its id. Does not wait for the period to end; waits for a routine that is running.
+ * Ends a timer and frees its id (pthread_join). Does not wait for the period to end; waits for a routine that is running.
  * Afterwards the routine is not called again.
+ *   iTimerId  as VYX_SetTimer gave it
  *
  * Result:  always VYX_ERROR, also on success: the result carries no information. An id that is out of range or
  *          free has no effect.
@@ -269,7 +293,7 @@ VYX_API int32_t VYX_KillTimer(int32_t iTimerId);
  * to be called before any timer exists.
  *
  * Result:  VYX_OK.
- * Threads: any.
+ * Threads: any; no cancellation point.
  */
 VYX_API int32_t VYX_InitTimer(void);
 

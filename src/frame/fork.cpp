@@ -5,6 +5,7 @@
 
 #include "frame/frame_inter.h"
 #include "log/log_service.h"
+#include "msg/event_inter.h"
 #include "msg/msgq_inter.h"
 #include "msg/timer_inter.h"
 #include "pool/thread_pool_inter.h"
@@ -21,9 +22,10 @@ namespace {
 
 // In the order of the locks' ranks.
 constexpr const ForkRow *kRows[] = {
-    &g_struStartForkRow,    &g_struTimerForkRow,    &g_struMsgQForkRow,      &g_struPoolForkRow,
-    &g_struFlexForkRow,     &g_struLogForkRow,      &g_struTimedWaitForkRow, &g_struSemWaitForkRow,
-    &g_struCondWaitForkRow, &g_struCalendarForkRow, &g_struAtomicForkRow,    &g_struSemNameForkRow,
+    &g_struStartForkRow,   &g_struTimerForkRow,    &g_struMsgQForkRow,     &g_struPoolForkRow,
+    &g_struFlexForkRow,    &g_struEventForkRow,    &g_struLogForkRow,      &g_struTimedWaitForkRow,
+    &g_struSemWaitForkRow, &g_struCondWaitForkRow, &g_struCalendarForkRow, &g_struAtomicForkRow,
+    &g_struSemNameForkRow,
 };
 
 Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other

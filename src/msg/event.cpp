@@ -1,64 +1,106 @@
 // Event objects: the pipe of a plain event, setting it and waiting for it.
 //
-// hMutex keeps drain and write together, so that at most one byte is ever in a pipe however many threads set
-// the event. Waits only poll the read end: they neither lock nor take the byte out.
+// What is in the pipe decides, as its ends can be reached from elsewhere: a forked child, a caller's own poll. Waits poll
+// the read end; they neither lock nor take the byte out.
+//
+// A set looks into the pipe and puts a byte in if it is empty. It holds no lock, so that whoever it wakes finds none taken.
+// Two sets that meet may both find the pipe empty and write. The later one to count its write sees that the other has
+// counted too, and takes the surplus out: when both have returned, one byte is there.
+//
+// The lock is for taking bytes out: of two who saw the byte the second one would block in its read.
+#include <algorithm>
 #include <cstddef>
 #include <new>
+#include <sys/ioctl.h>
 #include <unistd.h>
 #include <vyx/sys.h>
 
 #include "base/errno_keeper.h"
+#include "base/spin.h"
+#include "base/uncancelled.h"
 #include "msg/event_inter.h"
-#include "sync/mutex_hold.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(offsetof(VYX_NETWORKEVENTS_T, iErrorCode) == 4 && sizeof(VYX_NETWORKEVENTS_T) == 44);
 
 using vyx_inter::ErrnoKeeper;
-using vyx_inter::Get;
-using vyx_inter::MutexHold;
-using vyx_inter::Put;
-
-static_assert(offsetof(VYX_EVENT_T, hMutex) == 8 * sizeof(int32_t));
+using vyx_inter::Lock;
+using vyx_inter::LockGuard;
+using vyx_inter::Uncancelled;
 
 namespace {
 
 constexpr size_t kDrainSize = 256;
 constexpr uint32_t kLeavePause = 100; // microseconds
-constexpr int kLeavePauses = 10000; // in a forked child, a second or so for one who exists in the parent only
 
-void ResetFields_Local(VYX_EVENT_T *pEvent) {
-    pEvent->lNetworkEvents = 0;
-    pEvent->iSocket = -1;
-    pEvent->reserved = 0;
-    pEvent->iErrorCode = 0;
+std::atomic<uint32_t> s_nForks{0}; // that lead to this process
+Lock s_renewLock{vyx_inter::Rank::Event};
+
+// In a forked child: what the parent's threads had locked and entered is free. The event is the same pipe.
+void Renew_Local(VYX_EVENT_T &event) {
+    if (event.nForks == s_nForks)
+        return;
+    const LockGuard guard(s_renewLock);
+    if (event.nForks == s_nForks)
+        return;
+    event.hMutex.Renew();
+    event.nInside = 0;
+    event.nForks.store(s_nForks);
+}
+
+// Keeps the event from being closed for the length of a block; leaving is the last access to it.
+class Inside {
+  public:
+    explicit Inside(VYX_EVENT_T &event) : m_event(event) {
+        Renew_Local(event);
+        ++m_event.nInside;
+    }
+    ~Inside() { --m_event.nInside; }
+    Inside(const Inside &) = delete;
+    Inside &operator=(const Inside &) = delete;
+
+  private:
+    VYX_EVENT_T &m_event;
+};
+
+// Returns when nobody is inside: who set an event may not have left when the one who waited for it closes it.
+void AwaitLeaving_Local(VYX_EVENT_T &event) {
+    Renew_Local(event);
+    while (!vyx_inter::TryBriefly([&] { return event.nInside == 0; }))
+        (void)VYX_USleep(kLeavePause);
+}
+
+// A new record with its pipe; the fields are set either way.
+bool Open_Local(VYX_EVENT_T &event) {
+    int iEnds[2] = {-1, -1};
+    const bool bOpen = pipe(iEnds) == 0;
+    event.iPipeFd[0] = bOpen ? iEnds[0] : -1;
+    event.iPipeFd[1] = bOpen ? iEnds[1] : -1;
+    event.iSocket = -1;
+    event.nForks.store(s_nForks);
+    return bOpen;
 }
 
 void Free_Local(VYX_EVENT_T *pEvent) {
     VYX_ClearEventPipe_Inter(pEvent);
-    ResetFields_Local(pEvent);
+    pEvent->hMutex.Destroy();
     delete pEvent;
 }
 
-// Returns when nobody holds the lock: who set an event may not have left when the one who waited for it closes it.
-void AwaitLeaving_Local(VYX_EVENT_T *pEvent) {
-    for (int i = 0; i < kLeavePauses; ++i) {
-        if (VYX_MutexTryLock(&pEvent->hMutex) == VYX_OK) {
-            (void)VYX_MutexUnlock(&pEvent->hMutex);
-            return;
-        }
-        (void)VYX_USleep(kLeavePause);
-    }
+int Surplus_Local(const VYX_EVENT_T &event) {
+    int iBytes = 0;
+    return ioctl(event.iPipeFd[0], FIONREAD, &iBytes) == 0 ? iBytes - 1 : 0;
 }
 
-// A new record with its pipe and its mutex; the fields are set either way.
-bool Open_Local(VYX_EVENT_T *pEvent) {
-    ResetFields_Local(pEvent);
-    if (pipe(pEvent->iPipeFd) == 0)
-        return VYX_MutexCreate(&pEvent->hMutex, VYX_MUTEX_NORMAL) == VYX_OK;
-    pEvent->iPipeFd[0] = -1;
-    pEvent->iPipeFd[1] = -1;
-    return false;
+// Leaves one byte of several in the pipe.
+void Trim_Local(VYX_EVENT_T &event) {
+    if (Surplus_Local(event) <= 0)
+        return;
+    const LockGuard guard(event.hMutex);
+    char szBytes[kDrainSize];
+    for (int i = Surplus_Local(event); i > 0; i = Surplus_Local(event))
+        if (read(event.iPipeFd[0], szBytes, std::min(static_cast<size_t>(i), sizeof szBytes)) <= 0)
+            return;
 }
 
 VYX_EVENT CreateFailed_Local(VYX_EVENT_T *pEvent) {
@@ -70,9 +112,17 @@ VYX_EVENT CreateFailed_Local(VYX_EVENT_T *pEvent) {
 
 } // namespace
 
-int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent) {
-    struct pollfd entry = {pEvent->iPipeFd[1], POLLOUT, 0};
-    if (poll(&entry, 1, 0) >= 1 && (entry.revents & POLLOUT) != 0 && write(entry.fd, "e", 1) == 1)
+const vyx_inter::ForkRow g_struEventForkRow = {
+    [] {},
+    [] {},
+    [] {
+        s_renewLock.Renew();
+        ++s_nForks;
+    },
+};
+
+int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent, bool bRoom) {
+    if (bRoom && write(pEvent->iPipeFd[1], "e", 1) == 1)
         return VYX_TRUE;
     const ErrnoKeeper keeper;
     VYX_OutputDebug("quelby !!!! VYX_WritePipe_Inter return VYX_FALSE errno = %d", errno);
@@ -83,34 +133,30 @@ int32_t VYX_ReadPipe_Inter(VYX_EVENT_T *pEvent) {
     struct pollfd entry = {pEvent->iPipeFd[0], POLLRDNORM, 0};
     while (poll(&entry, 1, 0) >= 1) {
         char szBytes[kDrainSize];
-        if (entry.revents != POLLRDNORM || read(entry.fd, szBytes, sizeof szBytes) < 0)
+        const ssize_t nRead = entry.revents == POLLRDNORM ? read(entry.fd, szBytes, sizeof szBytes) : -1;
+        if (nRead < 0)
             return VYX_FALSE;
+        if (static_cast<size_t>(nRead) < sizeof szBytes) // nothing is left
+            return VYX_TRUE;
     }
     return VYX_TRUE;
 }
 
 void VYX_ClearEventPipe_Inter(VYX_EVENT_T *pEvent) {
-    if (pEvent == nullptr || pEvent->iPipeFd[0] == -1)
+    AwaitLeaving_Local(*pEvent);
+    if (pEvent->iPipeFd[0] == -1)
         return;
-    for (int32_t &iEnd : pEvent->iPipeFd) {
-        (void)close(iEnd); // a pipe end has nothing to write back that could fail
-        Put(iEnd, -1);
-    }
-}
-
-void VYX_ClearEventMutex_Inter(VYX_EVENT_T *pEvent) {
-    (void)VYX_MutexDestroy(&pEvent->hMutex);
+    for (std::atomic<int32_t> &iEnd : pEvent->iPipeFd)
+        (void)close(iEnd.exchange(-1)); // a pipe end has nothing to write back that could fail
 }
 
 VYX_EVENT VYX_CreateEvent(int32_t bInitialState) {
+    const Uncancelled uncancelled;
     auto *pEvent = new (std::nothrow) VYX_EVENT_T();
     if (pEvent == nullptr)
         return nullptr;
-    if (!Open_Local(pEvent))
-        return CreateFailed_Local(pEvent);
-    if (bInitialState == 0 || VYX_WritePipe_Inter(pEvent) == VYX_TRUE)
+    if (Open_Local(*pEvent) && (bInitialState == 0 || VYX_WritePipe_Inter(pEvent, true) == VYX_TRUE))
         return pEvent;
-    VYX_ClearEventMutex_Inter(pEvent);
     return CreateFailed_Local(pEvent);
 }
 
@@ -119,8 +165,7 @@ int32_t VYX_CloseEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_CloseEvent !hEvnet return error 0\n");
         return VYX_FALSE;
     }
-    AwaitLeaving_Local(hEvent);
-    VYX_ClearEventMutex_Inter(hEvent);
+    const Uncancelled uncancelled;
     Free_Local(hEvent);
     return VYX_TRUE;
 }
@@ -130,17 +175,24 @@ int32_t VYX_SetEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_SetEvent !hEvent return error 0\n");
         return VYX_FALSE;
     }
-    const MutexHold hold(hEvent->hMutex);
-    if (VYX_ReadPipe_Inter(hEvent) != VYX_TRUE) {
+    const Uncancelled uncancelled;
+    const Inside inside(*hEvent);
+    const uint32_t nWrites = hEvent->nWrites;
+    struct pollfd ends[] = {{hEvent->iPipeFd[0], POLLRDNORM, 0}, {hEvent->iPipeFd[1], POLLOUT, 0}};
+    (void)poll(ends, 2, 0); // where it fails nothing is ready, so that nothing is written
+    if ((ends[0].revents & ~POLLRDNORM) != 0) {
         const ErrnoKeeper keeper;
         VYX_OutputDebug("quelby !!! VYX_SetEvent read pipe return error %d 1\n", errno);
         return VYX_FALSE;
     }
-    if (VYX_WritePipe_Inter(hEvent) != VYX_TRUE) {
+    const bool bSignalled = ends[0].revents != 0;
+    if (!bSignalled && VYX_WritePipe_Inter(hEvent, (ends[1].revents & POLLOUT) != 0) != VYX_TRUE) {
         const ErrnoKeeper keeper;
         VYX_OutputDebug("quelby !!! VYX_SetEvent write pipe return error %d 2\n", errno);
         return VYX_FALSE;
     }
+    if (bSignalled || hEvent->nWrites.fetch_add(1) != nWrites)
+        Trim_Local(*hEvent);
     return VYX_TRUE;
 }
 
@@ -149,11 +201,13 @@ int32_t VYX_ResetEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_ResetEvent  !hEvent return error 0\n");
         return VYX_FALSE;
     }
-    if (Get(hEvent->iPipeFd[0]) == -1) {
+    if (hEvent->iPipeFd[0] == -1) {
         VYX_OutputDebug("quelby !!! VYX_ResetEvent (pEvent->iPipeFd[0] == -1) return error 1\n");
         return VYX_FALSE;
     }
-    const MutexHold hold(hEvent->hMutex);
+    const Uncancelled uncancelled;
+    const Inside inside(*hEvent);
+    const LockGuard guard(hEvent->hMutex);
     return VYX_ReadPipe_Inter(hEvent);
 }
 
@@ -162,13 +216,13 @@ uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut) {
         VYX_OutputDebug("quelby !!! VYX_WaitForSingleObject !hEvent return error 0\n");
         return VYX_WAIT_INVALID_HANDLE;
     }
-    struct pollfd entry = {Get(hEvent->iPipeFd[0]), POLLRDNORM, 0};
+    struct pollfd entry = {hEvent->iPipeFd[0], POLLRDNORM, 0};
     if (entry.fd == -1) {
         VYX_OutputDebug("quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n");
         return VYX_WAIT_NO_PIPE;
     }
     // Deliberate: an interrupted wait fails; only the multiple wait goes on. Pinned by Event.Interruptions.
-    const int iReady = poll(&entry, 1, vyx_inter::PollTimeOut(nTimeOut));
+    const int iReady = poll(&entry, 1, nTimeOut > INT32_MAX ? -1 : static_cast<int>(nTimeOut));
     if (iReady >= 1)
         return VYX_WAIT_OBJECT_0;
     if (iReady == 0)

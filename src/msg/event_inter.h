@@ -5,55 +5,45 @@
 #ifndef VYX_MSG_EVENT_INTER_H
 #define VYX_MSG_EVENT_INTER_H
 
+#include <atomic>
+
 #include <poll.h>
 #include <vyx/msg.h>
+
+#include "base/fork.h"
 
 // Bits of iPollEvents.
 constexpr int32_t VYX_POLL_READ = 1;
 constexpr int32_t VYX_POLL_WRITE = 2;
 
-// Waits take no lock. Every field that one of them reads or writes is therefore accessed with vyx_inter::Get
-// and Put, except before the handle is given out.
+// Waits and sets take no lock, so every field is read and written as a whole.
 struct VYX_EVENT_T {
-    int32_t iPipeFd[2];     // read end and write end; both -1 once the pipe is closed. Closed under hMutex
-    int32_t iSocket;        // the bound socket, the caller's; -1 = none
-    int32_t iPollEvents;    // what to poll the socket for
-    int32_t lNetworkEvents; // VYX_FD_ bits that VYX_EventSelect was asked for
-    int32_t iTriggered;     // the VYX_FD_ bit that the last multiple wait found
-    int32_t reserved;       // 0
-    int32_t iErrorCode;     // an errno, with iTriggered
-    VYX_MUTEX_T hMutex;     // normal; held while bytes go into the pipe or come out of it
+    std::atomic<int32_t> iPipeFd[2];                // read end and write end; both -1 once the pipe is closed
+    std::atomic<int32_t> iSocket;                   // the bound socket, the caller's; -1 = none
+    std::atomic<int32_t> iPollEvents;               // what to poll the socket for
+    std::atomic<int32_t> lNetworkEvents;            // VYX_FD_ bits that VYX_EventSelect was asked for
+    std::atomic<int32_t> iTriggered;                // the VYX_FD_ bit that the last multiple wait found
+    std::atomic<int32_t> iErrorCode;                // an errno, with iTriggered
+    std::atomic<uint32_t> nInside;                  // threads in a set or reset; closing waits for them
+    std::atomic<uint32_t> nWrites;                  // sets that have put a byte into the pipe
+    std::atomic<uint32_t> nForks;                   // of the process, when nInside and hMutex were made
+    vyx_inter::Lock hMutex{vyx_inter::Rank::Event}; // held by who takes bytes out of the pipe
 };
-
-namespace vyx_inter {
-
-inline int32_t Get(const int32_t &iField) {
-    return __atomic_load_n(&iField, __ATOMIC_RELAXED);
-}
-inline void Put(int32_t &iField, int32_t iValue) {
-    __atomic_store_n(&iField, iValue, __ATOMIC_RELAXED);
-}
-
-// A time-out for poll. What does not fit into an int, above all VYX_INFINITE, is no limit.
-inline int PollTimeOut(uint32_t nTimeOut) {
-    return nTimeOut > INT32_MAX ? -1 : static_cast<int>(nTimeOut);
-}
-
-} // namespace vyx_inter
 
 VYX_BEGIN_DECLS
 
-// Puts the signal byte into the pipe, which never blocks. hMutex held. VYX_TRUE; VYX_FALSE with a message.
-int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent);
+extern const vyx_inter::ForkRow g_struEventForkRow;
 
-// Empties the pipe. hMutex held. VYX_TRUE; VYX_FALSE if it cannot be read or its write end is gone.
-int32_t VYX_ReadPipe_Inter(VYX_EVENT_T *pEvent);
+// Puts the signal byte into the pipe, which is empty.
+//   bRoom  whether the pipe takes it without blocking
+// Result: VYX_TRUE; VYX_FALSE with a message.
+int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent, bool bRoom);
 
-// Closes both ends, if the pipe is open. Null does nothing. hMutex held once the handle is given out.
+// Empties the pipe. VYX_TRUE; VYX_FALSE if it cannot be read or its write end is gone.
+int32_t VYX_ReadPipe_Inter(VYX_EVENT_T *pEvent) VYX_REQUIRES(pEvent->hMutex);
+
+// Closes both ends, if the pipe is open, once no set or reset is under way.
 void VYX_ClearEventPipe_Inter(VYX_EVENT_T *pEvent);
-
-// Destroys hMutex.
-void VYX_ClearEventMutex_Inter(VYX_EVENT_T *pEvent);
 
 // Appends what is to be polled for an event: the pipe, or the socket once for each of its two directions.
 //   pIndexMap, pFds  VYX_WAIT_MAX_FDS entries each; what does not fit any more is left out

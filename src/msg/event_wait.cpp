@@ -7,12 +7,11 @@
 #include <vyx/net.h>
 #include <vyx/sys.h>
 
+#include "base/deadline.h"
+#include "base/uncancelled.h"
 #include "msg/event_inter.h"
-#include "sync/mutex_hold.h"
 
-using vyx_inter::Get;
-using vyx_inter::MutexHold;
-using vyx_inter::Put;
+using vyx_inter::Deadline;
 
 namespace {
 
@@ -43,12 +42,12 @@ void Append_Local(const Target &target, int32_t iFd, short sEvents, int32_t iEve
 }
 
 int32_t Note_Local(VYX_EVENT_T *pEvent, int32_t iTriggered) {
-    Put(pEvent->iTriggered, iTriggered);
+    pEvent->iTriggered = iTriggered;
     return kTriggered;
 }
 
 int32_t Note_Local(VYX_EVENT_T *pEvent, int32_t iTriggered, int32_t iErrorCode) {
-    Put(pEvent->iErrorCode, iErrorCode);
+    pEvent->iErrorCode = iErrorCode;
     return Note_Local(pEvent, iTriggered);
 }
 
@@ -73,9 +72,11 @@ int32_t NoteReadable_Local(VYX_EVENT_T *pEvent, int iSocket) {
 
 // With VYX_INFINITE and an empty set this never returns, as nothing can happen that it waits for.
 int PollSet_Local(WaitSet &set, uint32_t nTimeOut) {
+    // What does not fit into poll's time-out, above all VYX_INFINITE, is no limit.
+    const Deadline deadline =
+        nTimeOut > INT32_MAX ? Deadline::Never() : Deadline::In(nTimeOut, vyx_inter::Clock::Monotonic);
     for (;;) {
-        // Deliberate: after an interruption the whole time-out starts anew. Pinned by Event.Interruptions.
-        const int iReady = poll(set.fds, static_cast<nfds_t>(set.iCount), vyx_inter::PollTimeOut(nTimeOut));
+        const int iReady = poll(set.fds, static_cast<nfds_t>(set.iCount), deadline.LeftForPoll());
         if (iReady != -1 || errno != EINTR)
             return iReady;
     }
@@ -97,31 +98,31 @@ int32_t PollEvents_Local(int32_t lNetworkEvents) {
 int32_t VYX_AddFdsToPoll_Inter(VYX_EVENT_T *pEvent, int32_t *pIndexMap, struct pollfd *pFds,
                                int32_t iEventIndex, int32_t *pCount) {
     const Target target = {pIndexMap, pFds, pCount};
-    const int32_t iPipe = Get(pEvent->iPipeFd[0]);
+    const int32_t iPipe = pEvent->iPipeFd[0];
     if (iPipe != -1) {
         Append_Local(target, iPipe, POLLRDNORM, iEventIndex);
         return 1;
     }
-    const int32_t iPollEvents = Get(pEvent->iPollEvents);
+    const int32_t iPollEvents = pEvent->iPollEvents;
     if ((iPollEvents & VYX_POLL_READ) != 0)
-        Append_Local(target, Get(pEvent->iSocket), POLLRDNORM, iEventIndex);
+        Append_Local(target, pEvent->iSocket, POLLRDNORM, iEventIndex);
     if ((iPollEvents & VYX_POLL_WRITE) != 0)
-        Append_Local(target, Get(pEvent->iSocket), POLLOUT, iEventIndex);
+        Append_Local(target, pEvent->iSocket, POLLOUT, iEventIndex);
     return 1;
 }
 
 int32_t VYX_GetEventTriggeredFlag_Inter(VYX_EVENT_T *pEvent, const struct pollfd *pFd) {
     const bool bReadable = (pFd->revents & POLLRDNORM) != 0;
     const bool bWritable = (pFd->revents & POLLOUT) != 0;
-    if (bReadable && Get(pEvent->iPipeFd[0]) != -1)
+    if (bReadable && pEvent->iPipeFd[0] != -1)
         return kTriggered;
     if (!bReadable && !bWritable)
         return kNotTriggered;
-    const int32_t lAsked = Get(pEvent->lNetworkEvents);
+    const int32_t lAsked = pEvent->lNetworkEvents;
     if ((lAsked & VYX_FD_CONNECT) != 0)
-        return NoteConnect_Local(pEvent, Get(pEvent->iSocket));
+        return NoteConnect_Local(pEvent, pEvent->iSocket);
     if (bReadable && (lAsked & (VYX_FD_READ | VYX_FD_CLOSE)) != 0)
-        return NoteReadable_Local(pEvent, Get(pEvent->iSocket));
+        return NoteReadable_Local(pEvent, pEvent->iSocket);
     if (bWritable && (lAsked & VYX_FD_WRITE) != 0)
         return Note_Local(pEvent, VYX_FD_WRITE, 0);
     return (lAsked & VYX_FD_ACCEPT) != 0 ? Note_Local(pEvent, VYX_FD_ACCEPT) : kNotTriggered;
@@ -157,14 +158,14 @@ int32_t VYX_EventSelect(VYX_SOCK_T hSocket, VYX_EVENT hEvent, int32_t lNetworkEv
         VYX_OutputDebug("quelby !!! VYX_EventSelect input param error return error 0\n");
         return VYX_ERROR;
     }
-    const MutexHold hold(hEvent->hMutex);
+    const vyx_inter::Uncancelled uncancelled;
     VYX_ClearEventPipe_Inter(hEvent);
-    Put(hEvent->lNetworkEvents, lNetworkEvents);
-    Put(hEvent->iSocket, hSocket);
+    hEvent->lNetworkEvents = lNetworkEvents;
+    hEvent->iSocket = hSocket;
     // Deliberate: a socket that refuses is bound all the same; no wait ever finds it signalled. Pinned by
     // SocketEvent.BadSocket.
     (void)VYX_SetNonBlock(hSocket, 1);
-    Put(hEvent->iPollEvents, PollEvents_Local(lNetworkEvents));
+    hEvent->iPollEvents = PollEvents_Local(lNetworkEvents);
     return VYX_OK;
 }
 
@@ -173,15 +174,12 @@ int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_NETWORKE
         VYX_OutputDebug("quelby !!! VYX_EnumNetworkEvents input param error return error 0\n");
         return VYX_ERROR;
     }
-    // The lock stays as it is: waits and notes do not need it, and a plain event must remain usable. Pinned by
-    // EventInside.EnumerationLeavesTheLock.
-    //
     // Deliberate: a look whose result is not used. For a socket event it prints that there is no pipe. Pinned
     // by SocketEvent.EnumerationPrintsAndKeeps.
     (void)VYX_WaitForSingleObject(hEvent, 0);
-    const int32_t iError = Get(hEvent->iErrorCode);
-    if (iError != 0 && (Get(hEvent->lNetworkEvents) & VYX_FD_CONNECT) != 0)
+    const int32_t iError = hEvent->iErrorCode;
+    if (iError != 0 && (hEvent->lNetworkEvents & VYX_FD_CONNECT) != 0)
         pEvents->iErrorCode[kConnectError] = iError;
-    pEvents->lNetworkEvents = Get(hEvent->iTriggered);
+    pEvents->lNetworkEvents = hEvent->iTriggered;
     return VYX_OK;
 }

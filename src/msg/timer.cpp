@@ -203,6 +203,7 @@ void *VYX_OnTimer(void *pParam) {
 }
 
 int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod, uint32_t *pTimerId) {
+    const vyx_inter::Uncancelled uncancelled; // a place with a timer that is half made
     const LockGuard guard(s_VyxTimerMutex);
     Place *const pPlace = FindFree_Local();
     if (pPlace == nullptr)
@@ -233,6 +234,7 @@ int32_t VYX_KillTimer(int32_t iTimerId) {
 }
 
 int32_t VYX_InitTimer(void) {
+    const vyx_inter::Uncancelled uncancelled;
     const LockGuard guard(s_VyxTimerMutex);
     if (s_bVyxTimerInit != 0)
         return VYX_OK;

@@ -42,6 +42,7 @@ class Storm {
     std::vector<std::thread> m_threads;
 };
 
+VYX_EVENT s_hEvent = nullptr;
 VYX_HANDLE_MSGQ s_hQueue = nullptr;
 VYX_HANDLE_THREADPOOL s_hPool = nullptr;
 VYX_HANDLE_THREADPOOLFLEX s_hFlexPool = nullptr;
@@ -88,9 +89,11 @@ bool UseTimer() {
     return bSet;
 }
 
-bool UseEvent() {
+// In a child: the parent's event, which a thread of the parent resets all the time; and one of its own.
+bool UseEvents() {
     const VYX_EVENT hEvent = VYX_CreateEvent(0);
-    return VYX_SetEvent(hEvent) == VYX_TRUE && VYX_WaitForSingleObject(hEvent, 1000) == VYX_WAIT_OBJECT_0 &&
+    return VYX_ResetEvent(s_hEvent) == VYX_TRUE && VYX_CloseEvent(s_hEvent) == VYX_TRUE &&
+           VYX_SetEvent(hEvent) == VYX_TRUE && VYX_WaitForSingleObject(hEvent, 1000) == VYX_WAIT_OBJECT_0 &&
            VYX_CloseEvent(hEvent) == VYX_TRUE;
 }
 
@@ -150,7 +153,7 @@ const Row kRows[] = {
          return VYX_MsgQSendEx(s_hQueue, &block) == VYX_OK &&
                 VYX_MsgQReceiveEx(s_hQueue, &block, 0) == VYX_OK;
      }},
-    {"event", false, UseEvent},
+    {"events", false, UseEvents},
     {"timer", true, [] { return UseTimer() && Restart() && UseTimer(); }},
     {"log", true, [] { return UseLog() && VYX_Log(0, nullptr) == VYX_OK; }},
     {"local time", false, UseTime},
@@ -172,6 +175,7 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
     const support::TempDir dir;
     ASSERT_EQ(VYX_Init(), VYX_OK);
     ASSERT_EQ(VYX_MsgQCreateEx(&s_hQueue), VYX_OK);
+    s_hEvent = VYX_CreateEvent(0);
     s_hPool = VYX_ThreadPool_Create(2, 2);
     s_hFlexPool = VYX_ThreadPoolFlex_Create(2, 5, Handler, 0);
     ASSERT_EQ(EnableTarget(VYX_LOG_TARGET_DEBUG, nullptr, 0, 0), 0);
@@ -185,6 +189,7 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
             [] { EXPECT_EQ(VYX_ThreadPool_WorkEx(s_hPool, Item, nullptr, 1), VYX_OK); },
             [] { EXPECT_TRUE(UseFlexPool() && VYX_ThreadPoolFlex_Work(s_hFlexPool, nullptr) == VYX_OK); },
             [] { (void)UseQueue(); },
+            [] { EXPECT_EQ(VYX_ResetEvent(s_hEvent), VYX_TRUE); },
             [] { EXPECT_TRUE(UseTimer()); },
             [] { EXPECT_TRUE(UseTime()); },
             [] { (void)UseLog(); },
@@ -198,6 +203,7 @@ TEST(Fork, ChildrenOfAStormDoAllThatTheyMay) {
                 EXPECT_EQ(row.bThreads && !support::kThreadsAfterFork ? 0 : ForkAndRun(row), 0)
                     << row.szWhat << ", round " << nRound;
     }
+    EXPECT_EQ(VYX_CloseEvent(s_hEvent), VYX_TRUE);
     EXPECT_EQ(VYX_MsgQDestroyEx(s_hQueue), VYX_OK);
     EXPECT_EQ(VYX_ThreadPool_Destroy(s_hPool), VYX_OK);
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(s_hFlexPool), VYX_OK);
