@@ -126,8 +126,11 @@ VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg,
  * Everything here may be called from any number of threads at once on the same event, with two exceptions:
  * when VYX_CloseEvent or VYX_EventSelect is called, nobody may be inside another call on that event or wait
  * for it; such a wait would not end. Who waited for an event may close it at once, though: the VYX_SetEvent that
- * ended the wait is given the time to return. Nothing here is for signal handlers. Only the two waits are
- * cancellation points (pthread_cancel); all other calls finish. Failures are explained on standard error.
+ * ended the wait is given the time to return. Nothing here is for signal handlers. Failures are explained on standard
+ * error.
+ *
+ * A thread that is cancelled (pthread_cancel) in one of the two waits ends there. All other calls finish first;
+ * VYX_SetEvent and VYX_ResetEvent are cancellation points when they have.
  *
  * What lies in the event's pipe decides, also where a forked child or a caller that knows the descriptors puts
  * bytes in or takes them out.

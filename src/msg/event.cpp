@@ -110,6 +110,35 @@ VYX_EVENT CreateFailed_Local(VYX_EVENT_T *pEvent) {
     return nullptr;
 }
 
+int32_t Set_Local(VYX_EVENT_T &event) {
+    const Uncancelled uncancelled;
+    const Inside inside(event);
+    const uint32_t nWrites = event.nWrites;
+    struct pollfd ends[] = {{event.iPipeFd[0], POLLRDNORM, 0}, {event.iPipeFd[1], POLLOUT, 0}};
+    (void)poll(ends, 2, 0); // where it fails nothing is ready, so that nothing is written
+    if ((ends[0].revents & ~POLLRDNORM) != 0) {
+        const ErrnoKeeper keeper;
+        VYX_OutputDebug("quelby !!! VYX_SetEvent read pipe return error %d 1\n", errno);
+        return VYX_FALSE;
+    }
+    const bool bSignalled = ends[0].revents != 0;
+    if (!bSignalled && VYX_WritePipe_Inter(&event, (ends[1].revents & POLLOUT) != 0) != VYX_TRUE) {
+        const ErrnoKeeper keeper;
+        VYX_OutputDebug("quelby !!! VYX_SetEvent write pipe return error %d 2\n", errno);
+        return VYX_FALSE;
+    }
+    if (bSignalled || event.nWrites.fetch_add(1) != nWrites)
+        Trim_Local(event);
+    return VYX_TRUE;
+}
+
+int32_t Reset_Local(VYX_EVENT_T &event) {
+    const Uncancelled uncancelled;
+    const Inside inside(event);
+    const LockGuard guard(event.hMutex);
+    return VYX_ReadPipe_Inter(&event);
+}
+
 } // namespace
 
 const vyx_inter::ForkRow g_struEventForkRow = {
@@ -175,25 +204,9 @@ int32_t VYX_SetEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_SetEvent !hEvent return error 0\n");
         return VYX_FALSE;
     }
-    const Uncancelled uncancelled;
-    const Inside inside(*hEvent);
-    const uint32_t nWrites = hEvent->nWrites;
-    struct pollfd ends[] = {{hEvent->iPipeFd[0], POLLRDNORM, 0}, {hEvent->iPipeFd[1], POLLOUT, 0}};
-    (void)poll(ends, 2, 0); // where it fails nothing is ready, so that nothing is written
-    if ((ends[0].revents & ~POLLRDNORM) != 0) {
-        const ErrnoKeeper keeper;
-        VYX_OutputDebug("quelby !!! VYX_SetEvent read pipe return error %d 1\n", errno);
-        return VYX_FALSE;
-    }
-    const bool bSignalled = ends[0].revents != 0;
-    if (!bSignalled && VYX_WritePipe_Inter(hEvent, (ends[1].revents & POLLOUT) != 0) != VYX_TRUE) {
-        const ErrnoKeeper keeper;
-        VYX_OutputDebug("quelby !!! VYX_SetEvent write pipe return error %d 2\n", errno);
-        return VYX_FALSE;
-    }
-    if (bSignalled || hEvent->nWrites.fetch_add(1) != nWrites)
-        Trim_Local(*hEvent);
-    return VYX_TRUE;
+    const int32_t bDone = Set_Local(*hEvent);
+    pthread_testcancel(); // so that a thread that only sets and resets can be cancelled
+    return bDone;
 }
 
 int32_t VYX_ResetEvent(VYX_EVENT hEvent) {
@@ -205,10 +218,9 @@ int32_t VYX_ResetEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_ResetEvent (pEvent->iPipeFd[0] == -1) return error 1\n");
         return VYX_FALSE;
     }
-    const Uncancelled uncancelled;
-    const Inside inside(*hEvent);
-    const LockGuard guard(hEvent->hMutex);
-    return VYX_ReadPipe_Inter(hEvent);
+    const int32_t bDone = Reset_Local(*hEvent);
+    pthread_testcancel();
+    return bDone;
 }
 
 uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut) {

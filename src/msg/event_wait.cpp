@@ -55,7 +55,7 @@ int32_t NoteConnect_Local(VYX_EVENT_T *pEvent, int iSocket) {
     int iError = 0;
     socklen_t nLength = sizeof iError;
     // Deliberate: the error of a failed connect is read, which clears it in the socket, but not kept. Callers
-    // learn that the attempt is over, not how it went. Pinned by SocketEvent.Connect.
+    // learn that the attempt is over, not how it went. Pinned by SocketEvent.ErrorCodes.
     if (getsockopt(iSocket, SOL_SOCKET, SO_ERROR, &iError, &nLength) == 0 && iError == 0)
         return Note_Local(pEvent, VYX_FD_CONNECT, 0);
     return Note_Local(pEvent, VYX_FD_CONNECT);
@@ -163,7 +163,7 @@ int32_t VYX_EventSelect(VYX_SOCK_T hSocket, VYX_EVENT hEvent, int32_t lNetworkEv
     hEvent->lNetworkEvents = lNetworkEvents;
     hEvent->iSocket = hSocket;
     // Deliberate: a socket that refuses is bound all the same; no wait ever finds it signalled. Pinned by
-    // SocketEvent.BadSocket.
+    // SocketEvent.LifeOfTheSocket.
     (void)VYX_SetNonBlock(hSocket, 1);
     hEvent->iPollEvents = PollEvents_Local(lNetworkEvents);
     return VYX_OK;
@@ -175,7 +175,7 @@ int32_t VYX_EnumNetworkEvents(VYX_SOCK_T hSocket, VYX_EVENT hEvent, VYX_NETWORKE
         return VYX_ERROR;
     }
     // Deliberate: a look whose result is not used. For a socket event it prints that there is no pipe. Pinned
-    // by SocketEvent.EnumerationPrintsAndKeeps.
+    // by SocketEvent.LifeOfTheSocket.
     (void)VYX_WaitForSingleObject(hEvent, 0);
     const int32_t iError = hEvent->iErrorCode;
     if (iError != 0 && (hEvent->lNetworkEvents & VYX_FD_CONNECT) != 0)

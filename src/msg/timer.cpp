@@ -220,7 +220,7 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
     return VYX_OK;
 }
 
-// Deliberate: -1 for a kill as well. Pinned by Timer.KillNeverSaysWhatItDid.
+// Deliberate: -1 for a kill as well. Pinned by Timer.TheTableHolds256LowestFreeFirst.
 int32_t VYX_KillTimer(int32_t iTimerId) {
     if (static_cast<uint32_t>(iTimerId) >= VYX_MAX_TIMERS)
         return VYX_ERROR;

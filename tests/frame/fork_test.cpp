@@ -86,7 +86,7 @@ bool UseTimer() {
     uint32_t nTimerId = VYX_MAX_TIMERS;
     const bool bSet = VYX_SetTimer(Tick, nullptr, 1, &nTimerId) == VYX_OK;
     (void)VYX_KillTimer(static_cast<int32_t>(nTimerId));
-    return bSet;
+    return bSet && nTimerId == 0; // a child has all ids
 }
 
 // In a child: the parent's event, which a thread of the parent resets all the time; and one of its own.

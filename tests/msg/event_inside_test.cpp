@@ -1,11 +1,10 @@
-// Events from the inside: what lies in the pipe, who is in the way of whom, and the edges of the poll array.
+// Events from the inside: what lies in the pipe, and who is in the way of whom.
 #include <atomic>
 #include <functional>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include "msg/event_inter.h"
 #include "msg/event_support.h"
@@ -120,40 +119,6 @@ TEST(EventInside, PipeFailures) {
               "quelby !!! VYX_SetEvent read pipe return error 7 1\n\n");
     EXPECT_EQ(VYX_ResetEvent(unfed.get()), VYX_FALSE);
     ASSERT_EQ(dup2(unfed->iPipeFd[0], iWrite), iWrite); // for the closing
-}
-
-TEST(EventInside, PollEntries) {
-    const struct {
-        int32_t lAsked; // 0 = a plain event
-        int32_t nBefore;
-        std::vector<short> added;
-    } cases[] = {
-        {0, 3, {POLLRDNORM}},
-        {VYX_FD_CONNECT, 126, {POLLRDNORM, POLLOUT}},
-        {VYX_FD_CONNECT, 127, {POLLRDNORM}},
-        {VYX_FD_CONNECT, 128, {}},
-        {0, 128, {}},
-    };
-    for (const auto &test : cases) {
-        SCOPED_TRACE(&test - cases);
-        const Event event = Make();
-        if (test.lAsked != 0) {
-            ASSERT_EQ(VYX_EventSelect(STDIN_FILENO, event.get(), test.lAsked), VYX_OK);
-        }
-        std::vector<struct pollfd> fds(VYX_WAIT_MAX_FDS + 2, {-9, -9, -9});
-        std::vector<int32_t> map(VYX_WAIT_MAX_FDS + 2, -9);
-        int32_t nCount = test.nBefore;
-        EXPECT_EQ(VYX_AddFdsToPoll_Inter(event.get(), map.data(), fds.data(), 77, &nCount), 1);
-        auto at = static_cast<size_t>(test.nBefore);
-        EXPECT_EQ(static_cast<size_t>(nCount), at + test.added.size());
-        for (short sEvents : test.added) {
-            EXPECT_EQ(fds[at].fd, test.lAsked == 0 ? event->iPipeFd[0].load() : STDIN_FILENO);
-            EXPECT_EQ(fds[at].events, sEvents);
-            EXPECT_EQ(map[at++], 77);
-        }
-        EXPECT_EQ(fds[at].fd, -9); // nothing behind
-        EXPECT_EQ(map[at], -9);
-    }
 }
 
 } // namespace

@@ -41,13 +41,12 @@ inline std::string ErrorsOf(const std::function<void()> &fnCall) {
 
 constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";
 
-// Another limit of open descriptors for a while; where the hard limit is lower, that.
+// Another limit of open descriptors for a while.
 class DescriptorLimit {
   public:
     explicit DescriptorLimit(rlim_t nLimit) {
         (void)getrlimit(RLIMIT_NOFILE, &m_before);
-        struct rlimit limit = m_before;
-        limit.rlim_cur = nLimit < limit.rlim_max ? nLimit : limit.rlim_max;
+        const struct rlimit limit = {nLimit, m_before.rlim_max};
         (void)setrlimit(RLIMIT_NOFILE, &limit);
     }
     ~DescriptorLimit() { (void)setrlimit(RLIMIT_NOFILE, &m_before); }
