@@ -11,6 +11,7 @@
 // No lock is held while a routine runs or a thread is joined.
 #include "msg/timer_inter.h"
 
+#include <atomic>
 #include <new>
 #include <pthread.h>
 #include <vyx/sync.h>
@@ -26,6 +27,8 @@ using vyx_inter::LockGuard;
 
 namespace {
 
+struct TIMER_EVENT_T;
+
 struct Place {
     bool bUsed;
     TIMER_EVENT_T *pTimer; // null also where there was no memory for it
@@ -35,6 +38,22 @@ Lock s_VyxTimerMutex{vyx_inter::Rank::Timers};
 Place s_VyxTimerEvents[VYX_MAX_TIMERS] VYX_GUARDED_BY(s_VyxTimerMutex);
 uint32_t s_bVyxTimerInit VYX_GUARDED_BY(s_VyxTimerMutex) = 0;
 Condition s_freedCond; // broadcast when a killer has freed a place; with s_VyxTimerMutex
+
+// One timer. What is not guarded is settled before VYX_SetTimer lets go of the lock.
+struct TIMER_EVENT_T {
+    uint32_t nTimerId;          // its place in the table
+    VYX_TIMER_PROC fnTimerProc; // null: nothing is ever called
+    void *pUserData;
+    uint32_t nPeriod;            // milliseconds
+    VYX_SEM_T hSem;              // the thread sleeps on it; null: none to be had
+    VYX_THREAD_T hThread;        // VYX_INVALID_THREAD: there was none to be had
+    std::atomic<uint32_t> bStop; // 1 once the thread is to end; it looks without the lock
+
+    // Its place or its killer, its thread, who waits for its end; the last of them frees it.
+    uint32_t nUsers VYX_GUARDED_BY(s_VyxTimerMutex);
+    // The timer whose end this one's routine is waiting for in a kill.
+    TIMER_EVENT_T *pAwaited VYX_GUARDED_BY(s_VyxTimerMutex);
+};
 
 // One user less.
 void Drop_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
@@ -66,7 +85,8 @@ Place *FindFree_Local() VYX_REQUIRES(s_VyxTimerMutex) {
 }
 
 // Result: a timer without a thread, or null.
-TIMER_EVENT_T *Make_Local(uint32_t nTimerId, VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod) {
+TIMER_EVENT_T *Make_Local(uint32_t nTimerId, VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod)
+    VYX_REQUIRES(s_VyxTimerMutex) {
     auto *pTimer = new (std::nothrow) TIMER_EVENT_T();
     if (pTimer == nullptr)
         return nullptr;
