@@ -134,11 +134,12 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
 
 // Whoever needs one of the locks here waits for ever.
 TEST_F(MsgQueue, NobodyIsSignalledWhoDoesNotWait) {
-    m_hQueue->hQueueLock.Acquire(); // a sender never waits for receivers either
-    ASSERT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock));
-    EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
-    (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
-    m_hQueue->hQueueLock.Release();
+    {
+        const vyx_inter::LockGuard guard(m_hQueue->hQueueLock); // a sender never waits for receivers either
+        EXPECT_EQ(VYX_OK, VYX_MutexLock(&m_hQueue->hRecvLock));
+        EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
+        (void)VYX_MutexUnlock(&m_hQueue->hRecvLock);
+    }
     EXPECT_EQ(1, NextType(m_hQueue));
 }
 

@@ -349,16 +349,13 @@ class FlexPoolInside : public testing::Test {
     thrmgr_pool_t *Create(int32_t nIdleTimeOut) {
         return static_cast<thrmgr_pool_t *>(VYX_ThreadPoolFlex_Create(4, nIdleTimeOut, Gate::Handler, 0));
     }
-    template <class Get>
-    static uint32_t Look(thrmgr_pool_t *pPool, Get get) {
-        const LockGuard guard(pPool->hLock);
-        return get(*pPool);
-    }
     static uint32_t Alive(thrmgr_pool_t *pPool) {
-        return Look(pPool, [](auto &pool) { return pool.nAlive; });
+        const LockGuard guard(pPool->hLock);
+        return pPool->nAlive;
     }
     static uint32_t Asleep(thrmgr_pool_t *pPool) {
-        return Look(pPool, [](auto &pool) { return pool.nAsleep; });
+        const LockGuard guard(pPool->hLock);
+        return pPool->nAsleep;
     }
     // Starts that many workers at once.
     static void Grow(thrmgr_pool_t *pPool, Gate &gate, int nWorkers) {
