@@ -3,6 +3,7 @@
 
 check.py behaviour   each test that behaviour.md names exists, each row names one, and the tests that the sources name
                      for deliberate behaviour are there
+check.py links       each file of this project that a document links to is there, and has the heading
 check.py messages    messages.md has exactly the texts that the library prints
 check.py names       every VYX_ name in a document is in the sources
 """
@@ -92,6 +93,24 @@ def check_messages():
     yield from (f"docs/messages.md: nothing prints '{text}'" for text in sorted(listed - there))
 
 
+def anchors(text):
+    """The anchors of a page's headings, as forges make them."""
+    heads = re.findall(r"^#+ (.*)$", re.sub(r"^```.*?^```$", "", text, flags=re.S | re.M), re.M)
+    return {re.sub(r"[^\w\- ]", "", head.lower()).replace(" ", "-") for head in heads}
+
+
+def check_links():
+    for page in documents():
+        text = re.sub(r"^```.*?^```$|`[^`\n]*`", "", page.read_text(), flags=re.S | re.M)
+        for link in re.findall(r"\]\(([^)\s]+)\)", text):
+            path, _, anchor = link.partition("#")
+            target = (page.parent / path).resolve() if path else page
+            if "://" in link or link.startswith("mailto:"):
+                continue
+            if not target.exists() or (anchor and anchor not in anchors(target.read_text())):
+                yield f"{page.relative_to(TOP)}: nothing at {link}"
+
+
 def check_names():
     there = set()
     for file in [*(TOP / "include/vyx").glob("*.h"), *sources()]:
@@ -102,7 +121,7 @@ def check_names():
 
 
 def main():
-    checks = {"behaviour": check_behaviour, "messages": check_messages, "names": check_names}
+    checks = {"behaviour": check_behaviour, "links": check_links, "messages": check_messages, "names": check_names}
     if len(sys.argv) != 2 or sys.argv[1] not in checks:
         sys.exit(__doc__)
     problems = list(checks[sys.argv[1]]())

@@ -1,4 +1,4 @@
-// The example programs, run as their users run them, and the first programs of the README.
+// The example programs, run as their users run them.
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -254,28 +254,6 @@ TEST_F(Mill, SaysWhatIsWrong) {
         const Outcome outcome = Shell(kMill + " " + test.arguments);
         EXPECT_EQ(outcome.iStatus, test.iStatus) << test.arguments << "\n" << outcome.out;
         EXPECT_NE(outcome.out.find(test.message), std::string::npos) << test.arguments << "\n" << outcome.out;
-    }
-}
-
-TEST(Hello, BothProgramsGreet) {
-    const std::string greeting = "Hello, world, on ";
-    for (const char *szProgram : {HELLO_C, HELLO_CPP}) {
-        const Outcome outcome = Shell(szProgram);
-        EXPECT_EQ(outcome.iStatus, 0);
-        EXPECT_EQ(outcome.out.rfind(greeting, 0), 0U) << outcome.out;
-        EXPECT_EQ(outcome.out.size(), greeting.size() + 24 + 1)
-            << outcome.out; // 24 characters of time, a feed
-    }
-}
-
-TEST(Readme, ShowsTheProgramsThatAreBuilt) {
-    const std::string readme = support::ReadFile(SOURCE_DIR "/README.md");
-    for (const char *szKind : {"c", "cpp"}) {
-        const std::string program =
-            support::ReadFile(SOURCE_DIR "/examples/hello/hello." + std::string(szKind));
-        ASSERT_FALSE(program.empty());
-        EXPECT_NE(readme.find(std::string("\n```") + szKind + "\n" + program + "```\n"), std::string::npos)
-            << "hello." << szKind;
     }
 }
 
