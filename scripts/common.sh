@@ -64,6 +64,7 @@ has() {
     lld) any_command ld.lld ;;
     llvm) any_command llvm-config ;;
     ninja-build) any_command ninja ninja-build ;;
+    nodejs) any_command node ;;
     pkgconf) any_command pkgconf pkg-config ;;
     qemu-user) any_command qemu-aarch64 && any_command qemu-ppc ;;
     *) any_command "$1" ;;
