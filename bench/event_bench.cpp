@@ -171,9 +171,9 @@ int main(int argc, char **argv) {
     constexpr double kTwoLooks = 1.6; // a set and a reset look before they act: five calls instead of three
     bench::Compare("event_set_wait_reset",
                    {{"vyx", SetWaitReset<VyxEvent>}, {"raw", SetWaitReset<PipeEvent>, kTwoLooks}});
-    bench::Compare("event_round_trip", {{"vyx", RoundTrip<VyxEvent>}, {"raw", RoundTrip<PipeEvent>, kBound}},
+    bench::Compare("event_round_trip", {{"vyx", RoundTrip<VyxEvent>}, {"raw", RoundTrip<PipeEvent>, 1.1}},
                    bench::ByHand);
-    bench::Compare("event_set_again", {{"vyx", SetAgain<VyxEvent>}, {"raw", SetAgain<PipeEvent>, kTwoLooks}});
+    bench::Compare("event_set_again", {{"vyx", SetAgain<VyxEvent>}, {"raw", SetAgain<PipeEvent>}});
     bench::Compare("event_wait_signalled",
                    {{"vyx", WaitForSignalled<VyxEvent>}, {"raw", WaitForSignalled<PipeEvent>, kBound}});
     bench::Compare("event_wait_for_64", {{"vyx", VyxWaitForSeveral}, {"raw", RawWaitForSeveral, kBound}});

@@ -48,7 +48,7 @@ void Renew_Local(VYX_EVENT_T &event) {
     event.nForks.store(s_nForks);
 }
 
-// Keeps the event from being closed for the length of a block; leaving is the last access to it.
+// A set: keeps the event from being closed for the length of a block; leaving is the last access to it.
 class Inside {
   public:
     explicit Inside(VYX_EVENT_T &event) : m_event(event) {
@@ -63,7 +63,7 @@ class Inside {
     VYX_EVENT_T &m_event;
 };
 
-// Returns when nobody is inside: who set an event may not have left when the one who waited for it closes it.
+// Returns when no set is under way: who set an event may not have left when the one who waited for it closes it.
 void AwaitLeaving_Local(VYX_EVENT_T &event) {
     Renew_Local(event);
     while (!vyx_inter::TryBriefly([&] { return event.nInside == 0; }))
@@ -114,15 +114,15 @@ int32_t Set_Local(VYX_EVENT_T &event) {
     const Uncancelled uncancelled;
     const Inside inside(event);
     const uint32_t nWrites = event.nWrites;
-    struct pollfd ends[] = {{event.iPipeFd[0], POLLRDNORM, 0}, {event.iPipeFd[1], POLLOUT, 0}};
-    (void)poll(ends, 2, 0); // where it fails nothing is ready, so that nothing is written
-    if ((ends[0].revents & ~POLLRDNORM) != 0) {
+    struct pollfd entry = {event.iPipeFd[0], POLLRDNORM, 0};
+    (void)poll(&entry, 1, 0); // fails only where nothing is there
+    if ((entry.revents & ~POLLRDNORM) != 0) {
         const ErrnoKeeper keeper;
         VYX_OutputDebug("quelby !!! VYX_SetEvent read pipe return error %d 1\n", errno);
         return VYX_FALSE;
     }
-    const bool bSignalled = ends[0].revents != 0;
-    if (!bSignalled && VYX_WritePipe_Inter(&event, (ends[1].revents & POLLOUT) != 0) != VYX_TRUE) {
+    const bool bSignalled = entry.revents != 0;
+    if (!bSignalled && VYX_WritePipe_Inter(&event) != VYX_TRUE) {
         const ErrnoKeeper keeper;
         VYX_OutputDebug("quelby !!! VYX_SetEvent write pipe return error %d 2\n", errno);
         return VYX_FALSE;
@@ -134,7 +134,7 @@ int32_t Set_Local(VYX_EVENT_T &event) {
 
 int32_t Reset_Local(VYX_EVENT_T &event) {
     const Uncancelled uncancelled;
-    const Inside inside(event);
+    Renew_Local(event);
     const LockGuard guard(event.hMutex);
     return VYX_ReadPipe_Inter(&event);
 }
@@ -150,8 +150,9 @@ const vyx_inter::ForkRow g_struEventForkRow = {
     },
 };
 
-int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent, bool bRoom) {
-    if (bRoom && write(pEvent->iPipeFd[1], "e", 1) == 1)
+int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent) {
+    const int iFd = pEvent->iPipeFd[1];
+    if (iFd != -1 && write(iFd, "e", 1) == 1)
         return VYX_TRUE;
     const ErrnoKeeper keeper;
     VYX_OutputDebug("quelby !!!! VYX_WritePipe_Inter return VYX_FALSE errno = %d", errno);
@@ -173,6 +174,7 @@ int32_t VYX_ReadPipe_Inter(VYX_EVENT_T *pEvent) {
 
 void VYX_ClearEventPipe_Inter(VYX_EVENT_T *pEvent) {
     AwaitLeaving_Local(*pEvent);
+    const LockGuard guard(pEvent->hMutex); // after the last reset
     if (pEvent->iPipeFd[0] == -1)
         return;
     for (std::atomic<int32_t> &iEnd : pEvent->iPipeFd)
@@ -184,7 +186,7 @@ VYX_EVENT VYX_CreateEvent(int32_t bInitialState) {
     auto *pEvent = new (std::nothrow) VYX_EVENT_T();
     if (pEvent == nullptr)
         return nullptr;
-    if (Open_Local(*pEvent) && (bInitialState == 0 || VYX_WritePipe_Inter(pEvent, true) == VYX_TRUE))
+    if (Open_Local(*pEvent) && (bInitialState == 0 || VYX_WritePipe_Inter(pEvent) == VYX_TRUE))
         return pEvent;
     return CreateFailed_Local(pEvent);
 }

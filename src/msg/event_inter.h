@@ -24,7 +24,7 @@ struct VYX_EVENT_T {
     std::atomic<int32_t> lNetworkEvents;            // VYX_FD_ bits that VYX_EventSelect was asked for
     std::atomic<int32_t> iTriggered;                // the VYX_FD_ bit that the last multiple wait found
     std::atomic<int32_t> iErrorCode;                // an errno, with iTriggered
-    std::atomic<uint32_t> nInside;                  // threads in a set or reset; closing waits for them
+    std::atomic<uint32_t> nInside;                  // threads in a set; closing waits for them
     std::atomic<uint32_t> nWrites;                  // sets that have put a byte into the pipe
     std::atomic<uint32_t> nForks;                   // of the process, when nInside and hMutex were made
     vyx_inter::Lock hMutex{vyx_inter::Rank::Event}; // held by who takes bytes out of the pipe
@@ -34,10 +34,9 @@ VYX_BEGIN_DECLS
 
 extern const vyx_inter::ForkRow g_struEventForkRow;
 
-// Puts the signal byte into the pipe, which is empty.
-//   bRoom  whether the pipe takes it without blocking
+// Puts the signal byte into the pipe, which is empty and therefore does not block.
 // Result: VYX_TRUE; VYX_FALSE with a message.
-int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent, bool bRoom);
+int32_t VYX_WritePipe_Inter(VYX_EVENT_T *pEvent);
 
 // Empties the pipe. VYX_TRUE; VYX_FALSE if it cannot be read or its write end is gone.
 int32_t VYX_ReadPipe_Inter(VYX_EVENT_T *pEvent) VYX_REQUIRES(pEvent->hMutex);
