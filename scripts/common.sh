@@ -59,6 +59,7 @@ has() {
     libc++abi-14-dev) has_header 'clang++ -stdlib=libc++' cxxabi.h ;;
     libc6-i386) [ -e /lib/ld-linux.so.2 ] ;;
     libglib2.0-dev) has_module glib-2.0 ;;
+    libsqlite3-dev) has_header g++ sqlite3.h ;;
     libspdlog-dev) has_module spdlog ;;
     libuv1-dev) has_module libuv ;;
     lld) any_command ld.lld ;;
@@ -67,6 +68,7 @@ has() {
     nodejs) any_command node ;;
     pkgconf) any_command pkgconf pkg-config ;;
     qemu-user) any_command qemu-aarch64 && any_command qemu-ppc ;;
+    zlib1g-dev) has_header g++ zlib.h ;;
     *) any_command "$1" ;;
     esac
 }
@@ -123,7 +125,8 @@ want() {
 
 BUILD_PACKAGES=(cmake ninja-build g++)
 TEST_PACKAGES=("${BUILD_PACKAGES[@]}" googletest pkgconf python3)
-TOOLS_OF_TESTS=(abigail-tools iproute2 gdb patch pigz) # without them some tests are skipped
+# Without them some tests are skipped or not there.
+TOOLS_OF_TESTS=(abigail-tools iproute2 gdb libsqlite3-dev patch pigz zlib1g-dev)
 
 # What a preset needs beside the above.
 packages_of() {

@@ -2,7 +2,10 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -256,5 +259,47 @@ TEST_F(Mill, SaysWhatIsWrong) {
         EXPECT_NE(outcome.out.find(test.message), std::string::npos) << test.arguments << "\n" << outcome.out;
     }
 }
+
+#ifdef SQLITE_VYX
+TEST(Sqlite, FindsTheSameOverTheLibrary) {
+    const support::TempDir dir;
+    const auto work = [&dir](const std::string &how) {
+        const Outcome outcome = Shell(SQLITE_VYX " --rows 2000 " + how + " " + dir.Path() + "/" + how + "db");
+        EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
+        return outcome.out.substr(std::min(outcome.out.find("sum "), outcome.out.size()));
+    };
+    const std::string sum = work("");
+    EXPECT_EQ(sum.size(), strlen("sum 0123456789abcdef\n"));
+    EXPECT_EQ(sum, work("--builtin"));
+}
+#endif
+
+#ifdef SQUEEZE
+TEST(Squeeze, AnyGunzipReadsItsOutput) {
+    const support::TempDir dir;
+    std::mt19937 random(1); // NOLINT: the same numbers each time
+    std::string noise;      // which repeats within the window of the format only
+    while (noise.size() < 24000)
+        noise += static_cast<char>(random());
+    for (const size_t nSize : {0u, 1u, 131071u, 131072u, 131073u, 2000001u}) {
+        SCOPED_TRACE(nSize);
+        std::string text;
+        while (text.size() < nSize)
+            text += noise;
+        text.resize(nSize);
+        std::ofstream(dir.Path() + "/in") << text;
+        for (const char *szHow : {SQUEEZE " -t 4", SQUEEZE " -1 -t 1", SQUEEZE_PLAIN " -t 4"}) {
+            const Outcome outcome =
+                Shell("cd " + dir.Path() + " && " + szHow + " <in >out && gunzip <out >back && cmp back in");
+            EXPECT_EQ(outcome.iStatus, 0) << outcome.out;
+        }
+    }
+    EXPECT_LT(std::filesystem::file_size(dir.Path() + "/out"),
+              2 * noise.size()); // each block knows the one before
+    const Outcome full = Shell(SQUEEZE " <" + dir.Path() + "/in >/dev/full");
+    EXPECT_EQ(full.iStatus, 1);
+    EXPECT_NE(full.out.find("not complete: No space left"), std::string::npos) << full.out;
+}
+#endif
 
 } // namespace
