@@ -45,7 +45,7 @@ def record(file, command):
 
 def versions(events):
     """Each text that a line of the screen had: (line, from, until or None, text)."""
-    shown, line, now, last = {0: [0, ""]}, 0, 0.0, 0.0
+    shown, line, now, last = {0: [0, ""]}, 0, 0.0, events[0][0]
     found = []
     for moment, _, text in events:
         now += min(moment - last, LONGEST_PAUSE)

@@ -181,12 +181,21 @@ class Site:
         shown = highlight.markup(text, language, lambda name: self.api.link(name, here))
         return f'<pre tabindex="0" class="{language}"><code>{shown}</code></pre>'
 
+    def declaration(self, item, here):
+        shown = highlight.markup(item["declaration"], "cpp",
+                                 lambda name: name if name == item["name"] else self.api.link(name, here))
+        return f'<pre class="declaration"><code>{shown}</code></pre>'
+
     # ---- Reference
 
     def doc(self, doc, here, own=""):
-        lines = [f"<p>{self.api.prose(doc['purpose'], here, own)}</p>"] if doc["purpose"] else []
-        lines += [self.block(block, here, own) for block in doc["details"]]
-        return "\n".join(lines)
+        return self.purpose(doc, here, own) + self.details(doc, here, own)
+
+    def purpose(self, doc, here, own):
+        return f"<p>{self.api.prose(doc['purpose'], here, own)}</p>" if doc["purpose"] else ""
+
+    def details(self, doc, here, own):
+        return "\n".join(self.block(block, here, own) for block in doc["details"])
 
     def block(self, block, here, own):
         def say(text):
@@ -211,10 +220,10 @@ class Site:
         return "<dl>" + "".join(rows) + "</dl>" if rows else ""
 
     def function(self, item, here):
-        name = html.escape(item["name"])
+        name, doc = item["name"], item["doc"]
         return "\n".join([f'<section class="item"><h3 id="{name}"><code>{name}</code></h3>',
-                          self.code(item["declaration"], "cpp", here), self.doc(item["doc"], here, item["name"]),
-                          self.parameters(item, here), self.notes(item["doc"], here, item["name"]), "</section>"])
+                          self.declaration(item, here), self.purpose(doc, here, name), self.parameters(item, here),
+                          self.details(doc, here, name), self.notes(doc, here, name), "</section>"])
 
     def table(self, heads, rows):
         return ('<div class="wide" tabindex="0" role="group" aria-label="Table"><table><thead><tr>' +
@@ -386,7 +395,7 @@ class Site:
 
     def check(self):
         dead = 0
-        for here, place in self.wanted:
+        for here, place in self.wanted + [("names.js", place) for place in self.api.places.values()]:
             path, _, name = place.partition("#")
             if path.startswith("pictures/"):
                 good = (self.out / path).exists()
