@@ -8,6 +8,10 @@ fail() { echo "$*"; status=1; }
 diff -r "$source/include" "$prefix/include" || fail "the installed headers are not the public ones"
 cmp "$source/LICENSE" "$prefix/share/doc/vyx/LICENSE" || fail "the license is not installed"
 
+grep -q '^ "version": "'"$version"'",$' "$prefix/share/vyx/vyx-api.json" || fail "no description of version $version"
+for name in $(sed -n 's/^VYX_API.*[ *]\(VYX_[A-Za-z0-9_]*\)(.*/\1/p' "$source/include/vyx/sync.h"); do
+    [ -s "$prefix/share/man/man3/$name.3" ] || fail "no manual page of $name"
+done
 for header in "$source"/include/vyx/*.h; do
     name=${header##*/}
     [ "$name" = vyx.h ] || grep -qxF "#include <vyx/$name>" "$source/include/vyx/vyx.h" || fail "vyx.h leaves out $name"

@@ -127,26 +127,27 @@ def unindented(lines):
     return [line[depth:] for line in lines]
 
 
-def block(lines):
-    """A paragraph, a list of terms with their texts, or lines to be shown as they are."""
+def blocks(lines):
+    """Paragraphs, lists of terms with their texts, or lines to be shown as they are."""
     lines = unindented(lines)
-    joined = " ".join(line.strip() for line in lines)
     if lines[0].startswith("- "):
-        return {"kind": "list", "items": [" ".join(item.split()) for item in re.split(r"(?:^|\n)- ", "\n".join(lines))[1:]]}
-    rows, ok = [], True
+        items = re.split(r"(?:^|\n)- ", "\n".join(lines))[1:]
+        return [{"kind": "list", "items": [" ".join(item.split()) for item in items]}]
+    rows, rest = [], []
     for line in lines:
         row = re.match(r"( ?\S+(?: \S+){0,3})  +(\S.*)$", line)
-        if row and not line.startswith("  "):
+        if row and not line.startswith("  ") and not rest:
             rows.append([row.group(1).strip(), row.group(2)])
-        elif rows and line.startswith("  "):
+        elif rows and line.startswith("  ") and not rest:
             rows[-1][1] += " " + line.strip()
         else:
-            ok = False
-    if ok and rows and not any(re.search(r"\S   +\S", text) for _, text in rows):
-        return {"kind": "terms", "items": rows}
-    if any(re.search(r"\S  +\S", line) or line.startswith(" ") or line.startswith("|") for line in lines):
-        return {"kind": "lines", "text": "\n".join(lines)}
-    return {"kind": "text", "text": joined}
+            rest.append(line)
+    table = any(re.search(r"\S   +\S", text) for _, text in rows)
+    if rows and not table and not any(re.search(r"\S  +\S", line) for line in rest):
+        return [{"kind": "terms", "items": rows}] + (blocks(rest) if rest else [])
+    if any(re.search(r"\S  +\S", line) or line.startswith((" ", "|")) for line in lines):
+        return [{"kind": "lines", "text": "\n".join(lines)}]
+    return [{"kind": "text", "text": " ".join(line.strip() for line in lines)}]
 
 
 def names_of(term, parameters):
@@ -191,11 +192,11 @@ def described(lines, parameters=()):
             for name in what:
                 doc["parameters"][name] = " ".join(part.strip() for part in text)
         elif what:
-            doc["notes"].setdefault(what, []).append(block(text))
+            doc["notes"].setdefault(what, []).extend(blocks(text))
         elif not doc["purpose"]:
             doc["purpose"] = " ".join(line.strip() for line in text)
         else:
-            doc["details"].append(block(text))
+            doc["details"].extend(blocks(text))
     return doc
 
 
