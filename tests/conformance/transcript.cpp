@@ -90,6 +90,7 @@ std::string MessagesOf(void (*pfnRun)()) {
 }
 
 std::string Take() {
+    s_transcript.clear();
     Strings();
     Numbers();
     Times();
