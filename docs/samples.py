@@ -5,7 +5,8 @@ A program is a block ```c NAME, ```cpp NAME or ```python NAME; what it prints is
 follows it, in which … stands for any characters of a line.
 
 samples.py write DIR        writes each program to DIR/NAME.c or the like, if it is not there as it is; prints the paths
-samples.py run NAME=PATH... runs the programs, each in an empty folder, and compares their status (0) and what they print
+samples.py run NAME=PATH... runs the programs, each in an empty folder, and compares their status (0) and what they print;
+                            those in Python by the same interpreter
 """
 
 import concurrent.futures
@@ -51,7 +52,8 @@ def fault(name, path):
     if len(expected) != 1:
         return f"{len(expected)} blocks say what {name} prints"
     with tempfile.TemporaryDirectory() as folder:
-        done = subprocess.run([path], cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+        command = [sys.executable, "-B", path] if path.endswith(".py") else [path]
+        done = subprocess.run(command, cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, timeout=LIMIT, check=False)
     said = done.stdout.decode(errors="replace").replace("\r\n", "\n")  # of the log's lines
     pattern = "[^\n]*".join(map(re.escape, expected[0].split("…")))

@@ -27,11 +27,11 @@ SECTIONS = [
     ("Start", ["README.md", "docs/guides/first-c.md", "docs/guides/first-cpp.md", "docs/guides/first-python.md",
                "docs/guides/windows.md", "docs/guides/posix.md"]),
     ("Guides", ["docs/guides/failures.md", "docs/guides/accept.md", "docs/guides/shutdown.md", "docs/guides/log.md",
-                "docs/guides/hash.md", "docs/guides/tree.md", "docs/guides/container.md", "docs/guides/signals.md"]),
+                "docs/guides/hash.md", "docs/guides/tree.md", "docs/guides/container.md", "docs/guides/signals.md", "docs/python.md"]),
     ("Reference", ["docs/subsystems/%s.md" % name for name in
                    "frame sync thread pool msg net sys time log container string types".split()]),
-    ("Behaviour", ["docs/behaviour.md", "docs/messages.md", "docs/performance.md", "docs/portability.md",
-                   "docs/versioning.md", "SECURITY.md", "CHANGELOG.md"]),
+    ("Behaviour", ["docs/behaviour.md", "docs/messages.md", "docs/performance.md", "docs/proven.md",
+                   "docs/portability.md", "docs/versioning.md", "SECURITY.md", "CHANGELOG.md"]),
     ("More", ["docs/architecture.md", "docs/log.md"]),
 ]
 SOURCES = {".c", ".h", ".cpp", ".py", ".sh", ".txt", ".cmake", ".awk", ".json", ""}
