@@ -266,12 +266,16 @@ class VYX_API VYX_Mutex {
     VYX_Mutex();
     /* As VYX_MutexCreate with that type: VYX_Mutex m(0) is a normal one. */
     VYX_Mutex(unsigned int type);
+    /* As VYX_MutexDestroy: nobody may be using it. */
     ~VYX_Mutex();
     VYX_Mutex(const VYX_Mutex &) = delete;
     VYX_Mutex &operator=(const VYX_Mutex &) = delete;
 
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
     int Lock();
+    /* As VYX_MutexUnlock: 0, or -1 on failure. */
     int Unlock();
+    /* As VYX_MutexTryLock: 0 locked, -1 not. */
     int TryLock();
 
   private:
@@ -311,14 +315,20 @@ namespace vyx {
 /* As VYX_Mutex, under the names of this family. */
 class VYX_API vyx_mutex {
   public:
+    /* A recursive mutex. */
     vyx_mutex();
+    /* As VYX_MutexCreate with that type. */
     vyx_mutex(int type);
+    /* As VYX_MutexDestroy: nobody may be using it. */
     ~vyx_mutex();
     vyx_mutex(const vyx_mutex &) = delete;
     vyx_mutex &operator=(const vyx_mutex &) = delete;
 
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
     int lock();
+    /* As VYX_MutexUnlock: 0, or -1 on failure. */
     int unlock();
+    /* As VYX_MutexTryLock: 0 locked, -1 not. */
     int trylock();
 
   private:
@@ -328,13 +338,18 @@ class VYX_API vyx_mutex {
 /* A mutex that is always recursive. */
 class VYX_API vyx_recursive_mutex {
   public:
+    /* Its owner may lock it again. */
     vyx_recursive_mutex();
+    /* As VYX_MutexDestroy: nobody may be using it. */
     virtual ~vyx_recursive_mutex();
     vyx_recursive_mutex(const vyx_recursive_mutex &) = delete;
     vyx_recursive_mutex &operator=(const vyx_recursive_mutex &) = delete;
 
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
     int lock();
+    /* As VYX_MutexUnlock: 0, or -1 on failure. */
     int unlock();
+    /* As VYX_MutexTryLock: 0 locked, -1 not. */
     int trylock();
 
   private:
@@ -344,14 +359,21 @@ class VYX_API vyx_recursive_mutex {
 /* Not available on this platform: every operation has no effect and returns -2. */
 class VYX_API vyx_sem {
   public:
+    /* Holds nothing. */
     vyx_sem();
+    /* Holds nothing; the count is ignored. */
     vyx_sem(int count);
     virtual ~vyx_sem();
 
+    /* -2 */
     int init(int count);
+    /* -2 */
     int destroy();
+    /* -2 */
     int post(int count);
+    /* -2, at once */
     int wait(int ms);
+    /* -2 */
     int post_1();
 };
 

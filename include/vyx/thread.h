@@ -141,6 +141,7 @@ class VYX_API VYX_Thread {
   public:
     /* Holds the invalid handle. */
     VYX_Thread();
+    /* Neither joins nor detaches. */
     ~VYX_Thread();
 
     /* As VYX_Thread_Create; keeps the handle, also the invalid one of a failure. 0 started, -1 not. */
@@ -148,11 +149,14 @@ class VYX_API VYX_Thread {
 
     /* As VYX_Thread_Wait. The handle is kept, so a second Wait() is the caller's error. */
     int Wait();
+    /* As VYX_Thread_SetPriority, a probe only: 0, or -1 on failure. */
     int SetPriority(int priority);
+    /* As VYX_Thread_SetSchedPolicy, a probe only: 0, or -1 on failure. */
     int SetSchedPolicy(int policy);
 
-    /* Return -2. */
+    /* Does nothing: -2. */
     int Suspend();
+    /* Does nothing: -2. */
     int Resume();
 
   private:
