@@ -238,7 +238,7 @@ def test_cxx(path):
     for item in api["functions"]:
         if item["language"] == "c++":
             count += 1
-            print(f"{item['result']} (*const function{count})({types_of(item)}) = &{item['name']};")
+            print(f"[[maybe_unused]] {item['result']} (*const function{count})({types_of(item)}) = &{item['name']};")
     for cls in api["classes"]:
         for method in cls["methods"]:
             count += 1
@@ -256,7 +256,7 @@ def check_method(name, method, number):
     else:
         pointer = f"(*const method{number})" if method.get("static") else f"({name}::*const method{number})"
         const = " const" if method.get("const") else ""
-        print(f"{method['result']} {pointer}({types_of(method)}){const} = &{name}::{method['name']};")
+        print(f"[[maybe_unused]] {method['result']} {pointer}({types_of(method)}){const} = &{name}::{method['name']};")
 
 
 COMMANDS = {"probe": probe, "json": describe, "test-c": test_c, "test-c++": test_cxx}
