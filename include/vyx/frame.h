@@ -24,7 +24,7 @@ VYX_BEGIN_DECLS
  * Threads: any thread, also before main (from static constructors). Not from within a service's own start or
  *          stop, which would deadlock. Not from a signal handler.
  * Effect:  SIGPIPE is ignored from the first start on, process-wide, also after VYX_Fini.
- * Fork:    the services' threads do not exist in a forked child; see the table at the end of this file.
+ * Fork:    the services' threads do not exist in a forked child; see the table at the end of vyx/frame.h.
  */
 VYX_API int32_t VYX_Init(void);
 

@@ -193,8 +193,8 @@ VYX_API uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut);
  *   nEventCount  entries of hEvents; 0 and less = none, and the call only lets the time pass
  *   hEvents      borrowed for the call; null entries are skipped
  *   bWaitAll     has no effect: the first event always ends the wait
- *   nTimeOut     milliseconds, as above. A signal handler that runs does not end the wait, which goes on with the
- *                time that is left. With no event and no limit the call never returns.
+ *   nTimeOut     milliseconds, as in VYX_WaitForSingleObject. A signal handler that runs does not end the wait, which
+ *                goes on with the time that is left. With no event and no limit the call never returns.
  *
  * One wait watches VYX_WAIT_MAX_FDS descriptors: one for a plain event, one for a socket event with
  * VYX_FD_READ, VYX_FD_ACCEPT or VYX_FD_CLOSE, one with VYX_FD_WRITE, hence two with both or with

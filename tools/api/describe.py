@@ -175,6 +175,8 @@ def test_c(path, exports):
     for kind in ("constants", "enums"):
         for item in api[kind]:
             for value in item.get("values", [item]):
+                if "intptr_t" in value.get("definition", ""):
+                    continue  # a pointer on some platforms: no constant expression there
                 bits = value["value"] & 0xFFFFFFFFFFFFFFFF
                 print(f'_Static_assert((unsigned long long)({value["name"]}) == {bits:#x}u, "{value["name"]}");')
     for item in api["records"]:

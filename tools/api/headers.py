@@ -133,6 +133,9 @@ def blocks(lines):
     if lines[0].startswith("- "):
         items = re.split(r"(?:^|\n)- ", "\n".join(lines))[1:]
         return [{"kind": "list", "items": [" ".join(item.split()) for item in items]}]
+    deeper = next((i for i, line in enumerate(lines) if line.startswith("  ")), 0)
+    if deeper and not any(re.search(r"\S  +\S", line) for line in lines[:deeper]):  # a sentence and what it leads to
+        return blocks(lines[:deeper]) + blocks(lines[deeper:])
     rows, rest = [], []
     for line in lines:
         row = re.match(r"( ?\S+(?: \S+){0,3})  +(\S.*)$", line)
@@ -278,6 +281,8 @@ class Reader:
                 rest = comment_lines(piece.text)[1:]
                 text = described(([more[0].upper() + more[1:] + "."] if more else []) + rest) if more or rest else described([])
                 self.sections.append({"title": name, "doc": text})
+            elif not piece.behind and piece is not self.found[0] and (after is None or after.line > piece.last + 1):
+                self.remark(described(comment_lines(piece.text)))
         elif piece.kind == "open":
             self.space = piece.text.split()[1] + "::"
         elif piece.kind == "close":
@@ -286,6 +291,15 @@ class Reader:
             self.constant(piece, before, after)
         elif piece.kind == "code":
             self.statement(piece, self.own(piece, before, after))
+
+    def remark(self, said):
+        """A comment of its own belongs to the section that it stands in, or to the header."""
+        doc = self.sections[-1]["doc"] if self.sections else self.text
+        doc["details"] += [{"kind": "text", "text": said["purpose"]}] if doc["purpose"] else []
+        doc["purpose"] = doc["purpose"] or said["purpose"]
+        doc["details"] += said["details"]
+        for label, more in said["notes"].items():
+            doc["notes"].setdefault(label, []).extend(more)
 
     @staticmethod
     def own(piece, before, after):

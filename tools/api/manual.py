@@ -91,6 +91,18 @@ def title(function):
     return escaped(first[0].lower() + first[1:] if first[1:2].islower() or first[1:2] == " " else first)
 
 
+def general_of(function, api):
+    """What is said of all functions of a header, and of a section of it."""
+    header = next(header for header in api["headers"] if header["name"] == function["header"])
+    docs = [header["doc"]] + [s["doc"] for s in header["sections"] if s["title"] == function.get("section")]
+    lines = []
+    for doc in docs:
+        if doc["purpose"]:
+            lines += [".Pp", *prose(doc["purpose"])]
+        lines += [line for part in doc["details"] for line in block(part)]
+    return lines
+
+
 def page(function, api, date):
     doc, name = function["doc"], function["name"]
     lines = [f".Dd {date}", f".Dt {name.upper()} 3", ".Os", ".Sh NAME", f".Nm {name}",
@@ -102,6 +114,9 @@ def page(function, api, date):
     for label, heading in HEADINGS.items():
         if label in doc["notes"]:
             lines += [f".Sh {heading}", *(["Rests on"] if label == "Rests on" else []), *blocks(doc["notes"][label])]
+    general = general_of(function, api)
+    if general:
+        lines += [".Sh NOTES", f"What {function['header']} says of its functions:", *general]
     near = [other["name"] for other in api["functions"]
             if other["header"] == function["header"] and other.get("section") == function.get("section")
             and other["language"] == "c" and other is not function]
