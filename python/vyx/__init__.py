@@ -14,7 +14,7 @@ themselves are in vyx.raw, all of them, with the headers' comments.
 
 from . import log, net, raw
 from .containers import Ring, Table
-from .core import Error, started, tick, time_now, uuid4, version
+from .core import Error, local_time, started, tick, time_now, utc, uuid4, version
 from .events import Event, wait_any
 from .files import Entry, File, copy_file, listed
 from .messages import Message, Queue
@@ -24,5 +24,5 @@ from .threads import Local, Thread
 from .timers import Timer
 
 __all__ = ["Condition", "Entry", "Error", "Event", "File", "FlexiblePool", "Local", "Message", "Mutex", "Pool", "Queue",
-           "Ring", "Semaphore", "Table", "Thread", "Timer", "copy_file", "listed", "log", "net", "raw", "started", "tick",
-           "time_now", "uuid4", "version", "wait_any"]
+           "Ring", "Semaphore", "Table", "Thread", "Timer", "copy_file", "listed", "local_time", "log", "net", "raw",
+           "started", "tick", "time_now", "utc", "uuid4", "version", "wait_any"]

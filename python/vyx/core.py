@@ -155,6 +155,20 @@ def tick() -> int:
     return raw.VYX_GetTimeTick()
 
 
+def local_time(microseconds: int | None = None) -> raw.VYX_TIME_EXP_T:
+    """Calendar fields of local time, of now if no time is given. Their tm_gmtoff is the zone's present standard offset."""
+    made = raw.VYX_TIME_EXP_T()
+    must(raw.VYX_ExpTimeFromTimeLocal, time_now() if microseconds is None else microseconds, ctypes.byref(made))
+    return made
+
+
+def utc(microseconds: int | None = None) -> raw.VYX_TIME_EXP_T:
+    """Calendar fields of UTC, of now if no time is given."""
+    made = raw.VYX_TIME_EXP_T()
+    must(raw.VYX_ExpTimeFromTimeGMT, time_now() if microseconds is None else microseconds, ctypes.byref(made))
+    return made
+
+
 def uuid4() -> UUID:
     """A random UUID."""
     made = (ctypes.c_uint8 * 16)()

@@ -86,13 +86,9 @@ class Socket(Owner):
 
     def receive(self, most: int, timeout: float | None = None) -> bytes:
         """What is there, at most so many bytes; empty at the end of the connection. TimeoutError if nothing comes."""
-        self._alive()
         if most < 1:
             raise ValueError("at least one byte is received")
-        look = _PollFd(self.handle, select.POLLIN, 0)
-        left = ctypes.c_uint32(milliseconds(timeout))
-        if must(raw.VYX_PollEx, ctypes.byref(look), 1, ctypes.byref(left)) == 0:
-            raise TimeoutError("nothing to receive")
+        self._wait_for_data(timeout)
         block = ctypes.create_string_buffer(most)
         count = must(raw.VYX_Recv, self.handle, block, most)
         return block.raw[:count]
@@ -103,6 +99,22 @@ class Socket(Owner):
         block = ctypes.create_string_buffer(max(count, 1))
         got = must(raw.VYX_Recvn, self.handle, block, count, milliseconds(timeout))
         return block.raw[:got]
+
+    def send_to(self, data: bytes, address: Address) -> int:
+        """Sends one datagram; how many bytes went."""
+        self._alive()
+        return int(must(raw.VYX_SendTo, self.handle, data, len(data), ctypes.byref(address.record())))
+
+    def receive_from(self, most: int, timeout: float | None = None) -> tuple[bytes, Address]:
+        """One datagram, cut after so many bytes, and its sender. TimeoutError if none comes."""
+        self._wait_for_data(timeout)
+        block, sender = ctypes.create_string_buffer(max(most, 1)), raw.VYX_ADDR_T()
+        count = must(raw.VYX_RecvFrom, self.handle, block, most, ctypes.byref(sender))
+        return block.raw[:count], Address.of(sender)
+
+    def bind(self, address: Address) -> None:
+        self._alive()
+        must(raw.VYX_Bind, self.handle, ctypes.byref(address.record()))
 
     def addresses(self) -> tuple[Address, Address | None]:
         """Its own address, and its peer's if it has one."""
@@ -120,6 +132,13 @@ class Socket(Owner):
         self._alive()
         must(raw.VYX_SetNonBlock, self.handle, int(not on))
 
+    def _wait_for_data(self, timeout: float | None) -> None:
+        self._alive()
+        look = _PollFd(self.handle, select.POLLIN, 0)
+        left = ctypes.c_uint32(milliseconds(timeout))
+        if must(raw.VYX_PollEx, ctypes.byref(look), 1, ctypes.byref(left)) == 0:
+            raise TimeoutError("nothing to receive")
+
     @staticmethod
     def _failed(function: str, result: int, timeout: float | None) -> None:
         number = ctypes.get_errno()
@@ -129,3 +148,48 @@ class Socket(Owner):
 
     def _free(self) -> None:
         call(raw.VYX_CloseSocket, self.handle, 0)
+
+
+class Adapter(NamedTuple):
+    """A network adapter that is up and running. Addresses have port 0."""
+
+    name: str
+    number: int
+    hardware: bytes
+    addresses: tuple[Address, ...]
+
+
+def resolve(host: str | None, service: str | int | None = None, kind: int = platform.SOCK_STREAM) -> list[Address]:
+    """The addresses of a host and a service, in the platform's order. It may ask name servers."""
+    hints = raw.VYX_ADDRESS_INFO_T(iSockType=kind)
+    found = ctypes.POINTER(raw.VYX_ADDRESS_INFO_T)()
+    must(raw.VYX_GetAddressInfo, None if host is None else text(host), None if service is None else text(str(service)),
+         ctypes.byref(hints), ctypes.byref(found))
+    made, node = [], found
+    while node:
+        if node.contents.iFamily in (platform.AF_INET, platform.AF_INET6):
+            made.append(Address.of(node.contents.struAddr))
+        node = node.contents.pNext
+    raw.VYX_FreeAddressInfo(found)
+    return made
+
+
+def adapters() -> list[Adapter]:
+    """The adapters that are up and running, in the platform's order."""
+    found = ctypes.POINTER(raw.VYX_ADAPTER_INFO)()
+    must(raw.VYX_GetAdapterInfo, ctypes.byref(found))
+    made, node = [], found
+    while node:
+        here, addresses = node.contents, []
+        entry = here.pIpAddrList
+        while entry:
+            addresses.append(Address(bytes(entry.contents.szAddr).split(b"\0")[0].decode()))
+            entry = entry.contents.pNext
+        entry = here.pIp6AddrList
+        while entry:
+            addresses.append(Address(platform.inet_ntop(platform.AF_INET6, bytes(entry.contents.byAddr))))
+            entry = entry.contents.pNext
+        made.append(Adapter(here.szName.decode(), here.nIndex, bytes(here.byAddr)[:here.nAddrLen], tuple(addresses)))
+        node = here.pNext
+    raw.VYX_FreeAdapterInfo(found)
+    return made

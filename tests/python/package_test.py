@@ -15,6 +15,7 @@ import subprocess
 import sys
 import tempfile
 import threading
+import time
 import unittest
 
 import vyx
@@ -198,6 +199,25 @@ class Network(Started):
             vyx.net.Socket(kind=99)
         self.assertNotEqual(caught.exception.errno, 0)
 
+    def test_datagrams(self) -> None:
+        loopback = vyx.net.Address("127.0.0.1")
+        with vyx.net.Socket(kind=socket.SOCK_DGRAM) as one, vyx.net.Socket(kind=socket.SOCK_DGRAM) as other:
+            for end in (one, other):
+                end.bind(loopback)
+            self.assertEqual(one.send_to(b"datagram", other.addresses()[0]), 8)
+            self.assertEqual(other.receive_from(4, LIMIT), (b"data", one.addresses()[0]))
+            with self.assertRaises(TimeoutError):
+                other.receive_from(4, 0.01)
+
+    def test_names_and_adapters(self) -> None:
+        self.assertEqual(vyx.net.resolve("127.0.0.1", 80), [vyx.net.Address("127.0.0.1", 80)])
+        self.assertRaises(vyx.Error, vyx.net.resolve, None)
+        numbers = {name: number for number, name in socket.if_nameindex()}
+        for adapter in vyx.net.adapters():
+            self.assertEqual(adapter.number, numbers[adapter.name])
+            for address in adapter.addresses:  # which the platform can read again
+                socket.inet_pton(address.family, address.host)
+
 
 def has_ipv6() -> bool:
     try:
@@ -262,6 +282,11 @@ class Rest(unittest.TestCase):
             self.assertEqual((len(ring), ring.read(), ring.read()), (9, b"first 2nd", b""))
         self.assertEqual(vyx.uuid4().version, 4)
         self.assertGreater(vyx.time_now(), 1_700_000_000_000_000)
+        moment = 1_234_567_890_123_456
+        fields, local = vyx.utc(moment), time.localtime(moment // 1_000_000)
+        self.assertEqual([fields.tm_year, fields.tm_mon, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec,
+                          fields.tm_usec, fields.tm_wday], [109, 1, 13, 23, 31, 30, 123456, 5])
+        self.assertEqual((vyx.local_time(moment).tm_hour, vyx.local_time(moment).tm_isdst), (local.tm_hour, local.tm_isdst))
         self.assertEqual(".".join(map(str, vyx.version())), API["version"])
 
     def test_thread_local(self) -> None:
