@@ -33,7 +33,8 @@ install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 if(VYX_BUILD_EXPLORE)
   install(TARGETS vyx-explore RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(TARGETS vyx_explore_runtime vyx_explore_heap LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  # Nothing that a program links.
+  install(TARGETS vyx_explore_runtime vyx_explore_heap LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/vyx)
   install(TARGETS vyx_explore_tsan ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
   install(FILES docs/explore.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endif()

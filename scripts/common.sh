@@ -45,6 +45,9 @@ has() {
         any_command cmake &&
             printf '3.25\n%s\n' "$(cmake --version | sed -n '1s/[^0-9]*//p')" | sort --version-sort --check=quiet
         ;;
+    debhelper) any_command dh ;;
+    dh-python) any_command dh_python3 ;;
+    dpkg-dev) any_command dpkg-buildpackage ;;
     g++) any_command gcc && any_command g++ ;;
     g++-*) any_command "${1#g++-}-g++" ;;
     googletest) [ -f /usr/src/googletest/CMakeLists.txt ] ;;

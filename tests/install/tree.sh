@@ -17,11 +17,12 @@ for header in "$source"/include/vyx/*.h; do
     [ "$name" = vyx.h ] || grep -qxF "#include <vyx/$name>" "$source/include/vyx/vyx.h" || fail "vyx.h leaves out $name"
 done
 
-# The version comes from CMakeLists.txt; the header and the list of releases repeat it.
+# The version comes from CMakeLists.txt; the header, the list of releases and the packages repeat it.
 number=$(IFS=.; set -- $version; printf '0x%02x%02x%04xu' "$1" "$2" "$3")
 grep -q "^#define VYX_VERSION $number " "$source/include/vyx/frame.h" || fail "VYX_VERSION is not $number"
 newest=$(sed -n 's/^## \([0-9.]*\) - 2[0-9-]*$/\1/p' "$source/CHANGELOG.md" | head -n 1)
 [ "$newest" = "$version" ] || fail "the newest release in CHANGELOG.md is '$newest', not $version"
+head -n 1 "$source/debian/changelog" | grep -qF "libvyx ($version) " || fail "debian/changelog does not begin with $version"
 
 # As whole paths: a source tree in /vyx is not meant by include/vyx.
 literal() { printf '%s' "$1" | sed 's/[][\.*^$+?(){}|]/\\&/g'; }
