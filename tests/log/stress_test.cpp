@@ -72,7 +72,8 @@ TEST_F(LogStress, NothingTakenIsLostWhenTheOnlyTargetIsSwitched) {
     const auto toggleFiles = [&] {
         EnableTarget(kFile, (dir / std::to_string(iFolder++)).c_str(), 5000, 0);
         const int iStart = nTaken;
-        for (int n = 0; n < 2000 && nTaken < iStart + 300; ++n) // the other one may have stopped the service at once
+        for (int n = 0; n < 2000 && nTaken < iStart + 300;
+             ++n) // the other one may have stopped the service at once
             std::this_thread::yield();
         if (iFolder % 2 == 0)
             DisableTarget(kFile);
