@@ -73,22 +73,23 @@ TEST(EventInside, SetsThatMeetLeaveOneByte) {
 // Of two who reset, the second one would wait for the next set; and would take its byte.
 TEST(EventInside, OnlyWhoTakesBytesOutHoldsTheLock) {
     const Event event = Make();
-    const auto isFree = [&] {
-        const bool bFree = event->hMutex.TryAcquire();
-        if (bFree)
-            event->hMutex.Release();
-        return bFree;
+    const auto fnExpect = [&](bool bFree) {
+        return [&event, bFree] {
+            const bool bGot = event->hMutex.TryAcquire();
+            if (bGot)
+                event->hMutex.Release();
+            EXPECT_EQ(bGot, bFree);
+        };
     };
-    int nSeen = 0;
-    s_fnBeforeWrite = [&] { nSeen += isFree() ? 1 : 0; };
+    s_fnBeforeWrite = fnExpect(true);
     EXPECT_EQ(VYX_SetEvent(event.get()), VYX_TRUE);
-    s_fnBeforeRead = [&] { nSeen += isFree() ? 0 : 2; };
-    EXPECT_EQ(VYX_ResetEvent(event.get()), VYX_TRUE);
     ASSERT_EQ(write(event->iPipeFd[1], "xx", 2), 2);
-    s_fnBeforeRead = [&] { nSeen += isFree() ? 0 : 4; };
+    s_fnBeforeRead = fnExpect(false);
     EXPECT_EQ(VYX_SetEvent(event.get()), VYX_TRUE);
-    EXPECT_EQ(nSeen, 7);
-    EXPECT_TRUE(isFree());
+    s_fnBeforeRead = fnExpect(false);
+    EXPECT_EQ(VYX_ResetEvent(event.get()), VYX_TRUE);
+    EXPECT_EQ(s_fnBeforeRead, nullptr) << "all looks were taken";
+    fnExpect(true)();
 }
 
 TEST(EventInside, ClosingWaitsForASetterAboutToLeave) {

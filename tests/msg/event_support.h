@@ -7,6 +7,7 @@
 #include <string>
 #include <sys/resource.h>
 #include <type_traits>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <vyx/msg.h>
@@ -41,21 +42,14 @@ inline std::string ErrorsOf(const std::function<void()> &fnCall) {
 
 constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";
 
-// Another limit of open descriptors for a while.
-class DescriptorLimit {
-  public:
-    explicit DescriptorLimit(rlim_t nLimit) {
-        (void)getrlimit(RLIMIT_NOFILE, &m_before);
-        const struct rlimit limit = {nLimit, m_before.rlim_max};
-        (void)setrlimit(RLIMIT_NOFILE, &limit);
-    }
-    ~DescriptorLimit() { (void)setrlimit(RLIMIT_NOFILE, &m_before); }
-    DescriptorLimit(const DescriptorLimit &) = delete;
-    DescriptorLimit &operator=(const DescriptorLimit &) = delete;
-
-  private:
-    struct rlimit m_before = {};
-};
+// Another limit of open descriptors. Result: the one before.
+inline rlim_t LimitDescriptors(rlim_t nLimit) {
+    struct rlimit limit = {};
+    (void)getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t nBefore = std::exchange(limit.rlim_cur, nLimit);
+    (void)setrlimit(RLIMIT_NOFILE, &limit);
+    return nBefore;
+}
 
 } // namespace eventtest
 

@@ -36,9 +36,11 @@ TEST(Event, OutOfDescriptors) {
     const std::string errors = ErrorsOf([] {
         const int iNext = dup(STDERR_FILENO); // the lowest that is free
         (void)close(iNext);
-        const eventtest::DescriptorLimit limit(static_cast<rlim_t>(iNext) + 1); // a pipe needs two
+        const rlim_t nBefore =
+            eventtest::LimitDescriptors(static_cast<rlim_t>(iNext) + 1); // a pipe needs two
         EXPECT_EQ(VYX_CreateEvent(1), nullptr);
         EXPECT_EQ(errno, EMFILE);
+        (void)eventtest::LimitDescriptors(nBefore);
     });
     EXPECT_EQ(errors, "quelby !!! VYX_CreateEvent return error " + std::to_string(EMFILE) + " 0\n\n");
 }
@@ -46,8 +48,7 @@ TEST(Event, OutOfDescriptors) {
 TEST(Event, WaitForSeveral) {
     const std::string most(VYX_WAIT_MAX_FDS - 2, 'n'); // two less than one wait watches
     const struct {
-        std::string
-            events; // a letter each: s signalled, n not, 0 null, c a connected socket, which takes two
+        std::string events; // s signalled, n not, 0 null, c a connected socket, which takes two descriptors
         uint32_t nResult;
     } cases[] = {
         {"sns", 0},

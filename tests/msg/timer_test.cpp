@@ -100,24 +100,32 @@ TEST_F(Timer, KillEndsTheSleepButWaitsForTheRoutine) {
     EXPECT_LT(support::MillisecondsOf([&] { Kill(nIdle); }), 1000.0 * support::TimeScale());
     EXPECT_EQ(calls.n, 0);
 
-    calls.bGate = false;
-    const uint32_t nBusy = Set(Calls::Call, &calls, 1);
-    ASSERT_TRUE(calls.Wait(1));
-    std::atomic<int> nLeftAtReturn{-1};
-    std::thread killer([&] {
-        (void)pthread_cancel(pthread_self()); // has no effect in there
-        const uint32_t nOther = Set(nullptr, nullptr, kLong);
-        EXPECT_EQ(nOther, 1u) << "the busy one's place is taken";
-        Kill(nOther);
-        calls.nTimerId = nOther;
-        Kill(nBusy);
-        nLeftAtReturn = calls.nLeft.load();
-    });
-    EXPECT_TRUE(WaitUntil([&] { return calls.nTimerId == 1; }));
-    EXPECT_EQ(nLeftAtReturn, -1);
-    calls.bGate = true;
-    killer.join();
-    EXPECT_EQ(nLeftAtReturn, calls.n) << "it was not inside, and did not come again";
+    for (uint32_t nRound = 0; nRound < 20; ++nRound) {
+        Calls busy;
+        busy.bGate = false;
+        const uint32_t nBusy = Set(Calls::Call, &busy, nRound % 2);
+        ASSERT_TRUE(busy.Wait(1));
+        std::atomic<int> nKilling{0};
+        std::atomic<int> nLeft{0};
+        std::vector<std::thread> killers; // all of them see it end
+        for (int n = 0; n < 4; ++n)
+            killers.emplace_back([&] {
+                (void)pthread_cancel(pthread_self()); // has no effect in there
+                const uint32_t nOther = Set(nullptr, nullptr, kLong);
+                EXPECT_NE(nOther, nBusy) << "its place is still taken";
+                Kill(nOther);
+                ++nKilling;
+                Kill(nBusy);
+                nLeft += busy.nLeft;
+            });
+        EXPECT_TRUE(WaitUntil([&] { return nKilling == 4; }));
+        EXPECT_EQ(nLeft, 0);
+        busy.bGate = true;
+        for (std::thread &killer : killers)
+            killer.join();
+        EXPECT_EQ(nLeft, 4) << "it was not inside, and did not come again";
+        EXPECT_EQ(busy.n, 1);
+    }
 }
 
 TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
@@ -137,27 +145,6 @@ TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
     EXPECT_EQ(Set(nullptr, nullptr, kLong), 100u);
     for (uint32_t n = 0; n < VYX_MAX_TIMERS; ++n)
         Kill(n);
-}
-
-TEST_F(Timer, AllWhoKillOneTimerSeeItEnd) {
-    for (int iRound = 0; iRound < 50; ++iRound) {
-        auto pCalls = std::make_unique<Calls>();
-        const uint32_t nTimerId = Set(Calls::Call, pCalls.get(), iRound % 3 == 0 ? 0 : 1);
-        (void)pCalls->Wait(iRound % 2);
-        std::atomic<int> nLate{0}; // calls that came after a kill had returned
-        std::vector<std::thread> killers;
-        for (int n = 0; n < 4; ++n)
-            killers.emplace_back([&] {
-                Kill(nTimerId);
-                const int nCalls = pCalls->n;
-                std::this_thread::yield();
-                nLate += pCalls->n - nCalls;
-            });
-        for (std::thread &killer : killers)
-            killer.join();
-        pCalls.reset(); // a call from now on is one of a freed object
-        EXPECT_EQ(nLate, 0);
-    }
 }
 
 // A ring of one is a routine that kills its own timer.
@@ -200,25 +187,6 @@ TEST_F(Timer, OneShotsKillThemselvesBesideOrdinaryKills) {
     EXPECT_TRUE(shots.Wait(3000));
     bStop = true;
     other.join();
-}
-
-TEST_F(Timer, ARoutineMayEndItsThread) {
-    Calls calls;
-    for (const bool bForget : {false, true}) {
-        (void)Set(
-            [](uint32_t nTimerId, void *pCalls) {
-                Calls::Call(nTimerId, pCalls);
-                VYX_Thread_Exit();
-            },
-            &calls, 1);
-        ASSERT_TRUE(calls.Wait(bForget ? 2 : 1));
-        ASSERT_TRUE(WaitUntil([&] { return Threads() == m_nThreads; }));
-        if (bForget)
-            (void)VYX_InitTimer();
-        else
-            Kill(0);
-    }
-    EXPECT_EQ(calls.n, 2);
 }
 
 TEST_F(Timer, InitForgetsAllTimersOnce) {
@@ -269,10 +237,9 @@ TEST_F(Timer, OnlyAnEndlessSleepIsEndedByASignal) {
 
 TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     Calls calls;
-    {
-        const eventtest::DescriptorLimit none(0);
-        EXPECT_EQ(Set(Calls::Call, &calls, 0), 0u);
-    }
+    const rlim_t nBefore = eventtest::LimitDescriptors(0);
+    EXPECT_EQ(Set(Calls::Call, &calls, 0), 0u);
+    (void)eventtest::LimitDescriptors(nBefore);
     pthread_attr_t usual;
     pthread_attr_t huge;
     ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
@@ -282,11 +249,20 @@ TEST_F(Timer, SilentWithoutSemaphoreOrThread) {
     ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
     EXPECT_EQ(Set(Calls::Call, &calls, 0), 1u);
     ASSERT_EQ(pthread_setattr_default_np(&usual), 0);
-
-    EXPECT_EQ(Set(nullptr, nullptr, kLong), 2u); // the places are taken
-    Kill(0);
-    (void)VYX_InitTimer(); // 1 and 2
     EXPECT_EQ(calls.n, 0);
+
+    const auto fnEndThread = [](uint32_t nTimerId, void *pCalls) {
+        Calls::Call(nTimerId, pCalls);
+        VYX_Thread_Exit();
+    };
+    EXPECT_EQ(Set(fnEndThread, &calls, 0), 2u);
+    EXPECT_EQ(Set(fnEndThread, &calls, 0), 3u);
+    EXPECT_TRUE(WaitUntil([&] { return calls.n == 2 && Threads() == m_nThreads; }));
+    EXPECT_EQ(Set(nullptr, nullptr, kLong), 4u); // the places are taken
+    Kill(0);
+    Kill(2);
+    (void)VYX_InitTimer(); // 1, 3 and 4
+    EXPECT_EQ(calls.n, 2);
 }
 
 TEST(TimerHours, NothingIsDueWithoutTheLibraryAndItsStopCallsNobody) {
