@@ -4,6 +4,8 @@
  * Conventions of the whole interface:
  *   results    0 (VYX_OK) for success and -1 (VYX_ERROR) for failure, unless a function says otherwise
  *   time-outs  unsigned 32-bit milliseconds; VYX_INFINITE means no limit
+ *   pointers   borrowed for the call, and the caller's, unless a function says that it keeps or hands over what is there
+ *   texts      bytes up to a zero, in no encoding of the library's own
  *   handles    the invalid value of a thread or a storage key has all bits set, of a descriptor is -1
  */
 #ifndef VYX_TYPES_H

@@ -12,6 +12,9 @@ grep -q '^ "version": "'"$version"'",$' "$prefix/share/vyx/vyx-api.json" || fail
 for name in $(sed -n 's/^VYX_API.*[ *]\(VYX_[A-Za-z0-9_]*\)(.*/\1/p' "$source/include/vyx/sync.h"); do
     [ -s "$prefix/share/man/man3/$name.3" ] || fail "no manual page of $name"
 done
+for module in raw.py __init__.py py.typed; do
+    [ -e "$prefix/lib/python3/dist-packages/vyx/$module" ] || fail "no Python package: $module"
+done
 for header in "$source"/include/vyx/*.h; do
     name=${header##*/}
     [ "$name" = vyx.h ] || grep -qxF "#include <vyx/$name>" "$source/include/vyx/vyx.h" || fail "vyx.h leaves out $name"

@@ -127,15 +127,22 @@ def unindented(lines):
     return [line[depth:] for line in lines]
 
 
+def deeper(lines):
+    """The first run of lines that stand further to the right than the first line: where it begins and ends; or (0, 0)."""
+    start = next((i for i, line in enumerate(lines) if line.startswith("  ")), 0)
+    stop = next((i for i, line in enumerate(lines) if i > start and not line.startswith("  ")), len(lines))
+    return (start, stop) if start else (0, 0)
+
+
 def blocks(lines):
     """Paragraphs, lists of terms with their texts, or lines to be shown as they are."""
     lines = unindented(lines)
     if lines[0].startswith("- "):
         items = re.split(r"(?:^|\n)- ", "\n".join(lines))[1:]
         return [{"kind": "list", "items": [" ".join(item.split()) for item in items]}]
-    deeper = next((i for i, line in enumerate(lines) if line.startswith("  ")), 0)
-    if deeper and not any(re.search(r"\S  +\S", line) for line in lines[:deeper]):  # a sentence and what it leads to
-        return blocks(lines[:deeper]) + blocks(lines[deeper:])
+    start, stop = deeper(lines)
+    if start and not any(re.search(r"\S  +\S", line) for line in lines[:start]):  # a sentence and what it leads to
+        return blocks(lines[:start]) + blocks(lines[start:stop]) + (blocks(lines[stop:]) if lines[stop:] else [])
     rows, rest = [], []
     for line in lines:
         row = re.match(r"( ?\S+(?: \S+){0,3})  +(\S.*)$", line)
@@ -197,7 +204,9 @@ def described(lines, parameters=()):
         elif what:
             doc["notes"].setdefault(what, []).extend(blocks(text))
         elif not doc["purpose"]:
-            doc["purpose"] = " ".join(line.strip() for line in text)
+            start = deeper(text)[0] or len(text)
+            doc["purpose"] = " ".join(line.strip() for line in text[:start])
+            doc["details"].extend(blocks(text[start:]) if text[start:] else [])
         else:
             doc["details"].extend(blocks(text))
     return doc

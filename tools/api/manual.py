@@ -87,7 +87,7 @@ def synopsis(function):
 
 def title(function):
     """The purpose's first sentence, short enough for a list of pages."""
-    first = SENTENCE.split(function["doc"]["purpose"])[0].rstrip(".")
+    first = SENTENCE.split(function["doc"]["purpose"])[0].rstrip(".:")
     return escaped(first[0].lower() + first[1:] if first[1:2].islower() or first[1:2] == " " else first)
 
 
@@ -113,7 +113,12 @@ def page(function, api, date):
     lines += [line for part in doc["details"] for line in block(part)]
     for label, heading in HEADINGS.items():
         if label in doc["notes"]:
-            lines += [f".Sh {heading}", *(["Rests on"] if label == "Rests on" else []), *blocks(doc["notes"][label])]
+            said = blocks(doc["notes"][label])
+            if label == "Rests on":
+                said.insert(0, "Rests on")
+            elif label != "Result" and said[0][0].islower():  # results may begin with a name
+                said[0] = said[0][0].upper() + said[0][1:]
+            lines += [f".Sh {heading}", *said]
     general = general_of(function, api)
     if general:
         lines += [".Sh NOTES", f"What {function['header']} says of its functions:", *general]
