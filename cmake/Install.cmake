@@ -29,7 +29,10 @@ install(EXPORT vyxTargets NAMESPACE vyx:: DESTINATION ${vyx_package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/vyxConfig.cmake ${PROJECT_BINARY_DIR}/vyxConfigVersion.cmake
         DESTINATION ${vyx_package_dir})
 install(FILES ${PROJECT_BINARY_DIR}/vyx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE docs/inspection.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+if(VYX_HAVE_SDT)
+  install(PROGRAMS tools/bpftrace/queues.bt tools/bpftrace/waits.bt DESTINATION ${CMAKE_INSTALL_DATADIR}/vyx/bpftrace)
+endif()
 
 if(VYX_BUILD_EXPLORE)
   install(TARGETS vyx-explore RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -72,6 +72,7 @@ has() {
     pkgconf) any_command pkgconf pkg-config ;;
     qemu-user) any_command qemu-aarch64 && any_command qemu-ppc ;;
     zlib1g-dev) has_header g++ zlib.h ;;
+    systemtap-sdt-dev) has_header g++ sys/sdt.h ;;
     *) any_command "$1" ;;
     esac
 }
@@ -130,6 +131,7 @@ BUILD_PACKAGES=(cmake ninja-build g++)
 TEST_PACKAGES=("${BUILD_PACKAGES[@]}" googletest pkgconf python3)
 # Without them some tests are skipped or not there.
 TOOLS_OF_TESTS=(abigail-tools iproute2 gdb libsqlite3-dev patch pigz zlib1g-dev)
+TOOLS_OF_TESTS+=(mandoc systemtap-sdt-dev) # the same
 
 # What a preset needs beside the above.
 packages_of() {

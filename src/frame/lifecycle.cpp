@@ -3,6 +3,7 @@
 #include <vyx/log.h>
 
 #include "base/lock.h"
+#include "base/probes.h"
 #include "base/uncancelled.h"
 #include "frame/frame_inter.h"
 #include "msg/msgq_inter.h"
@@ -94,6 +95,7 @@ int32_t VYX_Init(void) {
     if (s_iInitCount == 0 && VYX_InitResource_Inter() != VYX_OK)
         return VYX_ERROR;
     ++s_iInitCount;
+    VYX_PROBE1(start, s_iInitCount);
     return VYX_OK;
 }
 
@@ -106,7 +108,9 @@ int32_t VYX_Fini(void) {
     const LockGuard guard(s_vyxmutex);
     // Deliberate: no check for 0. An unmatched stop makes the counter -1, and the next start only brings it
     // back to 0. Pinned by Lifecycle.UnmatchedStopEatsTheNextStart.
-    if (--s_iInitCount == 0) {
+    --s_iInitCount;
+    VYX_PROBE1(stop, s_iInitCount);
+    if (s_iInitCount == 0) {
         (void)VYX_Log(0, nullptr);
         VYX_ClearResource_Inter();
     }

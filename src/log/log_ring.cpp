@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include "base/probes.h"
+
 using vyx_inter::Clock;
 using vyx_inter::Deadline;
 using vyx_inter::LockGuard;
@@ -63,6 +65,7 @@ int LogRing::Put(const char *pLine, uint32_t nLen) {
     }
     if (bWakes)
         m_wake.Signal();
+    VYX_PROBE3(log_line, pLine, nLen, iResult);
     return iResult;
 }
 
@@ -87,6 +90,7 @@ void LogRing::Clear() {
 
 void LogRing::GiveBack(const LogBatch &batch) {
     m_nWritten += batch.Size();
+    VYX_PROBE1(log_written, batch.Size());
     m_nDone += batch.Size();
     if (Waiting() == 0)
         Clear();

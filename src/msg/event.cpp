@@ -16,6 +16,7 @@
 #include <vyx/sys.h>
 
 #include "base/errno_keeper.h"
+#include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "msg/event_inter.h"
@@ -206,6 +207,7 @@ int32_t VYX_SetEvent(VYX_EVENT hEvent) {
         VYX_OutputDebug("quelby !!! VYX_SetEvent !hEvent return error 0\n");
         return VYX_FALSE;
     }
+    VYX_PROBE1(event_set, hEvent);
     const int32_t bDone = Set_Local(*hEvent);
     pthread_testcancel(); // so that a thread that only sets and resets can be cancelled
     return bDone;
@@ -236,7 +238,9 @@ uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut) {
         return VYX_WAIT_NO_PIPE;
     }
     // Deliberate: an interrupted wait fails; only the multiple wait goes on. Pinned by Event.Interruptions.
+    VYX_PROBE1(event_wait_begin, hEvent);
     const int iReady = poll(&entry, 1, nTimeOut > INT32_MAX ? -1 : static_cast<int>(nTimeOut));
+    VYX_PROBE2(event_wait_end, hEvent, iReady);
     if (iReady >= 1)
         return VYX_WAIT_OBJECT_0;
     if (iReady == 0)

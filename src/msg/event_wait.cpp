@@ -8,6 +8,7 @@
 #include <vyx/sys.h>
 
 #include "base/deadline.h"
+#include "base/probes.h"
 #include "base/uncancelled.h"
 #include "msg/event_inter.h"
 
@@ -143,7 +144,10 @@ uint32_t VYX_WaitForMultipleObjects(int32_t nEventCount, const VYX_EVENT *hEvent
         if (hEvents[i] != nullptr)
             (void)VYX_AddFdsToPoll_Inter(hEvents[i], set.iIndex, set.fds, i, &set.iCount); // always 1
     }
-    if (PollSet_Local(set, nTimeOut) <= 0)
+    VYX_PROBE1(event_wait_begin, hEvents);
+    const int iReady = PollSet_Local(set, nTimeOut);
+    VYX_PROBE2(event_wait_end, hEvents, iReady);
+    if (iReady <= 0)
         return VYX_WAIT_TIMEOUT;
     for (int32_t i = 0; i < set.iCount; ++i) {
         VYX_EVENT_T *pEvent = hEvents[set.iIndex[i]];

@@ -22,6 +22,7 @@
 #include <vyx/time.h>
 
 #include "base/lock.h"
+#include "base/probes.h"
 #include "msg/msgq_inter.h"
 #include "sync/mutex_hold.h"
 
@@ -78,7 +79,8 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
             return false;
         pMsg->pNext = pNewest;
     } while (!queue.pNewest.compare_exchange_weak(pNewest, pMsg));
-    queue.nMsgCount.fetch_add(1, std::memory_order_relaxed);
+    const auto nBefore = queue.nMsgCount.fetch_add(1, std::memory_order_relaxed);
+    VYX_PROBE2(queue_send, &queue, nBefore);
     return true;
 }
 
@@ -159,7 +161,8 @@ Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&
         queue.pHead = queue.index.First();
         if (pMsg == nullptr)
             return Look::Empty;
-        queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
+        const auto nBefore = queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
+        VYX_PROBE2(queue_receive, &queue, nBefore);
     }
     queue.hQueueLock.Release();
     return bLive ? Look::Taken : Look::Gone;

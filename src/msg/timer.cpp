@@ -18,6 +18,7 @@
 #include <vyx/thread.h>
 
 #include "base/lock.h"
+#include "base/probes.h"
 #include "base/uncancelled.h"
 #include "sync/sem_wait.h"
 
@@ -216,8 +217,11 @@ void *VYX_OnTimer(void *pParam) {
     t_own.pTimer = pTimer;
     while (pTimer->bStop.load() == 0) {
         const bool bDue = Sleep_Local(*pTimer);
-        if (bDue && pTimer->fnTimerProc != nullptr && pTimer->bStop.load() == 0)
-            pTimer->fnTimerProc(pTimer->nTimerId, pTimer->pUserData);
+        if (!bDue || pTimer->fnTimerProc == nullptr || pTimer->bStop.load() != 0)
+            continue;
+        VYX_PROBE2(timer_begin, pTimer, pTimer->nTimerId);
+        pTimer->fnTimerProc(pTimer->nTimerId, pTimer->pUserData);
+        VYX_PROBE1(timer_end, pTimer);
     }
     return nullptr;
 }

@@ -14,6 +14,7 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "pool/thread_pool_inter.h"
@@ -251,6 +252,7 @@ Answer OfferItem_Local(THREAD_POOL_T &pool, uint32_t nEra, WaitingCaller &caller
         ++pool.nItems;
         pWorker->fWork = caller.fWork;
         pWorker->pParam = caller.pParam;
+        VYX_PROBE3(pool_hand_over, &pool, pWorker, caller.pParam);
         (void)VYX_SemPost(&pWorker->hSem);
         return Answer::Taken;
     }

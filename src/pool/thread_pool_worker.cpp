@@ -12,6 +12,7 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "pool/thread_pool_inter.h"
@@ -115,6 +116,7 @@ Step RunItem_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
     ++pool.nItems;
     info.fWork = pCaller->fWork;
     info.pParam = pCaller->pParam;
+    VYX_PROBE3(pool_hand_over, &pool, &info, info.pParam);
     VYX_AnswerCaller_Inter(*pCaller, Answer::Taken);
     return Step::Run;
 }

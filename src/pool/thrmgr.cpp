@@ -14,6 +14,7 @@
 #include <vyx/pool.h>
 #include <vyx/thread.h>
 
+#include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "pool/thrmgr.h"
@@ -207,6 +208,7 @@ bool NextItem_Local(thrmgr_pool_t &pool, void **ppData) {
     while (t_pOwnPool != nullptr && pool.eState == FlexState::Running) {
         if (pool.queue.Take(ppData)) {
             ++pool.nItems;
+            VYX_PROBE2(flex_hand_over, &pool, *ppData);
             return true;
         }
         AwaitWork_Local(pool);

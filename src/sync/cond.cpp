@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include "base/probes.h"
+
 using vyx_inter::Clock;
 using vyx_inter::Deadline;
 using vyx_inter::Lock;
@@ -130,9 +132,11 @@ int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut)
         return VYX_CondWait(pCond, pMutex);
     TIMED_COND_S wait = {pCond, pMutex, 0, {false}, false, {}};
     Register_Local(&wait);
+    VYX_PROBE1(cond_wait_begin, pCond);
     pthread_cleanup_push(Leave_Local, &wait); // also for a thread that is cancelled in its sleep
     Await_Local(wait, nTimeOut);
     pthread_cleanup_pop(1);
+    VYX_PROBE2(cond_wait_end, pCond, VYX_ERROR);
     // Deliberate: the same result for a time-out, a signal and a spurious wake-up. Callers test their own
     // predicate. Pinned by CondTimedWait.AnswersErrorHoweverItEnds.
     return VYX_ERROR;
@@ -150,7 +154,12 @@ int32_t VYX_CondDestroy(VYX_COND_T *pCond) {
 }
 
 int32_t VYX_CondWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex) {
-    return pCond == nullptr || pMutex == nullptr ? VYX_ERROR : pthread_cond_wait(pCond, pMutex);
+    if (pCond == nullptr || pMutex == nullptr)
+        return VYX_ERROR;
+    VYX_PROBE1(cond_wait_begin, pCond);
+    const int32_t iResult = pthread_cond_wait(pCond, pMutex);
+    VYX_PROBE2(cond_wait_end, pCond, iResult);
+    return iResult;
 }
 
 int32_t VYX_CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {

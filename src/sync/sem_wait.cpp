@@ -20,6 +20,7 @@
 // platforms then.
 #include "sync/sem_wait.h"
 
+#include "base/probes.h"
 #include "base/uncancelled.h"
 #include "sync/sem_record.h"
 #include "sync/sem_sleep.h"
@@ -207,12 +208,18 @@ int32_t VYX_SemTry_Inter(VYX_SEM_S *pRecord) {
 }
 
 int32_t VYX_SemWait_Inter(VYX_SEM_S *pRecord) {
-    return Take_Local(*pRecord, sem_wait);
+    VYX_PROBE1(sem_wait_begin, pRecord);
+    const int32_t iResult = Take_Local(*pRecord, sem_wait);
+    VYX_PROBE2(sem_wait_end, pRecord, iResult);
+    return iResult;
 }
 
 VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut) VYX_UNCHECKED { // see Leave_Local
-    if (s_bStarted.load() && pRecord->nWaits.load() == 0 && VYX_SemTry_Inter(pRecord) == VYX_OK)
+    VYX_PROBE1(sem_wait_begin, pRecord);
+    if (s_bStarted.load() && pRecord->nWaits.load() == 0 && VYX_SemTry_Inter(pRecord) == VYX_OK) {
+        VYX_PROBE2(sem_wait_end, pRecord, 0);
         return VYX_SEM_END::Taken;
+    }
     TIMED_SEM_S wait = {
         pRecord, Deadline::In(nTimeOut, Clock::Wall), pthread_self(), false, false, false, {}, {}, {}};
     VYX_SEM_END eEnd = VYX_SEM_END::Ended;
@@ -221,6 +228,7 @@ VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut) VYX_UN
     pthread_cleanup_push(Leave_Local, &wait);
     eEnd = Await_Local(wait);
     pthread_cleanup_pop(1);
+    VYX_PROBE2(sem_wait_end, pRecord, static_cast<int32_t>(eEnd));
     return eEnd; // NOLINT(clang-analyzer-core.StackAddressEscape): the handler has taken it out
 }
 

@@ -13,6 +13,7 @@
 #include <vyx/sync.h>
 
 #include "base/lock.h"
+#include "base/probes.h"
 #include "sync/sem_record.h"
 
 static_assert(offsetof(VYX_SEM_S, pSem) == 0);
@@ -114,7 +115,10 @@ int32_t VYX_SemWait(VYX_SEM_T *pSem) {
 }
 
 int32_t VYX_SemPost(VYX_SEM_T *pSem) {
-    return IsEmpty_Local(pSem) ? VYX_ERROR : sem_post((*pSem)->pSem);
+    if (IsEmpty_Local(pSem))
+        return VYX_ERROR;
+    VYX_PROBE1(sem_post, *pSem);
+    return sem_post((*pSem)->pSem);
 }
 
 int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut) {

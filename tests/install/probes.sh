@@ -1,0 +1,124 @@
+#!/bin/sh
+# The static probes.
+#   probes.sh notes READELF LIBRARY DOCUMENT
+#       those in the library's notes are those of the list below and of the document
+#   probes.sh gdb PROGRAM SCRATCH
+#       gdb sees at them what the program says
+#   probes.sh bpftrace PROGRAM SCRATCH SCRIPTS
+#       the scripts of bpftrace see what the program does. Exit status 77: they cannot be run here
+set -eu
+here=$(CDPATH='' cd "$(dirname "$0")" && pwd)
+# Name, arguments, places in the source. A compiler may make several of one.
+list='cond_wait_begin 1 2
+cond_wait_end 2 2
+event_set 1 1
+event_wait_begin 1 2
+event_wait_end 2 2
+flex_hand_over 2 1
+log_line 3 1
+log_written 1 1
+pool_hand_over 3 2
+queue_receive 2 1
+queue_send 2 1
+sem_post 1 1
+sem_wait_begin 1 2
+sem_wait_end 2 3
+start 1 1
+stop 1 1
+timer_begin 2 1
+timer_end 1 1'
+fail() { echo "$*"; exit 1; }
+
+notes() {
+    "$1" -n "$2" | awk -v expected="$list" '
+        /^ *Provider:/ { provider = $2 }
+        /^ *Name:/ { name = $2 }
+        /^ *Arguments:/ && provider == "vyx" { ++places[name]; arguments[name] = NF - 1 }
+        END {
+            n = split(expected, rows, "\n")
+            for (i = 1; i <= n; ++i) {
+                split(rows[i], row, " ")
+                if (arguments[row[1]] != row[2] || places[row[1]] < row[3]) {
+                    print "probe", row[1] ":", places[row[1]] + 0, "places,", arguments[row[1]] + 0, "arguments"
+                    bad = 1
+                }
+                delete places[row[1]]
+            }
+            for (name in places) { print "probe", name, "is not in the list"; bad = 1 }
+            exit bad
+        }'
+    for name in $(echo "$list" | cut -d' ' -f1); do
+        grep -q "^| \`$name\`" "$3" || fail "$3 does not tell of $name"
+    done
+}
+
+scratch() {
+    rm -rf "$1"
+    mkdir -p "$1"
+    cd "$1"
+}
+
+with_gdb() {
+    scratch "$2"
+    printf '\n\n' >input
+    timeout 200 gdb -nx -batch -x "$here/probes_gdb.py" "$1" >gdb.out 2>&1 || { cat gdb.out; fail "gdb failed"; }
+    sed "/^ready/d" said | sort -u >said.sorted
+    sort -u seen >seen.sorted
+    [ "$(wc -l <said.sorted)" -ge 20 ] || fail "the program says too little"
+    comm -23 said.sorted seen.sorted >missing
+    [ ! -s missing ] || { echo "not seen:"; cat missing; echo "but:"; cat seen.sorted; exit 1; }
+}
+
+# trace SCRIPT: runs the program under it; leaves what the program says in "said", what the script says in "traced".
+trace() {
+    rm -f go traced
+    mkfifo go
+    "$program" <go >said &
+    traced=$!
+    exec 3>go
+    await ready said
+    bpftrace -p "$traced" "$1" >traced 2>&1 &
+    tracer=$!
+    await Tracing traced
+    echo >&3
+    await '^stop 0' said
+    kill -INT "$tracer"
+    wait "$tracer" || { cat traced; fail "$1 failed"; }
+    exec 3>&-
+    wait "$traced"
+}
+await() { # TEXT FILE: fails after a minute
+    for _ in $(seq 600); do
+        if grep -qs "$1" "$2"; then return; fi
+        sleep 0.1 # between two looks
+    done
+    cat "$2"
+    fail "$2 does not say $1"
+}
+
+with_bpftrace() {
+    program=$1
+    scratch "$2"
+    if ! timeout 60 bpftrace -e 'BEGIN { exit(); }' >why 2>&1; then
+        echo "not run: bpftrace says: $(cat why)"
+        exit 77
+    fi
+    trace "$3/waits.bt"
+    semaphore=$(sed -n 's/^sem_post 0x//p' said)
+    # Beside the two of Sync, those for the items and ticks that the program awaits.
+    grep -Eq "^@waits\[semaphore, $((0x$semaphore))\]: 6\$" traced || { cat traced; fail "the semaphore's waits"; }
+    grep -q '^@conditions_us:' traced && grep -q '^@events_us:' traced || { cat traced; fail "other waits"; }
+    trace "$3/queues.bt"
+    queue=$((0x$(sed -n 's/^queue_send 0x\([^ ]*\) 0/\1/p' said)))
+    for text in "now[$queue]: 1" "sent[$queue]: 2" "received[$queue]: 1" "deepest[$queue]: 2"; do
+        grep -Fqx "@$text" traced || { cat traced; fail "$text is missing"; }
+    done
+}
+
+mode=$1
+shift
+case $mode in
+notes) notes "$@" ;;
+gdb) with_gdb "$@" ;;
+bpftrace) with_bpftrace "$@" ;;
+esac
