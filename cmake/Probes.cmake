@@ -10,3 +10,7 @@ if(VYX_PROBES AND VYX_PLATFORM STREQUAL "linux")
 else()
   set(VYX_HAVE_SDT OFF)
 endif()
+if(VYX_HAVE_SDT)
+  # What the header's macros expand to is not quite standard C++.
+  target_compile_options(vyx_flags INTERFACE $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>)
+endif()
