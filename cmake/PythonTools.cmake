@@ -1,0 +1,16 @@
+# The tools in Python need nothing to be built: a folder of modules each, and a small program that starts it.
+set(VYX_PYTHON_TOOLS)
+if(VYX_PLATFORM STREQUAL "linux")
+  list(APPEND VYX_PYTHON_TOOLS sem) # elsewhere the system does not list its semaphores
+endif()
+set(vyx_tool_modules ${CMAKE_INSTALL_DATADIR}/vyx/tools)
+file(RELATIVE_PATH TO_MODULES ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_DATADIR}/vyx/tools)
+foreach(TOOL IN LISTS VYX_PYTHON_TOOLS)
+  configure_file(tools/python-tool.py.in ${PROJECT_BINARY_DIR}/tools/vyx-${TOOL} @ONLY
+                 FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+  if(VYX_BUILD_TOOLS)
+    install(PROGRAMS ${PROJECT_BINARY_DIR}/tools/vyx-${TOOL} DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(DIRECTORY tools/${TOOL} DESTINATION ${vyx_tool_modules} FILES_MATCHING PATTERN "*.py")
+    install(FILES tools/${TOOL}/vyx-${TOOL}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  endif()
+endforeach()
