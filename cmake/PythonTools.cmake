@@ -1,10 +1,10 @@
 # The tools in Python need nothing to be built: a folder of modules each, and a small program that starts it.
-set(VYX_PYTHON_TOOLS)
+set(VYX_PYTHON_TOOLS log)
 if(VYX_PLATFORM STREQUAL "linux")
   list(APPEND VYX_PYTHON_TOOLS sem) # elsewhere the system does not list its semaphores
 endif()
-set(vyx_tool_modules ${CMAKE_INSTALL_DATADIR}/vyx/tools)
-file(RELATIVE_PATH TO_MODULES ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_DATADIR}/vyx/tools)
+set(vyx_tool_modules ${CMAKE_INSTALL_LIBDIR}/vyx/tools)
+file(RELATIVE_PATH TO_MODULES ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR}/vyx/tools)
 foreach(TOOL IN LISTS VYX_PYTHON_TOOLS)
   configure_file(tools/python-tool.py.in ${PROJECT_BINARY_DIR}/tools/vyx-${TOOL} @ONLY
                  FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
@@ -14,3 +14,4 @@ foreach(TOOL IN LISTS VYX_PYTHON_TOOLS)
     install(FILES tools/${TOOL}/vyx-${TOOL}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   endif()
 endforeach()
+install(FILES docs/log.md docs/logging.md DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -18,6 +18,11 @@ if(VYX_BUILD_EXPLORE)
            ${CMAKE_CXX_COMPILER})
 endif()
 
+if(VYX_PLATFORM STREQUAL "linux" AND NOT CMAKE_CROSSCOMPILING AND NOT "${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize")
+  add_test(NAME Package.LogOverACrash COMMAND sh ${here}/logging.sh ${prefix} ${libdir} ${PROJECT_SOURCE_DIR}
+           ${scratch}/logging ${CMAKE_C_COMPILER})
+endif()
+
 list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
 add_test(NAME Package.PkgConfig COMMAND ${CMAKE_COMMAND} -E env
          PKG_CONFIG=${VYX_PKGCONFIG} "CC=${CMAKE_C_COMPILER}" "CFLAGS=${CMAKE_C_FLAGS}" "CXX=${CMAKE_CXX_COMPILER}"
