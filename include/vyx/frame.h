@@ -140,8 +140,7 @@ VYX_API void VYX_SetSystemLastError(uint32_t nCode);
  * |                          | wait                                                 |                             |
  * | flexible pools           | new ones; the parent's refuse work and can be        | the same                    |
  * |                          | destroyed, which does not wait                       |                             |
- * | message queues           | the parent's with a copy of their messages: send,    | new ones                    |
- * |                          | receive what is there; limits as for bounded waits   |                             |
+ * | message queues           | the parent's with a copy of their messages           | new ones                    |
  * | events                   | all; the parent's are shared with it                 | the same                    |
  * | timers                   | VYX_SetTimer; no timer of the parent exists          | all                         |
  * | log                      | WriteLog: the queue is empty and the file target off | the same                    |

@@ -58,8 +58,7 @@ VYX_BEGIN_DECLS
 /* ---- Message queues ------------------------------------------------------------------------------------- */
 
 /*
- * A forked child has a copy of every queue with its messages, and none of the threads that wait. Waits with a limit
- * need the library's services, which a child does not have.
+ * A forked child has a copy of every queue with its messages, and none of the threads that wait.
  */
 
 /*
@@ -91,13 +90,13 @@ VYX_API int32_t VYX_MsgQDestroyEx(VYX_HANDLE_MSGQ hQueue);
  *          VYX_MSG_DATA_SIZE or negative, memory short.
  * Threads: any number.
  * Cost:    depends neither on the number of messages nor on their priorities. The next receive puts what was
- *          sent meanwhile in order, in a fraction of a microsecond for each. A queued message takes its data and
- *          less than 96 bytes.
+ *          sent meanwhile in order, in a fraction of a microsecond for each. Where many different priorities are
+ *          queued, some of that is done by later receives. A queued message takes its data and less than 96 bytes.
  */
 VYX_API int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg);
 
 /*
- * Takes the first message: the oldest of those with the highest priority.
+ * Takes the first message, the oldest of those with the highest priority, or waits for one (pthread_cond_timedwait).
  *   pMsg      the caller's block. In: iDataLen, the room in szData in bytes; offer VYX_MSG_DATA_SIZE.
  *             Out: type, priority, length and data of the message. Bytes past the length are not touched.
  *   iTimeOut  milliseconds to wait for a message, read as unsigned; VYX_INFINITE = -1 = no limit.
@@ -112,7 +111,6 @@ VYX_API int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pM
  *          the wait gives up only when another receiver has taken the message it was woken for and more than
  *          0xFFFFFFFF milliseconds (49.7 days) have passed or the clock was set back.
  * Threads: any number; each message goes to exactly one receiver.
- * Rests on VYX_CondTimedWait.
  */
 VYX_API int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg, int32_t iTimeOut);
 
@@ -326,6 +324,7 @@ class VYX_API vyx_msgq {
   public:
     /* Calls init(). If memory is short the object has no queue, and putq and getq return -1. */
     vyx_msgq();
+    /* destroy(). Nobody may be inside a call. */
     virtual ~vyx_msgq();
     vyx_msgq(const vyx_msgq &) = delete;
     vyx_msgq &operator=(const vyx_msgq &) = delete;

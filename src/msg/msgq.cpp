@@ -12,38 +12,35 @@
 // moves messages on unseen.
 //
 // Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <new>
-#include <pthread.h>
 #include <vyx/msg.h>
-#include <vyx/sync.h>
 #include <vyx/time.h>
 
 #include "base/lock.h"
 #include "base/probes.h"
 #include "msg/msgq_inter.h"
-#include "sync/mutex_hold.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(offsetof(VYX_MSG_BLOCK_T, iMsgType) == 0 && offsetof(VYX_MSG_BLOCK_T, iPriority) == 4 &&
               offsetof(VYX_MSG_BLOCK_T, iDataLen) == 8 && offsetof(VYX_MSG_BLOCK_T, szData) == 12 &&
               sizeof(VYX_MSG_BLOCK_T) == 8108);
 
+using vyx_inter::Clock;
+using vyx_inter::Deadline;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
-using vyx_inter::MutexHold;
 
 VYX_MQ_MSG_S g_struMsgQClosed = {};
 
 static Lock s_msgQMutex{vyx_inter::Rank::QueueRegistry};
 static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
+static vyx_inter::MsgIndex
+    s_msgQIndexes[VYX_MAX_MSGQ]; // apart: zeros, which take no memory until they are used
 static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;
 
 namespace {
-
-constexpr size_t kRuns = 8; // that are moved as a whole; more mean that priorities change all the time
 
 // Frees a message when the block ends.
 class MsgHolder {
@@ -84,27 +81,8 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
     return true;
 }
 
-// Messages of one priority that came one after the other, linked from the first to the last.
-struct Run {
-    VYX_MQ_MSG_S *pFirst;
-    VYX_MQ_MSG_S *pLast;
-};
-
-// Takes the newest run off a list.
-Run TakeRun_Local(VYX_MQ_MSG_S *&pNewest) {
-    Run run = {pNewest, pNewest};
-    pNewest = pNewest->pNext;
-    while (pNewest != nullptr && pNewest->struMsg.iPriority == run.pLast->struMsg.iPriority) {
-        VYX_MQ_MSG_S *pOlder = pNewest->pNext;
-        pNewest->pNext = run.pFirst;
-        run.pFirst = pNewest;
-        pNewest = pOlder;
-    }
-    return run;
-}
-
-// Puts a list into the index, oldest first.
-void SortInSingly_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+// Puts a list, newest first, into the index, oldest first.
+void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
     VYX_MQ_MSG_S *pOldest = nullptr;
     while (pNewest != nullptr) {
         VYX_MQ_MSG_S *pOlder = pNewest->pNext;
@@ -114,21 +92,8 @@ void SortInSingly_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
     }
     while (pOldest != nullptr) {
         VYX_MQ_MSG_S *pNewer = pOldest->pNext;
-        index.Append(pOldest, pOldest);
+        index.Append(pOldest);
         pOldest = pNewer;
-    }
-}
-
-// The same, in runs as far as a few of them go: often all messages have the same priority.
-void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
-    std::array<Run, kRuns> runs; // newest first
-    size_t nRuns = 0;
-    while (pNewest != nullptr && nRuns < kRuns)
-        runs[nRuns++] = TakeRun_Local(pNewest);
-    SortInSingly_Local(index, pNewest);
-    while (nRuns != 0) {
-        const Run &run = runs[--nRuns];
-        index.Append(run.pFirst, run.pLast);
     }
 }
 
@@ -136,49 +101,58 @@ void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
 void TakeOver_Local(VYX_MQ_INTER &queue) VYX_REQUIRES(queue.hQueueLock) {
     if (queue.pNewest.load(std::memory_order_relaxed) == nullptr)
         return;
-    SortIn_Local(queue.index, queue.pNewest.exchange(nullptr));
+    SortIn_Local(*queue.pIndex, queue.pNewest.exchange(nullptr));
 }
 
-void WakeAll_Local(std::atomic<uint32_t> &bWaits, VYX_MUTEX_T &hLock, VYX_COND_T &hCond) {
-    if (bWaits.load() == 0)
+// The receivers have time to come to sleep: they hold hRecvLock until they do. They are woken when it is free, or they
+// would only wait for it.
+void WakeAll_Local(VYX_MQ_INTER &queue) {
+    if (queue.bRecvWaits.load() == 0)
         return;
-    const MutexHold hold(hLock);
-    bWaits.store(0);
-    (void)VYX_CondBroadCast(&hCond);
+    {
+        const LockGuard guard(queue.hRecvLock);
+        queue.bRecvWaits.store(0);
+    }
+    queue.hRecvCond.Broadcast();
+}
+
+bool IsLive_Local(const VYX_MQ_INTER &queue) {
+    return queue.pNewest.load() != &g_struMsgQClosed;
 }
 
 // What a look at the queue came to.
 enum class Look { Taken, Empty, Gone };
 
-// Takes the first message, if the queue is still the one that the caller entered. On Empty hQueueLock is held,
-// otherwise not.
-Look TakeOrHold_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg) VYX_UNCHECKED {
-    queue.hQueueLock.Acquire();
-    const bool bLive = queue.bUsed.load() != 0 && queue.nGeneration.load() == nGeneration;
-    if (bLive) {
-        TakeOver_Local(queue);
-        pMsg = queue.index.RemoveFirst();
-        queue.pHead = queue.index.First();
-        if (pMsg == nullptr)
-            return Look::Empty;
-        const auto nBefore = queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
-        VYX_PROBE2(queue_receive, &queue, nBefore);
-    }
-    queue.hQueueLock.Release();
-    return bLive ? Look::Taken : Look::Gone;
+// Takes the first message, if the queue is still the one that the caller entered.
+Look Take_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg)
+    VYX_REQUIRES(queue.hQueueLock) {
+    if (!IsLive_Local(queue) || queue.nGeneration.load() != nGeneration)
+        return Look::Gone;
+    TakeOver_Local(queue);
+    pMsg = queue.pIndex->RemoveFirst();
+    if (pMsg == nullptr)
+        return Look::Empty;
+    const auto nBefore = queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
+    VYX_PROBE2(queue_receive, &queue, nBefore);
+    return Look::Taken;
 }
 
 // Waits for a message. Result: it, or null if the time is used up or the queue has gone.
-VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) VYX_UNCHECKED {
+VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
     const uint32_t nGeneration = queue.nGeneration.load();
-    VYX_MQ_MSG_S *pMsg = nullptr;
-    if (TakeOrHold_Local(queue, nGeneration, pMsg) != Look::Empty)
-        return pMsg; // the usual case does not even look at the clock
     uint32_t nRemaining = nTimeOut;
-    uint32_t nStart = VYX_GetTimeTick();
-    do {
+    uint32_t nStart = 0;
+    for (bool bFirst = true;; bFirst = false) {
+        VYX_MQ_MSG_S *pMsg = nullptr;
+        queue.hQueueLock.Acquire();
+        if (Take_Local(queue, nGeneration, pMsg) != Look::Empty) {
+            queue.hQueueLock.Release();
+            return pMsg;
+        }
+        if (bFirst) // the usual case does not even look at the clock
+            nStart = VYX_GetTimeTick();
         // Without a limit, what remains is counted but need not bound the sleep.
-        (void)VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining, 1);
+        VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining);
         const uint32_t nNow = VYX_GetTimeTick();
         const uint32_t nElapsed = nNow - nStart;
         if (nRemaining < nElapsed)
@@ -189,8 +163,7 @@ VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) VYX_UNCHECKED 
         // Pinned by MsgQueue.TimeOutZeroWaitsForASendAndLeavesIt.
         if (nTimeOut != VYX_INFINITE && nRemaining == 0)
             return nullptr;
-    } while (TakeOrHold_Local(queue, nGeneration, pMsg) == Look::Empty);
-    return pMsg;
+    }
 }
 
 // Hands a message over to the caller.
@@ -212,7 +185,7 @@ int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
 template <class Function>
 void ForEachLive_Local(Function fn) {
     for (VYX_MQ_INTER &entry : s_msgQBlocks)
-        if (entry.bUsed.load() != 0)
+        if (IsLive_Local(entry))
             fn(entry);
 }
 
@@ -220,12 +193,9 @@ void ForEachLive_Local(Function fn) {
 void RenewInChild_Local(VYX_MQ_INTER &entry) {
     if (!entry.forkHold.InChild())
         return;
-    entry.hRecvLock = PTHREAD_MUTEX_INITIALIZER;
-    entry.hSendLock = PTHREAD_MUTEX_INITIALIZER;
-    entry.hRecvCond = PTHREAD_COND_INITIALIZER;
-    entry.hSendCond = PTHREAD_COND_INITIALIZER;
+    entry.hRecvLock.Renew();
+    entry.hRecvCond.Renew();
     entry.bRecvWaits.store(0);
-    entry.bSendWaits.store(0);
 }
 
 vyx_inter::ForkHold s_forkHold(s_msgQMutex);
@@ -264,49 +234,36 @@ int32_t VYX_MsgQFiniEx_Inter(void) {
 int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
     const LockGuard hold(pEntry->hQueueLock);
     pEntry->nGeneration.fetch_add(1);
+    pEntry->pIndex = &s_msgQIndexes[pEntry - s_msgQBlocks];
     pEntry->nMsgCount.store(0);
     pEntry->pNewest.store(nullptr);
-    pEntry->bUsed.store(1);
     return VYX_OK;
 }
 
 void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
-    if (pEntry == nullptr || pEntry->bUsed.load() == 0)
+    if (pEntry == nullptr || !IsLive_Local(*pEntry))
         return;
     {
         const LockGuard hold(pEntry->hQueueLock);
-        pEntry->bUsed.store(0);
         VYX_MQ_MSG_S *pNewest = pEntry->pNewest.exchange(&g_struMsgQClosed);
         while (pNewest != nullptr) {
             const MsgHolder holder(pNewest);
             pNewest = pNewest->pNext;
         }
-        while (VYX_MQ_MSG_S *pMsg = pEntry->index.RemoveFirst())
+        while (VYX_MQ_MSG_S *pMsg = pEntry->pIndex->RemoveFirst())
             const MsgHolder holder(pMsg);
-        pEntry->index.Release();
-        pEntry->pHead = nullptr;
-        pEntry->nMsgCount.store(0);
     }
-    WakeAll_Local(pEntry->bRecvWaits, pEntry->hRecvLock, pEntry->hRecvCond);
-    WakeAll_Local(pEntry->bSendWaits, pEntry->hSendLock, pEntry->hSendCond);
+    WakeAll_Local(*pEntry);
 }
 
-int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv) {
-    std::atomic<uint32_t> &bWaits = bRecv != 0 ? pEntry->bRecvWaits : pEntry->bSendWaits;
-    VYX_MUTEX_T *pLock = bRecv != 0 ? &pEntry->hRecvLock : &pEntry->hSendLock;
-    VYX_COND_T *pCond = bRecv != 0 ? &pEntry->hRecvCond : &pEntry->hSendCond;
-    const MutexHold hold(*pLock);
-    bWaits.store(1);
-    const bool bCome = bRecv != 0 && pEntry->pNewest.load() != nullptr;
+void VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
+    const Deadline deadline = nTimeOut == 0 ? Deadline::Never() : Deadline::In(nTimeOut, Clock::Wall);
+    const LockGuard guard(pEntry->hRecvLock);
+    pEntry->bRecvWaits.store(1);
+    const bool bCome = pEntry->pNewest.load() != nullptr;
     pEntry->hQueueLock.Release();
-    if (bCome)
-        return VYX_OK;
-    // Woken by WakeAll_Local, of a sender or of the queue's end. The result carries nothing.
-    if (nTimeOut != 0)
-        (void)VYX_CondTimedWait(pCond, pLock, nTimeOut);
-    else
-        (void)VYX_CondWait(pCond, pLock);
-    return VYX_OK;
+    if (!bCome) // woken by WakeAll_Local, of a sender or of the queue's end
+        (void)pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
 }
 
 int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {
@@ -316,7 +273,7 @@ int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {
     if (!s_bMsgQStarted)
         return VYX_ERROR;
     for (VYX_MQ_INTER &entry : s_msgQBlocks) {
-        if (entry.bUsed.load() != 0)
+        if (IsLive_Local(entry))
             continue;
         *phQueue = &entry;
         return VYX_MsgQInitMQ_Inter(&entry);
@@ -335,7 +292,7 @@ int32_t VYX_MsgQDestroyEx(VYX_HANDLE_MSGQ hQueue) {
 }
 
 int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg) {
-    if (hQueue == nullptr || pMsg == nullptr || hQueue->pNewest.load() == &g_struMsgQClosed)
+    if (hQueue == nullptr || pMsg == nullptr || !IsLive_Local(*hQueue))
         return VYX_ERROR;
     const int32_t iDataLen = pMsg->iDataLen;
     if (iDataLen < 0 || iDataLen > VYX_MSG_DATA_SIZE)
@@ -347,7 +304,7 @@ int32_t VYX_MsgQSendEx(VYX_HANDLE_MSGQ hQueue, const VYX_MSG_BLOCK_T *pMsg) {
         ::operator delete(pCopy);
         return VYX_ERROR;
     }
-    WakeAll_Local(hQueue->bRecvWaits, hQueue->hRecvLock, hQueue->hRecvCond);
+    WakeAll_Local(*hQueue);
     return VYX_OK;
 }
 
@@ -357,6 +314,5 @@ int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg, int32_t
     VYX_MQ_MSG_S *pTaken = Await_Local(*hQueue, static_cast<uint32_t>(iTimeOut));
     if (pTaken == nullptr)
         return VYX_ERROR;
-    WakeAll_Local(hQueue->bSendWaits, hQueue->hSendLock, hQueue->hSendCond);
     return Deliver_Local(pTaken, *pMsg);
 }

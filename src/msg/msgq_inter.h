@@ -15,23 +15,20 @@ extern VYX_MQ_MSG_S g_struMsgQClosed;
 // One entry of the registry. It is static and its locks are never destroyed, so a thread that is late in
 // leaving a destroyed queue touches nothing that has gone.
 struct VYX_MQ_INTER {
-    std::atomic<uint32_t> bUsed{0}; // 1 while live; changes with s_msgQMutex and hQueueLock held
     vyx_inter::Lock hQueueLock{vyx_inter::Rank::Queue};
-    vyx_inter::ForkHold forkHold{hQueueLock};
-    vyx_inter::MsgIndex index VYX_GUARDED_BY(hQueueLock); // messages in order
+    vyx_inter::MsgIndex *
+        pIndex VYX_PT_GUARDED_BY(hQueueLock) = nullptr; // messages in order; null before the first queue
+    std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as it becomes live
 
     // What senders use, on a cache line that a receiver's locking leaves alone.
-    alignas(64) std::atomic<uint32_t> nMsgCount{0}; // messages, in the index or not yet
-    std::atomic<uint32_t> bRecvWaits{0};            // somebody may wait on hRecvCond; changes under hRecvLock
-    std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed}; // sent and not yet in the index
-    std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as bUsed does
-    std::atomic<uint32_t> bSendWaits{0};  // as bRecvWaits, with hSendCond and hSendLock
-
-    alignas(64) VYX_MUTEX_T hSendLock = PTHREAD_MUTEX_INITIALIZER;
-    VYX_MUTEX_T hRecvLock = PTHREAD_MUTEX_INITIALIZER;
-    VYX_COND_T hSendCond = PTHREAD_COND_INITIALIZER;          // a message has been taken
-    VYX_COND_T hRecvCond = PTHREAD_COND_INITIALIZER;          // a message has come
-    VYX_MQ_MSG_S *pHead VYX_GUARDED_BY(hQueueLock) = nullptr; // the index's first message
+    // Sent and not yet in the index, the newest first. Ends with g_struMsgQClosed while the entry is not live, which
+    // changes with s_msgQMutex and hQueueLock held.
+    alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed};
+    std::atomic<uint32_t> nMsgCount{0};  // messages, in order or not yet; for tracers
+    std::atomic<uint32_t> bRecvWaits{0}; // somebody may wait on hRecvCond; changes with hRecvLock held
+    vyx_inter::Lock hRecvLock{vyx_inter::Rank::QueueReceiver};
+    vyx_inter::Condition hRecvCond; // a message has come, or the queue is no more
+    vyx_inter::ForkHold forkHold{hQueueLock};
 };
 
 VYX_BEGIN_DECLS
@@ -48,12 +45,10 @@ void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry);
 
 extern const vyx_inter::ForkRow g_struMsgQForkRow;
 
-// Waits until something is sent (bRecv not 0) or received (bRecv 0), which the caller has found to be needed. It
-// holds hQueueLock, which is released.
+// Waits until something is sent, which the caller has found to be needed. It holds hQueueLock, which is released.
 //   nTimeOut  milliseconds; 0 and VYX_INFINITE = no limit
-// 0 however the wait ended; the caller looks for itself.
-int32_t VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut, int32_t bRecv)
-    VYX_RELEASE(pEntry->hQueueLock);
+// However the wait ended, the caller looks for itself.
+void VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) VYX_RELEASE(pEntry->hQueueLock);
 
 VYX_END_DECLS
 

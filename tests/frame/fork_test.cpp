@@ -150,8 +150,14 @@ const Row kRows[] = {
      [] { // what the parent had queued may come first
          static VYX_MSG_BLOCK_T block;
          block.iDataLen = VYX_MSG_DATA_SIZE;
-         return VYX_MsgQSendEx(s_hQueue, &block) == VYX_OK &&
-                VYX_MsgQReceiveEx(s_hQueue, &block, 0) == VYX_OK;
+         const bool bRight =
+             VYX_MsgQSendEx(s_hQueue, &block) == VYX_OK && VYX_MsgQReceiveEx(s_hQueue, &block, 0) == VYX_OK;
+         for (int32_t iResult = VYX_OK;
+              iResult == VYX_OK;) { // until it is empty and a time-out ends the wait
+             block.iDataLen = VYX_MSG_DATA_SIZE;
+             iResult = VYX_MsgQReceiveEx(s_hQueue, &block, 1);
+         }
+         return bRight;
      }},
     {"events", false, UseEvents},
     {"timer", true, [] { return UseTimer() && Restart() && UseTimer(); }},
