@@ -8,6 +8,7 @@
 #include <mqueue.h>
 #include <mutex>
 #include <queue>
+#include <random>
 #include <unistd.h>
 
 #include <vyx/msg.h>
@@ -24,24 +25,29 @@ class VyxQueue {
     VyxQueue &operator=(const VyxQueue &) = delete;
 
     void Send(const Message &message) {
-        m_out.iPriority = message.iPriority;
-        m_out.iDataLen = static_cast<int32_t>(message.data.size());
-        std::memcpy(m_out.szData, message.data.data(), message.data.size());
-        if (VYX_MsgQSendEx(m_hQueue, &m_out) != VYX_OK)
+        static thread_local VYX_MSG_BLOCK_T block;
+        block.iPriority = message.iPriority;
+        block.iDataLen = static_cast<int32_t>(message.data.size());
+        std::memcpy(block.szData, message.data.data(), message.data.size());
+        if (VYX_MsgQSendEx(m_hQueue, &block) != VYX_OK)
             std::abort();
     }
     void Receive(Message &message) {
-        m_in.iDataLen = VYX_MSG_DATA_SIZE;
-        if (VYX_MsgQReceiveEx(m_hQueue, &m_in, -1) != VYX_OK)
+        if (!ReceiveWithin(message, VYX_INFINITE))
             std::abort();
-        message.iPriority = m_in.iPriority;
-        std::memcpy(message.data.data(), m_in.szData, message.data.size());
+    }
+    bool ReceiveWithin(Message &message, uint32_t nMillis) {
+        static thread_local VYX_MSG_BLOCK_T block;
+        block.iDataLen = VYX_MSG_DATA_SIZE;
+        if (VYX_MsgQReceiveEx(m_hQueue, &block, static_cast<int32_t>(nMillis)) != VYX_OK)
+            return false;
+        message.iPriority = block.iPriority;
+        std::memcpy(message.data.data(), block.szData, message.data.size());
+        return true;
     }
 
   private:
     VYX_HANDLE_MSGQ m_hQueue = nullptr;
-    VYX_MSG_BLOCK_T m_out = {};
-    VYX_MSG_BLOCK_T m_in = {};
 };
 
 // The system's own queue, with as much room as it allows without privileges.
@@ -70,6 +76,12 @@ class SystemQueue {
             std::abort();
         message.iPriority = static_cast<int32_t>(nPriority);
     }
+    bool ReceiveWithin(Message &message, uint32_t nMillis) {
+        struct timespec due = {};
+        (void)clock_gettime(CLOCK_REALTIME, &due);
+        due.tv_sec += nMillis / 1000;
+        return mq_timedreceive(m_hQueue, message.data.data(), message.data.size(), nullptr, &due) >= 0;
+    }
 
   private:
     mqd_t m_hQueue;
@@ -90,6 +102,14 @@ class HeapQueue {
         m_cond.wait(lock, [this] { return !m_heap.empty(); });
         message = m_heap.top().message;
         m_heap.pop();
+    }
+    bool ReceiveWithin(Message &message, uint32_t nMillis) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (!m_cond.wait_for(lock, std::chrono::milliseconds(nMillis), [this] { return !m_heap.empty(); }))
+            return false;
+        message = m_heap.top().message;
+        m_heap.pop();
+        return true;
     }
 
   private:
@@ -144,6 +164,35 @@ void SendCost(benchmark::State &state) {
     }
 }
 
+// A send and a receive at a queue that holds much. The sends are spread over as many priorities; so the receives take what
+// has just come, or little before.
+template <uint32_t Queued, uint32_t Priorities>
+void PairCost(benchmark::State &state) {
+    constexpr uint32_t kPairs = 1000;
+    for (auto _ : state) {
+        VyxQueue queue;
+        Message message = {};
+        std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same run each time
+        const auto Send = [&] {
+            message.iPriority = static_cast<int32_t>(random() % Priorities);
+            queue.Send(message);
+        };
+        for (uint32_t n = 0; n < Queued; ++n)
+            Send();
+        queue.Receive(message); // has all of them put in order
+        std::vector<double> samples;
+        for (int nRound = 0; nRound < 20; ++nRound) {
+            const auto start = bench::Clock::now();
+            for (uint32_t n = 0; n < kPairs; ++n) {
+                Send();
+                queue.Receive(message);
+            }
+            samples.push_back(bench::MicrosecondsSince(start) * 1000 / kPairs);
+        }
+        bench::Observed(state, bench::Median(samples), "ns");
+    }
+}
+
 template <class Count>
 void Memory(benchmark::State &state, Count count) {
     constexpr int32_t kMessages = 50000;
@@ -179,8 +228,18 @@ int main(int argc, char **argv) {
     (void)RegisterMessagesThrough<VyxQueue>("vyx", 0);
     (void)RegisterMessagesThrough<SystemQueue>("mq_send", 1.0);
     (void)RegisterMessagesThrough<HeapQueue>("heap", 1.0);
+    (void)RegisterWakeWithLimit<VyxQueue>("vyx", 0);
+    (void)RegisterWakeWithLimit<SystemQueue>("mq_timedreceive", 1.1);
+    (void)RegisterWakeWithLimit<HeapQueue>("heap", 0);
     bench::Figure("send_cost_100000_equal", {{"vyx", SendCost<100000, 1>}}, 9);
     bench::Figure("send_cost_10000_priorities", {{"vyx", SendCost<10000, 10000>}}, 9);
+    bench::Figure("pair_cost_1", {{"vyx", PairCost<1, 1>}}, 5);
+    bench::Figure("pair_cost_1000",
+                  {{"vyx", PairCost<1000, 1>}, {"vyx_distinct", PairCost<1000, UINT32_MAX>}}, 5);
+    bench::Figure("pair_cost_100000",
+                  {{"vyx", PairCost<100000, 1>}, {"vyx_distinct", PairCost<100000, UINT32_MAX>}}, 5);
+    bench::Figure("pair_cost_1000000",
+                  {{"vyx", PairCost<1000000, 1>}, {"vyx_distinct", PairCost<1000000, UINT32_MAX>}}, 3);
     bench::Figure("memory_equal", {{"vyx", MemoryEqual}}, 3);
     bench::Figure("memory_distinct", {{"vyx", MemoryDistinct}}, 3);
     return bench::Run(argc, argv);

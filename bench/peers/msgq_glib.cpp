@@ -1,10 +1,11 @@
-// GLib's asynchronous queue, kept sorted.
+// GLib's asynchronous queue: kept sorted, and plain, which knows no priorities.
 #include <glib.h>
 
 #include "msgq_bench.h"
 
 namespace {
 
+template <bool Sorted>
 class GlibQueue {
   public:
     GlibQueue() : m_pQueue(g_async_queue_new()) {}
@@ -13,7 +14,10 @@ class GlibQueue {
     GlibQueue &operator=(const GlibQueue &) = delete;
 
     void Send(const Message &message) {
-        g_async_queue_push_sorted(m_pQueue, new Message(message), &Compare, nullptr);
+        if (Sorted)
+            g_async_queue_push_sorted(m_pQueue, new Message(message), &Compare, nullptr);
+        else
+            g_async_queue_push(m_pQueue, new Message(message));
     }
     void Receive(Message &message) {
         auto *pMessage = static_cast<Message *>(g_async_queue_pop(m_pQueue));
@@ -32,6 +36,7 @@ class GlibQueue {
     GAsyncQueue *m_pQueue;
 };
 
-const int kRegistered = RegisterMessagesThrough<GlibQueue>("glib", 1.0);
+const int kRegistered = RegisterMessagesThrough<GlibQueue<true>>("glib", 1.0) +
+                        RegisterMessagesThrough<GlibQueue<false>>("glib_plain", 1.0);
 
 } // namespace
