@@ -34,6 +34,13 @@ if(VYX_HAVE_SDT)
   install(PROGRAMS tools/bpftrace/queues.bt tools/bpftrace/waits.bt DESTINATION ${CMAKE_INSTALL_DATADIR}/vyx/bpftrace)
 endif()
 
+if(VYX_PLATFORM STREQUAL "linux")
+  install(FILES tools/gdb/vyx.py DESTINATION ${CMAKE_INSTALL_LIBDIR} RENAME libvyx.so.${PROJECT_VERSION}-gdb.py)
+endif()
+if(VYX_BUILD_STAT)
+  install(TARGETS vyx-stat RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES tools/stat/vyx-stat.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
 if(VYX_BUILD_EXPLORE)
   install(TARGETS vyx-explore RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   # Nothing that a program links.

@@ -1,5 +1,26 @@
 # Which tools can be built here. Each says by name why it is left out; asked for all the same, it is refused.
 
+# vyx_tool_option(OPTION NAME): the option for a tool that cannot be built here if ${why} says why.
+function(vyx_tool_option option name)
+  if(why STREQUAL "")
+    option(${option} "Build ${name}" ${VYX_BUILD_TOOLS})
+    return()
+  endif()
+  option(${option} "Build ${name}" OFF)
+  if(${option})
+    message(FATAL_ERROR "${option}: ${why}")
+  elseif(VYX_BUILD_TOOLS)
+    message(STATUS "${name} is left out: ${why}")
+  endif()
+endfunction()
+
+# vyx-stat reads the memory of other processes as Linux lets it.
+set(why "")
+if(NOT VYX_PLATFORM STREQUAL "linux")
+  set(why "it is for Linux")
+endif()
+vyx_tool_option(VYX_BUILD_STAT vyx-stat)
+
 # vyx-explore stands in for calls of the GNU C library on 64-bit Linux, in the process that it explores. A sanitizer's
 # own stand-ins would come between, and code for another processor would run in an emulator.
 set(why "")
@@ -10,13 +31,4 @@ elseif(CMAKE_CROSSCOMPILING)
 elseif("${CMAKE_CXX_FLAGS} ${CMAKE_C_FLAGS}" MATCHES "-fsanitize|--coverage")
   set(why "it cannot be built with a sanitizer or for coverage")
 endif()
-if(why STREQUAL "")
-  option(VYX_BUILD_EXPLORE "Build vyx-explore" ${VYX_BUILD_TOOLS})
-else()
-  option(VYX_BUILD_EXPLORE "Build vyx-explore" OFF)
-  if(VYX_BUILD_EXPLORE)
-    message(FATAL_ERROR "VYX_BUILD_EXPLORE: ${why}")
-  elseif(VYX_BUILD_TOOLS)
-    message(STATUS "vyx-explore is left out: ${why}")
-  endif()
-endif()
+vyx_tool_option(VYX_BUILD_EXPLORE vyx-explore)

@@ -47,6 +47,7 @@ class Deadline {
     [[nodiscard]] Clock WhichClock() const { return m_eClock; }
 
   private:
+    friend struct LockRows;
     static constexpr int64_t kNever = INT64_MAX;
     Deadline(int64_t iMicros, Clock eClock) : m_iMicros(iMicros), m_eClock(eClock) {}
     int64_t m_iMicros;

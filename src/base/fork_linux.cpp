@@ -4,9 +4,13 @@
 #include "base/fork.h"
 
 // The C library notes the holder in the mutex after it has taken it, and takes the note out before it gives it back.
+uint32_t vyx_inter::OwnerOf(const pthread_mutex_t &hMutex) {
+    return static_cast<uint32_t>(__atomic_load_n(&hMutex.__data.__owner, __ATOMIC_RELAXED));
+}
+
 vyx_inter::Holder vyx_inter::HolderOf(const pthread_mutex_t &hMutex) {
-    const int iOwner = __atomic_load_n(&hMutex.__data.__owner, __ATOMIC_RELAXED);
-    if (iOwner == 0)
+    const uint32_t nOwner = OwnerOf(hMutex);
+    if (nOwner == 0)
         return Holder::AtEdge;
-    return iOwner == syscall(SYS_gettid) ? Holder::Self : Holder::Other;
+    return nOwner == static_cast<uint32_t>(syscall(SYS_gettid)) ? Holder::Self : Holder::Other;
 }

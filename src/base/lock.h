@@ -38,6 +38,9 @@ inline constexpr pthread_mutex_t kSpinningMutex = PTHREAD_MUTEX_INITIALIZER;
 #endif
 inline constexpr pthread_mutex_t kSleepingMutex = PTHREAD_MUTEX_INITIALIZER;
 
+// The number by which the system knows the thread that holds a mutex; 0 if nobody does, or the platform does not tell.
+uint32_t OwnerOf(const pthread_mutex_t &hMutex); // defined per platform
+
 // A normal mutex, ready before any code runs. Locking and unlocking one that only the library knows cannot fail. One
 // in a static is never destroyed; one in a record that is freed goes with Destroy.
 class VYX_CAPABILITY("mutex") Lock {
@@ -51,11 +54,13 @@ class VYX_CAPABILITY("mutex") Lock {
     void Acquire() VYX_ACQUIRE() {
         NoteAcquire(m_eRank);
         (void)pthread_mutex_lock(&m_hMutex);
+        ++m_nTaken;
     }
     bool TryAcquire() VYX_TRY_ACQUIRE(true) {
         if (pthread_mutex_trylock(&m_hMutex) != 0)
             return false;
         NoteTried(m_eRank);
+        ++m_nTaken;
         return true;
     }
     void Release() VYX_RELEASE() {
@@ -63,6 +68,8 @@ class VYX_CAPABILITY("mutex") Lock {
         (void)pthread_mutex_unlock(&m_hMutex);
     }
     void Destroy() { (void)pthread_mutex_destroy(&m_hMutex); }
+    // The number by which the system knows the calling thread, which holds the lock; 0 where the platform does not tell.
+    [[nodiscard]] uint32_t OwnThread() const VYX_REQUIRES(this) { return OwnerOf(m_hMutex); }
 
     // Around fork (base/fork.h), which takes all locks of one rank: without the check of the order.
     bool TryForFork() VYX_UNCHECKED { return pthread_mutex_trylock(&m_hMutex) == 0; }
@@ -73,9 +80,13 @@ class VYX_CAPABILITY("mutex") Lock {
   private:
     friend class Condition;
     friend class ForkHold;
+    friend struct LockRows;
     pthread_mutex_t m_hMutex;
     Rank m_eRank; // one byte, also where it is not looked at: all builds have the same records
     Taken m_eTaken;
+    // How often it was taken, modulo 2^32: who reads what it guards from another process, and finds it free and this
+    // unchanged before and after, has read what was true.
+    uint32_t m_nTaken = 0;
 };
 
 // Holds a lock for the length of a block, also if the thread ends in it.
@@ -97,9 +108,13 @@ class Condition {
     Condition(const Condition &) = delete;
     Condition &operator=(const Condition &) = delete;
 
-    void Wait(Lock &lock) VYX_REQUIRES(lock) { (void)pthread_cond_wait(&m_hCond, &lock.m_hMutex); }
+    void Wait(Lock &lock) VYX_REQUIRES(lock) {
+        const Retaken retaken(lock);
+        (void)pthread_cond_wait(&m_hCond, &lock.m_hMutex);
+    }
     // Result: false if the time is out. Without a limit: as Wait.
     bool WaitUntil(Lock &lock, const Deadline &deadline) VYX_REQUIRES(lock) {
+        const Retaken retaken(lock);
         return CondWaitUntil(&m_hCond, &lock.m_hMutex, deadline);
     }
     void Signal() { (void)pthread_cond_signal(&m_hCond); }
@@ -109,6 +124,17 @@ class Condition {
     void Renew() { m_hCond = PTHREAD_COND_INITIALIZER; }
 
   private:
+    // The end of a wait takes the lock, also if the thread is cancelled.
+    class Retaken {
+      public:
+        explicit Retaken(Lock &lock) : m_lock(lock) {}
+        ~Retaken() { ++m_lock.m_nTaken; }
+        Retaken(const Retaken &) = delete;
+        Retaken &operator=(const Retaken &) = delete;
+
+      private:
+        Lock &m_lock;
+    };
     pthread_cond_t m_hCond = PTHREAD_COND_INITIALIZER;
 };
 

@@ -3,6 +3,7 @@
 
 #include <iterator>
 
+#include "base/describe.h"
 #include "frame/frame_inter.h"
 #include "log/log_service.h"
 #include "msg/event_inter.h"
@@ -52,3 +53,8 @@ void AfterForkInChild() {
 }
 
 } // namespace vyx_inter
+
+/* ---- Description */
+
+static constexpr vyx_inter::DescriptionRow kForkRows[] = {VYX_LOCK("Fork", vyx_inter::s_hForkLock)};
+VYX_DESCRIBE(fork, kForkRows)

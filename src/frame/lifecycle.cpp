@@ -2,6 +2,7 @@
 #include <vyx/frame.h>
 #include <vyx/log.h>
 
+#include "base/describe.h"
 #include "base/lock.h"
 #include "base/probes.h"
 #include "base/uncancelled.h"
@@ -140,3 +141,17 @@ int32_t VYX_Log(uint32_t nFlags, const void *pFileParam) {
     (void)AdjustLogLevel(VYX_LOG_LEVEL_INF);
     return VYX_OK;
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    {"version", VYX_VERSION, 0, 0, nullptr},
+    VYX_SINGLE("starts", s_iInitCount),
+    VYX_LOCK("StartStop", s_vyxmutex),
+};
+
+} // namespace
+
+VYX_DESCRIBE(start, kRows)

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/describe.h"
 #include "base/errno_keeper.h"
 #include "base/first_init.h"
 #include "log/log_header.h"
@@ -125,3 +126,31 @@ int32_t WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char
     va_end(args);
     return iLength < 0 ? iLength : service.PushData(szLine, static_cast<uint32_t>(iLength));
 }
+
+/* ---- Description */
+
+struct LogRows {
+    static constexpr vyx_inter::DescriptionRow kRows[] = {
+        {"log", 0, sizeof s_storage, 1, s_storage},
+        VYX_FIELD("log.level", LogService, m_eLevel),
+        VYX_FIELD("log.service_lock", LogService, m_serviceLock),
+        VYX_FIELD_OF("log.ring_lock", LogService, m_ring, LogRing, m_lock),
+        VYX_FIELD_OF("log.open", LogService, m_ring, LogRing, m_bOpen),
+        VYX_FIELD_OF("log.targets", LogService, m_ring, LogRing, m_nTargets), // bit N: target N is on
+        VYX_FIELD_OF("log.memory", LogService, m_ring, LogRing, m_pMemory),
+        VYX_FIELD_OF("log.put", LogService, m_ring, LogRing,
+                     m_nLines), // of those since the ring was last empty
+        VYX_FIELD_OF("log.done", LogService, m_ring, LogRing, m_nDone), // likewise
+        VYX_FIELD_OF("log.free", LogService, m_ring, LogRing, m_nFree), // bytes
+        VYX_FIELD_OF("log.written", LogService, m_ring, LogRing, m_nWritten),
+        VYX_FIELD_OF("log.refused", LogService, m_ring, LogRing, m_nRefused),
+        VYX_FIELD_OF("log.files_lock", LogService, m_files, LogFiles, m_lock),
+        VYX_FIELD_OF("log.file", LogService, m_files, LogFiles, m_hFile),
+        VYX_FIELD_OF("log.file_index", LogService, m_files, LogFiles, m_iFileIndex),   // its number, less one
+        VYX_FIELD_OF("log.file_limit", LogService, m_files, LogFiles, m_nMaxFileSize), // bytes
+        VYX_FIELD_OF("log.file_folder", LogService, m_files, LogFiles, m_szDir),
+        {"log_ring", 0, kRingSize, 0, nullptr},
+    };
+};
+
+VYX_DESCRIBE(log, LogRows::kRows)

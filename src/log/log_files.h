@@ -33,6 +33,7 @@ class LogFiles {
     void Forget();
 
   private:
+    friend struct LogRows;
     // The path of the working file, or of the finished one.
     Name MakeFileName(bool bWorking) const VYX_REQUIRES(m_lock);
     bool Open() VYX_REQUIRES(m_lock);

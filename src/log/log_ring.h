@@ -104,6 +104,7 @@ class LogRing {
     void Forget();
 
   private:
+    friend struct LogRows;
     [[nodiscard]] uint32_t Waiting() const VYX_REQUIRES(m_lock) { return m_nLines - m_nDone; }
     int Append(const char *pLine, uint32_t nLen) VYX_REQUIRES(m_lock);
     bool WakesWriter() VYX_REQUIRES(m_lock);

@@ -52,6 +52,7 @@ class LogService {
     void AfterForkInChild();
 
   private:
+    friend struct LogRows;
     void Forget();
     static void *WriteLogProc(void *service);
     void WriteBatch(const LogBatch &batch);

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vyx/sys.h>
 
+#include "base/describe.h"
 #include "base/errno_keeper.h"
 #include "base/probes.h"
 #include "base/spin.h"
@@ -36,6 +37,22 @@ constexpr uint32_t kLeavePause = 100; // microseconds
 
 std::atomic<uint32_t> s_nForks{0}; // that lead to this process
 Lock s_renewLock{vyx_inter::Rank::Event};
+
+// Those that are open, for tools. The lock is only ever held alone.
+Lock s_listLock{vyx_inter::Rank::Event};
+vyx_inter::List<VYX_EVENT_T, &VYX_EVENT_T::all> s_events VYX_GUARDED_BY(s_listLock);
+vyx_inter::ForkHold s_forkHold(s_listLock);
+
+VYX_EVENT Enlist_Local(VYX_EVENT_T *pEvent) {
+    const LockGuard guard(s_listLock);
+    s_events.Append(pEvent);
+    return pEvent;
+}
+
+void Delist_Local(VYX_EVENT_T *pEvent) {
+    const LockGuard guard(s_listLock);
+    s_events.Remove(pEvent);
+}
 
 // In a forked child: what the parent's threads had locked and entered is free. The event is the same pipe.
 void Renew_Local(VYX_EVENT_T &event) {
@@ -143,9 +160,10 @@ int32_t Reset_Local(VYX_EVENT_T &event) {
 } // namespace
 
 const vyx_inter::ForkRow g_struEventForkRow = {
-    [] {},
-    [] {},
+    [] { s_forkHold.Before(); },
+    [] { s_forkHold.InParent(); },
     [] {
+        (void)s_forkHold.InChild();
         s_renewLock.Renew();
         ++s_nForks;
     },
@@ -188,7 +206,7 @@ VYX_EVENT VYX_CreateEvent(int32_t bInitialState) {
     if (pEvent == nullptr)
         return nullptr;
     if (Open_Local(*pEvent) && (bInitialState == 0 || VYX_WritePipe_Inter(pEvent) == VYX_TRUE))
-        return pEvent;
+        return Enlist_Local(pEvent);
     return CreateFailed_Local(pEvent);
 }
 
@@ -198,6 +216,7 @@ int32_t VYX_CloseEvent(VYX_EVENT hEvent) {
         return VYX_FALSE;
     }
     const Uncancelled uncancelled;
+    Delist_Local(hEvent);
     Free_Local(hEvent);
     return VYX_TRUE;
 }
@@ -249,3 +268,23 @@ uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut) {
     VYX_OutputDebug("quelby VYX_WaitForSingleObject poll error return error %d 3\n", errno);
     return VYX_WAIT_FAILED;
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_SINGLE("event", s_events.pFirst), // the first of them
+    VYX_LOCK("Events", s_listLock),
+    VYX_FIELD_OF("event.next", VYX_EVENT_T, all, vyx_inter::Links<VYX_EVENT_T>, pNext),
+    VYX_FIELD("event.pipe", VYX_EVENT_T, iPipeFd), // its read end is the first
+    VYX_FIELD("event.socket", VYX_EVENT_T, iSocket),
+    VYX_FIELD("event.asked", VYX_EVENT_T, lNetworkEvents),
+    VYX_FIELD("event.found", VYX_EVENT_T, iTriggered),
+    VYX_FIELD("event.error", VYX_EVENT_T, iErrorCode),
+    VYX_FIELD("event.lock", VYX_EVENT_T, hMutex),
+};
+
+} // namespace
+
+VYX_DESCRIBE(events, kRows)

@@ -11,6 +11,7 @@
 #include <vyx/msg.h>
 
 #include "base/fork.h"
+#include "base/list.h"
 
 // Bits of iPollEvents.
 constexpr int32_t VYX_POLL_READ = 1;
@@ -28,6 +29,7 @@ struct VYX_EVENT_T {
     std::atomic<uint32_t> nWrites;                  // sets that have put a byte into the pipe
     std::atomic<uint32_t> nForks;                   // of the process, when nInside and hMutex were made
     vyx_inter::Lock hMutex{vyx_inter::Rank::Event}; // held by who takes bytes out of the pipe
+    vyx_inter::Links<VYX_EVENT_T> all{};            // of those that are open
 };
 
 VYX_BEGIN_DECLS

@@ -11,18 +11,24 @@
 // No lock is held while a routine runs or a thread is joined.
 #include "msg/timer_inter.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <new>
 #include <pthread.h>
 #include <vyx/sync.h>
 #include <vyx/thread.h>
 
+#include "base/describe.h"
 #include "base/lock.h"
 #include "base/probes.h"
 #include "base/uncancelled.h"
 #include "sync/sem_wait.h"
+#include "thread/service_thread.h"
 
+using vyx_inter::Clock;
 using vyx_inter::Condition;
+using vyx_inter::Deadline;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 
@@ -49,6 +55,10 @@ struct TIMER_EVENT_T {
     VYX_SEM_T hSem;              // the thread sleeps on it; null: none to be had
     VYX_THREAD_T hThread;        // VYX_INVALID_THREAD: there was none to be had
     std::atomic<uint32_t> bStop; // 1 once the thread is to end; it looks without the lock
+
+    // For tools; the timer's thread alone touches them.
+    uint32_t nRuns; // of the routine, modulo 2^32
+    uint32_t nLate; // microseconds by which the last one came late, at most UINT32_MAX
 
     // Its place or its killer, its thread, who waits for its end; the last of them frees it.
     uint32_t nUsers VYX_GUARDED_BY(s_VyxTimerMutex);
@@ -193,8 +203,14 @@ void FinishKill_Local(TIMER_EVENT_T *pTimer) {
 
 // One sleep of a timer's thread. Result: false if the library's stop ended it.
 bool Sleep_Local(TIMER_EVENT_T &timer) {
-    if (timer.nPeriod != 0 && timer.nPeriod != VYX_INFINITE)
-        return VYX_SemTimedWait_Inter(timer.hSem, timer.nPeriod) != VYX_SEM_END::Ended;
+    if (timer.nPeriod != 0 && timer.nPeriod != VYX_INFINITE) {
+        const Deadline due = Deadline::In(timer.nPeriod, Clock::Wall);
+        if (VYX_SemWaitUntil_Inter(timer.hSem, due) == VYX_SEM_END::Ended)
+            return false;
+        const int64_t iLate = Now(Clock::Wall) - due.Micros();
+        timer.nLate = static_cast<uint32_t>(std::clamp<int64_t>(iLate, 0, UINT32_MAX));
+        return true;
+    }
     (void)VYX_SemTimedWait(&timer.hSem, timer.nPeriod); // no time to be kept
     return true;
 }
@@ -215,10 +231,14 @@ const vyx_inter::ForkRow g_struTimerForkRow = {
 void *VYX_OnTimer(void *pParam) {
     auto *const pTimer = static_cast<TIMER_EVENT_T *>(pParam);
     t_own.pTimer = pTimer;
+    char szName[16];
+    (void)std::snprintf(szName, sizeof szName, "vyx-timer%u", pTimer->nTimerId);
+    VYX_NameThread_Inter(szName);
     while (pTimer->bStop.load() == 0) {
         const bool bDue = Sleep_Local(*pTimer);
         if (!bDue || pTimer->fnTimerProc == nullptr || pTimer->bStop.load() != 0)
             continue;
+        ++pTimer->nRuns;
         VYX_PROBE2(timer_begin, pTimer, pTimer->nTimerId);
         pTimer->fnTimerProc(pTimer->nTimerId, pTimer->pUserData);
         VYX_PROBE1(timer_end, pTimer);
@@ -274,3 +294,23 @@ int32_t VYX_FiniTimer(void) {
     s_bVyxTimerInit = 0;
     return VYX_OK;
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_REGISTRY("timer", s_VyxTimerEvents),
+    VYX_LOCK("Timers", s_VyxTimerMutex),
+    VYX_FIELD("timer.used", Place, bUsed),
+    VYX_FIELD("timer.record", Place, pTimer),
+    VYX_FIELD("timer_record.number", TIMER_EVENT_T, nTimerId),
+    VYX_FIELD("timer_record.routine", TIMER_EVENT_T, fnTimerProc),
+    VYX_FIELD("timer_record.period", TIMER_EVENT_T, nPeriod), // milliseconds
+    VYX_FIELD("timer_record.runs", TIMER_EVENT_T, nRuns),
+    VYX_FIELD("timer_record.late", TIMER_EVENT_T, nLate), // microseconds
+};
+
+} // namespace
+
+VYX_DESCRIBE(timers, kRows)

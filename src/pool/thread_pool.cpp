@@ -14,6 +14,7 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/describe.h"
 #include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
@@ -416,3 +417,27 @@ int VYX_ThreadPool::Destroy() {
 int VYX_ThreadPool::Work(void *(*work)(void *), void *param) {
     return VYX_ThreadPool_WorkEx(m_hPool, work, param, 0);
 }
+
+/* ---- Description */
+
+namespace vyx_inter {
+
+struct PoolRows {
+    static constexpr DescriptionRow kRows[] = {
+        VYX_REGISTRY("pool", s_struThreadPools),
+        VYX_SINGLE("pool_used", s_nUsed), // bit N: pool N is taken
+        VYX_LOCK("PoolRegistry", s_csLock),
+        VYX_FIELD("pool.lock", THREAD_POOL_T, hLock),
+        VYX_FIELD("pool.era", THREAD_POOL_T, nEra), // odd: it takes items
+        VYX_FIELD("pool.workers", THREAD_POOL_T, nCurrCount),
+        VYX_FIELD("pool.first", THREAD_POOL_T, nInitCount),
+        VYX_FIELD("pool.most", THREAD_POOL_T, nMaxCount),
+        VYX_FIELD("pool.idle", THREAD_POOL_T, idle), // a bit for each worker
+        VYX_FIELD_OF("pool.waiting", THREAD_POOL_T, waiting, WaitingCallers, m_nCount),
+        VYX_FIELD("pool.items", THREAD_POOL_T, nItems),
+    };
+};
+
+} // namespace vyx_inter
+
+VYX_DESCRIBE(pools, vyx_inter::PoolRows::kRows)

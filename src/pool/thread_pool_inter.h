@@ -89,6 +89,7 @@ class WaitingCallers {
     }
 
   private:
+    friend struct PoolRows;
     WaitingCaller *m_pFirst = nullptr;
     WaitingCaller *m_pLast = nullptr;
     uint32_t m_nCount = 0; // for debuggers and tools

@@ -14,6 +14,7 @@
 #include <vyx/pool.h>
 #include <vyx/thread.h>
 
+#include "base/describe.h"
 #include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
@@ -328,3 +329,24 @@ int32_t VYX_ThreadPoolFlex_Destroy(VYX_HANDLE_THREADPOOLFLEX hPool) {
     delete pPool;
     return VYX_OK;
 }
+
+/* ---- Description */
+
+struct FlexRows {
+    static constexpr vyx_inter::DescriptionRow kRows[] = {
+        VYX_SINGLE("flex", s_pFlexPools), // the first of them
+        VYX_LOCK("FlexRegistry", g_hFlexLock),
+        VYX_FIELD("flex.next", thrmgr_pool_t, pNext),
+        VYX_FIELD("flex.lock", thrmgr_pool_t, hLock),
+        VYX_FIELD("flex.state", thrmgr_pool_t, eState),
+        VYX_FIELD("flex.number", thrmgr_pool_t, nNumber),
+        VYX_FIELD("flex.workers", thrmgr_pool_t, nAlive),
+        VYX_FIELD("flex.most", thrmgr_pool_t, nMaxThreads),
+        VYX_FIELD("flex.idle", thrmgr_pool_t, nIdle),
+        VYX_FIELD_OF("flex.queued", thrmgr_pool_t, queue, thrmgr_queue_t, m_nCount),
+        VYX_FIELD("flex.items", thrmgr_pool_t, nItems),
+        VYX_FIELD("flex.handler", thrmgr_pool_t, fnHandler),
+    };
+};
+
+VYX_DESCRIBE(flexible_pools, FlexRows::kRows)

@@ -26,6 +26,7 @@ class thrmgr_queue_t {
     [[nodiscard]] uint32_t Count() const { return m_nCount.load(std::memory_order_relaxed); }
 
   private:
+    friend struct FlexRows;
     struct Block;
     Block *m_pFirst = nullptr;
     Block *m_pLast = nullptr;

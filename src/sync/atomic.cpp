@@ -4,6 +4,7 @@
 // The integers are also touched by callers outside the lock, so every access here is a relaxed atomic one.
 #include "sync/atomic_inter.h"
 
+#include "base/describe.h"
 #include "base/lock.h"
 
 using vyx_inter::Lock;
@@ -67,3 +68,8 @@ int32_t VYX_AtomicDec(volatile uint32_t *pDest) {
 int32_t VYX_AtomicCasPtr(void *volatile * /*ppDest*/, void * /*pNew*/, void * /*pComparand*/) {
     return VYX_OK;
 }
+
+/* ---- Description */
+
+static constexpr vyx_inter::DescriptionRow kRows[] = {VYX_LOCK("Atomic", s_csLock)};
+VYX_DESCRIBE(atomic, kRows)

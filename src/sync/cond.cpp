@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include "base/describe.h"
 #include "base/probes.h"
 
 using vyx_inter::Clock;
@@ -21,13 +22,14 @@ constexpr useconds_t kFirstPause =
 constexpr uint32_t kStopTries = 12; // and so on, for less than half a second
 
 Lock s_hCondLock{vyx_inter::Rank::CondWaits};
-vyx_inter::WaitList<TIMED_COND_S, &TIMED_COND_S::all> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
+vyx_inter::List<TIMED_COND_S, &TIMED_COND_S::all> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
 std::atomic<uint32_t> s_nWaits{0}; // how many these are
 std::atomic<bool> s_bStarted{false};
 uint32_t s_nForks VYX_GUARDED_BY(s_hCondLock) = 0; // since when the registry has begun anew
 
 void Register_Local(TIMED_COND_S *pWait) {
     const LockGuard guard(s_hCondLock);
+    pWait->nThread = s_hCondLock.OwnThread();
     s_struTimeConds.Append(pWait);
     s_nWaits.fetch_add(1);
     pWait->nForks = s_nForks;
@@ -44,8 +46,8 @@ void Leave_Local(void *pParam) {
 
 // Until the library is started no time is out: those whose limit has passed look now and then. They have lost no
 // signal by that, as the platform says whether it was the time that ended a wait.
-void Await_Local(const TIMED_COND_S &wait, uint32_t nTimeOut) {
-    Deadline deadline = Deadline::In(nTimeOut, Clock::Wall);
+void Await_Local(const TIMED_COND_S &wait) {
+    Deadline deadline = wait.deadline;
     while (!CondWaitUntil(wait.condition, wait.mutex, deadline) && !s_bStarted.load() && !wait.bEnded.load())
         deadline = Deadline::In(kStartLook, Clock::Monotonic);
 }
@@ -130,11 +132,11 @@ uint32_t VYX_CondWaitsPending_Inter(void) {
 int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut) {
     if (nTimeOut == VYX_INFINITE)
         return VYX_CondWait(pCond, pMutex);
-    TIMED_COND_S wait = {pCond, pMutex, 0, {false}, false, {}};
+    TIMED_COND_S wait = {pCond, pMutex, Deadline::In(nTimeOut, Clock::Wall), 0, 0, {false}, false, {}};
     Register_Local(&wait);
     VYX_PROBE1(cond_wait_begin, pCond);
     pthread_cleanup_push(Leave_Local, &wait); // also for a thread that is cancelled in its sleep
-    Await_Local(wait, nTimeOut);
+    Await_Local(wait);
     pthread_cleanup_pop(1);
     VYX_PROBE2(cond_wait_end, pCond, VYX_ERROR);
     // Deliberate: the same result for a time-out, a signal and a spurious wake-up. Callers test their own
@@ -173,3 +175,21 @@ int32_t VYX_CondSignal(VYX_COND_T *pCond) {
 int32_t VYX_CondBroadCast(VYX_COND_T *pCond) {
     return pCond == nullptr ? VYX_ERROR : pthread_cond_broadcast(pCond);
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_SINGLE("cond_wait", s_struTimeConds.pFirst), // the first of them
+    VYX_LOCK("CondWaits", s_hCondLock),
+    VYX_FIELD_OF("cond_wait.next", TIMED_COND_S, all, vyx_inter::Links<TIMED_COND_S>, pNext),
+    VYX_FIELD("cond_wait.condition", TIMED_COND_S, condition),
+    VYX_FIELD("cond_wait.mutex", TIMED_COND_S, mutex),
+    VYX_FIELD("cond_wait.deadline", TIMED_COND_S, deadline), // of the wall clock
+    VYX_FIELD("cond_wait.thread", TIMED_COND_S, nThread),
+};
+
+} // namespace
+
+VYX_DESCRIBE(condition_waits, kRows)

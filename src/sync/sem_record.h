@@ -14,10 +14,12 @@ struct VYX_SEM_S {
     char szName[64]; // the name to unlink, zero-terminated
 
     // The bounded waits for it. Guarded by s_hSemLock; what is atomic is also looked at without it.
-    vyx_inter::WaitList<TIMED_SEM_S, &TIMED_SEM_S::same> waits;
+    vyx_inter::List<TIMED_SEM_S, &TIMED_SEM_S::same> waits;
     std::atomic<uint32_t> nWaits; // how many
     std::atomic<uint32_t> nWakes; // counts of pSem that were posted only to wake the first of them
     bool bClosed;                 // they end at once
+
+    vyx_inter::Links<VYX_SEM_S> all; // guarded by s_hNameLock
 };
 
 VYX_BEGIN_DECLS

@@ -20,6 +20,7 @@
 // platforms then.
 #include "sync/sem_wait.h"
 
+#include "base/describe.h"
 #include "base/probes.h"
 #include "base/uncancelled.h"
 #include "sync/sem_record.h"
@@ -35,7 +36,7 @@ using vyx_inter::Rank;
 namespace {
 
 Lock s_hSemLock{Rank::SemWaits};
-vyx_inter::WaitList<TIMED_SEM_S, &TIMED_SEM_S::all> s_struTimeSems VYX_GUARDED_BY(s_hSemLock);
+vyx_inter::List<TIMED_SEM_S, &TIMED_SEM_S::all> s_struTimeSems VYX_GUARDED_BY(s_hSemLock);
 std::atomic<bool> s_bStarted{false}; // changed under s_hSemLock
 Condition s_wokenCond;               // broadcast when a sleeper that was woken is awake; with s_hSemLock
 Condition s_serviceCond;             // where the service sleeps; with s_hSemLock
@@ -117,6 +118,7 @@ VYX_SEM_END Await_Local(TIMED_SEM_S &wait) VYX_REQUIRES(s_hSemLock) {
 }
 
 void Register_Local(TIMED_SEM_S &wait) VYX_REQUIRES(s_hSemLock) {
+    wait.nThread = s_hSemLock.OwnThread();
     s_struTimeSems.Append(&wait);
     wait.pSemaphore->waits.Append(&wait);
     wait.pSemaphore->nWaits.fetch_add(1);
@@ -214,14 +216,19 @@ int32_t VYX_SemWait_Inter(VYX_SEM_S *pRecord) {
     return iResult;
 }
 
-VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut) VYX_UNCHECKED { // see Leave_Local
-    VYX_PROBE1(sem_wait_begin, pRecord);
+VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut) {
     if (s_bStarted.load() && pRecord->nWaits.load() == 0 && VYX_SemTry_Inter(pRecord) == VYX_OK) {
+        VYX_PROBE1(sem_wait_begin, pRecord);
         VYX_PROBE2(sem_wait_end, pRecord, 0);
         return VYX_SEM_END::Taken;
     }
-    TIMED_SEM_S wait = {
-        pRecord, Deadline::In(nTimeOut, Clock::Wall), pthread_self(), false, false, false, {}, {}, {}};
+    return VYX_SemWaitUntil_Inter(pRecord, Deadline::In(nTimeOut, Clock::Wall));
+}
+
+VYX_SEM_END VYX_SemWaitUntil_Inter(VYX_SEM_S *pRecord,
+                                   const Deadline &deadline) VYX_UNCHECKED { // see Leave_Local
+    VYX_PROBE1(sem_wait_begin, pRecord);
+    TIMED_SEM_S wait = {pRecord, deadline, pthread_self(), 0, false, false, false, {}, {}, {}};
     VYX_SEM_END eEnd = VYX_SEM_END::Ended;
     s_hSemLock.Acquire();
     Register_Local(wait);
@@ -280,3 +287,20 @@ uint32_t VYX_SemWaitsPending_Inter(void) {
         ++nPending;
     return nPending;
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_SINGLE("sem_wait", s_struTimeSems.pFirst), // the first of them
+    VYX_LOCK("SemWaits", s_hSemLock),
+    VYX_FIELD_OF("sem_wait.next", TIMED_SEM_S, all, vyx_inter::Links<TIMED_SEM_S>, pNext),
+    VYX_FIELD("sem_wait.semaphore", TIMED_SEM_S, pSemaphore),
+    VYX_FIELD("sem_wait.deadline", TIMED_SEM_S, deadline), // of the wall clock
+    VYX_FIELD("sem_wait.thread", TIMED_SEM_S, nThread),
+};
+
+} // namespace
+
+VYX_DESCRIBE(semaphore_waits, kRows)

@@ -6,20 +6,21 @@
 #include <vyx/sync.h>
 
 #include "base/fork.h"
-#include "sync/wait_list.h"
+#include "base/list.h"
 
 // One bounded wait that did not end at once. Lies on its waiter's stack; guarded by s_hSemLock.
 struct TIMED_SEM_S {
     VYX_SEM_S *pSemaphore;        // what is waited for
     vyx_inter::Deadline deadline; // on the wall clock
     pthread_t hThread;            // who waits
+    uint32_t nThread;             // as the system numbers it; 0 where it does not tell
     bool bAsleep;                 // in the platform's wait, as the first for its semaphore
     bool bWoken;                  // while it is asleep: a count was posted to wake it
     bool bEnded;                  // the library was stopped
     vyx_inter::Condition
         turn; // where it sleeps when it is not the first; signalled when there is news for it
-    vyx_inter::WaitLinks<TIMED_SEM_S> all;
-    vyx_inter::WaitLinks<TIMED_SEM_S> same; // for the same semaphore
+    vyx_inter::Links<TIMED_SEM_S> all;
+    vyx_inter::Links<TIMED_SEM_S> same; // for the same semaphore
 };
 
 VYX_BEGIN_DECLS
@@ -32,6 +33,9 @@ enum class VYX_SEM_END : uint8_t {
 
 // A bounded wait with a limit that is not VYX_INFINITE; VYX_SemTimedWait says what it does.
 VYX_SEM_END VYX_SemTimedWait_Inter(VYX_SEM_S *pRecord, uint32_t nTimeOut);
+
+// The same up to a moment of the wall clock, for a semaphore of which no count is expected.
+VYX_SEM_END VYX_SemWaitUntil_Inter(VYX_SEM_S *pRecord, const vyx_inter::Deadline &deadline);
 
 // The same for all limits. Result: VYX_OK if a count was taken.
 int32_t SemTimedWait(VYX_SEM_S *pRecord, uint32_t nTimeOut);

@@ -12,6 +12,8 @@
 #include <type_traits>
 #include <vyx/sync.h>
 
+#include "base/describe.h"
+#include "base/list.h"
 #include "base/lock.h"
 #include "base/probes.h"
 #include "sync/sem_record.h"
@@ -29,6 +31,9 @@ constexpr int32_t kNameCount = 32767; // names in all, and attempts to find a fr
 // Held while the C library opens and closes semaphores: it has a lock there that a forked child inherits as it is.
 vyx_inter::Lock s_hNameLock{vyx_inter::Rank::SemNames};
 vyx_inter::ForkHold s_forkHold(s_hNameLock);
+
+// Those that are open, for tools.
+vyx_inter::List<VYX_SEM_S, &VYX_SEM_S::all> s_semaphores VYX_GUARDED_BY(s_hNameLock);
 
 // The next number to try, 0 to kNameCount - 1.
 std::atomic<int32_t> iSemCount{0};
@@ -93,6 +98,8 @@ int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
     std::memcpy(pRecord->szName, szName, sizeof szName);
     *pSem = pRecord;
     VYX_SemSetCount_Inter(pOpened, nInitial);
+    const vyx_inter::LockGuard guard(s_hNameLock);
+    s_semaphores.Append(pRecord);
     return VYX_OK;
 }
 
@@ -104,6 +111,7 @@ int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
     (void)sem_unlink(pRecord->szName);
     {
         const vyx_inter::LockGuard guard(s_hNameLock);
+        s_semaphores.Remove(pRecord);
         (void)sem_close(pRecord->pSem);
     }
     delete pRecord;
@@ -189,3 +197,21 @@ int vyx_sem::post_1() {
 }
 
 } // namespace vyx
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_SINGLE("semaphore", s_semaphores.pFirst), // the first of them
+    VYX_LOCK("SemNames", s_hNameLock),
+    VYX_FIELD_OF("semaphore.next", VYX_SEM_S, all, vyx_inter::Links<VYX_SEM_S>, pNext),
+    VYX_FIELD("semaphore.platform", VYX_SEM_S, pSem),
+    VYX_FIELD("semaphore.name", VYX_SEM_S, szName),
+    VYX_FIELD("semaphore.waits", VYX_SEM_S, nWaits),
+    VYX_FIELD("semaphore.wakes", VYX_SEM_S, nWakes), // that many of the platform's counts are none
+};
+
+} // namespace
+
+VYX_DESCRIBE(semaphores, kRows)

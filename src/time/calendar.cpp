@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/describe.h"
 #include "base/lock.h"
 #include "time/time_inter.h"
 
@@ -146,3 +147,8 @@ const vyx_inter::ForkRow g_struCalendarForkRow = {
     [] { s_forkHold.InParent(); },
     [] { (void)s_forkHold.InChild(); },
 };
+
+/* ---- Description */
+
+static constexpr vyx_inter::DescriptionRow kRows[] = {VYX_LOCK("Calendar", s_hCalendarLock)};
+VYX_DESCRIBE(calendar, kRows)
