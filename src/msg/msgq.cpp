@@ -18,6 +18,7 @@
 #include <vyx/msg.h>
 #include <vyx/time.h>
 
+#include "base/describe.h"
 #include "base/lock.h"
 #include "base/probes.h"
 #include "msg/msgq_inter.h"
@@ -81,18 +82,24 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
     return true;
 }
 
+size_t Bytes_Local(const VYX_MQ_MSG_S &msg) {
+    return static_cast<size_t>(msg.struMsg.iDataLen);
+}
+
 // Puts a list, newest first, into the index, oldest first.
-void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
+void SortIn_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pNewest) VYX_REQUIRES(queue.hQueueLock) {
     VYX_MQ_MSG_S *pOldest = nullptr;
     while (pNewest != nullptr) {
         VYX_MQ_MSG_S *pOlder = pNewest->pNext;
         pNewest->pNext = pOldest;
         pOldest = pNewest;
+        ++queue.nSorted;
+        queue.nBytes += Bytes_Local(*pNewest);
         pNewest = pOlder;
     }
     while (pOldest != nullptr) {
         VYX_MQ_MSG_S *pNewer = pOldest->pNext;
-        index.Append(pOldest);
+        queue.pIndex->Append(pOldest);
         pOldest = pNewer;
     }
 }
@@ -101,7 +108,7 @@ void SortIn_Local(vyx_inter::MsgIndex &index, VYX_MQ_MSG_S *pNewest) {
 void TakeOver_Local(VYX_MQ_INTER &queue) VYX_REQUIRES(queue.hQueueLock) {
     if (queue.pNewest.load(std::memory_order_relaxed) == nullptr)
         return;
-    SortIn_Local(*queue.pIndex, queue.pNewest.exchange(nullptr));
+    SortIn_Local(queue, queue.pNewest.exchange(nullptr));
 }
 
 // The receivers have time to come to sleep: they hold hRecvLock until they do. They are woken when it is free, or they
@@ -132,6 +139,8 @@ Look Take_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg)
     pMsg = queue.pIndex->RemoveFirst();
     if (pMsg == nullptr)
         return Look::Empty;
+    --queue.nSorted;
+    queue.nBytes -= Bytes_Local(*pMsg);
     const auto nBefore = queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
     VYX_PROBE2(queue_receive, &queue, nBefore);
     return Look::Taken;
@@ -190,13 +199,35 @@ void ForEachLive_Local(Function fn) {
 }
 
 // Those who wait, or wake them, exist in the parent only. The messages are the child's as well.
-void RenewInChild_Local(VYX_MQ_INTER &entry) {
+void RenewInChild_Local(VYX_MQ_INTER &entry) VYX_UNCHECKED {
     if (!entry.forkHold.InChild())
         return;
     entry.hRecvLock.Renew();
     entry.hRecvCond.Renew();
+    entry.sleepers = {};
+    ++entry.nForks;
     entry.bRecvWaits.store(0);
 }
+
+// For as long as a receiver sleeps, with hRecvLock held.
+class Sleeper {
+  public:
+    explicit Sleeper(VYX_MQ_INTER &queue) VYX_UNCHECKED : m_queue(queue), m_nForks(queue.nForks) {
+        m_record = {queue.hRecvLock.OwnThread(), VYX_GetTimeTick(), {}};
+        queue.sleepers.Append(&m_record);
+    }
+    ~Sleeper() VYX_UNCHECKED {
+        if (m_nForks == m_queue.nForks) // else the list is a forked child's, and does not have this thread
+            m_queue.sleepers.Remove(&m_record);
+    }
+    Sleeper(const Sleeper &) = delete;
+    Sleeper &operator=(const Sleeper &) = delete;
+
+  private:
+    VYX_MQ_INTER &m_queue;
+    const uint32_t m_nForks;
+    VYX_MQ_SLEEPER_S m_record;
+};
 
 vyx_inter::ForkHold s_forkHold(s_msgQMutex);
 
@@ -252,6 +283,8 @@ void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
         }
         while (VYX_MQ_MSG_S *pMsg = pEntry->pIndex->RemoveFirst())
             const MsgHolder holder(pMsg);
+        pEntry->nSorted = 0;
+        pEntry->nBytes = 0;
     }
     WakeAll_Local(*pEntry);
 }
@@ -262,8 +295,11 @@ void VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
     pEntry->bRecvWaits.store(1);
     const bool bCome = pEntry->pNewest.load() != nullptr;
     pEntry->hQueueLock.Release();
-    if (!bCome) // woken by WakeAll_Local, of a sender or of the queue's end
-        (void)pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
+    if (bCome)
+        return;
+    const Sleeper sleeper(*pEntry);
+    // Woken by WakeAll_Local, of a sender or of the queue's end.
+    (void)pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
 }
 
 int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {
@@ -316,3 +352,36 @@ int32_t VYX_MsgQReceiveEx(VYX_HANDLE_MSGQ hQueue, VYX_MSG_BLOCK_T *pMsg, int32_t
         return VYX_ERROR;
     return Deliver_Local(pTaken, *pMsg);
 }
+
+/* ---- Description */
+
+namespace vyx_inter {
+
+struct QueueRows {
+    static constexpr DescriptionRow kRows[] = {
+        VYX_REGISTRY("queue", s_msgQBlocks),
+        VYX_SINGLE("queue_closed", g_struMsgQClosed), // the newest message of a queue that is not live
+        VYX_LOCK("QueueRegistry", s_msgQMutex),
+        VYX_FIELD("queue.lock", VYX_MQ_INTER, hQueueLock),
+        VYX_FIELD("queue.newest", VYX_MQ_INTER, pNewest), // of those that are not in order yet
+        VYX_FIELD("queue.sorted", VYX_MQ_INTER, nSorted), // how many are
+        VYX_FIELD("queue.sorted_bytes", VYX_MQ_INTER, nBytes),
+        VYX_FIELD("queue.index", VYX_MQ_INTER, pIndex),
+        VYX_FIELD("queue_index.used", MsgIndex, m_nBuckets), // the last of them has the highest priority
+        VYX_FIELD("queue_index.buckets", MsgIndex, m_buckets),
+        {"queue_bucket", 0, sizeof(MsgIndex::Bucket), 0, nullptr},
+        VYX_FIELD("queue_bucket.highest", MsgIndex::Bucket, iHighest),
+        VYX_FIELD("queue.receive_lock", VYX_MQ_INTER, hRecvLock),
+        VYX_FIELD_OF("queue.receivers", VYX_MQ_INTER, sleepers, decltype(VYX_MQ_INTER::sleepers), pFirst),
+        VYX_FIELD_OF("receiver.next", VYX_MQ_SLEEPER_S, all, Links<VYX_MQ_SLEEPER_S>, pNext),
+        VYX_FIELD("receiver.thread", VYX_MQ_SLEEPER_S, nThread),
+        VYX_FIELD("receiver.since", VYX_MQ_SLEEPER_S, nSince), // milliseconds of the wall clock, modulo 2^32
+        VYX_FIELD("message.next", VYX_MQ_MSG_S, pNext),
+        VYX_FIELD_OF("message.priority", VYX_MQ_MSG_S, struMsg, VYX_MSG_BLOCK_T, iPriority),
+        VYX_FIELD_OF("message.bytes", VYX_MQ_MSG_S, struMsg, VYX_MSG_BLOCK_T, iDataLen),
+    };
+};
+
+} // namespace vyx_inter
+
+VYX_DESCRIBE(queues, vyx_inter::QueueRows::kRows)

@@ -27,6 +27,7 @@ class MsgIndex {
     VYX_MQ_MSG_S *RemoveFirst();
 
   private:
+    friend struct QueueRows;
     // Messages in order of arrival, of one priority or, if it is mixed, of several.
     struct Bucket {
         VYX_MQ_MSG_S *pFirst;

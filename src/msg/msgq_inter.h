@@ -7,10 +7,18 @@
 #include <vyx/msg.h>
 
 #include "base/fork.h"
+#include "base/list.h"
 #include "msg/msgq_index.h"
 
 // The end of the list of an entry that is not live: a send that finds it is refused.
 extern VYX_MQ_MSG_S g_struMsgQClosed;
+
+// A receiver that sleeps. Lies on its stack; for tools.
+struct VYX_MQ_SLEEPER_S {
+    uint32_t nThread; // as the system numbers it; 0 where it does not tell
+    uint32_t nSince;  // when it went to sleep, as VYX_GetTimeTick
+    vyx_inter::Links<VYX_MQ_SLEEPER_S> all;
+};
 
 // One entry of the registry. It is static and its locks are never destroyed, so a thread that is late in
 // leaving a destroyed queue touches nothing that has gone.
@@ -18,6 +26,9 @@ struct VYX_MQ_INTER {
     vyx_inter::Lock hQueueLock{vyx_inter::Rank::Queue};
     vyx_inter::MsgIndex *
         pIndex VYX_PT_GUARDED_BY(hQueueLock) = nullptr; // messages in order; null before the first queue
+    size_t nSorted VYX_GUARDED_BY(hQueueLock) =
+        0; // how many these are, and how many bytes of data they have; for tools
+    size_t nBytes VYX_GUARDED_BY(hQueueLock) = 0;
     std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as it becomes live
 
     // What senders use, on a cache line that a receiver's locking leaves alone.
@@ -28,6 +39,8 @@ struct VYX_MQ_INTER {
     std::atomic<uint32_t> bRecvWaits{0}; // somebody may wait on hRecvCond; changes with hRecvLock held
     vyx_inter::Lock hRecvLock{vyx_inter::Rank::QueueReceiver};
     vyx_inter::Condition hRecvCond; // a message has come, or the queue is no more
+    vyx_inter::List<VYX_MQ_SLEEPER_S, &VYX_MQ_SLEEPER_S::all> sleepers VYX_GUARDED_BY(hRecvLock);
+    uint32_t nForks VYX_GUARDED_BY(hRecvLock) = 0; // how often that list was begun anew, in a forked child
     vyx_inter::ForkHold forkHold{hQueueLock};
 };
 

@@ -108,11 +108,11 @@ class Description:
         _, size, count, address = self.row(registry)
         return [Record(self, registry, address + i * size) for i in range(min(count, 4096))]
 
-    def chain(self, record, first, link="next"):
+    def chain(self, record, first):
         found = []
         while first != 0 and len(found) < MOST:
             found.append(Record(self, record, first))
-            first = found[-1].get(link)
+            first = found[-1].get("next")
         return found
 
     def listed(self, registry):
@@ -316,8 +316,11 @@ def show_queues(d):
             continue
         warn_if_held(d, queue.place("lock"), f"queue {i}")
         new = d.chain("message", queue.get("newest"))
-        sorted_ = d.chain("message", queue.get("sorted_root"), "higher")
-        highest = [message.get("priority", True) for message in new + sorted_]
+        highest = [message.get("priority", True) for message in new]
+        if queue.get("sorted") > 0:
+            index = Record(d, "queue_index", queue.get("index"))
+            bucket = index.place("buckets") + (index.get("used") - 1) * d.row("queue_bucket")[1]
+            highest.append(Record(d, "queue_bucket", bucket).get("highest", True))
         receivers = [thread_text(r.get("thread"), known) for r in d.chain("receiver", queue.get("receivers"))]
         rows.append((i, queue.get("sorted") + len(new), queue.get("sorted_bytes") + sum(m.get("bytes") for m in new),
                      max(highest, default="-"), ", ".join(receivers) or "-"))

@@ -15,7 +15,6 @@ namespace {
 
 constexpr int kQueueTries = 200;
 constexpr size_t kMostNewMessages = 200000; // that are walked through
-constexpr size_t kDeepestTree = 1000;
 
 Cell Count(uint64_t number) {
     return static_cast<int64_t>(number);
@@ -232,7 +231,7 @@ class Collector {
                 return {};
             QueueState state = {queue->Number("sorted"), queue->Number("sorted_bytes"), INT32_MIN};
             const auto taken = TakenOf(*queue);
-            if (!AddNew(queue->Pointer("newest"), state) || !AddHighest(queue->Pointer("sorted_root"), state))
+            if (!AddNew(queue->Pointer("newest"), state) || !AddHighest(queue->Pointer("index"), state))
                 continue;
             const auto again = m_reader.ReadLocked("queue", place, "lock");
             if (again && TakenOf(*again) == taken)
@@ -263,15 +262,21 @@ class Collector {
         return true;
     }
 
-    // Those that are in order stand in a tree, the highest priority at its right end.
+    // Those that are in order are in a row of buckets; the last one has the highest priority.
     bool AddHighest(uint64_t place, QueueState &state) {
-        for (size_t depth = 0; place != 0; depth++) {
-            Record message(m_description, "message", place);
-            if (depth == kDeepestTree || !m_reader.Read(message))
-                return false;
-            state.highest = std::max(state.highest, message.Signed("priority"));
-            place = message.Pointer("higher");
-        }
+        Record index(m_description, "queue_index", place);
+        if (place == 0)
+            return true;
+        if (!m_reader.Read(index))
+            return false;
+        if (index.Number("used") == 0)
+            return true;
+        Record bucket(m_description, "queue_bucket",
+                      index.PlaceOf("buckets") +
+                          (index.Number("used") - 1) * m_description.Get("queue_bucket").size);
+        if (!m_reader.Read(bucket))
+            return false;
+        state.highest = std::max(state.highest, bucket.Signed("highest"));
         return true;
     }
 

@@ -1,0 +1,295 @@
+#!/usr/bin/env python3
+"""Looks at the program `target` with vyx-stat and with gdb, and compares with what the program knows of itself.
+
+stat_test.py TARGET VYX_STAT LIBRARY GDB_SCRIPT. The library is tested as it is installed: stripped.
+VYX_STAT_SECONDS and VYX_STAT_READS: how long the busy program is watched, and how often it is read at least (2, 20).
+"""
+
+import json
+import mmap
+import os
+import random
+import resource
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+TARGET, VYX_STAT, LIBRARY, SCRIPT = sys.argv[1:5]
+SECONDS = float(os.environ.get("VYX_STAT_SECONDS", "2"))
+READS = int(os.environ.get("VYX_STAT_READS", "20"))
+PATIENCE = 60  # seconds for a command
+
+
+def run(*command, **options):
+    return subprocess.run(command, capture_output=True, text=True, timeout=PATIENCE, check=False, **options)
+
+
+def stat(*arguments, status=0, **options):
+    done = run(VYX_STAT, *map(str, arguments), **options)
+    if done.returncode != status:
+        raise AssertionError(f"vyx-stat {arguments}: status {done.returncode}\n{done.stdout}{done.stderr}")
+    return done.stdout if status == 0 else done.stderr
+
+
+def small_stacks():
+    """Of the threads, so that cores are small."""
+    resource.setrlimit(resource.RLIMIT_STACK, (1 << 18, resource.getrlimit(resource.RLIMIT_STACK)[1]))
+
+
+class Case(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.mkdtemp()
+        cls.library = os.path.join(cls.folder, os.path.basename(os.path.realpath(LIBRARY)))
+        subprocess.run(["strip", "-o", cls.library, LIBRARY], check=True)
+        shutil.copy(SCRIPT, cls.library + "-gdb.py")
+        os.symlink(os.path.basename(cls.library), os.path.join(cls.folder, "libvyx.so.1"))
+
+    @classmethod
+    def tearDownClass(cls):
+        shutil.rmtree(cls.folder)
+
+    def start(self, *mode):
+        """The program, at the point where it is ready, and what it printed before."""
+        program = subprocess.Popen([TARGET, *mode], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                   env=dict(os.environ, LD_LIBRARY_PATH=self.folder, TSAN_OPTIONS=""),
+                                   preexec_fn=small_stacks)
+        self.addCleanup(self.end, program)
+        text = ""
+        for line in program.stdout:
+            if line == "ready\n":
+                return program, text
+            text += line
+        raise AssertionError(f"the program has ended: {program.wait()}")
+
+    @staticmethod
+    def end(program):
+        program.stdin.close()
+        program.stdout.close()
+        try:
+            status = program.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            program.kill()
+            raise
+        if status != 0:
+            raise AssertionError(f"the program ended with status {status}")
+
+    def gdb(self, *arguments):
+        return run("gdb", "-nx", "-q", "-batch", "-iex", "set debuginfod enabled off", "-iex",
+                   "set auto-load safe-path /", "-iex", f"set environment LD_LIBRARY_PATH {self.folder}",
+                   *arguments).stdout
+
+    def core_of(self, program):
+        path = os.path.join(self.folder, "core")
+        self.gdb("-p", str(program.pid), "-ex", f"gcore {path}")
+        return path
+
+
+class Still(Case):
+    """A program that has stopped at known states."""
+
+    def check(self, seen, known, live):
+        for table in ("library", "log"):
+            self.assertEqual({key: seen[table][key] for key in known[table]}, known[table])
+        for table in ("pools", "flexible_pools", "queues", "receivers", "timers", "waits", "events"):
+            self.assertEqual(len(seen[table]), len(known[table]), table)
+            for row, expected in zip(seen[table], known[table]):
+                for key, value in expected.items():
+                    if value in ("NAME", "PIPE"):
+                        self.assertRegex(row[key], {"NAME": "^vyx_named_semaphore_", "PIPE": "^pipe [0-9]+$"}[value])
+                    elif live or key != "signalled":
+                        self.assertEqual(row[key], value, f"{table}.{key}")
+        self.assertEqual(seen["incomplete"], [])
+
+    def test_live_process(self):
+        program, text = self.start("still")
+        known = json.loads(text)
+        seen = json.loads(stat("--json", program.pid))[0]
+        self.check(seen, known, True)
+        counts = [row["count"] for row in seen["semaphores"]]
+        self.assertEqual(sum(counts), 5)
+        self.assertTrue(set(known["counts"]) <= set(counts))
+        self.assertTrue(set(known["threads"]) <= {row["name"] for row in seen["threads"]})
+        for wait in seen["waits"]:
+            self.assertTrue(3000000 < wait["left_ms"] <= 3600000, wait)
+        self.assertTrue(0 <= seen["receivers"][0]["waits_ms"] < PATIENCE * 1000)
+
+        self.assertIn("vyx_queue_bytes{process=\"%d\",queue=\"0\"} 307\n" % program.pid,
+                      stat("--prometheus", program.pid))
+        self.assertRegex(stat(program.pid), r"\n +0 +3 +5 +2 +1 +0 +2\n")
+        self.assertIn(program.pid, [each["process"] for each in json.loads(stat("--all", "--json"))])
+        watching = subprocess.Popen([VYX_STAT, "--watch=0.1", str(program.pid)], stdout=subprocess.PIPE, text=True)
+        for _ in range(2):
+            while not watching.stdout.readline().startswith("process "):
+                pass
+        program.stdin.close()
+        watching.communicate(timeout=PATIENCE)
+        self.assertEqual(watching.returncode, 0)
+
+    def test_core_whole_and_broken(self):
+        program, text = self.start("still")
+        core = self.core_of(program)
+        self.check(json.loads(stat("--json", core))[0], json.loads(text), False)
+        output = self.gdb(TARGET, core, "-ex", "vyx pools", "-ex", "vyx queues")
+        self.assertRegex(output, r"pool 0 +3 +5 +2 +1 +0 +2 ")
+        self.assertRegex(output, r"\n0 +4 +307 +12 ")
+
+        with open(core, "rb") as file:
+            data = file.read()
+        place = data.index(b"pool.items\0")
+        dice = random.Random(1)
+        with open(core, "r+b", buffering=0) as file:
+            for _ in range(30):  # whatever a core says, it is read or refused
+                at = place + dice.randrange(-2000, 2000)
+                file.seek(at)
+                file.write(bytes(dice.randrange(256) for _ in range(8)))
+                done = run(VYX_STAT, core)
+                self.assertIn(done.returncode, (0, 1), done.stderr)
+                if dice.randrange(2):
+                    file.seek(at)
+                    file.write(data[at:at + 8])
+        for size in (0, 10, 64, 3000, place, place + 500):
+            os.truncate(core, 0)
+            with open(core, "wb") as file:
+                file.write(data[:size])
+            stat(core, status=1)
+
+    def test_gdb_live(self):
+        program, text = self.start("still")
+        known = json.loads(text)
+        commands = ["pools", "queues", "timers", "waits", "events", "log", "locks"]
+        output = self.gdb("-p", str(program.pid), *[part for name in commands for part in ("-ex", f"vyx {name}")])
+        for expected in (r"pool 0 +3 +5 +2 +1 +0 +2 ", r"flexible 0 +1 +1 +1 +0 +3 +1 +HandlerOfTheItems",
+                         r"\n0 +4 +307 +12 +-\n1 +0 +0 +- +thread \d+",
+                         r"\n0 +3600000 ms +0 +0 us +RoutineOfTheTimer", r"semaphore +vyx_named_semaphore_\d+ +thread \d+",
+                         r"socket \d+ +read\+close", rf"level {known['log']['level']}, targets debug",
+                         "locks of the library are free"):
+            self.assertRegex(output, expected)
+
+    def test_gdb_finds_a_deadlock(self):
+        program, _ = self.start("deadlock")
+        for arguments in (["-p", str(program.pid)], [TARGET, self.core_of(program)]):
+            output = self.gdb(*arguments, "-ex", "vyx locks")
+            self.assertRegex(output, r"Deadlock: thread (\d+)[^;]* waits for .*, held by thread (\d+)[^;]*; "
+                                     r"thread \2[^;]* waits for .*, held by thread \1")
+
+    def test_gdb_prints_public_types(self):
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "printed.cpp")
+        output = self.gdb("-ex", "break Stop", "-ex", "run", "-ex", "up", "-ex", "info locals",
+                          os.path.join(os.path.dirname(TARGET), "stat_printed"))
+        with open(source, encoding="utf-8") as file:
+            expected = [line.split("// ")[1].rstrip() for line in file if "; // " in line and " = " in line.split("; // ")[1]]
+        for line in expected:
+            self.assertRegex(output, line)
+
+
+class Refusals(Case):
+    def test_usage(self):
+        for arguments in ([], ["--nonsense", "1"], ["1", "2"], ["--all", "1"], ["--watch=x", "1"]):
+            self.assertIn("see --help", stat(*arguments, status=2))
+        self.assertIn("Exit status", stat("--help"))
+
+    def test_what_cannot_be_read(self):
+        self.assertIn("there is no process", stat(2 ** 22 + 1, status=1))
+        self.assertIn("neither a process nor a core", stat(sys.executable, status=1))
+        self.assertIn("No such file", stat(os.path.join(self.folder, "none"), status=1))
+        self.assertIn("has no libvyx", stat(os.getpid(), status=1))
+
+    def test_no_right(self):
+        program, _ = self.start("closed")
+        other = {"user": 65534} if os.getuid() == 0 else {}
+        self.assertIn("no right", stat(program.pid, status=1, **other))
+
+    def write(self, library):
+        with open(self.library, "wb") as file:
+            file.write(library)
+
+    def test_another_version(self):
+        with open(self.library, "rb") as file:
+            data = file.read()
+        word = 8 if data[4] == 2 else 4
+        order = "<" if data[5] == 1 else ">"
+        self.addCleanup(self.write, data)
+        for old, new, message in (
+                (struct.pack(order + "II", 1, word), struct.pack(order + "II", 9, word), "in format 9"),
+                (b"VYX\0", b"OLD\0", "older than this program"), (b"pool.items\0", b"pool.other\0", '"pool.items"')):
+            self.assertIn(old, data)
+            self.write(data.replace(old, new))
+            program, _ = self.start("still")
+            self.assertIn(message, stat(program.pid, status=1))
+
+
+class Busy(Case):
+    """A program at full speed: what is shown was true at a moment while it was read."""
+
+    NAMES = ("items_begun items_done flex_begun sent_begun sent_done received_begun received_done runs "
+             "lines_begun lines_done").split()
+
+    def counts(self, shared):
+        return dict(zip(self.NAMES, struct.unpack_from("=10Q", shared)))
+
+    def between(self, low, seen, high, what):
+        self.assertTrue(low <= seen <= high, f"{what}: {seen} is not within {low} to {high}")
+
+    def check(self, before, seen, after):
+        """How much of what the program must know was known."""
+        known = 0
+        pool, flex, queue = seen["pools"][0], seen["flexible_pools"], seen["queues"][0]
+        if pool["items"] is not None:
+            known += 1
+            self.between(before["items_done"], pool["items"], after["items_begun"], "items")
+            self.assertEqual((pool["workers"], pool["most"], pool["busy"] + pool["idle"]), (2, 2, 2))
+            self.between(0, pool["waiting"], 1, "waiting")
+        if flex and flex[0]["items"] is not None:
+            known += 1
+            self.between(0, flex[0]["items"] + flex[0]["queued"], after["flex_begun"], "flexible items")
+            self.between(0, flex[0]["busy"], 2, "busy")
+        if queue["messages"] is not None:
+            known += 1
+            self.between(before["sent_done"] - after["received_begun"], queue["messages"],
+                         after["sent_begun"] - before["received_done"], "messages")
+            self.assertEqual(queue["bytes"], 24 * queue["messages"])
+            self.assertEqual(queue["highest"] is None, queue["messages"] == 0)
+            self.between(1, queue["highest"] or 1, 5, "priority")
+        for timer in seen["timers"]:
+            known += 1
+            self.between(before["runs"], timer["runs"], after["runs"] + 1, "runs")
+        if seen["log"]["queued"] is not None:
+            known += 1
+            self.between(before["lines_done"], seen["log"]["queued"], after["lines_begun"], "lines")
+            self.between(0, seen["log"]["ring_bytes"], seen["log"]["ring_size"], "ring")
+        for semaphore in seen["semaphores"]:
+            self.assertRegex(semaphore["name"], "^vyx_named_semaphore_[0-9]{5}$")
+            self.between(0, semaphore["count"] or 0, 3, "counts")
+        for wait in seen["waits"]:
+            self.assertRegex(wait["on"], "^(vyx_named_semaphore_[0-9]{5}|queue 0)$")
+            self.between(0, wait["left_ms"], 2, "left")
+        for event in seen["events"]:
+            self.assertRegex(event["bound_to"], "^pipe [0-9]+$")
+        return known
+
+    def test_nothing_wrong_is_read(self):
+        path = os.path.join(self.folder, "counts")
+        program, _ = self.start("busy", path)
+        with open(path, "r+b") as file:
+            shared = mmap.mmap(file.fileno(), 0)
+        reads = known = 0
+        end = time.monotonic() + SECONDS
+        begun = self.counts(shared)
+        while reads < READS or time.monotonic() < end:
+            before = self.counts(shared)
+            seen = json.loads(stat("--json", program.pid))[0]
+            known += self.check(before, seen, self.counts(shared))
+            reads += 1
+        done = self.counts(shared)
+        print(f"{reads} reads, {known / reads / 5:.0%} known, "
+              + ", ".join(f"{done[name] - begun[name]} {name}" for name in ("items_done", "sent_done", "lines_done")))
+        self.assertGreater(known, reads * 5 // 4)
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[5:], verbosity=2)
