@@ -56,6 +56,10 @@ std::string LastPart(const std::string &path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+std::string Broken(const Memory &memory) {
+    return memory.name + ": the description of its libvyx cannot be read";
+}
+
 bool IsLibraryFile(const std::string &path) {
     return LastPart(path).compare(0, 9, "libvyx.so") == 0;
 }
@@ -86,11 +90,10 @@ bool Description::ReadImage(Memory &memory, const Mapping &mapping) {
 }
 
 void Description::ReadTable(Memory &memory, uint64_t address) {
-    const Error broken(memory.name + ": the description of its libvyx cannot be read");
     unsigned char head[24] = {};
     const size_t head_size = 16 + size_t{layout.word};
     if (!memory.Read({{address, head, head_size}}))
-        throw broken;
+        throw Error(Broken(memory));
     const auto word = [&](size_t at, size_t width) { return ToNumber(head, sizeof head, at, width, layout); };
     if (word(0, 4) != kFormat)
         throw Error(memory.name + ": its libvyx describes itself in format " + std::to_string(word(0, 4)) +
@@ -98,12 +101,12 @@ void Description::ReadTable(Memory &memory, uint64_t address) {
     const size_t least = kNameSize + 12 + layout.word;
     if (word(4, 4) != layout.word || word(8, 4) < least || word(8, 4) > kLargestRow ||
         word(12, 4) > kMostRows)
-        throw broken;
+        throw Error(Broken(memory));
     const auto row_size = static_cast<size_t>(word(8, 4));
     m_shift = address - word(16, layout.word);
     std::vector<unsigned char> bytes(row_size * static_cast<size_t>(word(12, 4)));
     if (!memory.Read({{address + head_size, bytes.data(), bytes.size()}}))
-        throw broken;
+        throw Error(Broken(memory));
     for (size_t at = 0; at < bytes.size(); at += row_size) {
         const auto *name = reinterpret_cast<const char *>(&bytes[at]);
         const auto number = [&](size_t offset, size_t width) {
