@@ -30,7 +30,7 @@ constexpr const ForkRow *kRows[] = {
 };
 
 Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other
-ForkHold s_forkHold(s_hForkLock);
+thread_local ForkHold s_forkHold(s_hForkLock); // what one thread finds out says nothing to the next
 
 } // namespace
 

@@ -222,8 +222,9 @@ void ForkInWork(void *pStatus) {
     const pid_t iChild = fork();
     if (iChild == 0) {
         alarm(kLimit);
-        if (!DestroyPools())
-            _exit(1);
+        const bool bDestroyed = DestroyPools();
+        if (!bDestroyed || !support::kThreadsAfterFork)
+            _exit(bDestroyed ? 0 : 1);
         return;
     }
     int iStatus = -1;
