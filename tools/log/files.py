@@ -109,12 +109,15 @@ def leased(path):
     Result: True somebody has; False nobody; None it does not tell."""
     if not hasattr(fcntl, "F_SETLEASE"):
         return None
-    try:
-        descriptor = os.open(path, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC)
+    try:  # the library's own files may be written only, those of others perhaps read only
+        descriptor, lease = os.open(path, os.O_RDONLY | os.O_NONBLOCK | os.O_CLOEXEC), fcntl.F_RDLCK
     except OSError:
-        return None
+        try:
+            descriptor, lease = os.open(path, os.O_WRONLY | os.O_NONBLOCK | os.O_CLOEXEC), fcntl.F_WRLCK
+        except OSError:
+            return None
     try:
-        fcntl.fcntl(descriptor, fcntl.F_SETLEASE, fcntl.F_WRLCK)
+        fcntl.fcntl(descriptor, fcntl.F_SETLEASE, lease)
         return False
     except OSError as error:
         return True if error.errno in (errno.EAGAIN, errno.EBUSY) else None
