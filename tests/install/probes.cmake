@@ -3,8 +3,10 @@ if(NOT VYX_HAVE_SDT)
   return()
 endif()
 set(script sh ${CMAKE_CURRENT_SOURCE_DIR}/probes.sh)
+# LLVM's prints them otherwise.
+find_program(VYX_READELF NAMES readelf)
 add_test(NAME Probes.AreInTheLibrary
-         COMMAND ${script} notes ${CMAKE_READELF} $<TARGET_FILE:vyx> ${PROJECT_SOURCE_DIR}/docs/inspection.md)
+         COMMAND ${script} notes ${VYX_READELF} $<TARGET_FILE:vyx> ${PROJECT_SOURCE_DIR}/docs/inspection.md)
 if(CMAKE_CROSSCOMPILING OR "${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize") # gdb cannot follow, or the sanitizer not be traced
   return()
 endif()

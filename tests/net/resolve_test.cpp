@@ -86,8 +86,9 @@ TEST_F(Resolve, PassesTheHintsOn) {
         EXPECT_EQ(got.ai_canonname, szName);
     }
     (void)Ask(nullptr);
-    const addrinfo none = {};
-    EXPECT_EQ(memcmp(&s_resolver.hints, &none, sizeof none), 0);
+    const addrinfo &none = s_resolver.hints;
+    EXPECT_TRUE(none.ai_flags == 0 && none.ai_family == 0 && none.ai_socktype == 0 && none.ai_protocol == 0);
+    EXPECT_TRUE(none.ai_addrlen == 0 && none.ai_addr == nullptr && none.ai_canonname == nullptr);
     EXPECT_EQ(VYX_GetAddressInfo("node", nullptr, &hints, nullptr), VYX_ERROR);
 }
 
