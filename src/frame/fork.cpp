@@ -29,7 +29,7 @@ constexpr const ForkRow *kRows[] = {
     &g_struSemNameForkRow,
 };
 
-Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other
+Lock s_hForkLock{Rank::Fork};                  // two threads that fork at once do so one after the other
 thread_local ForkHold s_forkHold(s_hForkLock); // what one thread finds out says nothing to the next
 
 } // namespace
