@@ -51,17 +51,24 @@ constexpr DescriptionTable<kRows> Describe(const void *pSelf, const DescriptionR
     return table;
 }
 
+// As sizeof, also of a pointer.
+template <class T>
+constexpr size_t kSizeOf = sizeof(T);
+
 } // namespace vyx_inter
 
 // Rows. A registry is an array or a single object; a field may be one of a field.
 #define VYX_REGISTRY(name, array)                                                                            \
     { name, 0, sizeof(*(array)), std::size(array), array }
 #define VYX_SINGLE(name, object)                                                                             \
-    { name, 0, sizeof(object), 1, &(object) }
+    { name, 0, vyx_inter::kSizeOf<decltype(object)>, 1, &(object) }
 #define VYX_FIELD(name, record, field)                                                                       \
-    { name, offsetof(record, field), sizeof(record::field), 0, nullptr }
+    { name, offsetof(record, field), vyx_inter::kSizeOf<decltype(record::field)>, 0, nullptr }
 #define VYX_FIELD_OF(name, record, field, inner, of)                                                         \
-    { name, offsetof(record, field) + offsetof(inner, of), sizeof(inner::of), 0, nullptr }
+    {                                                                                                        \
+        name, offsetof(record, field) + offsetof(inner, of), vyx_inter::kSizeOf<decltype(inner::of)>, 0,     \
+            nullptr                                                                                          \
+    }
 #define VYX_LOCK(rank, lock)                                                                                 \
     { "lock:" rank, 0, sizeof(lock), 0, &(lock) }
 

@@ -30,6 +30,9 @@ struct VYX_MQ_INTER {
         0; // how many these are, and how many bytes of data they have; for tools
     size_t nBytes VYX_GUARDED_BY(hQueueLock) = 0;
     std::atomic<uint32_t> nGeneration{0}; // which of its queues the entry is; changes as it becomes live
+    uint32_t
+        nForks VYX_GUARDED_BY(hRecvLock) = 0; // how often the list of sleepers was begun anew, in a child
+    vyx_inter::ForkHold forkHold{hQueueLock};
 
     // What senders use, on a cache line that a receiver's locking leaves alone.
     // Sent and not yet in the index, the newest first. Ends with g_struMsgQClosed while the entry is not live, which
@@ -40,8 +43,6 @@ struct VYX_MQ_INTER {
     vyx_inter::Lock hRecvLock{vyx_inter::Rank::QueueReceiver};
     vyx_inter::Condition hRecvCond; // a message has come, or the queue is no more
     vyx_inter::List<VYX_MQ_SLEEPER_S, &VYX_MQ_SLEEPER_S::all> sleepers VYX_GUARDED_BY(hRecvLock);
-    uint32_t nForks VYX_GUARDED_BY(hRecvLock) = 0; // how often that list was begun anew, in a forked child
-    vyx_inter::ForkHold forkHold{hQueueLock};
 };
 
 VYX_BEGIN_DECLS
