@@ -8,6 +8,9 @@ void Stop() {
     __asm__ volatile("");
 }
 
+template <class... Values>
+void Use(const Values &.../*values*/) {}
+
 int main() {
     (void)VYX_Init();
     VYX_MSG_BLOCK_T message = {3, 7, 2, "ab"}; // message = message of type 3, priority 7, 2 bytes: b'ab'
@@ -30,6 +33,14 @@ int main() {
                              126, 4, 0, 0, -19800};          // moment = 2026-01-01 02:03:04\.000005 -05:30
     _VYX_ENTRY entry = {const_cast<char *>("key"), nullptr}; // entry = key: 0x0
     _VYX_INTITEM item = {17, nullptr};                       // item = 17: 0x0
+    struct VYX_HSEARCH_DATA words = {nullptr, 7, 3};         // words = hash table of 7 slots, 3 filled
+    struct VYX_HSEARCH_INTDATA numbers = {nullptr, 5, 2};    // numbers = hash table of 5 slots, 2 filled
+    _FILE_FIND_INFO found = {"a", file};                     // found = a: file, 321 bytes
+    VYX_MEMORY_STATUS_T storage = {};                        // storage = memory status, not filled
+    VYX_CPU_PERFORMANCE_T processor = {};                    // processor = processor times, not filled
+    const vyx::vyx_time second(1767232984);                  // second = 2026-01-01 02:03:04\.000 UTC
+    const vyx::vyx_time_tick tick(1767232984005000);         // tick = 2026-01-01 02:03:04\.005 UTC
+    const VYX_Thread thread;                                 // thread = thread 0x
     VYX_SEM_T sem = nullptr; // sem = semaphore vyx_named_semaphore_\d+, 0 bounded waits
     (void)VYX_SemCreate(&sem, 1);
     VYX_Sema sema(
@@ -40,12 +51,12 @@ int main() {
     VYX_HANDLE_THREADPOOL pool = VYX_ThreadPool_Create(1, 2); // pool = pool 0, 1 workers
     VYX_Mutex mutex;                                          // mutex = mutex held by thread 1
     (void)mutex.Lock();
+    vyx::vyx_mutex unlocked;        // unlocked = free mutex
+    vyx::vyx_recursive_mutex again; // again = mutex held by thread 1
+    (void)again.lock();
+    VYX_ThreadPool keeper; // keeper = pool 1, 2 workers
+    (void)keeper.Create(2, 2);
     Stop();
-    return message.iMsgType + events.lNetworkEvents + adapter.pIpAddrList->szAddr[0] +
-                           static_cast<int>(file.size) + moment.tm_sec +
-                           static_cast<int>(apart.nPort + item.key) + entry.key[0] + info.iFamily ==
-                       0 ||
-                   event == nullptr || pool == nullptr
-               ? 1
-               : 0;
+    Use(message, events, apart, info, adapter, file, moment, entry, item, words, numbers, found, storage,
+        processor, second, tick, thread, event, pool);
 }
