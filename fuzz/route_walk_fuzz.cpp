@@ -1,19 +1,13 @@
 // Routing messages from anywhere. The first byte chooses the byte order and whether the rest is the buffer as
 // it is, or pieces, each a type, a length, flags, an index and what follows the header, of which messages
 // with true lengths are made: few inputs would have those otherwise.
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#include "input.h"
 #include "net/route_walk.h"
 
 namespace {
-
-void Require(bool bHolds) {
-    if (!bHolds)
-        std::abort();
-}
 
 // An adapter takes its header and a link-level address at least.
 constexpr size_t kLeastInterface = vyx_inter::route::kInterfaceHeader + vyx_inter::route::kLinkData;
@@ -54,14 +48,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     const auto order = bBigEndian ? vyx_inter::ByteOrder::Big : vyx_inter::ByteOrder::Little;
     vyx_inter::WalkRoutingMessages(buffer.data(), buffer.size(), order, &list);
     VYX_ADAPTER_INFO *pList = nullptr;
-    Require(list.Finish(&pList) == VYX_OK);
+    REQUIRE(list.Finish(&pList) == VYX_OK);
     const vyx_inter::AdapterListHolder holder(pList);
     size_t nCount = 0;
     for (const auto *p = pList; p != nullptr; p = p->pNext, ++nCount) {
-        Require(std::memchr(p->szName, 0, sizeof p->szName) != nullptr);
-        Require(p->nAddrLen <= sizeof p->byAddr);
-        Require(p->pReservedList1 == nullptr && p->pReservedList2 == nullptr);
+        REQUIRE(std::memchr(p->szName, 0, sizeof p->szName) != nullptr);
+        REQUIRE(p->nAddrLen <= sizeof p->byAddr);
+        REQUIRE(p->pReservedList1 == nullptr && p->pReservedList2 == nullptr);
     }
-    Require(nCount * kLeastInterface <= buffer.size());
+    REQUIRE(nCount * kLeastInterface <= buffer.size());
     return 0;
 }

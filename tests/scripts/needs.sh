@@ -13,7 +13,7 @@ expect 0
 [[ $out != *'was called'* ]] || complain 'it was called'
 
 case='help needs nothing'
-for script in abi bench darwin demo docs explore lint matrix package proven test; do
+for script in abi bench darwin demo docs explore lint matrix package proven test torture; do
     run env PATH="$scratch/bin" "$source/scripts/$script" --help
     expect 0 "scripts/$script"
 done
