@@ -131,7 +131,7 @@ BUILD_PACKAGES=(cmake ninja-build g++)
 TEST_PACKAGES=("${BUILD_PACKAGES[@]}" googletest pkgconf python3)
 # Without them some tests are skipped or not there.
 TOOLS_OF_TESTS=(abigail-tools iproute2 gdb libsqlite3-dev patch pigz zlib1g-dev)
-TOOLS_OF_TESTS+=(mandoc systemtap-sdt-dev) # the same
+TOOLS_OF_TESTS+=(mandoc systemtap-sdt-dev valgrind) # the same
 
 # What a preset needs beside the above.
 packages_of() {
