@@ -24,7 +24,7 @@ vyx_tool_option(VYX_BUILD_STAT vyx-stat)
 # vyx-explore stands in for calls of the GNU C library on 64-bit Linux, in the process that it explores. A sanitizer's
 # own stand-ins would come between, and code for another processor would run in an emulator.
 set(why "")
-if(NOT VYX_PLATFORM STREQUAL "linux" OR NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
+if(NOT "linux" IN_LIST VYX_PLATFORM_HAS OR NOT CMAKE_SIZEOF_VOID_P EQUAL 8)
   set(why "it is for 64-bit Linux")
 elseif(CMAKE_CROSSCOMPILING)
   set(why "it is not cross-built")

@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """The rooms of the library and what they include.
 
-layers.py check   compares the table of docs/architecture.md with the includes; exit status 1 and a line for each
-                  difference
+layers.py check   compares the table of docs/architecture.md with the includes, and looks for conditions on the platform
+                  outside the platforms' own files; exit status 1 and a line for each fault
 layers.py dot     prints the picture of the rooms for Graphviz
 """
 
@@ -12,6 +12,7 @@ import sys
 
 TOP = pathlib.Path(__file__).resolve().parent.parent
 INCLUDE = re.compile(r'^\s*#\s*include\s+(?:"(\w+)/|<vyx/(\w+)\.h>)', re.M)
+PLATFORM = re.compile(r"^\s*#\s*(?:el)?if.*__(?:APPLE|MACH|linux|gnu_linux|unix|\w*BSD)\w*__", re.M)
 ROW = re.compile(r"^\| `src/(\w+)` \|[^|]*\|([^|]*)\|", re.M)
 
 
@@ -36,6 +37,13 @@ def table():
     return {room: set(re.findall(r"`(\w+)`", includes)) for room, includes in ROW.findall(text)}
 
 
+def conditions():
+    """The files of src with a condition on the platform that are not one platform's own."""
+    return [file.relative_to(TOP) for file in (TOP / "src").glob("*/*.*")
+            if not re.search(r"_[a-z]+$", file.stem) or not file.with_name(re.sub(r"_[a-z]+$", "_linux.cpp", file.stem)).exists()
+            if PLATFORM.search(file.read_text())]
+
+
 def check():
     listed, found = table(), actual()
     order = list(listed)
@@ -46,6 +54,7 @@ def check():
         faults += [f"src/{room} does not include {name}, as the table says" for name in listed[room] - found[room]]
         faults += [f"src/{room} includes {name}, which is not below it" for name in found[room]
                    if name in order and order.index(name) < order.index(room)]
+    faults += [f"{file} has a condition on the platform, which belongs into a file of its own" for file in conditions()]
     for fault in sorted(faults):
         print(fault)
     return 1 if faults else 0

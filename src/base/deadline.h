@@ -4,19 +4,11 @@
 
 #include <cstdint>
 #include <ctime>
-#include <pthread.h>
 
+#include "base/platform.h"
 #include "base/units.h"
 
 namespace vyx_inter {
-
-enum class Clock : uint8_t {
-    Wall,      // microseconds since 1970; can be set, which shortens or prolongs waits
-    Monotonic, // microseconds since some moment; only ever goes on
-};
-
-// The clock's time in microseconds.
-int64_t Now(Clock eClock);
 
 // A moment up to which a wait may last, or no limit.
 class Deadline {
@@ -53,10 +45,6 @@ class Deadline {
     int64_t m_iMicros;
     Clock m_eClock;
 };
-
-// Waits on a condition, whose clock need not be the deadline's. Result: false if the time is out; the condition need
-// not have been signalled if it is true. Defined per platform.
-bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadline &deadline);
 
 } // namespace vyx_inter
 

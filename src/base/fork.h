@@ -3,6 +3,7 @@
 #define VYX_BASE_FORK_H
 
 #include "base/lock.h"
+#include "base/platform.h"
 
 namespace vyx_inter {
 
@@ -41,15 +42,6 @@ class ForkHold {
     bool m_bOthers = false;
     bool m_bOwn = false; // the calling thread was interrupted while it held the lock
 };
-
-// Who holds a locked mutex, as far as the platform tells.
-enum class Holder : uint8_t {
-    Self,  // the calling thread
-    Other, // another one
-    AtEdge, // somebody who has not changed anything yet, or no longer will: right after taking, or before giving back
-    Unknown, // the platform does not tell
-};
-Holder HolderOf(const pthread_mutex_t &hMutex); // defined per platform
 
 // Milliseconds for which a fork waits for each: a thread at the edge for longer is the calling one, or does not run.
 constexpr uint32_t kForkPatience = 1000;

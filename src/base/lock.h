@@ -38,9 +38,6 @@ inline constexpr pthread_mutex_t kSpinningMutex = PTHREAD_MUTEX_INITIALIZER;
 #endif
 inline constexpr pthread_mutex_t kSleepingMutex = PTHREAD_MUTEX_INITIALIZER;
 
-// The number by which the system knows the thread that holds a mutex; 0 if nobody does, or the platform does not tell.
-uint32_t OwnerOf(const pthread_mutex_t &hMutex); // defined per platform
-
 // A normal mutex, ready before any code runs. Locking and unlocking one that only the library knows cannot fail. One
 // in a static is never destroyed; one in a record that is freed goes with Destroy.
 class VYX_CAPABILITY("mutex") Lock {

@@ -3,7 +3,6 @@
 #include <vyx/log.h>
 
 #include "base/describe.h"
-#include "base/lock.h"
 #include "base/probes.h"
 #include "base/uncancelled.h"
 #include "frame/frame_inter.h"
@@ -16,16 +15,15 @@
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 
-// Serialises every start and stop.
-static Lock s_vyxmutex{vyx_inter::Rank::StartStop};
+Lock s_vyxmutex{vyx_inter::Rank::StartStop};
 
 // Starts not yet matched by a stop, and which stages are up.
 static int32_t s_iInitCount VYX_GUARDED_BY(s_vyxmutex) = 0;
-static uint32_t s_bVyxInitNetwork = 0;
-static uint32_t s_bVyxInitMsgQ = 0;
-static uint32_t s_bVyxInitThreadPool = 0;
-static uint32_t s_bVyxTimedWait = 0;
-static uint32_t s_bVyxInitAtomic = 0;
+static uint32_t s_bVyxInitNetwork VYX_GUARDED_BY(s_vyxmutex) = 0;
+static uint32_t s_bVyxInitMsgQ VYX_GUARDED_BY(s_vyxmutex) = 0;
+static uint32_t s_bVyxInitThreadPool VYX_GUARDED_BY(s_vyxmutex) = 0;
+static uint32_t s_bVyxTimedWait VYX_GUARDED_BY(s_vyxmutex) = 0;
+static uint32_t s_bVyxInitAtomic VYX_GUARDED_BY(s_vyxmutex) = 0;
 
 namespace {
 
@@ -42,7 +40,7 @@ VYX_STAGE_S s_struStages[VYX_STAGE_COUNT] = {
 };
 
 // Result: true if every stage came up. Stages that did have their flag set.
-bool StartStages_Local() {
+bool StartStages_Local() VYX_REQUIRES(s_vyxmutex) {
     for (const VYX_STAGE_S &stage : s_struStages) {
         if (stage.fnStart() != VYX_OK)
             return false;

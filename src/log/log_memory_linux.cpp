@@ -2,7 +2,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "log/log_ring.h"
+#include "base/platform.h"
 
 void VYX_PopulateMemory_Inter(void *pMemory, size_t nSize) {
     const auto nPage = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/platform.h"
 #include "base/probes.h"
 
 using vyx_inter::Clock;

@@ -31,10 +31,6 @@ struct VYX_LOG_MEMORY_S {
     _LOG queue[kMostLines];
 };
 
-// Has the kernel give the memory its pages, without a change of what is in it, so that nobody who writes there waits for
-// them. Does nothing where the platform cannot. Defined per platform.
-void VYX_PopulateMemory_Inter(void *pMemory, size_t nSize);
-
 // Lines that the writer has taken out, oldest first.
 class LogBatch {
   public:

@@ -3,6 +3,7 @@
 #include <array>
 #include <unistd.h>
 
+#include "base/platform.h"
 #include "base/uncancelled.h"
 #include "log/log_targets.h"
 #include "thread/service_thread.h"

@@ -4,6 +4,7 @@
 #include <vyx/string.h>
 #include <vyx/sys.h>
 
+#include "base/platform.h"
 #include "net/adapter_inter.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <sys/sysctl.h>
 
+#include "base/platform.h"
 #include "net/adapter_inter.h"
 #include "net/route_walk.h"
 

@@ -59,12 +59,4 @@ class AdapterList {
 
 } // namespace vyx_inter
 
-VYX_BEGIN_DECLS
-
-// Puts the interfaces of this system and their addresses into the list. VYX_ERROR with errno if they cannot
-// be read or memory is short. No exception leaves it.
-int32_t VYX_ReadInterfaces_Inter(vyx_inter::AdapterList *pList);
-
-VYX_END_DECLS
-
 #endif

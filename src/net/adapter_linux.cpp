@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "base/descriptor.h"
+#include "base/platform.h"
 #include "net/adapter_inter.h"
 
 namespace {

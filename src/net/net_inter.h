@@ -23,11 +23,6 @@ char *VYX_InetNtop4(const uint8_t *pBytes4, char *szOut, int32_t iSize);
 // What the platform is told of a record's length: 16 for IPv4, 28 for anything else.
 socklen_t VYX_AddrLength_Inter(const VYX_ADDR_T *pAddr);
 
-// Sends what the socket takes at once, as send answers: -1 with EAGAIN if it takes nothing. Never blocks, whatever the
-// socket's mode is, which is the same afterwards; meanwhile it may be non-blocking for other threads, too. Defined per
-// platform.
-ssize_t VYX_SendNow_Inter(VYX_SOCK_T hSocket, const void *pBuf, size_t nLen);
-
 VYX_END_DECLS
 
 #endif

@@ -3,8 +3,8 @@
 #include <sys/socket.h>
 
 #include "base/errno_keeper.h"
+#include "base/platform.h"
 #include "base/uncancelled.h"
-#include "net/net_inter.h"
 
 ssize_t VYX_SendNow_Inter(VYX_SOCK_T hSocket, const void *pBuf, size_t nLen) {
     const int iFlags = fcntl(hSocket, F_GETFL, 0);

@@ -11,6 +11,7 @@
 #include <vyx/sys.h>
 
 #include "base/errno_keeper.h"
+#include "base/platform.h"
 #include "net/net_inter.h"
 #include "net/poll_limit.h"
 

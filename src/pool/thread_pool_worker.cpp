@@ -12,11 +12,11 @@
 #include <vyx/sys.h>
 #include <vyx/thread.h>
 
+#include "base/platform.h"
 #include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "pool/thread_pool_inter.h"
-#include "thread/service_thread.h"
 
 using vyx_inter::Answer;
 using vyx_inter::Cancellable;

@@ -15,11 +15,11 @@
 #include <vyx/thread.h>
 
 #include "base/describe.h"
+#include "base/platform.h"
 #include "base/probes.h"
 #include "base/spin.h"
 #include "base/uncancelled.h"
 #include "pool/thrmgr.h"
-#include "thread/service_thread.h"
 
 using vyx_inter::Cancellable;
 using vyx_inter::Clock;

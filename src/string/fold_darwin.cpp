@@ -1,5 +1,5 @@
 // Case tables, on Darwin: those of a thread's own locale are not to be had.
-#include "string/string_inter.h"
+#include "base/platform.h"
 
 const int32_t *VYX_UpperTable_Inter() {
     return nullptr;

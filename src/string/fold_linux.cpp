@@ -1,7 +1,7 @@
 // Case tables, on Linux: those of the C library, which its headers use themselves.
 #include <cctype>
 
-#include "string/string_inter.h"
+#include "base/platform.h"
 
 const int32_t *VYX_UpperTable_Inter() {
     return *__ctype_toupper_loc();

@@ -1,16 +1,13 @@
-// Inside the string functions: what each platform does in its own way, and what tests look at.
+// Inside the string functions: folding, and what tests look at.
 #ifndef VYX_STRING_STRING_INTER_H
 #define VYX_STRING_STRING_INTER_H
 
 #include <cctype>
 #include <vyx/string.h>
 
-VYX_BEGIN_DECLS
+#include "base/platform.h"
 
-// What toupper and tolower give for each byte, 0 to 255, in the calling thread's locale at this moment. Null where
-// the platform does not say.
-const int32_t *VYX_UpperTable_Inter(void);
-const int32_t *VYX_LowerTable_Inter(void);
+VYX_BEGIN_DECLS
 
 // VYX_Strncmp where the C library's comparisons give no more than a sign.
 int32_t VYX_CompareBySign_Inter(const char *szA, const char *szB, size_t nCount);

@@ -1,4 +1,4 @@
-#include "sync/sem_record.h"
+#include "base/platform.h"
 
 // The platform cannot read a semaphore's count, so the count is drained and posted anew.
 void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
@@ -6,6 +6,10 @@ void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
     }
     for (uint32_t i = 0; i < nInitial; ++i)
         (void)sem_post(pSem); // the platform accepted this count when it opened the semaphore
+}
+
+const char *VYX_SemNamePrefix_Inter() {
+    return "";
 }
 
 // The platform does not show its names.

@@ -1,7 +1,7 @@
 #include <cstdio>
 #include <unistd.h>
 
-#include "sync/sem_record.h"
+#include "base/platform.h"
 
 void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
     // A semaphore that was just created has its count already; looking first keeps a large one from costing
@@ -13,6 +13,10 @@ void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial) {
     }
     for (uint32_t i = 0; i < nInitial; ++i)
         (void)sem_post(pSem); // the platform accepted this count when it opened the semaphore
+}
+
+const char *VYX_SemNamePrefix_Inter() {
+    return ""; // the C library takes names with and without a slash for the same
 }
 
 bool VYX_SemNameIsTaken_Inter(const char *szName) {

@@ -1,7 +1,8 @@
 // The platform has no bounded wait for a semaphore: the sleep is the one without a limit, and timer_svc ends it.
 #include <cerrno>
 
-#include "sync/sem_sleep.h"
+#include "base/deadline.h"
+#include "base/platform.h"
 
 bool VYX_SemSleep_Inter(sem_t *pSem, const vyx_inter::Deadline &deadline) {
     if (sem_trywait(pSem) == 0)

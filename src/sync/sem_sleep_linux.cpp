@@ -2,7 +2,8 @@
 #include <cerrno>
 #include <ctime>
 
-#include "sync/sem_sleep.h"
+#include "base/deadline.h"
+#include "base/platform.h"
 
 bool VYX_SemSleep_Inter(sem_t *pSem, const vyx_inter::Deadline &deadline) {
     const int64_t iMicros = deadline.Micros();

@@ -21,10 +21,10 @@
 #include "sync/sem_wait.h"
 
 #include "base/describe.h"
+#include "base/platform.h"
 #include "base/probes.h"
 #include "base/uncancelled.h"
 #include "sync/sem_record.h"
-#include "sync/sem_sleep.h"
 
 using vyx_inter::Clock;
 using vyx_inter::Condition;
@@ -33,11 +33,12 @@ using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Rank;
 
+Lock s_hSemLock{Rank::SemWaits};
+
 namespace {
 
-Lock s_hSemLock{Rank::SemWaits};
 vyx_inter::List<TIMED_SEM_S, &TIMED_SEM_S::all> s_struTimeSems VYX_GUARDED_BY(s_hSemLock);
-std::atomic<bool> s_bStarted{false}; // changed under s_hSemLock
+std::atomic<bool> s_bStarted{false}; // changed with s_hSemLock held, so that no waiter misses it
 Condition s_wokenCond;               // broadcast when a sleeper that was woken is awake; with s_hSemLock
 Condition s_serviceCond;             // where the service sleeps; with s_hSemLock
 

@@ -8,19 +8,22 @@
 #include "base/fork.h"
 #include "base/list.h"
 
-// One bounded wait that did not end at once. Lies on its waiter's stack; guarded by s_hSemLock.
+// Guards all bounded waits for semaphores.
+extern vyx_inter::Lock s_hSemLock;
+
+// One bounded wait that did not end at once. Lies on its waiter's stack.
 struct TIMED_SEM_S {
-    VYX_SEM_S *pSemaphore;        // what is waited for
-    vyx_inter::Deadline deadline; // on the wall clock
-    pthread_t hThread;            // who waits
-    uint32_t nThread;             // as the system numbers it; 0 where it does not tell
-    bool bAsleep;                 // in the platform's wait, as the first for its semaphore
-    bool bWoken;                  // while it is asleep: a count was posted to wake it
-    bool bEnded;                  // the library was stopped
+    VYX_SEM_S *pSemaphore;                       // what is waited for
+    vyx_inter::Deadline deadline;                // on the wall clock
+    pthread_t hThread;                           // who waits
+    uint32_t nThread VYX_GUARDED_BY(s_hSemLock); // as the system numbers it; 0 where it does not tell
+    bool bAsleep VYX_GUARDED_BY(s_hSemLock);     // in the platform's wait, as the first for its semaphore
+    bool bWoken VYX_GUARDED_BY(s_hSemLock);      // while it is asleep: a count was posted to wake it
+    bool bEnded VYX_GUARDED_BY(s_hSemLock);      // the library was stopped
     vyx_inter::Condition
         turn; // where it sleeps when it is not the first; signalled when there is news for it
-    vyx_inter::Links<TIMED_SEM_S> all;
-    vyx_inter::Links<TIMED_SEM_S> same; // for the same semaphore
+    vyx_inter::Links<TIMED_SEM_S> all VYX_GUARDED_BY(s_hSemLock);
+    vyx_inter::Links<TIMED_SEM_S> same VYX_GUARDED_BY(s_hSemLock); // for the same semaphore
 };
 
 VYX_BEGIN_DECLS

@@ -15,6 +15,7 @@
 #include "base/describe.h"
 #include "base/list.h"
 #include "base/lock.h"
+#include "base/platform.h"
 #include "base/probes.h"
 #include "sync/sem_record.h"
 
@@ -24,12 +25,12 @@ static_assert(sizeof(vyx::vyx_sem) == sizeof(void *) && std::has_virtual_destruc
 // Ready at all times and never destroyed, since a semaphore may be created while the library stops.
 VYX_MUTEX_T s_hCreateLock = PTHREAD_MUTEX_INITIALIZER;
 
+vyx_inter::Lock s_hNameLock{vyx_inter::Rank::SemNames};
+
 namespace {
 
 constexpr int32_t kNameCount = 32767; // names in all, and attempts to find a free one
 
-// Held while the C library opens and closes semaphores: it has a lock there that a forked child inherits as it is.
-vyx_inter::Lock s_hNameLock{vyx_inter::Rank::SemNames};
 vyx_inter::ForkHold s_forkHold(s_hNameLock);
 
 // Those that are open, for tools.
@@ -51,7 +52,7 @@ int32_t NextNumber_Local() {
 // Opens a semaphore under the first free name, which it leaves in szName. SEM_FAILED with errno otherwise.
 sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
     for (int32_t iAttempt = 0; iAttempt < kNameCount; ++iAttempt) {
-        (void)std::snprintf(szName, sizeof szName, "vyx_named_semaphore_%05d",
+        (void)std::snprintf(szName, sizeof szName, "%svyx_named_semaphore_%05d", VYX_SemNamePrefix_Inter(),
                             static_cast<int>(NextNumber_Local()));
         // Behind one name that is taken there may be thousands, and opening finds that out in ten times the time.
         if (iAttempt > 0 && VYX_SemNameIsTaken_Inter(szName))

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <vyx/thread.h>
 
+#include "base/platform.h"
 #include "sync/cond_wait.h"
 #include "sync/sem_wait.h"
 #include "thread/service_thread.h"
@@ -16,14 +17,14 @@ namespace {
 constexpr uint32_t kStackSize = 262144; // bytes
 
 std::atomic<int32_t> s_bBreakTimer{1};
-VYX_THREAD_T s_hThreadId = VYX_INVALID_THREAD; // under the start/stop mutex
+VYX_THREAD_T s_hThreadId VYX_GUARDED_BY(s_vyxmutex) = VYX_INVALID_THREAD;
 
 } // namespace
 
 const vyx_inter::ForkRow g_struTimedWaitForkRow = {
     [] {},
     [] {},
-    [] {
+    []() VYX_UNCHECKED { // the only thread
         s_bBreakTimer.store(1);
         s_hThreadId = VYX_INVALID_THREAD;
     },

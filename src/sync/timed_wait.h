@@ -6,12 +6,13 @@
 #include <vyx/sync.h>
 
 #include "base/fork.h"
+#include "base/start_stop.h"
 
 VYX_BEGIN_DECLS
 
-// Start and stop, under the start/stop mutex. Start: 0 running, -1 no thread to be had. Stop: 0.
-int32_t VYX_InitTimeWait_Inter(void);
-int32_t VYX_FiniTimedWait_Inter(void);
+// Start and stop. Start: 0 running, -1 without a thread. Stop: 0.
+int32_t VYX_InitTimeWait_Inter(void) VYX_REQUIRES(s_vyxmutex);
+int32_t VYX_FiniTimedWait_Inter(void) VYX_REQUIRES(s_vyxmutex);
 
 // Bounded waits that have begun and not ended, of both kinds.
 uint32_t VYX_TimedWaitPending_Inter(void);

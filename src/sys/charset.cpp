@@ -5,7 +5,7 @@
 #include <iconv.h>
 #include <vyx/sys.h>
 
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 namespace {
 

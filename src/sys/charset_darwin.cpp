@@ -1,4 +1,4 @@
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 // Since version 14.
 bool VYX_IconvReplaces_Inter(void) {

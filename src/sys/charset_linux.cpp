@@ -1,4 +1,4 @@
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 bool VYX_IconvReplaces_Inter(void) {
     return false;

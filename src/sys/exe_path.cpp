@@ -3,8 +3,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vyx/sys.h>
 
-#include "sys/file_inter.h"
+#include "base/platform.h"
 
 int32_t VYX_GetCurExePath(char *szBuf, uint32_t nSize) {
     constexpr size_t kLongest = 1024; // with the terminating zero

@@ -2,7 +2,7 @@
 #include <cerrno>
 #include <unistd.h>
 
-#include "sys/file_inter.h"
+#include "base/platform.h"
 
 int32_t VYX_ExecutablePath_Inter(char *szBuf, uint32_t nSize) {
     const ssize_t iLength = readlink("/proc/self/exe", szBuf, nSize);

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.h"
+#include "base/platform.h"
 #include "sys/file_inter.h"
 
 namespace {

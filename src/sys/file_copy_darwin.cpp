@@ -1,7 +1,7 @@
 // What copying a file needs of Darwin, which has no call that copies a part of a file within the kernel.
 #include <cerrno>
 
-#include "sys/file_inter.h"
+#include "base/platform.h"
 
 ssize_t VYX_CopyInKernel_Inter(int /*iSource*/, int /*iTarget*/, off_t /*iOffset*/, size_t /*nLength*/) {
     errno = ENOTSUP;

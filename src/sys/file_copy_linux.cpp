@@ -1,7 +1,8 @@
 // What copying a file needs of Linux.
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "sys/file_inter.h"
+#include "base/platform.h"
 
 ssize_t VYX_CopyInKernel_Inter(int iSource, int iTarget, off_t iOffset, size_t nLength) {
     off_t iFrom = iOffset;

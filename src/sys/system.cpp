@@ -6,7 +6,7 @@
 #include <vyx/sys.h>
 #include <vyx/time.h>
 
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48 && sizeof(VYX_CPU_PERFORMANCE_T) == 56);

@@ -1,7 +1,7 @@
 #include <sys/sysctl.h>
 #include <uuid/uuid.h>
 
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 int32_t VYX_CountProcessors_Inter(void) {
     int iName[2] = {CTL_HW, HW_NCPU};

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "base/descriptor.h"
-#include "sys/sys_inter.h"
+#include "base/platform.h"
 
 namespace {
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <csignal>
 
+#include "base/platform.h"
+
 VYX_THREAD_T VYX_StartServiceThread_Inter(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize) {
     const uint64_t nWhole = std::min<uint64_t>(nStackSize + VYX_StackTaken_Inter(), UINT32_MAX);
     sigset_t setAll;

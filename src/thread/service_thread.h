@@ -11,13 +11,6 @@ VYX_BEGIN_DECLS
 // has for itself, whatever the program's thread-local variables take.
 VYX_THREAD_T VYX_StartServiceThread_Inter(VYX_THREAD_PROC fnStart, void *pParam, uint32_t nStackSize);
 
-// Bytes that the platform takes from every thread's stack for thread-local variables. Defined per platform.
-uint64_t VYX_StackTaken_Inter(void);
-
-// Gives the calling thread the name that debuggers and process listings show; at most 15 characters. Defined
-// per platform.
-void VYX_NameThread_Inter(const char *szName);
-
 VYX_END_DECLS
 
 #endif

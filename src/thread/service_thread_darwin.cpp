@@ -1,4 +1,4 @@
-#include "thread/service_thread.h"
+#include "base/platform.h"
 
 // Thread-local variables are on the heap.
 uint64_t VYX_StackTaken_Inter(void) {

@@ -1,7 +1,7 @@
 #include <link.h>
 
 #include "base/first_init.h"
-#include "thread/service_thread.h"
+#include "base/platform.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "base/describe.h"
 #include "base/lock.h"
-#include "time/time_inter.h"
+#include "base/platform.h"
 
 using vyx_inter::LockGuard;
 

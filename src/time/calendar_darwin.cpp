@@ -1,6 +1,9 @@
 // The zone record of gettimeofday would tell the offset, but the C library fills it in once for the life of the process:
 // a change of the zone never shows there. So what it is made of is asked anew.
-#include "time/time_inter.h"
+#include <ctime>
+#include <sys/time.h>
+
+#include "base/platform.h"
 
 namespace {
 

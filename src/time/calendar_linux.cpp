@@ -1,6 +1,8 @@
 // The C library keeps the zone in variables, and leaves the zone record of gettimeofday empty. Other threads may have
 // tzset change the variables meanwhile, hence the atomic looks.
-#include "time/time_inter.h"
+#include <ctime>
+
+#include "base/platform.h"
 
 namespace {
 

@@ -36,7 +36,7 @@ int32_t Start() {
 }
 
 template <int N>
-int32_t Stop() {
+int32_t Stop() VYX_REQUIRES(s_vyxmutex) {
     s_events.push_back(-N);
     s_nFlagsDuringStop += *VYX_Stages_Inter()[N - 1].pFlag;
     if (-N == s_throwing)
@@ -55,7 +55,7 @@ class Lifecycle : public testing::Test {
     }
     ~Lifecycle() override { std::copy_n(m_saved.begin(), VYX_STAGE_COUNT, VYX_Stages_Inter()); }
 
-    static uint32_t FlagsSet() {
+    static uint32_t FlagsSet() VYX_UNCHECKED {
         uint32_t nSum = 0;
         for (uint32_t i = 0; i < VYX_STAGE_COUNT; ++i)
             nSum += *VYX_Stages_Inter()[i].pFlag;

@@ -8,7 +8,7 @@ set(here ${CMAKE_CURRENT_SOURCE_DIR})
 add_test(NAME Package.Install COMMAND sh ${here}/install.sh ${CMAKE_COMMAND} ${PROJECT_BINARY_DIR} ${scratch} $<CONFIG>)
 set_tests_properties(Package.Install PROPERTIES FIXTURES_SETUP vyx_package)
 
-if(VYX_PLATFORM STREQUAL "linux")
+if("elf" IN_LIST VYX_PLATFORM_HAS)
   add_test(NAME Package.Tree COMMAND ${CMAKE_COMMAND} -E env READELF=${CMAKE_READELF} sh ${here}/tree.sh
            ${prefix} ${libdir} ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR} ${PROJECT_VERSION})
 endif()

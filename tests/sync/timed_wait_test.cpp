@@ -14,8 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/platform.h"
 #include "sync/sem_record.h"
-#include "sync/sem_sleep.h"
 #include "sync/timed_wait.h"
 #include "sync/timed_wait_support.h"
 

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/platform.h"
 #include "thread/service_thread.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // What is read from the clock and the calendar, with a platform that the test sets: the wrap of the tick comes once in
 // seven weeks, and zone files belong to the system.
-#include "time/time_inter.h" // compiled with _TIME_BITS=64, as the library's part that asks the platform
+#include "base/platform.h" // compiled with _TIME_BITS=64, as the library's part that asks the platform
 
 #include <cstdlib>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "base/fork.h"
+#include "base/platform.h"
 
 uint32_t vyx_inter::OwnerOf(const pthread_mutex_t & /*hMutex*/) {
     return 0;
