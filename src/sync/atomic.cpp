@@ -20,21 +20,16 @@ const vyx_inter::ForkRow g_struAtomicForkRow = {
     [] { (void)s_forkHold.InChild(); },
 };
 
-// Starts of the stage that have not been stopped. Changed under the start/stop mutex.
-static int32_t s_iInitCount = 0;
-
 // The callers' unlocked look. A stale value is harmless: the swap that follows then stores nothing.
 static uint32_t Read_Local(const volatile uint32_t *pDest) {
     return __atomic_load_n(pDest, __ATOMIC_RELAXED);
 }
 
 int32_t VYX_InitAtomic_Inter(void) {
-    ++s_iInitCount;
     return VYX_OK;
 }
 
 int32_t VYX_FiniAtomic_Inter(void) {
-    --s_iInitCount;
     return VYX_OK;
 }
 

@@ -1,4 +1,4 @@
-// The stage of the library's start that counts users of the atomic operations.
+// The stage of the atomic operations, and what a fork does to them.
 #ifndef VYX_SYNC_ATOMIC_INTER_H
 #define VYX_SYNC_ATOMIC_INTER_H
 
@@ -8,7 +8,7 @@
 
 VYX_BEGIN_DECLS
 
-// Start and stop of the stage; counted. Both return 0.
+// Start and stop of the stage. Both return 0 and do nothing: the operations are exact at any time.
 int32_t VYX_InitAtomic_Inter(void);
 int32_t VYX_FiniAtomic_Inter(void);
 

@@ -4,15 +4,32 @@
 // it.
 #include "sync/cond_wait.h"
 
+#include <atomic>
 #include <unistd.h>
 
 #include "base/describe.h"
+#include "base/list.h"
 #include "base/probes.h"
 
 using vyx_inter::Clock;
 using vyx_inter::Deadline;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
+
+static Lock s_hCondLock{vyx_inter::Rank::CondWaits};
+
+// One bounded wait. Lies on its waiter's stack.
+struct TIMED_COND_S {
+    VYX_COND_T *condition;        // the caller's
+    VYX_MUTEX_T *mutex;           // the caller's, held by it around the wait
+    vyx_inter::Deadline deadline; // as asked for, on the wall clock
+    uint32_t
+        nThread VYX_GUARDED_BY(s_hCondLock); // who waits, as the system numbers it; 0 where it does not tell
+    uint32_t nForks VYX_GUARDED_BY(s_hCondLock); // when it was registered
+    std::atomic<bool> bEnded;                    // the library was stopped
+    bool bWoken VYX_GUARDED_BY(s_hCondLock);     // and nothing is left to do for it
+    vyx_inter::Links<TIMED_COND_S> all VYX_GUARDED_BY(s_hCondLock);
+};
 
 namespace {
 
@@ -21,7 +38,6 @@ constexpr useconds_t kFirstPause =
     100;                            // microseconds before the stop tries a busy mutex again, then twice that
 constexpr uint32_t kStopTries = 12; // and so on, for less than half a second
 
-Lock s_hCondLock{vyx_inter::Rank::CondWaits};
 vyx_inter::List<TIMED_COND_S, &TIMED_COND_S::all> s_struTimeConds VYX_GUARDED_BY(s_hCondLock);
 std::atomic<uint32_t> s_nWaits{0}; // how many these are
 std::atomic<bool> s_bStarted{false};

@@ -2,24 +2,9 @@
 #ifndef VYX_SYNC_COND_WAIT_H
 #define VYX_SYNC_COND_WAIT_H
 
-#include <atomic>
-
 #include <vyx/sync.h>
 
 #include "base/fork.h"
-#include "base/list.h"
-
-// One of them. Lies on its waiter's stack; guarded by s_hCondLock, but for what is atomic.
-struct TIMED_COND_S {
-    VYX_COND_T *condition;        // the caller's
-    VYX_MUTEX_T *mutex;           // the caller's, held by it around the wait
-    vyx_inter::Deadline deadline; // as asked for, on the wall clock
-    uint32_t nThread;             // who waits, as the system numbers it; 0 where it does not tell
-    uint32_t nForks;              // when it was registered
-    std::atomic<bool> bEnded;     // the library was stopped
-    bool bWoken;                  // and nothing is left to do for it
-    vyx_inter::Links<TIMED_COND_S> all;
-};
 
 VYX_BEGIN_DECLS
 
