@@ -36,3 +36,14 @@ const VYX_LOG_TARGET_S g_struLogTargets[] = {
     {"file", WriteToFiles_Local, Handed::ByBatch, SwitchFilesOn_Local, SwitchFilesOff_Local},
 };
 const uint32_t g_nLogTargets = std::size(g_struLogTargets);
+
+// Never called: has the compiler name an enumerator that is forgotten here, and the number of rows that there must be.
+[[maybe_unused]] static void EachTargetHasARow_Local(log_services eTarget) {
+    switch (eTarget) {
+    case VYX_LOG_TARGET_CONSOLE:
+    case VYX_LOG_TARGET_DEBUG:
+    case VYX_LOG_TARGET_FILE:
+        static_assert(std::size(g_struLogTargets) == VYX_LOG_TARGET_FILE + 1,
+                      "a row for each target, in their order");
+    }
+}

@@ -1,4 +1,5 @@
-// What log lines go to. A target is an enumerator of log_services, a row of the table and its write function.
+// What log lines go to. A target is an enumerator of log_services, a row of the table and its write function; the compiler
+// names an enumerator without a row.
 #ifndef VYX_LOG_LOG_TARGETS_H
 #define VYX_LOG_LOG_TARGETS_H
 
