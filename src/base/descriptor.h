@@ -9,8 +9,8 @@
 
 namespace vyx_inter {
 
-// Closes its descriptor and keeps errno as it was. A thread that is cancelled while it closes goes on until it comes
-// to its next call: no destructor may be left half-way.
+// Closes its descriptor and keeps errno as it was. A thread that is cancelled meanwhile goes on to the next
+// point where it can be cancelled: no destructor may be left half-way.
 class Descriptor {
   public:
     explicit Descriptor(int iFd) : m_iFd(iFd) {}
@@ -19,7 +19,7 @@ class Descriptor {
             return;
         const ErrnoKeeper keeper;
         const Uncancelled uncancelled;
-        (void)close(m_iFd); // nothing is left to be done about it
+        (void)close(m_iFd); // a failure is of no use to anybody
     }
     Descriptor(const Descriptor &) = delete;
     Descriptor &operator=(const Descriptor &) = delete;

@@ -103,7 +103,7 @@ int32_t VYX_InitEx(void) {
 }
 
 int32_t VYX_Fini(void) {
-    const vyx_inter::Uncancelled uncancelled; // nobody else finishes it
+    const vyx_inter::Uncancelled uncancelled; // a stop that has begun is finished
     const LockGuard guard(s_vyxmutex);
     // Deliberate: no check for 0. An unmatched stop makes the counter -1, and the next start only brings it
     // back to 0. Pinned by Lifecycle.UnmatchedStopEatsTheNextStart.

@@ -50,12 +50,12 @@ int32_t PrintLine_Local(char (&szLine)[kLineSize], log_level eLevel, const char 
 int32_t PrintLine_Local(char (&szLine)[kLineSize], log_level eLevel, const char *szFile, int32_t iLine,
                         const char *szFormat, va_list args) {
     constexpr uint32_t kMost = kTextLimit - 1; // bytes of header and text
-    const int iError = errno;
+    const vyx_inter::ErrnoKeeper keeper;
     const int32_t iHeader = VYX_LogHeader_Inter(szLine, kTextLimit, eLevel, szFile, iLine);
     if (iHeader < 0)
         return -7;
     const uint32_t nHeader = std::min(static_cast<uint32_t>(iHeader), kMost);
-    errno = iError; // the format may ask for it
+    keeper.Restore(); // the format may ask for it
     const int32_t iText = VYX_LogText_Inter(szLine + nHeader, kTextLimit - nHeader, szFormat, args);
     if (iText < 0)
         return -7;

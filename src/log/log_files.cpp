@@ -20,14 +20,14 @@ constexpr uint32_t kDefaultFileSize = 2097152;
 constexpr int32_t kWrappedFiles = 100;
 constexpr int32_t kLastIndex = INT32_MAX - 1; // its number is the last one
 constexpr int32_t kFromEnd = 2;
-// A program that a fork's child executes has no business with the file.
+// Closed in a program that a forked child executes.
 constexpr int kOpenFlags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC;
 
 // How far a write has come.
 struct Reached {
     iovec *pLine;   // the first line that is not written
     int64_t iWhole; // bytes of the lines before it
-    size_t nCut;    // bytes of it that are written after all
+    size_t nCut;    // bytes of that line that are written all the same
 };
 
 // Writes the lines from pLine to pEnd, if need be in several steps, up to one that cannot be written.
@@ -60,11 +60,12 @@ iovec *WriteRun_Local(VYX_FILE_T hFile, int64_t iSize, iovec *pLine, iovec *pEnd
     if (reached.pLine == pEnd)
         return pEnd;
     if (reached.nCut > 0 && ftruncate(hFile, iSize + reached.iWhole) != 0)
-        return reached.pLine + 1; // a device: what it took, it has
+        return reached.pLine + 1; // a device, from which nothing can be taken back
     return reached.pLine + 1;
 }
 
-// The first line of those from pLine to pEnd that does not fit into iRoom bytes any more. The first one is not asked.
+// The first of the lines from pLine to pEnd that does not fit into iRoom bytes with those before it. The line at pLine
+// counts as fitting in any case.
 iovec *EndOfFitting_Local(iovec *pLine, const iovec *pEnd, int64_t iRoom) {
     do
         iRoom -= static_cast<int64_t>(pLine->iov_len);
@@ -120,7 +121,7 @@ void LogFiles::Forget() {
 /* ---- Writing */
 
 void LogFiles::Close() {
-    // First: a child forked in between must not close somebody else's descriptor.
+    // Forgotten before it is closed: a child forked in between would close a descriptor that is somebody else's by then.
     const VYX_FILE_T hFile = std::exchange(m_hFile, VYX_INVALID_FILE);
     (void)VYX_CloseFile(hFile); // also where none is open
 }
@@ -137,7 +138,9 @@ void LogFiles::Rotate() {
 
 bool LogFiles::Open() {
     const Name working = MakeFileName(true);
-    (void)VYX_DeleteFile(MakeFileName(false).szPath); // of an earlier turn or run; there may be none
+    (void)VYX_DeleteFile(
+        MakeFileName(false)
+            .szPath); // left by an earlier run, or before the numbers wrapped; there may be none
     m_hFile = open(working.szPath, kOpenFlags, S_IWUSR);
     if (m_hFile != VYX_INVALID_FILE)
         return true;

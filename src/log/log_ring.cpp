@@ -81,7 +81,7 @@ void LogRing::Populate() {
     VYX_PopulateMemory_Inter(pMemory, offsetof(VYX_LOG_MEMORY_S, queue) + sizeof(pMemory->queue) / 3);
 }
 
-// All lines are written: the next one goes to the ring's start, which need not be gone round.
+// All lines are written: the next one goes to the start of the ring.
 void LogRing::Clear() {
     m_nPut = 0;
     m_nFree = kRingSize;
@@ -162,13 +162,13 @@ void LogRing::Close() {
     m_wake.Signal();
 }
 
-// Where it cannot be told who holds the lock, that is this thread, interrupted just when it took the lock or gave it
-// back: it has it now. No check of the order of locks, of which the interrupted thread may hold any.
+// Afterwards this thread has the lock. Where the platform cannot tell the holder, it had it before: a signal interrupted
+// it while it was taking or releasing the lock. The order of locks is not checked, as the interrupted code may hold any.
 bool LogRing::Finish() VYX_UNCHECKED {
     vyx_inter::ForkHold hold(m_lock);
     hold.Before();
     if (hold.IsOthers())
-        return false; // it was stopped in there: better to lose lines than never to end
+        return false; // and never gives it back: it is better to lose lines than never to end
     m_bOpen = false;
     m_bQuit = true;
     m_bForGood = true;

@@ -121,7 +121,7 @@ int LogService::SwitchFileService(bool on, const char *path, unsigned int size, 
     return 0;
 }
 
-// The target goes off. It gets what was queued for it first.
+// Switches the target off, after it has got the lines that are queued for it.
 void LogService::Close(uint32_t nTarget) {
     (void)m_ring.Switch(nTarget, false);
     m_ring.AwaitWritten();
@@ -166,7 +166,7 @@ void LogService::AfterForkInChild() {
         Forget(); // also without a writer: a thread may just have been about to start it
 }
 
-// For a child that came to be without the handlers of a fork, such as by _Fork: it must at least be able to stop and end.
+// For a child that was made without the handlers of a fork, by _Fork for one: it must at least be able to stop and end.
 void LogService::ForgetIfForked() {
     if (m_iOwner != getpid())
         Forget();

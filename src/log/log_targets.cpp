@@ -17,7 +17,7 @@ void WriteToDebug_Local(LogFiles & /*files*/, iovec *pLines, uint32_t nLines) {
 }
 
 void WriteToFiles_Local(LogFiles &files, iovec *pLines, uint32_t nLines) {
-    (void)files.InputDataToFile(pLines, nLines); // it has said what it could not open
+    (void)files.InputDataToFile(pLines, nLines); // a file that could not be opened has been reported
 }
 
 int SwitchFilesOn_Local(LogFiles &files, const void *pParam, uint32_t nSize, uint32_t nWrap) {

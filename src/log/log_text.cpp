@@ -11,7 +11,7 @@ using vyx_inter::Printer;
 
 namespace {
 
-// Whatever has to be passed by reference through functions: a va_list may be an array.
+// A va_list in a record, so that functions can take it by reference: where it is an array, it cannot be passed so.
 struct Arguments {
     va_list list;
 };

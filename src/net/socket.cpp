@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "base/units.h"
 #include "net/net_inter.h"
 
 namespace {
@@ -36,11 +37,12 @@ int32_t SetLinger_Local(VYX_SOCK_T hSocket, int iOn, int iSeconds) {
 int32_t SetTimeValue_Local(VYX_SOCK_T hSocket, int iOption, int32_t iMilliseconds) {
     if (iMilliseconds == 0)
         return VYX_OK;
+    constexpr auto kPerSecond = static_cast<int32_t>(vyx_inter::kMillisPerSecond);
     struct timeval value = {};
-    value.tv_sec = iMilliseconds / 1000;
+    value.tv_sec = iMilliseconds / kPerSecond;
     // Deliberate: the remainder is stored as it is, not scaled. Pinned by
     // Answers.OptionsReachTheirLevelAndOption.
-    value.tv_usec = iMilliseconds % 1000;
+    value.tv_usec = iMilliseconds % kPerSecond;
     return setsockopt(hSocket, SOL_SOCKET, iOption, &value, sizeof value);
 }
 

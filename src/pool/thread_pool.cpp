@@ -72,7 +72,7 @@ uint32_t FindPlace_Local(THREAD_POOL_T &pool, bool bFree) VYX_REQUIRES(pool.hLoc
     return PlaceSet::kNone;
 }
 
-// Result: a worker's record for that place, with its semaphore; null, with a message, if they are not to be had.
+// Result: a worker's record for that place, with its semaphore; null, with a message, if one of the two cannot be made.
 THREAD_INFO_T *MakeWorker_Local(THREAD_POOL_T &pool, uint32_t nPlace) VYX_REQUIRES(pool.hLock) {
     // By place: a place below nInitCount may have been given up and taken again by a later worker, which then stays.
     const uint32_t nIdleTimeOut = nPlace < pool.nInitCount ? VYX_INFINITE : pool.nIdleTimeOut;
@@ -246,7 +246,7 @@ Answer OfferItem_Local(THREAD_POOL_T &pool, uint32_t nEra, WaitingCaller &caller
         return Answer::Refused;
     THREAD_INFO_T *pWorker = nullptr;
     if (ClaimWorker_Local(pool, &pWorker) != VYX_OK) {
-        (void)AnswerFirst_Local(pool, Answer::Again); // the room is the next one's to try for
+        (void)AnswerFirst_Local(pool, Answer::Again); // the next caller that waits may try to start a worker
         return Answer::Refused;
     }
     if (pWorker != nullptr) {

@@ -134,7 +134,7 @@ struct alignas(64) THREAD_POOL_T {
 
 VYX_BEGIN_DECLS
 
-// Start and stop of the registry's stage, under the start/stop mutex. Both return 0. The start empties the
+// Start and stop of the registry's stage. Both return 0. The start empties the
 // registry: pools that were not destroyed before the last stop are forgotten, and their workers with them.
 int32_t VYX_InitThreadPool_Inter(void);
 int32_t VYX_FiniThreadPool_Inter(void);

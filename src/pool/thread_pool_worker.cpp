@@ -1,7 +1,7 @@
 // The workers of the fixed pools: their life and their end.
 //
 // A worker sleeps on its own semaphore. Whoever gives it something does so under the pool's hLock and posts
-// last: an item goes only to an idle worker, and one that does not stand in its place any more is posted for to end. A
+// last: an item goes only to an idle worker, and a worker that was taken out of its place is posted so that it ends. A
 // worker that is given an item runs it in any case, so that an accepted item is never lost. A worker whose time is
 // out looks at its semaphore once more under the same lock, and retires only if nobody has posted.
 //
@@ -60,7 +60,7 @@ class Worker {
             Leave_Local(*m_pInfo->pThreadPool, *m_pInfo);
         }
         t_pOwnRecord =
-            nullptr; // the thread's own destructors may still destroy pools, and other records come here
+            nullptr; // the thread's own destructors may still destroy pools, and this memory may hold another record
         (void)VYX_SemDestroy(&m_pInfo->hSem);
         delete m_pInfo;
     }
@@ -102,7 +102,7 @@ Step RunItem_Local(THREAD_POOL_T &pool, THREAD_INFO_T &info) {
     {
         const Cancellable cancellable;
         (void)info.fWork(info.pParam);
-        pthread_testcancel(); // what was meant for this item does not end the next
+        pthread_testcancel(); // a cancellation meant for this item must not end the next one
     }
     const LockGuard guard(pool.hLock);
     if (!Belongs_Local(pool, info))
@@ -139,7 +139,7 @@ void *f_Thread_Svc(void *pParam) {
     }
     auto &info = *static_cast<THREAD_INFO_T *>(pParam);
     THREAD_POOL_T &pool = *info.pThreadPool;
-    // Elsewhere than in an item a worker is not cancelled: asleep it may have been given one already.
+    // A worker can be cancelled in an item only: in its sleep it may already have been given one.
     const Uncancelled uncancelled;
     const Worker worker(&info);
     for (Step eStep = Step::Wait; eStep != Step::End;)

@@ -113,7 +113,8 @@ void Delist_Local(const thrmgr_pool_t &pool) {
 
 ForkHold s_forkHold(g_hFlexLock);
 
-// The three steps of a fork. While the list's lock is not to be had nothing is known of the pools.
+// The three steps of a fork. Where the list's lock could not be taken, the list may be half changed, and the pools are
+// left alone.
 void BeforeFork_Local() VYX_UNCHECKED {
     s_forkHold.Before();
     for (auto *pPool = s_forkHold.IsWhole() ? s_pFlexPools : nullptr; pPool != nullptr; pPool = pPool->pNext)
@@ -256,14 +257,14 @@ const vyx_inter::ForkRow g_struFlexForkRow = {BeforeFork_Local, AfterForkInParen
 
 void *thrmgr_worker(void *pPool) {
     auto &pool = *static_cast<thrmgr_pool_t *>(pPool);
-    // Elsewhere than in the handler a worker is not cancelled: asleep it may have been woken for an item already.
+    // A worker can be cancelled in the handler only: in its sleep it may already have been woken for an item.
     const Uncancelled uncancelled;
     const Worker worker(pool);
     void *pData = nullptr;
     while (t_pOwnPool != nullptr && NextItem_Local(pool, &pData)) {
         const Cancellable cancellable;
         pool.fnHandler(pData);
-        pthread_testcancel(); // what was meant for this item does not end the next
+        pthread_testcancel(); // a cancellation meant for this item must not end the next one
     }
     return nullptr;
 }
@@ -300,7 +301,7 @@ int32_t VYX_ThreadPoolFlex_Work(VYX_HANDLE_THREADPOOLFLEX hPool, void *pData) {
         if (bWake)
             ++pool.nWoken;
     }
-    if (bWake) // now that the lock is free, so that the sleeper does not meet it
+    if (bWake) // after the lock is released, so that the woken worker need not wait for it
         pool.work.Signal();
     return VYX_OK;
 }

@@ -1,4 +1,4 @@
-// Case tables, on Darwin: those of a thread's own locale are not to be had.
+// Case tables, on Darwin: the platform does not offer those of a thread's own locale.
 #include "base/platform.h"
 
 const int32_t *VYX_UpperTable_Inter() {

@@ -34,7 +34,7 @@ class Converter {
     iconv_t m_hConverter;
 };
 
-// The whole text in the other set; an empty one if that cannot be had.
+// The whole text in the other set; empty if it cannot be converted.
 std::string Convert_Local(const char *szText, const char *szTo, const char *szFrom) {
     const Converter converter(szTo, szFrom);
     if (!converter.IsOpen())

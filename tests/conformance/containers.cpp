@@ -9,39 +9,47 @@ namespace transcript {
 
 namespace {
 
-int s_items[64]; // data of the tables
+constexpr uint32_t kKeys = 40;
+int s_items[kKeys + 1]; // data of the tables
 
 long Index(const void *pData) {
     return pData == nullptr ? -1 : static_cast<const int *>(pData) - s_items;
+}
+
+// Random calls of a table of either kind. The key is known by a number, which is printed.
+template <class Header, class Number, class Enter, class Remove, class Find>
+void Play(const void *pTable, Number fnNumber, Enter fnEnter, Remove fnRemove, Find fnFind) {
+    const auto *pHeader = static_cast<const Header *>(pTable);
+    for (int i = 0; i < 100; ++i) {
+        const uint32_t nKey = Random(kKeys);
+        const uint32_t nAction = Random(4);
+        void *pData = nullptr;
+        const int32_t iResult = nAction < 2    ? fnEnter(nKey, &s_items[nKey + (Random(8) == 0 ? 1 : 0)])
+                                : nAction == 2 ? fnRemove(nKey)
+                                               : fnFind(nKey, &pData);
+        Line("%s %u: %d %ld, size %u filled %u",
+             nAction < 2    ? "enter"
+             : nAction == 2 ? "remove"
+                            : "find",
+             fnNumber(nKey), iResult, Index(pData), pHeader->size, pHeader->filled);
+    }
 }
 
 void TextTable(uint32_t nWish) {
     void *pTable = nullptr;
     Section("text table of " + std::to_string(nWish));
     Line("create: %d", VYX_SimpleHashCreate(nWish, &pTable));
-    const auto *pHeader = static_cast<const struct VYX_HSEARCH_DATA *>(pTable);
-    static std::array<std::string, 40> keys;
+    std::array<std::string, kKeys> keys;
     for (size_t n = 0; n < keys.size(); ++n)
         keys[n] = std::string(n % 7, 'k') + std::to_string(n * n);
-    for (int i = 0; i < 100; ++i) {
-        const uint32_t nKey = Random(keys.size());
-        void *pData = nullptr;
-        int32_t iResult = 0;
-        const uint32_t nAction = Random(4);
-        if (nAction < 2) {
-            _VYX_ENTRY entry = {keys[nKey].data(), &s_items[nKey + (Random(8) == 0 ? 1 : 0)]};
-            iResult = VYX_SimpleHashEnter(&entry, pTable);
-        } else if (nAction == 2) {
-            iResult = VYX_SimpleHashRemove(keys[nKey].c_str(), pTable);
-        } else {
-            iResult = VYX_SimpleHashFind(keys[nKey].c_str(), &pData, pTable);
-        }
-        Line("%s %u: %d %ld, size %u filled %u",
-             nAction < 2    ? "enter"
-             : nAction == 2 ? "remove"
-                            : "find",
-             nKey, iResult, Index(pData), pHeader->size, pHeader->filled);
-    }
+    Play<struct VYX_HSEARCH_DATA>(
+        pTable, [](uint32_t n) { return n; },
+        [&](uint32_t n, void *pData) {
+            _VYX_ENTRY entry = {keys[n].data(), pData};
+            return VYX_SimpleHashEnter(&entry, pTable);
+        },
+        [&](uint32_t n) { return VYX_SimpleHashRemove(keys[n].c_str(), pTable); },
+        [&](uint32_t n, void **ppData) { return VYX_SimpleHashFind(keys[n].c_str(), ppData, pTable); });
     (void)VYX_SimpleHashDestroy(pTable);
 }
 
@@ -49,29 +57,17 @@ void NumberTable(uint32_t nWish) {
     void *pTable = nullptr;
     Section("number table of " + std::to_string(nWish));
     Line("create: %d", VYX_SimpleIntHashCreate(nWish, &pTable));
-    const auto *pHeader = static_cast<const struct VYX_HSEARCH_INTDATA *>(pTable);
     std::vector<uint32_t> keys = {0, 1, 0xFFFFFFFF, 0x80000000};
-    while (keys.size() < 40)
+    while (keys.size() < kKeys)
         keys.push_back(Random());
-    for (int i = 0; i < 100; ++i) {
-        const uint32_t nKey = Random(40);
-        void *pData = nullptr;
-        int32_t iResult = 0;
-        const uint32_t nAction = Random(4);
-        if (nAction < 2) {
-            _VYX_INTITEM item = {keys[nKey], &s_items[nKey + (Random(8) == 0 ? 1 : 0)]};
-            iResult = VYX_SimpleIntHashEnter(&item, pTable);
-        } else if (nAction == 2) {
-            iResult = VYX_SimpleIntHashRemove(keys[nKey], pTable);
-        } else {
-            iResult = VYX_SimpleIntHashFind(keys[nKey], &pData, pTable);
-        }
-        Line("%s %u: %d %ld, size %u filled %u",
-             nAction < 2    ? "enter"
-             : nAction == 2 ? "remove"
-                            : "find",
-             keys[nKey], iResult, Index(pData), pHeader->size, pHeader->filled);
-    }
+    Play<struct VYX_HSEARCH_INTDATA>(
+        pTable, [&](uint32_t n) { return keys[n]; },
+        [&](uint32_t n, void *pData) {
+            _VYX_INTITEM item = {keys[n], pData};
+            return VYX_SimpleIntHashEnter(&item, pTable);
+        },
+        [&](uint32_t n) { return VYX_SimpleIntHashRemove(keys[n], pTable); },
+        [&](uint32_t n, void **ppData) { return VYX_SimpleIntHashFind(keys[n], ppData, pTable); });
     (void)VYX_SimpleIntHashDestroy(pTable);
 }
 

@@ -14,7 +14,7 @@ void Queues() {
     (void)VYX_MsgQCreateEx(&hQueue);
     const auto pMsg = std::make_unique<VYX_MSG_BLOCK_T>();
     int nQueued = 0;
-    for (int i = 0; i < 220; ++i) {
+    for (int i = 0; i < 205; ++i) {
         if (Random(5) < 3) {
             pMsg->iMsgType = i;
             pMsg->iPriority =

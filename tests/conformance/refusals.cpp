@@ -16,10 +16,19 @@ void Answer(const char *szCall, long lResult) {
 #define NO_POINTER(call) Answer(#call, (call) == nullptr ? 0 : 1)
 
 void Sync() {
+    static VYX_MUTEX_T hMutex = PTHREAD_MUTEX_INITIALIZER;
+    static VYX_COND_T hCond = PTHREAD_COND_INITIALIZER;
+    REFUSED(VYX_MutexCreate(nullptr, VYX_MUTEX_RECURSIVE));
     REFUSED(VYX_MutexDestroy(nullptr));
     REFUSED(VYX_MutexLock(nullptr));
     REFUSED(VYX_MutexUnlock(nullptr));
     REFUSED(VYX_MutexTryLock(nullptr));
+    REFUSED(VYX_CondCreate(nullptr));
+    REFUSED(VYX_CondWait(nullptr, &hMutex));
+    REFUSED(VYX_CondWait(&hCond, nullptr));
+    REFUSED(VYX_CondTimedWait(nullptr, &hMutex, VYX_INFINITE));
+    REFUSED(VYX_CondTimedWait(&hCond, nullptr, VYX_INFINITE));
+    REFUSED(VYX_SemCreate(nullptr, 1));
     REFUSED(VYX_CondDestroy(nullptr));
     REFUSED(VYX_CondSignal(nullptr));
     REFUSED(VYX_CondBroadCast(nullptr));

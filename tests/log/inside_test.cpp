@@ -1,14 +1,28 @@
 // What cannot be seen from outside: short memory, a missing thread, the ring's end, the last file number.
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
+#include <dlfcn.h>
+#include <optional>
+#include <pthread.h>
 #include <string>
 
-#include "log/faults.h"
 #include "log/log_files.h"
 #include "log/log_ring.h"
 #include "log/log_support.h"
+#include "support/failing_memory.h"
 
 using namespace log_support;
+
+static std::atomic<bool> s_bNoThread{false};
+
+// Takes the place of the platform's in this program.
+extern "C" int pthread_create(pthread_t *pThread, const pthread_attr_t *pAttr, void *(*fn)(void *),
+                              void *pArg) {
+    static const auto fnReal =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return s_bNoThread ? EAGAIN : fnReal(pThread, pAttr, fn, pArg);
+}
 
 namespace {
 
@@ -16,17 +30,20 @@ using LogInside = LogTest;
 
 TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
     On(kFile);
-    for (std::atomic<bool> *pFault : {&faults::noMemory, &faults::noThread}) {
-        *pFault = true;
-        EXPECT_EQ(Write("x"), -1);
-        *pFault = false;
-    }
+    std::optional<failing_memory::Limit> noMemory(0);
+    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -1);
+    noMemory.reset();
+    s_bNoThread = true;
+    EXPECT_EQ(Write("x"), -1);
+    s_bNoThread = false;
     EXPECT_EQ(Write("x"), 0) << "and it is tried again";
-    faults::noMemory = faults::noThread = true;
+    noMemory.emplace(0);
+    s_bNoThread = true;
     int nTaken = 1;
     while (nTaken < 5000 && WriteLog(kInf, "f", 1, "x") == 0)
         ++nTaken;
-    faults::noMemory = faults::noThread = false;
+    noMemory.reset();
+    s_bNoThread = false;
     EXPECT_EQ(nTaken, 5000);
     EXPECT_EQ(Logged().size(), 5000U);
 }

@@ -10,8 +10,8 @@
 
 #include "net/adapter_inter.h"
 #include "net/adapter_text.h"
-#include "net/failing_memory.h"
 #include "net/net_support.h"
+#include "support/failing_memory.h"
 #include "support/temp_dir.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 #include <unistd.h>
 
-#include "net/failing_memory.h"
 #include "net/net_support.h"
+#include "support/failing_memory.h"
 
 namespace {
 

@@ -254,7 +254,7 @@ TEST_F(WaitingInside, AreForgottenWithThePoolByTheNextStart) {
     EXPECT_TRUE(WaitPlaces(m_hPool, "ii"));
 }
 
-// The worker ends, and no other is to be had.
+// The worker ends, and no other can be started.
 TEST_F(WaitingInside, AreNotLeftBehindWithoutThreads) {
     g_nThreadsLeft = 0;
     m_bExit = true;

@@ -12,7 +12,6 @@ TEST(FlexPool, Refusals) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(0, 50, Nothing, 0), nullptr);
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(1, 50, nullptr, 0), nullptr);
     EXPECT_EQ(VYX_ThreadPoolFlex_Create(1, 50, Nothing, -1), nullptr);
-    EXPECT_EQ(VYX_ThreadPoolFlex_Work(nullptr, nullptr), -1);
     EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(nullptr), 0);
     VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(0x7FFFFFFF, -7, Nothing, 1);
     EXPECT_NE(hPool, nullptr) << "any time-out and the smallest stack will do";

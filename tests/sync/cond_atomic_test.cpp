@@ -49,14 +49,6 @@ namespace {
 
 constexpr int kThreads = 8;
 
-TEST(Cond, NullPointersAreRefused) {
-    Monitor monitor;
-    for (auto *pCall : {VYX_CondCreate, VYX_CondDestroy, VYX_CondSignal, VYX_CondBroadCast})
-        EXPECT_EQ(pCall(nullptr), -1);
-    EXPECT_EQ(VYX_CondWait(nullptr, &monitor.mutex), -1);
-    EXPECT_EQ(VYX_CondWait(&monitor.cond, nullptr), -1);
-}
-
 // Waits without holding the mutex, which the platform notices. ThreadSanitizer notices it too: tests/tsan.supp
 // names this function.
 [[gnu::noinline]] void MisuseOnPurpose() {

@@ -5,12 +5,6 @@
 
 namespace {
 
-TEST(Mutex, NullPointersAreRefused) {
-    EXPECT_EQ(VYX_MutexCreate(nullptr, VYX_MUTEX_RECURSIVE), VYX_ERROR);
-    for (auto *pCall : {VYX_MutexDestroy, VYX_MutexLock, VYX_MutexTryLock, VYX_MutexUnlock})
-        EXPECT_EQ(pCall(nullptr), VYX_ERROR);
-}
-
 // The flat functions under the names of the class.
 struct Flat {
     VYX_MUTEX_T hMutex;

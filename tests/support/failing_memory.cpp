@@ -1,4 +1,4 @@
-#include "net/failing_memory.h"
+#include "support/failing_memory.h"
 
 #include <cerrno>
 #include <cstdlib>

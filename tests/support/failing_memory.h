@@ -1,6 +1,6 @@
 // Memory that runs out: every operator new of the program goes through failing_memory.cpp.
-#ifndef VYX_TESTS_NET_FAILING_MEMORY_H
-#define VYX_TESTS_NET_FAILING_MEMORY_H
+#ifndef VYX_TESTS_FAILING_MEMORY_H
+#define VYX_TESTS_FAILING_MEMORY_H
 
 namespace failing_memory {
 
