@@ -31,10 +31,7 @@ std::string MessagesOf(void (*pfnRun)());
 // All parts, on the started library.
 std::string Take();
 
-void Strings();
-void Numbers();
 void Times();
-void Containers();
 void Files();
 void Addresses();
 void Queues();

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <dlfcn.h>
-#include <optional>
 #include <pthread.h>
 #include <string>
 
@@ -30,20 +29,17 @@ using LogInside = LogTest;
 
 TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
     On(kFile);
-    std::optional<failing_memory::Limit> noMemory(0);
-    EXPECT_EQ(WriteLog(kInf, "f", 1, "x"), -1);
-    noMemory.reset();
-    s_bNoThread = true;
-    EXPECT_EQ(Write("x"), -1);
-    s_bNoThread = false;
+    for (std::atomic<bool> *pFault : {&failing_memory::g_bNone, &s_bNoThread}) {
+        *pFault = true;
+        EXPECT_EQ(Write("x"), -1);
+        *pFault = false;
+    }
     EXPECT_EQ(Write("x"), 0) << "and it is tried again";
-    noMemory.emplace(0);
-    s_bNoThread = true;
+    failing_memory::g_bNone = s_bNoThread = true;
     int nTaken = 1;
     while (nTaken < 5000 && WriteLog(kInf, "f", 1, "x") == 0)
         ++nTaken;
-    noMemory.reset();
-    s_bNoThread = false;
+    failing_memory::g_bNone = s_bNoThread = false;
     EXPECT_EQ(nTaken, 5000);
     EXPECT_EQ(Logged().size(), 5000U);
 }

@@ -7,6 +7,8 @@
 static thread_local int t_iLeft = -1; // blocks until memory runs out; negative: it never does
 static thread_local long t_iAlive = 0;
 
+std::atomic<bool> failing_memory::g_bNone{false};
+
 failing_memory::Limit::Limit(int iLeft) {
     t_iLeft = iLeft;
 }
@@ -18,7 +20,7 @@ long failing_memory::Alive() {
 }
 
 void *operator new(std::size_t nSize, const std::nothrow_t & /*tag*/) noexcept {
-    if (t_iLeft == 0) {
+    if (t_iLeft == 0 || failing_memory::g_bNone) {
         errno = ENOMEM;
         return nullptr;
     }

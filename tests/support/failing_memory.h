@@ -2,6 +2,8 @@
 #ifndef VYX_TESTS_FAILING_MEMORY_H
 #define VYX_TESTS_FAILING_MEMORY_H
 
+#include <atomic>
+
 namespace failing_memory {
 
 // From the construction on, this thread gets `iLeft` more blocks and then none, until the end of the scope.
@@ -12,6 +14,9 @@ class Limit {
     Limit(const Limit &) = delete;
     Limit &operator=(const Limit &) = delete;
 };
+
+// Whether no thread gets any block.
+extern std::atomic<bool> g_bNone;
 
 // Blocks that this thread has taken and not given back.
 long Alive();
