@@ -33,7 +33,7 @@ if(VYX_HAVE_SDT)
   install(PROGRAMS tools/bpftrace/queues.bt tools/bpftrace/waits.bt DESTINATION ${CMAKE_INSTALL_DATADIR}/vyx/bpftrace)
 endif()
 
-if(VYX_PLATFORM STREQUAL "linux")
+if("linux" IN_LIST VYX_PLATFORM_HAS)
   install(FILES tools/gdb/vyx.py DESTINATION ${CMAKE_INSTALL_LIBDIR} RENAME libvyx.so.${PROJECT_VERSION}-gdb.py)
 endif()
 if(VYX_BUILD_STAT)

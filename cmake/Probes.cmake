@@ -1,6 +1,6 @@
 # Static probes, see src/base/probes.h. Their header (Debian: systemtap-sdt-dev) is looked for anew while it is missing.
 option(VYX_PROBES "Build static probes in, if their header is installed" ON)
-if(VYX_PROBES AND VYX_PLATFORM STREQUAL "linux")
+if(VYX_PROBES AND "linux" IN_LIST VYX_PLATFORM_HAS)
   if(NOT VYX_HAVE_SDT)
     unset(VYX_HAVE_SDT CACHE)
   endif()

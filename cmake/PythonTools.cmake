@@ -1,6 +1,6 @@
 # The tools in Python need nothing to be built: a folder of modules each, and a small program that starts it.
 set(VYX_PYTHON_TOOLS log)
-if(VYX_PLATFORM STREQUAL "linux")
+if("linux" IN_LIST VYX_PLATFORM_HAS)
   list(APPEND VYX_PYTHON_TOOLS sem) # elsewhere the system does not list its semaphores
 endif()
 set(vyx_tool_modules ${CMAKE_INSTALL_LIBDIR}/vyx/tools)

@@ -16,7 +16,7 @@ endfunction()
 
 # vyx-stat reads the memory of other processes as Linux lets it.
 set(why "")
-if(NOT VYX_PLATFORM STREQUAL "linux")
+if(NOT "linux" IN_LIST VYX_PLATFORM_HAS)
   set(why "it is for Linux")
 endif()
 vyx_tool_option(VYX_BUILD_STAT vyx-stat)

@@ -18,7 +18,7 @@ if(VYX_BUILD_EXPLORE)
            ${CMAKE_CXX_COMPILER})
 endif()
 
-if(VYX_PLATFORM STREQUAL "linux" AND NOT CMAKE_CROSSCOMPILING AND NOT "${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize")
+if("linux" IN_LIST VYX_PLATFORM_HAS AND NOT CMAKE_CROSSCOMPILING AND NOT "${CMAKE_CXX_FLAGS}" MATCHES "-fsanitize")
   add_test(NAME Package.LogOverACrash COMMAND sh ${here}/logging.sh ${prefix} ${libdir} ${PROJECT_SOURCE_DIR}
            ${scratch}/logging ${CMAKE_C_COMPILER})
 endif()
