@@ -16,13 +16,11 @@ namespace vyx_inter {
 enum class Rank : uint8_t {
     Fork,          // held by a thread that forks, around all others
     StartStop,     // the start counter and the stage flags; held through every stage's start and stop
-    LogSwitch,     // what switches log targets off, or the log service
     LogService,    // the log service's start and stop
     Timers,        // the table of timers; not held while a routine runs or a thread is joined
     QueueRegistry, // which message queues are live
     Queue,         // one queue's messages in order; senders do without it
     QueueReceiver, // who waits for a message
-    QueueSender,   // who waits for room
     PoolRegistry,  // which fixed pools are taken
     FixedPool,     // one fixed pool: its live count, its thread records, who waits
     FlexRegistry,  // the list of all flexible pools
@@ -45,12 +43,10 @@ struct RankRow {
 
 // In the order of the enumeration.
 inline constexpr RankRow kRanks[] = {
-    {5, "Fork"},         {10, "StartStop"},     {20, "LogSwitch"}, {30, "LogService"},
-    {40, "Timers"},      {50, "QueueRegistry"}, {60, "Queue"},     {70, "QueueReceiver"},
-    {70, "QueueSender"}, {80, "PoolRegistry"},  {90, "FixedPool"}, {95, "FlexRegistry"},
-    {100, "FlexPool"},   {110, "Event"},        {120, "LogQueue"}, {120, "LogFile"},
-    {130, "SemWaits"},   {130, "CondWaits"},    {160, "Calendar"}, {170, "Atomic"},
-    {180, "Ring"},       {190, "SemNames"},
+    {5, "Fork"},        {10, "StartStop"},     {30, "LogService"},   {40, "Timers"},    {50, "QueueRegistry"},
+    {60, "Queue"},      {70, "QueueReceiver"}, {80, "PoolRegistry"}, {90, "FixedPool"}, {95, "FlexRegistry"},
+    {100, "FlexPool"},  {110, "Event"},        {120, "LogQueue"},    {120, "LogFile"},  {130, "SemWaits"},
+    {130, "CondWaits"}, {160, "Calendar"},     {170, "Atomic"},      {180, "Ring"},     {190, "SemNames"},
 };
 
 } // namespace vyx_inter
