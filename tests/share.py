@@ -18,7 +18,7 @@ C_PARTS = re.compile(r'"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'|//[^\n]*|/\*.*
 
 
 def code_lines(path):
-    text = path.read_text()
+    text = path.read_text(errors="replace")
     if path.suffix in C:
         text = C_PARTS.sub(lambda m: m.group() if m.group()[0] in "\"'" else "\n" * m.group().count("\n"), text)
         return sum(1 for line in text.split("\n") if line.strip())

@@ -1,24 +1,18 @@
 // Numbers to text and back: a table of what is odd, and random numbers and texts against the rules written once more.
-#include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 #include <random>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <vyx/string.h>
 
+#include "string/number_model.h"
+
 namespace {
 
-// A plain printer of values that are not negative.
-std::string Digits(uint64_t nValue, uint32_t nRadix) {
-    std::string text;
-    do {
-        text.insert(text.begin(), "0123456789abcdefghijklmnopqrstuvwxyz"[nValue % nRadix]);
-    } while ((nValue /= nRadix) != 0);
-    return text;
-}
+using support::Digits;
+using support::NumberIn;
 
 TEST(Numbers, EveryRadixPrintsWhatItShould) {
     std::mt19937_64 random(5);
@@ -102,43 +96,6 @@ TEST(Numbers, TextsAreReadToTheirEnd) {
     EXPECT_EQ(errno, 7);
 }
 
-// The rules for reading, digit by digit; what wraps does so in Unsigned.
-template <class Signed, class Unsigned>
-Signed Expected(const char *szText, uint32_t nBase, const char **ppEnd) {
-    const char *p = szText;
-    *ppEnd = szText;
-    p += std::strspn(p, " \t\n\v\f\r");
-    const bool bNegative = *p == '-';
-    p += *p == '-' || *p == '+' ? 1 : 0;
-    if ((nBase == 16 || nBase == 0) && p[0] == '0' && (p[1] | 32) == 'x') {
-        p += 2;
-        nBase = 16;
-    } else if (nBase == 0) {
-        nBase = *p == '0' ? 8 : 10;
-    }
-    if (nBase < 2 || nBase > 16)
-        return 0;
-    const char *const szDigits = "0123456789abcdefghijklmnopqrstuvwxyz";
-    Signed iValue = 0;
-    bool bOverflow = false;
-    for (; *p != '\0'; *ppEnd = ++p) {
-        const char *pDigit = std::strchr(szDigits, std::tolower(*p));
-        const auto nDigit = static_cast<Unsigned>(pDigit == nullptr ? 99 : pDigit - szDigits);
-        if (nDigit > nBase)
-            break;
-        const auto nProduct = static_cast<Unsigned>(static_cast<Unsigned>(iValue) * nBase);
-        const auto iProduct = static_cast<Signed>(nProduct);
-        const auto iNext = static_cast<Signed>(bNegative ? nProduct - nDigit : nProduct + nDigit);
-        bOverflow = bOverflow ||
-                    (bNegative ? iValue < iProduct || iValue < iNext : iValue > iProduct || iValue > iNext);
-        if (!bOverflow)
-            iValue = iNext;
-    }
-    if (!bOverflow)
-        return iValue;
-    return bNegative ? std::numeric_limits<Signed>::min() : std::numeric_limits<Signed>::max();
-}
-
 TEST(Numbers, AnyTextIsReadByTheRules) {
     std::mt19937 random(13);
     for (int i = 0; i < 400000; ++i) {
@@ -153,10 +110,10 @@ TEST(Numbers, AnyTextIsReadByTheRules) {
         SCOPED_TRACE(text);
         const char *pExpected = nullptr;
         char *pEnd = nullptr;
-        const auto iSmall = Expected<int32_t, uint32_t>(text.c_str(), nBase, &pExpected);
+        const auto iSmall = NumberIn<int32_t, uint32_t>(text.c_str(), nBase, &pExpected);
         ASSERT_EQ(VYX_StrToi32(text.c_str(), &pEnd, nBase), iSmall) << nBase;
         ASSERT_EQ(pEnd, pExpected);
-        const auto iLarge = Expected<int64_t, uint64_t>(text.c_str(), nBase, &pExpected);
+        const auto iLarge = NumberIn<int64_t, uint64_t>(text.c_str(), nBase, &pExpected);
         ASSERT_EQ(VYX_StrToi64(text.c_str(), &pEnd, nBase), iLarge) << nBase;
         ASSERT_EQ(pEnd, pExpected);
     }

@@ -3,27 +3,21 @@
 #include <ctime>
 #include <random>
 #include <string>
-#include <tuple>
 
 #include <gtest/gtest.h>
 #include <vyx/time.h>
 
+#include "time/format_model.h"
+
 namespace {
+
+using support::FormattedTime;
 
 constexpr size_t kGuard = 32;
 const std::string kGuardText(kGuard, '#');
 
 // Thursday, 2026-11-05 09:04:03
 constexpr VYX_TIME_EXP_T kFields = {123456, 3, 4, 9, 5, 10, 126, 4, 308, 0, 3600};
-
-struct tm PlatformFields(const VYX_TIME_EXP_T &f) {
-    struct tm platform = {};
-    std::tie(platform.tm_sec, platform.tm_min, platform.tm_hour, platform.tm_mday) =
-        std::tie(f.tm_sec, f.tm_min, f.tm_hour, f.tm_mday);
-    std::tie(platform.tm_mon, platform.tm_year, platform.tm_wday, platform.tm_yday, platform.tm_isdst) =
-        std::tie(f.tm_mon, f.tm_year, f.tm_wday, f.tm_yday, f.tm_isdst);
-    return platform;
-}
 
 // The text, or "" where nothing fitted; checks the length, the zero and the guard.
 std::string Format(const std::string &format, size_t nMax, const VYX_TIME_EXP_T &fields = kFields) {
@@ -36,33 +30,6 @@ std::string Format(const std::string &format, size_t nMax, const VYX_TIME_EXP_T 
     EXPECT_EQ(buffer[nLength], '\0');
     EXPECT_EQ(buffer.substr(nWritable), kGuardText) << format << " in " << nMax;
     return buffer.substr(0, nLength);
-}
-
-// What the platform makes of the format once the directives that are ours are replaced in it.
-std::string Expected(const std::string &format, size_t nMax, const VYX_TIME_EXP_T &fields) {
-    std::string replaced;
-    for (size_t i = 0; i < format.size(); ++i) {
-        const char cDirective = format[i] == '%' && i + 1 < format.size() ? format[++i] : '\0';
-        char szNumber[24] = {'%', cDirective, '\0'};
-        if (cDirective == 'C')
-            (void)snprintf(szNumber, sizeof szNumber, "%2lld", (fields.tm_year + 1970LL) / 100);
-        if (cDirective == 'e')
-            (void)snprintf(szNumber, sizeof szNumber, "%2d", fields.tm_mday);
-        replaced += cDirective == '\0'  ? std::string(1, format[i])
-                    : cDirective == 'D' ? "%m/%d/%y"
-                    : cDirective == 'R' ? "%H:%M"
-                    : cDirective == 'T' ? "%H:%M:%S"
-                    : cDirective == 'r' ? "%I:%M:%S %p"
-                                        : szNumber;
-    }
-    const size_t nSignAtTheEnd =
-        !format.empty() && (format.size() - format.find_last_not_of('%')) % 2 == 0 ? 1 : 0;
-    if (replaced.size() + nSignAtTheEnd >= nMax)
-        return "";
-    std::string text(nMax, '\0');
-    const struct tm platform = PlatformFields(fields);
-    text.resize(strftime(&text[0], nMax, replaced.c_str(), &platform));
-    return text;
 }
 
 TEST(FormatTime, IsThePlatformsButForOurDirectives) {
@@ -91,9 +58,9 @@ TEST(FormatTime, IsThePlatformsButForOurDirectives) {
         std::string format;
         for (size_t nPieces = random() % 12; nPieces > 0; --nPieces)
             format += kPieces[random() % std::size(kPieces)];
-        const size_t nLength = Expected(format, 1000, fields).size();
+        const size_t nLength = FormattedTime(format, 1000, fields).size();
         for (const size_t nMax : {nLength, nLength + 1, nLength + random() % 30, size_t{1000}})
-            ASSERT_EQ(Format(format, nMax, fields), Expected(format, nMax, fields))
+            ASSERT_EQ(Format(format, nMax, fields), FormattedTime(format, nMax, fields))
                 << format << " in " << nMax;
     }
 }
@@ -114,7 +81,7 @@ TEST(FormatTime, NegativeLimitIsAsGoodAsNone) {
             std::string buffer = std::string(20, '\x5A') + kGuardText;
             uint32_t nLength = 99;
             EXPECT_EQ(VYX_StrFmtTime(&buffer[0], &nLength, iMax, szFormat, &kFields), VYX_OK);
-            EXPECT_EQ(buffer.substr(0, nLength), Expected(szFormat, 100, kFields)) << iMax;
+            EXPECT_EQ(buffer.substr(0, nLength), FormattedTime(szFormat, 100, kFields)) << iMax;
             EXPECT_EQ(buffer[nLength], '\0');
             EXPECT_EQ(buffer.substr(20), kGuardText) << iMax;
         }

@@ -1,0 +1,91 @@
+// Message queues: a program of operations against lists in the order of the priorities.
+#include <cstring>
+#include <list>
+#include <vyx/frame.h>
+#include <vyx/msg.h>
+
+#include "input.h"
+
+namespace {
+
+struct Message {
+    int32_t iType;
+    int32_t iPriority;
+    std::string sData;
+};
+
+struct Queue {
+    VYX_HANDLE_MSGQ hQueue = nullptr; // null: none
+    std::list<Message> messages = {};
+};
+
+void Send(fuzz::Input *pInput, Queue *pQueue) {
+    static VYX_MSG_BLOCK_T s_block;
+    const unsigned nSpread = pInput->Pick(3);
+    s_block.iPriority = nSpread == 0   ? static_cast<int32_t>(pInput->Pick(3))
+                        : nSpread == 1 ? pInput->Number<int8_t>()
+                                       : pInput->Number<int32_t>();
+    s_block.iMsgType = pInput->Number<int16_t>();
+    const auto iLength =
+        static_cast<int32_t>(pInput->Byte()) * 32 - 32; // -32 to 8128: below and above what is allowed
+    s_block.iDataLen = iLength;
+    const bool bGood = pQueue->hQueue != nullptr && iLength >= 0 && iLength <= VYX_MSG_DATA_SIZE;
+    const std::string sData(bGood ? static_cast<size_t>(iLength) : 0, static_cast<char>(pInput->Byte()));
+    std::copy(sData.begin(), sData.end(), s_block.szData);
+    REQUIRE(VYX_MsgQSendEx(pQueue->hQueue, &s_block) == (bGood ? VYX_OK : VYX_ERROR));
+    if (!bGood)
+        return;
+    auto itAt = pQueue->messages.begin();
+    while (itAt != pQueue->messages.end() && itAt->iPriority >= s_block.iPriority)
+        ++itAt;
+    pQueue->messages.insert(itAt, {s_block.iMsgType, s_block.iPriority, sData});
+}
+
+// A queue that is empty would be waited for.
+void Receive(Queue *pQueue, int32_t iRoom, int32_t iTimeOut) {
+    static VYX_MSG_BLOCK_T s_block;
+    if (pQueue->messages.empty())
+        return;
+    const Message first = pQueue->messages.front();
+    pQueue->messages.pop_front();
+    std::memset(&s_block, 0xEE, sizeof s_block);
+    s_block.iDataLen = iRoom;
+    const bool bFits = static_cast<size_t>(iRoom) >= first.sData.size(); // it is lost otherwise
+    REQUIRE(VYX_MsgQReceiveEx(pQueue->hQueue, &s_block, iTimeOut) == (bFits ? VYX_OK : VYX_ERROR));
+    REQUIRE(s_block.iMsgType == first.iType && s_block.iPriority == first.iPriority);
+    REQUIRE(s_block.iDataLen == (bFits ? static_cast<int32_t>(first.sData.size()) : iRoom));
+    const size_t nCopied = bFits ? first.sData.size() : 0;
+    REQUIRE(std::memcmp(s_block.szData, first.sData.data(), nCopied) == 0);
+    for (size_t i = nCopied; i < sizeof s_block.szData; ++i)
+        REQUIRE(static_cast<uint8_t>(s_block.szData[i]) == 0xEE);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
+    static const int32_t s_iStarted = VYX_Init();
+    REQUIRE(s_iStarted == VYX_OK);
+    fuzz::Input input(pData, nSize);
+    Queue queues[3];
+    while (!input.AtEnd()) {
+        Queue &queue = queues[input.Pick(3)];
+        const unsigned nChoice = input.Pick(32);
+        if (queue.hQueue == nullptr) {
+            REQUIRE(VYX_MsgQCreateEx(&queue.hQueue) == VYX_OK);
+        } else if (nChoice < 15) {
+            Send(&input, &queue);
+        } else if (nChoice < 30) {
+            Receive(&queue, static_cast<int32_t>(input.Byte()) * 32, nChoice % 2 == 0 ? 0 : -1);
+        } else {
+            REQUIRE(VYX_MsgQDestroyEx(queue.hQueue) == VYX_OK);
+            queue = {};
+        }
+    }
+    for (Queue &queue : queues)
+        if (queue.hQueue != nullptr) {
+            while (!queue.messages.empty())
+                Receive(&queue, VYX_MSG_DATA_SIZE, 1);
+            REQUIRE(VYX_MsgQDestroyEx(queue.hQueue) == VYX_OK);
+        }
+    return 0;
+}

@@ -1,0 +1,157 @@
+// VYX_Sendn, VYX_Recvn and VYX_RecvWithTimeOut over a network and a clock that the input plays: waits that end early, late or
+// with a signal, transfers that take a part, nothing, or fail. What has to hold: the bytes and their count are exact; no wait
+// is longer than what is left of the limit, and no call with a limit may block in a transfer; a call gives up only when its time
+// is out, or after a failure; and it returns.
+#include <cerrno>
+#include <memory>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <vyx/net.h>
+
+#include "input.h"
+
+namespace {
+
+constexpr int kMostLate = 3; // milliseconds
+
+struct Network {
+    fuzz::Input *pInput;
+    uint64_t nNow; // milliseconds
+    uint32_t nLimit = 0;
+    uint64_t nStart = 0;
+    bool bSending = false;
+    bool bFailed = false;      // a transfer, or a wait that ends the call
+    bool bInterrupted = false; // the last wait
+    std::string sSent = {};
+    uint8_t byNext = 0; // of what is received
+    int iReceived = 0;
+    int iLast = 0; // of these, in the last transfer
+};
+Network *s_pNetwork = nullptr;
+
+int Fail(int iError) {
+    errno = iError;
+    return -1;
+}
+
+// What the next transfer of so many bytes does: a count, 0 for the peer's end, or -1 with errno.
+int Transferred(size_t nLen, int iFlags) {
+    Network &net = *s_pNetwork;
+    const unsigned nChoice = net.pInput->AtEnd() ? 1 : net.pInput->Byte();
+    REQUIRE(net.nLimit == VYX_INFINITE || (iFlags & MSG_DONTWAIT) != 0);
+    if (nChoice % 8 == 7 && nChoice / 8 < 8) {
+        net.bFailed = true;
+        return nChoice / 8 < 4 && !net.bSending ? 0 : Fail(ECONNRESET);
+    }
+    if (nChoice % 4 == 2)
+        return Fail(nChoice / 4 % 3 == 0 ? EINTR : EAGAIN);
+    return static_cast<int>(nChoice % 4 == 1 ? nLen : 1 + nChoice / 4 % nLen);
+}
+
+} // namespace
+
+extern "C" {
+ssize_t __wrap_send(int iSocket, const void *pBytes, size_t nLen, int iFlags);
+ssize_t __wrap_recv(int iSocket, void *pBytes, size_t nLen, int iFlags);
+int __wrap_poll(struct pollfd *pFds, nfds_t nFds, int iTimeOut);
+int __wrap_gettimeofday(struct timeval *pNow, void *pZone);
+int __real_gettimeofday(struct timeval *pNow, void *pZone);
+
+ssize_t __wrap_send(int /*iSocket*/, const void *pBytes, size_t nLen, int iFlags) {
+    const int iCount = Transferred(nLen, iFlags);
+    s_pNetwork->sSent.append(static_cast<const char *>(pBytes), static_cast<size_t>(std::max(iCount, 0)));
+    return iCount;
+}
+
+ssize_t __wrap_recv(int /*iSocket*/, void *pBytes, size_t nLen, int iFlags) {
+    Network &net = *s_pNetwork;
+    net.iLast = std::max(Transferred(nLen, iFlags), -1);
+    for (int i = 0; i < net.iLast; ++i, ++net.iReceived)
+        static_cast<uint8_t *>(pBytes)[i] = net.byNext++;
+    return net.iLast;
+}
+
+int __wrap_poll(struct pollfd *pFds, nfds_t nFds, int iTimeOut) {
+    Network &net = *s_pNetwork;
+    const auto nLeft = std::max<int64_t>(0, static_cast<int64_t>(net.nStart + net.nLimit - net.nNow));
+    REQUIRE(net.nLimit == VYX_INFINITE ? iTimeOut == -1 || nFds == 0 : iTimeOut >= 0 && iTimeOut <= nLeft);
+    const int iChoice = net.pInput->AtEnd() ? 0 : net.pInput->Byte();
+    const int iTakes = nFds == 0 || (iChoice % 8 == 1 && iTimeOut >= 0)
+                           ? iTimeOut
+                           : std::min(iChoice / 8, iTimeOut < 0 ? 99 : iTimeOut);
+    const bool bOut = iTakes == iTimeOut && (nFds == 0 || iChoice % 8 == 1);
+    net.nNow += static_cast<uint64_t>(iTakes + (bOut ? iChoice / 8 % (kMostLate + 1) : 0));
+    net.bInterrupted = iChoice % 8 == 2;
+    if (net.bInterrupted)
+        return Fail(EINTR);
+    if (bOut)
+        return 0;
+    if (iChoice % 32 == 3) {
+        net.bFailed = net.bFailed || !net.bSending || net.nLimit == VYX_INFINITE;
+        net.nNow += 1; // or a caller that goes on would do so for ever
+        return Fail(ENOMEM);
+    }
+    pFds->revents = iChoice % 8 == 4 ? POLLERR : pFds->events;
+    return 1;
+}
+
+int __wrap_gettimeofday(struct timeval *pNow, void *pZone) {
+    if (s_pNetwork == nullptr)
+        return __real_gettimeofday(pNow, pZone);
+    pNow->tv_sec = static_cast<time_t>(s_pNetwork->nNow / 1000);
+    pNow->tv_usec = static_cast<suseconds_t>(s_pNetwork->nNow % 1000 * 1000);
+    return 0;
+}
+}
+
+namespace {
+
+void Call(fuzz::Input *pInput, Network *pNet) {
+    const unsigned nKind = pInput->Pick(3);
+    const auto nLen = static_cast<size_t>(1 + pInput->Byte());
+    *pNet = {pInput, pNet->nNow};
+    pNet->bSending = nKind == 0;
+    const unsigned nLimit = pInput->Byte();
+    pNet->nLimit = nLimit == 255 ? VYX_INFINITE : nLimit;
+    pNet->nStart = pNet->nNow;
+    const std::unique_ptr<char[]> pBytes(new char[nLen]);
+    for (size_t i = 0; i < nLen; ++i)
+        pBytes[i] = static_cast<char>(pNet->bSending ? i * 7 : 0xEE);
+    const auto iLen = static_cast<int32_t>(nLen);
+    const auto fnCall = nKind == 1 ? VYX_Recvn : VYX_RecvWithTimeOut;
+    const int32_t iDone = nKind == 0 ? VYX_Sendn(3, pBytes.get(), iLen, pNet->nLimit)
+                                     : fnCall(3, pBytes.get(), iLen, pNet->nLimit);
+    const uint64_t nTook = pNet->nNow - pNet->nStart;
+    REQUIRE(pNet->nLimit == VYX_INFINITE || nTook <= pNet->nLimit + kMostLate + 1U);
+    const bool bOut = pNet->nLimit != VYX_INFINITE && nTook >= pNet->nLimit;
+    for (size_t i = 0; i < nLen; ++i)
+        REQUIRE(static_cast<uint8_t>(pBytes[i]) == (pNet->bSending                             ? i * 7 % 256
+                                                    : i < static_cast<size_t>(pNet->iReceived) ? i % 256
+                                                                                               : 0xEE));
+    if (nKind == 0) {
+        REQUIRE(pNet->sSent == std::string(pBytes.get(), static_cast<size_t>(iDone)));
+        REQUIRE(iDone == iLen || bOut || pNet->bFailed);
+    } else if (nKind == 1) {
+        REQUIRE(iDone == (pNet->bFailed ? -1 : pNet->iReceived) ||
+                (iDone == -1 && bOut && pNet->bInterrupted));
+        REQUIRE(iDone == iLen || bOut || pNet->bFailed);
+    } else {
+        REQUIRE(iDone == (pNet->iReceived > 0 ? pNet->iReceived : -1) &&
+                pNet->iReceived == std::max(pNet->iLast, 0));
+        REQUIRE(iDone > 0 || bOut || pNet->bFailed);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
+    fuzz::Input input(pData, nSize);
+    const uint64_t kTickWraps = uint64_t{1} << 32;
+    Network net{&input, input.Pick(2) == 0 ? kTickWraps * 400 - input.Byte() : kTickWraps * 400};
+    s_pNetwork = &net;
+    for (int i = 0; i < 8 && !input.AtEnd(); ++i) // the socket remembers what was asked last
+        Call(&input, &net);
+    s_pNetwork = nullptr;
+    return 0;
+}
