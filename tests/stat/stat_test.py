@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """Looks at the program `target` with vyx-stat and with gdb, and compares with what the program knows of itself.
 
-stat_test.py TARGET VYX_STAT LIBRARY GDB_SCRIPT. The library is tested as it is installed: stripped.
+stat_test.py TARGET VYX_STAT LIBRARY GDB_SCRIPT [CLASS]. The library is tested as it is installed: stripped.
 VYX_STAT_SECONDS and VYX_STAT_READS: how long the busy program is watched, and how often it is read at least (2, 20).
+VYX_STAT_EMULATOR and STRIP: the command that runs TARGET if it is for another processor, and its strip.
 """
 
 import json
@@ -11,6 +12,7 @@ import os
 import random
 import resource
 import shutil
+import statistics
 import struct
 import subprocess
 import sys
@@ -21,6 +23,9 @@ import unittest
 TARGET, VYX_STAT, LIBRARY, SCRIPT = sys.argv[1:5]
 SECONDS = float(os.environ.get("VYX_STAT_SECONDS", "2"))
 READS = int(os.environ.get("VYX_STAT_READS", "20"))
+EMULATOR = os.environ.get("VYX_STAT_EMULATOR", "").split()
+with open(TARGET, "rb") as elf:
+    ORDER = {1: "<", 2: ">"}[elf.read(6)[5]]
 PATIENCE = 60  # seconds for a command
 
 
@@ -45,7 +50,7 @@ class Case(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp()
         cls.library = os.path.join(cls.folder, os.path.basename(os.path.realpath(LIBRARY)))
-        subprocess.run(["strip", "-o", cls.library, LIBRARY], check=True)
+        subprocess.run([os.environ.get("STRIP", "strip"), "-o", cls.library, LIBRARY], check=True)
         shutil.copy(SCRIPT, cls.library + "-gdb.py")
         os.symlink(os.path.basename(cls.library), os.path.join(cls.folder, "libvyx.so.1"))
 
@@ -55,7 +60,7 @@ class Case(unittest.TestCase):
 
     def start(self, *mode):
         """The program, at the point where it is ready, and what it printed before."""
-        program = subprocess.Popen([TARGET, *mode], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+        program = subprocess.Popen([*EMULATOR, TARGET, *mode], stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
                                    env=dict(os.environ, LD_LIBRARY_PATH=self.folder, TSAN_OPTIONS=""),
                                    preexec_fn=small_stacks)
         self.addCleanup(self.end, program)
@@ -212,10 +217,9 @@ class Refusals(Case):
         with open(self.library, "rb") as file:
             data = file.read()
         word = 8 if data[4] == 2 else 4
-        order = "<" if data[5] == 1 else ">"
         self.addCleanup(self.write, data)
         for old, new, message in (
-                (struct.pack(order + "II", 1, word), struct.pack(order + "II", 9, word), "in format 9"),
+                (struct.pack(ORDER + "II", 1, word), struct.pack(ORDER + "II", 9, word), "in format 9"),
                 (b"VYX\0", b"OLD\0", "older than this program"), (b"pool.items\0", b"pool.other\0", '"pool.items"')):
             self.assertIn(old, data)
             self.write(data.replace(old, new))
@@ -230,7 +234,7 @@ class Busy(Case):
              "lines_begun lines_done").split()
 
     def counts(self, shared):
-        return dict(zip(self.NAMES, struct.unpack_from("=10Q", shared)))
+        return dict(zip(self.NAMES, struct.unpack_from(ORDER + "10Q", shared)))
 
     def between(self, low, seen, high, what):
         self.assertTrue(low <= seen <= high, f"{what}: {seen} is not within {low} to {high}")
@@ -272,11 +276,15 @@ class Busy(Case):
             self.assertRegex(event["bound_to"], "^pipe [0-9]+$")
         return known
 
-    def test_nothing_wrong_is_read(self):
+    def busy(self):
+        """The program and its counts."""
         path = os.path.join(self.folder, "counts")
         program, _ = self.start("busy", path)
         with open(path, "r+b") as file:
-            shared = mmap.mmap(file.fileno(), 0)
+            return program, mmap.mmap(file.fileno(), 0)
+
+    def test_nothing_wrong_is_read(self):
+        program, shared = self.busy()
         reads = known = 0
         end = time.monotonic() + SECONDS
         begun = self.counts(shared)
@@ -289,6 +297,53 @@ class Busy(Case):
         print(f"{reads} reads, {known / reads / 5:.0%} known, "
               + ", ".join(f"{done[name] - begun[name]} {name}" for name in ("items_done", "sent_done", "lines_done")))
         self.assertGreater(known, reads * 5 // 4)
+
+
+class Slowing(Busy):
+    """Whether the busy program does less while it is read, in slices of time with and without that. Takes minutes."""
+
+    WORK = ("items_done", "sent_done", "received_done", "lines_done")
+    SLICE = 0.5  # seconds
+
+    def test_nothing_wrong_is_read(self):
+        """Not here."""
+
+    @staticmethod
+    def processor_time(program):
+        """Of the program, in seconds: on a full machine the reader takes processors away, as any program does."""
+        nanoseconds = 0
+        for thread in os.listdir(f"/proc/{program.pid}/task"):
+            with open(f"/proc/{program.pid}/task/{thread}/schedstat", encoding="utf-8") as file:
+                nanoseconds += int(file.read().split()[0])
+        return nanoseconds / 1e9
+
+    def speeds(self, program, shared, read):
+        """Work for each second of its processor time in a slice, and how often it was read."""
+        counts, used, reads = self.counts(shared), self.processor_time(program), 0
+        end = time.monotonic() + self.SLICE
+        while time.monotonic() < end:
+            if read:
+                stat("--json", program.pid)
+                reads += 1
+            else:
+                time.sleep(0.01)  # the slice is a length of time
+        used = self.processor_time(program) - used
+        after = self.counts(shared)
+        return [(after[name] - counts[name]) / used for name in self.WORK], reads
+
+    def test_it_is_as_fast(self):
+        program, shared = self.busy()
+        alone, watched, reads = [], [], 0
+        while reads < READS:
+            alone.append(self.speeds(program, shared, False)[0])
+            speed, more = self.speeds(program, shared, True)
+            watched.append(speed)
+            reads += more
+        print(f"{reads} reads in {len(watched) * self.SLICE:.0f} s; work while it is read, beside work while it is not:")
+        for name, free, seen in zip(self.WORK, zip(*alone), zip(*watched)):
+            low, _, high = statistics.quantiles([a / b for a, b in zip(seen, free)])
+            print(f"  {name}: {statistics.median(seen) / statistics.median(free):.3f}, "
+                  f"half of the pairs {low:.3f} to {high:.3f}")
 
 
 if __name__ == "__main__":

@@ -151,11 +151,10 @@ uint64_t Description::Place(uint64_t pointer) const {
 
 bool HasLibrary(Memory &memory) {
     Layout layout;
-    for (size_t i = 0; i < memory.mappings.size(); i++)
-        if ((i == 0 || IsLibraryFile(memory.mappings[i].path)) &&
-            !TablesOf(memory, memory.mappings[i], layout).empty())
-            return true;
-    return false;
+    return std::any_of(memory.mappings.begin(), memory.mappings.end(), [&](const Mapping &mapping) {
+        return (mapping.path == memory.program || IsLibraryFile(mapping.path)) &&
+               !TablesOf(memory, mapping, layout).empty();
+    });
 }
 
 } // namespace inspect

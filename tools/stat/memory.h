@@ -56,8 +56,9 @@ class Memory {
     [[nodiscard]] virtual int PipeState(int64_t descriptor) const = 0;
 
     std::vector<Mapping> mappings;
-    int64_t number = 0; // of the process; 0 for a core
-    std::string name;   // for messages: "process 17", "core FILE"
+    std::string program; // its file; empty if that is not known
+    int64_t number = 0;  // of the process; 0 for a core
+    std::string name;    // for messages: "process 17", "core FILE"
     [[nodiscard]] bool IsLive() const { return number != 0; }
 };
 

@@ -29,6 +29,9 @@ class Process : public Memory {
         number = process;
         name = "process " + std::to_string(process);
         ReadMappings();
+        char path[PATH_MAX] = {};
+        if (readlink(Path("exe").c_str(), path, sizeof path - 1) > 0)
+            program = path;
     }
 
     bool Read(const std::vector<Part> &parts) override {

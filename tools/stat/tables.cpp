@@ -65,8 +65,8 @@ class Collector {
     }
 
     Report All() {
-        Report report = {m_memory.number, m_memory.name, "", m_description.library, {}};
-        if (!m_memory.mappings.empty())
+        Report report = {m_memory.number, m_memory.name, m_memory.program, m_description.library, {}};
+        if (report.program.empty() && !m_memory.mappings.empty())
             report.program = m_memory.mappings.front().path;
         report.tables = {Library(), Pools(),  FlexiblePools(), Queues(), Receivers(), Timers(),
                          Waits(),   Events(), Semaphores(),    Log(),    Threads()};
