@@ -16,13 +16,14 @@ namespace {
 fuzz::Input *s_pInput = nullptr; // while calls are played
 bool s_bFailed = false;
 
-enum class Fate : uint8_t { Whole, Short, Interrupted, Failed };
+enum class Fate : uint8_t { Whole, Short, Interrupted, Ended, Failed };
 
 Fate Next() {
     const unsigned nChoice = s_pInput == nullptr || s_pInput->AtEnd() ? 0 : s_pInput->Byte();
     const Fate eFate = nChoice < 128   ? Fate::Whole
                        : nChoice < 200 ? Fate::Short
-                       : nChoice < 250 ? Fate::Interrupted
+                       : nChoice < 248 ? Fate::Interrupted
+                       : nChoice < 252 ? Fate::Ended
                                        : Fate::Failed;
     errno = eFate == Fate::Interrupted ? EINTR : eFate == Fate::Failed ? EIO : errno;
     return eFate;
@@ -33,8 +34,8 @@ template <class Call>
 ssize_t Play(size_t nLen, bool bMayFail, Call fnCall) {
     const Fate eFate = Next();
     if (eFate >= Fate::Interrupted) {
-        s_bFailed = s_bFailed || (eFate == Fate::Failed && !bMayFail);
-        return -1;
+        s_bFailed = s_bFailed || (eFate != Fate::Interrupted && !bMayFail);
+        return eFate == Fate::Ended ? 0 : -1;
     }
     return fnCall(eFate == Fate::Short && nLen > 1 ? 1 + (nLen - 1) / 3 : nLen);
 }

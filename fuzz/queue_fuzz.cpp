@@ -67,12 +67,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     REQUIRE(s_iStarted == VYX_OK);
     fuzz::Input input(pData, nSize);
     Queue queues[3];
+    const unsigned nSends = input.Pick(30); // of 30 operations
     while (!input.AtEnd()) {
         Queue &queue = queues[input.Pick(3)];
         const unsigned nChoice = input.Pick(32);
         if (queue.hQueue == nullptr) {
             REQUIRE(VYX_MsgQCreateEx(&queue.hQueue) == VYX_OK);
-        } else if (nChoice < 15) {
+        } else if (nChoice < nSends) {
             Send(&input, &queue);
         } else if (nChoice < 30) {
             Receive(&queue, static_cast<int32_t>(input.Byte()) * 32, nChoice % 2 == 0 ? 0 : -1);

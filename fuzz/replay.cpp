@@ -93,6 +93,6 @@ int main(int argc, char **argv) {
         Change(corpus, nMost, &random);
         Run();
     }
-    std::printf("stat::number_of_executed_units: %zu\n", nDone);
+    std::fprintf(stderr, "stat::number_of_executed_units: %zu\n", nDone);
     return 0;
 }

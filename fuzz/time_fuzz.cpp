@@ -59,8 +59,9 @@ void Local(VYX_TIME_T t) {
     REQUIRE(fields.tm_isdst == theirs.tm_isdst);
     VYX_TIME_T back = t;
     REQUIRE(VYX_TimeFromExpTimeGMT(&fields, &back) == VYX_OK);
-    REQUIRE(t < 86400 * kSecond || back == t + (theirs.tm_gmtoff - zone.iOffset) * kSecond ||
-            t > INT64_MAX - 86400 * kSecond);
+    const int64_t iLate = (theirs.tm_gmtoff - zone.iOffset) * kSecond; // the daylight saving
+    REQUIRE(t < 86400 * kSecond ||
+            static_cast<uint64_t>(back) == static_cast<uint64_t>(t) + static_cast<uint64_t>(iLate));
     char szText[25] = "";
     char szExpected[64] = "";
     (void)snprintf(szExpected, sizeof szExpected, "%s %s %02d %02d:%02d:%02d ",
@@ -87,7 +88,9 @@ void FromFields(fuzz::Input *pInput) {
     const int64_t iSeconds = ((iDays * 24 + fields.tm_hour) * 60 + fields.tm_min) * 60 + fields.tm_sec;
     VYX_TIME_T t = 4711;
     REQUIRE(VYX_TimeFromExpTime(&fields, &t) == (bMonth && iSeconds >= 0 ? VYX_OK : VYX_ERROR));
-    REQUIRE(t == (bMonth && iSeconds >= 0 ? iSeconds * kSecond + fields.tm_usec : 4711));
+    const uint64_t nExpected =
+        static_cast<uint64_t>(iSeconds) * kSecond + static_cast<uint64_t>(int64_t{fields.tm_usec});
+    REQUIRE(t == (bMonth && iSeconds >= 0 ? static_cast<VYX_TIME_T>(nExpected) : 4711)); // it wraps
 }
 
 void Format(const std::string &sFormat, size_t nMax, const VYX_TIME_EXP_T &fields) {

@@ -1,0 +1,100 @@
+// Lines of the log into its files: levels, files, texts and sizes. What was taken is there whole, once and in order, cut where the
+// header says, in files that change exactly before a line that would not fit.
+#include <cctype>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <vector>
+#include <vyx/log.h>
+
+#include "folder.h"
+#include "input.h"
+
+namespace {
+
+constexpr size_t kLongest = 2046; // bytes of header and text
+
+std::string Printed(const char *szFormat, int iNumber, const std::string &sText, int64_t iLarge) {
+    std::string sOut(sText.size() + 100, '\0');
+    const int iLength = std::snprintf(sOut.data(), sOut.size(), szFormat, iNumber, sText.c_str(),
+                                      static_cast<long long>(iLarge));
+    return sOut.substr(0, static_cast<size_t>(iLength));
+}
+
+// Hands a line over. Adds it to those that are expected, with zeros for the digits of the time.
+void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pLines) {
+    static const char *const kFormats[] = {"%d %s|%lld", "%5d|%-9s|%lld", "%x%s%llx", "%%%+d%.3s %020lld",
+                                           "%i%s%lli"};
+    static const char *const kNames[] = {"DISABLE", "ERR", "DBG", "INF"};
+    const auto iLevel = static_cast<int32_t>(pInput->Pick(7)) - 1;
+    const char *szFormat = kFormats[pInput->Pick(std::size(kFormats))];
+    const auto iNumber = pInput->Number<int32_t>();
+    const auto iLarge = pInput->Number<int64_t>();
+    const std::string sFile = pInput->Text(pInput->Pick(24)).c_str();
+    std::string sText;
+    const size_t nRepeat = pInput->Pick(100) < 90 ? 1 : 300;
+    const std::string sPart = pInput->Text(pInput->Pick(32)).c_str();
+    for (size_t i = 0; i < nRepeat; ++i)
+        sText += sPart;
+    const int32_t iResult = WriteLog(static_cast<log_level>(iLevel), sFile.c_str(), iNumber, szFormat,
+                                     iNumber, sText.c_str(), static_cast<long long>(iLarge));
+    REQUIRE(iResult == (iLevel > iThreshold ? -3 : 0));
+    if (iResult != 0)
+        return;
+    const std::string sName = iLevel >= 0 && iLevel < 4 ? kNames[iLevel] : "?";
+    const std::string sLine =
+        "[0000-00-00 00:00:00.000][" + sName + "][FILE:" + sFile.substr(sFile.find_last_of("/\\") + 1) +
+        "][LINE:" + std::to_string(iNumber) + "] " + Printed(szFormat, iNumber, sText, iLarge);
+    pLines->push_back(sLine.substr(0, kLongest) + "\r\n");
+}
+
+// The files by their numbers; the digits of each line's time become zeros.
+std::map<int, std::string> Files(const fuzz::Folder &folder) {
+    std::map<int, std::string> files;
+    for (const auto &entry : std::filesystem::directory_iterator(folder / "")) {
+        int iNumber = 0;
+        REQUIRE(std::sscanf(entry.path().filename().c_str(), "vyx_log_%d", &iNumber) == 1);
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_read);
+        std::ifstream file(entry.path(), std::ios::binary);
+        files[iNumber].assign(std::istreambuf_iterator<char>(file), {});
+    }
+    return files;
+}
+
+void HideTime(std::string *pLine) {
+    for (size_t i = 0; i < std::min<size_t>(pLine->size(), 25); ++i)
+        if (std::isdigit(static_cast<unsigned char>((*pLine)[i])) != 0)
+            (*pLine)[i] = '0';
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
+    static const fuzz::Folder s_folder;
+    s_folder.Empty();
+    fuzz::Input input(pData, nSize);
+    const uint32_t nLimit = input.Byte() * 16;
+    const auto iThreshold = static_cast<int32_t>(input.Pick(5));
+    REQUIRE(AdjustLogLevel(static_cast<log_level>(iThreshold)) == 0);
+    REQUIRE(EnableTarget(VYX_LOG_TARGET_FILE, (s_folder / "").c_str(), nLimit, 0) == 0);
+    std::vector<std::string> lines;
+    while (!input.AtEnd())
+        Write(&input, iThreshold, &lines);
+    REQUIRE(DisableTarget(VYX_LOG_TARGET_FILE) == 0); // writes them
+    const auto files = Files(s_folder);
+    auto itLine = lines.begin();
+    for (const auto &[iNumber, sContent] : files) {
+        REQUIRE(iNumber == files.begin()->first || files.count(iNumber - 1) != 0);
+        size_t nAt = 0;
+        for (; nAt < sContent.size(); nAt += itLine++->size()) {
+            REQUIRE(itLine != lines.end());
+            std::string sLine = sContent.substr(nAt, itLine->size());
+            HideTime(&sLine);
+            REQUIRE(sLine == *itLine);
+            REQUIRE(nAt == 0 || nLimit == 0 || nAt + itLine->size() <= nLimit);
+        }
+        REQUIRE(nAt > 0 && (itLine == lines.end() || nAt + itLine->size() > nLimit));
+    }
+    REQUIRE(itLine == lines.end());
+    return 0;
+}
