@@ -1,28 +1,39 @@
 #!/usr/bin/env python3
 """Plants single faults in the library, one at a time, and tells how many of them the tests notice.
 
-A copy of the source tree is built once. For each fault one line of the copy is changed, the object is rebuilt, and the
-tests of the rooms that depend on it run until the first one fails. A fault that does not compile is replaced by the next.
-The same seed plants the same faults as long as the lines stay as they are, wherever they move to.
+A copy of the source tree is built once, so that the library notes which test enters which function. For each fault one
+line of the copy is changed, the object is rebuilt, and the tests that enter the function run until one fails, those of the
+room first, the quick ones before the slow ones; then the room's other tests that enter the file. A fault that does not
+compile is replaced by the next. The same seed plants the same faults as long as the lines stay as they are, wherever they
+move to. Results are written as they come; a run that was ended goes on where it was.
 
 Exit status: 0 if at least the asked share was noticed, 1 if less, 2 if the unchanged tests fail.
 """
 
 import argparse
+import concurrent.futures
 import hashlib
 import json
 import os
 import pathlib
+import pickle
 import re
 import shutil
+import signal
 import subprocess
 import sys
+import tempfile
 import time
 
-TOP = pathlib.Path(__file__).resolve().parent.parent.parent
-BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O1", "-DVYX_CHECK_LOCKS=ON", "-DVYX_BUILD_TESTS=ON",
-         "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF"]
+HERE = pathlib.Path(__file__).resolve().parent
+TOP = HERE.parent.parent
+BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_CHECK_LOCKS=ON", "-DVYX_BUILD_TESTS=ON",
+         "-DVYX_PRECOMPILE_TESTS=ON", "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF",
+         "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
+         "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
+SLOW = 10 # seconds: a test of another room that takes longer is left out
+ANALYSIS = "the analysis of locks"
 
 # Kind, what is looked for, what it becomes. The formatter puts blanks around operators, but none into templates.
 CHANGES = [
@@ -74,8 +85,8 @@ def all_faults(tree, seed, only):
             continue
         for number, kind, line, key in faults_of(file, file.read_text()):
             order = hashlib.sha256(f"{seed}|{key}".encode()).hexdigest()
-            rooms.setdefault(file.parent.name, []).append((order, file, number, kind, line))
-    return {room: sorted(faults, key=lambda fault: fault[0]) for room, faults in rooms.items()}
+            rooms.setdefault(file.parent.name, []).append((order, file, number, kind, line, key))
+    return {room: sorted(rooms[room], key=lambda fault: fault[0]) for room in only or sorted(rooms) if room in rooms}
 
 
 def quotas(tree, rooms, count):
@@ -89,93 +100,241 @@ def quotas(tree, rooms, count):
     return share
 
 
-def dependents(tree):
-    """Room -> the rooms whose code may notice it, itself first; from the table of layers."""
-    text = (tree / "docs/architecture.md").read_text()
-    rows = dict(re.findall(r"^\| `src/(\w+)` \|[^|]*\|([^|]*)\|", text, re.M))
-    uses = {room: set(re.findall(r"`(\w+)`", includes)) for room, includes in rows.items()}
-    return {room: [room] + [other for other in uses if room in uses[other]] + ["conformance"] for room in uses}
+class Test:
+    """One case of a test program, started as CTest would."""
+
+    def __init__(self, room, described):
+        properties = {p["name"]: p["value"] for p in described["properties"]}
+        self.room, self.name, self.command = room, described["name"], described["command"]
+        self.folder = properties["WORKING_DIRECTORY"]
+        self.environment = dict(entry.split("=", 1) for entry in properties.get("ENVIRONMENT", []))
+        self.serial = properties.get("RUN_SERIAL", False)
+        self.took, self.limit, self.touched, self.inside = 0, 600, set(), False
+
+    def start(self, touched):
+        self.since = time.monotonic()
+        environment = {**os.environ, **self.environment, **({"VYX_TOUCHED": str(touched)} if touched else {})}
+        self.process = subprocess.Popen(self.command, cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+
+    def ended(self):
+        """None: still runs. Otherwise what is to be said about it, nothing if it passed."""
+        status, self.took = self.process.poll(), time.monotonic() - self.since
+        if status is None and self.took < self.limit:
+            return None
+        self.end()
+        return f"{self.name} hangs" if status is None else self.name if status else ""
+
+    def end(self):
+        try:
+            os.killpg(self.process.pid, 9) # children, too
+        except ProcessLookupError:
+            pass
+        self.process.wait()
+        self.process = None
 
 
 class Tree:
     """The copy that is built, changed and tested."""
 
-    def __init__(self, source, jobs):
-        self.path, self.build, self.jobs = source, source / "build", jobs
-        self.limits = {}
+    def __init__(self, options):
+        self.path, self.build = options.work, options.work / "build"
+        self.jobs, self.beside = options.jobs, options.beside
+        self.own = options.only if options.own else None
+        self.tests, self.starts = [], {}
+        self.commands, self.used_by = {}, {}
+        state = hashlib.sha256()
+        for file in sorted(f for folder in ("src", "tests", "include") for f in (self.path / folder).rglob("*")
+                           if f.is_file() and "torture" not in f.parts[-3:]):
+            state.update(str(file).encode() + file.read_bytes())
+        self.state = state.hexdigest()[:16]
 
-    def run(self, command, limit=None):
-        process = subprocess.Popen(command, cwd=self.path, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                                   start_new_session=True)
+    def quietly(self, *command):
+        return subprocess.run(command, cwd=self.path, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode == 0
+
+    def make(self, *targets):
+        return self.quietly("ninja", "-C", "build", f"-j{self.jobs}", *targets)
+
+    def learn(self):
+        """How each file of the build is made, and which objects a source is in: faults are built without Ninja, which takes
+        longer to look at the tree than the compiler for a file."""
+        def ninja(*arguments):
+            return subprocess.run(["ninja", "-C", self.build, *arguments], check=True, stdout=subprocess.PIPE, text=True).stdout
+        described = ninja("-t", "compdb")
+        for entry in json.loads(described[described.index("["):]):
+            quick = re.sub(r"^\S*ccache |-g1|-W(?!l,)\S+", "", entry["command"])
+            self.commands[entry["output"]] = quick + " -w" * entry["output"].endswith(".o")
+        for line in ninja("-t", "deps").split("\n"):
+            if ": #deps" in line:
+                output = line.split(":")[0]
+            elif line.startswith(f"    {self.path}/src/"):
+                self.used_by.setdefault(line.strip(), []).append(output)
+        self.library = next(output for output in self.commands if re.match(r"src/libvyx\.so\.\d+\.", output))
+
+    def command(self, output):
+        return subprocess.run(self.commands[output], shell=True, cwd=self.build, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL).returncode == 0
+
+    def objects(self, file):
+        """Those to compile anew: of the library, and of the tests of the file's room."""
+        return [o for o in self.used_by.get(str(file), []) if o.startswith(("src/", f"tests/{file.parent.name}/"))]
+
+    def prepare(self):
+        """Builds the library and all tests, and lists them."""
+        (self.path / "touched").mkdir(exist_ok=True)
+        for name in ("touched.cmake", "touched.cpp"):
+            update(self.path / "touched" / name, (HERE / name).read_bytes())
+        if not self.quietly("cmake", "-G", "Ninja", "-S", ".", "-B", "build", *BUILD,
+                            f"-DCMAKE_PROJECT_vyx_INCLUDE={self.path}/touched/touched.cmake"):
+            return False
+        rooms = self.own or [f.parent.name for f in sorted(self.path.glob("tests/*/CMakeLists.txt"))
+                             if (self.path / "src" / f.parent.name).is_dir() or f.parent.name == "conformance"]
+        if not self.make("vyx", *(f"tests/{room}/all" for room in rooms)):
+            return False
+        for room in rooms:
+            listed = subprocess.run(["ctest", "--test-dir", self.build / "tests" / room, "--show-only=json-v1"], check=True,
+                                    stdout=subprocess.PIPE).stdout
+            self.tests += [Test(room, test) for test in json.loads(listed)["tests"]
+                           if test["command"][0].startswith(str(self.build))]
+        return True
+
+    def enter(self, test):
+        """Runs a test alone: how long it takes, and which bytes of which modules it leaves behind."""
+        with tempfile.TemporaryDirectory() as folder:
+            test.failure = self.first_failure([test], folder) and self.first_failure([test], folder)
+            test.limit = 20 + min(10 * test.took, 3 * test.took + 20)
+            for file in pathlib.Path(folder).iterdir():
+                module = file.name.replace("%", "/")
+                test.touched |= {(module, byte.start()) for byte in re.finditer(b"\1", file.read_bytes())}
+                test.inside |= module == test.command[0]
+
+    def measure(self):
+        """Finds out which test enters which function, and returns the failures. Known already if no file has changed."""
+        known = self.path / "measured.pickle"
+        if known.is_file():
+            state, tests, starts = pickle.loads(known.read_bytes())
+            if state == self.state and [test.name for test in tests] == [test.name for test in self.tests]:
+                self.tests, self.starts = tests, starts
+                return []
+        with concurrent.futures.ThreadPoolExecutor(self.beside) as pool:
+            for number, _ in enumerate(pool.map(self.enter, [test for test in self.tests if not test.serial])):
+                show(number + 1, len(self.tests), "tests measured")
+        for test in self.tests:
+            if test.serial:
+                self.enter(test)
+        entered = {}
+        for module in {module for test in self.tests for module, _ in test.touched}:
+            symbols = subprocess.run(["nm", "--defined-only", module], stdout=subprocess.PIPE, text=True).stdout
+            places = re.findall(r"^(\w+) [tTwW] ", symbols, re.M)
+            lines = subprocess.run(["addr2line", "-e", module], input="\n".join(places), stdout=subprocess.PIPE,
+                                   text=True).stdout
+            for place, line in zip(places, lines.split("\n")):
+                file, _, number = line.split(" ")[0].rpartition(":")
+                file = os.path.normpath(file)
+                if file.startswith(str(self.path / "src")) and number.isdigit():
+                    self.starts.setdefault(file, set()).add(int(number))
+                    entered[module, int(place, 16)] = (file, int(number))
+        for test in self.tests:
+            test.touched = {entered[place] for place in test.touched if place in entered}
+        failing = [test.failure for test in self.tests if test.failure]
+        if not failing:
+            known.write_bytes(pickle.dumps((self.state, self.tests, self.starts)))
+        return failing
+
+    def tests_for(self, path, number):
+        """Those that enter the function, then the room's own that enter the file; each the quick ones first."""
+        file, room = str(path), path.parent.name
+        start = max((line for line in self.starts.get(file, ()) if line <= number + 1), default=None)
+        first = [test for test in self.tests if (file, start) in test.touched]
+        more = [test for test in self.tests if test.room == room and test not in first
+                and (path.suffix == ".h" or any(entered == file for entered, _ in test.touched))]
+        first = [test for test in first if test.took < SLOW or test.room == room]
+        if path.suffix == ".h": # those with a copy of their own of what is in it take long to build
+            first = [test for test in first if not test.inside or test.room == room]
+        for tests in (first, more):
+            tests.sort(key=lambda test: (test.serial, test.room != room, test.took))
+        return first + more
+
+    def first_failure(self, tests, touched=None):
+        """Runs tests, some beside each other, until one fails: what it was. Nothing if all passed."""
+        waiting, running, made, failed = list(tests), [], set(), ""
+        while (waiting or running) and not failed:
+            while waiting and not failed and (not running or (len(running) < self.beside and not waiting[0].serial)):
+                test = waiting.pop(0)
+                program = os.path.relpath(test.command[0], self.build)
+                if test.inside and not touched and program not in made and not self.command(program):
+                    failed = f"{test.name} does not build"
+                    continue
+                made.add(program)
+                test.start(touched)
+                running.append(test)
+            time.sleep(0.002)
+            for test in list(running):
+                result = test.ended()
+                if result is not None:
+                    running.remove(test)
+                    failed = failed or result
+        for test in running:
+            test.end()
+        return failed
+
+    def analysed(self, file):
+        """Whether Clang's analysis of the locks, which every change has to pass, objects to the file."""
+        unit = next(f for f in [file, *self.path.glob("src/*/*.cpp")]
+                    if f.suffix == ".cpp" and (f == file or f'"{file.parent.name}/{file.name}"' in f.read_text()))
+        flags = ["-std=c++17", "-fsyntax-only", "-D_FILE_OFFSET_BITS=64", "-DVYX_NO_INLINE", "-I", "include", "-iquote", "src",
+                 "-Wno-invalid-offsetof", "-Werror=thread-safety", "-Werror=thread-safety-beta"]
+        return "" if self.quietly("clang++", *flags, unit) else ANALYSIS
+
+    def try_fault(self, fault):
+        """What noticed the fault, "" if nothing did, None if it does not compile."""
+        _, file, number, _, line, _ = fault
+        text = file.read_text()
+        lines = text.split("\n")
+        lines[number] = line
+        kept = {self.build / o: (self.build / o).read_bytes() for o in self.objects(file)}
         try:
-            return process.wait(limit)
-        except subprocess.TimeoutExpired:
-            os.killpg(process.pid, 9)
-            process.wait()
-            return None
+            file.write_text("\n".join(lines))
+            if not all(self.command(o) for o in self.objects(file)) or not self.command(self.library):
+                return None
+            self.command("src/libvyx.a")
+            return self.first_failure(self.tests_for(file, number)) or self.analysed(file)
+        finally:
+            file.write_text(text)
+            for path, content in kept.items():
+                path.write_bytes(content)
 
-    def configure(self):
-        return self.run(["cmake", "-G", "Ninja", "-S", ".", "-B", "build", *BUILD]) == 0
 
-    def compile(self, folders):
-        targets = [f"tests/{folder}/all" for folder in folders if (self.path / "tests" / folder / "CMakeLists.txt").exists()]
-        return self.run(["ninja", "-C", "build", f"-j{self.jobs}", "vyx", *targets]) == 0
-
-    def test(self, folder):
-        """True: all passed. None: not in time."""
-        folder_path = self.build / "tests" / folder
-        if not folder_path.exists():
-            return True
-        start = time.monotonic()
-        status = self.run(["ctest", "--test-dir", str(folder_path), "--stop-on-failure", f"-j{2 * self.jobs}",
-                           "-LE", "slow"], self.limits.get(folder))
-        self.took = time.monotonic() - start
-        return None if status is None else status == 0
+def update(path, content):
+    if not path.is_file() or path.read_bytes() != content:
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_bytes(content)
 
 
 def copy_tree(work, revision):
-    """A fresh copy of the tracked files of a revision, or of the work tree."""
-    shutil.rmtree(work, ignore_errors=True)
-    work.mkdir(parents=True)
-    if revision:
-        archive = subprocess.run(["git", "archive", revision], cwd=TOP, check=True, stdout=subprocess.PIPE).stdout
-        subprocess.run(["tar", "x"], cwd=work, input=archive, check=True)
-        return
-    files = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=TOP, check=True,
-                           stdout=subprocess.PIPE).stdout.decode().split("\0")
-    for name in filter(None, files):
-        if (TOP / name).is_file():
-            (work / name).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(TOP / name, work / name)
+    """The tracked files of a revision, or of the work tree; what has not changed is not touched."""
+    with tempfile.TemporaryDirectory() as folder:
+        source = pathlib.Path(folder) if revision else TOP
+        if revision:
+            archive = subprocess.run(["git", "archive", revision], cwd=TOP, check=True, stdout=subprocess.PIPE).stdout
+            subprocess.run(["tar", "x"], cwd=folder, input=archive, check=True)
+            names = {str(file.relative_to(source)) for file in source.rglob("*") if file.is_file()}
+        else:
+            listed = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=TOP, check=True,
+                                    stdout=subprocess.PIPE).stdout
+            names = {name for name in listed.decode().split("\0") if name and (TOP / name).is_file()}
+        for name in names:
+            update(work / name, (source / name).read_bytes())
+            (work / name).chmod((source / name).stat().st_mode)
+        for folder in ("src", "tests", "include"):
+            for file in (work / folder).rglob("*"):
+                if file.is_file() and str(file.relative_to(work)) not in names:
+                    file.unlink()
 
 
-def try_fault(tree, fault, folders):
-    """What became of a fault: "noticed", "hang", "survived", or None if it does not compile."""
-    _, file, number, _, line = fault
-    text = file.read_text()
-    lines = text.split("\n")
-    lines[number] = line
-    try:
-        file.write_text("\n".join(lines))
-        if not tree.compile(folders[:1]):
-            return None
-        for index, folder in enumerate(folders):
-            if index == 1 and not tree.compile(folders):
-                return "noticed"
-            passed = tree.test(folder)
-            if passed is None:
-                return "hang"
-            if not passed:
-                return "noticed"
-        return "survived"
-    finally:
-        file.write_text(text)
-
-
-def show(done, total, noticed, start):
+def show(done, total, what):
     if sys.stderr.isatty() or done % 10 == 0 or done == total:
-        sys.stderr.write(f"\r{done} of {total} faults, {noticed} noticed, {time.monotonic() - start:.0f} s "
-                         + ("" if sys.stderr.isatty() else "\n"))
+        sys.stderr.write(f"\r{done} of {total} {what} " + ("" if sys.stderr.isatty() else "\n"))
 
 
 def arguments():
@@ -186,54 +345,72 @@ def arguments():
     parser.add_argument("--revision", help="a commit instead of the files as they are")
     parser.add_argument("--work", type=pathlib.Path, default=TOP / "build/torture/mutants", help="where the copy is built")
     parser.add_argument("--least", type=float, default=90, help="share in percent that has to be noticed (90)")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count())
-    parser.add_argument("--json", type=pathlib.Path, help="write all faults and what became of them")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="for the compiler")
+    parser.add_argument("--beside", type=int, default=os.cpu_count() + 1, help="how many tests run at once")
+    parser.add_argument("--results", type=pathlib.Path,
+                        help="a line of JSON for each fault; those in it are not tried again while no file changes")
+    parser.add_argument("--again", action="store_true", help="tests have changed: try only those that survived before")
+    parser.add_argument("--own", action="store_true", help="only with the tests of the rooms of --only: quick, and less sharp")
     parser.add_argument("--list", action="store_true", help="print the faults and plant none")
-    return parser.parse_args()
+    options = parser.parse_args()
+    options.work = options.work.resolve()
+    options.results = options.results or options.work.with_suffix(".jsonl")
+    return options
+
+
+def report(results, least):
+    """A row for each room, and the survivors."""
+    rooms = sorted({r["room"] for r in results})
+    for r in results:
+        if not r["noticed"]:
+            print(f"survived: {r['file']}:{r['line']}: {r['kind']}: {r['fault']}")
+    for room in rooms + ["all"]:
+        mine = [r for r in results if room in (r["room"], "all")]
+        noticed = sum(bool(r["noticed"]) for r in mine)
+        print(f"{room:10} {len(mine):4} faults {noticed:4} noticed {100 * noticed / len(mine):5.1f} %,"
+              f" {sum(r['noticed'] == ANALYSIS for r in mine)} of them by {ANALYSIS} alone,"
+              f" {sum(r['seconds'] for r in mine) / len(mine):.1f} s a fault")
+    return 0 if 100 * noticed / len(mine) >= least else 1
 
 
 def main():
     options = arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(2)) # the changed line is put back
     copy_tree(options.work, options.revision)
-    tree = Tree(options.work, options.jobs)
-    rooms = all_faults(tree.path, options.seed, options.only)
-    share = quotas(tree.path, rooms, options.count)
+    rooms = all_faults(options.work, options.seed, options.only)
+    share = quotas(options.work, rooms, options.count)
     if options.list:
         for room, faults in rooms.items():
-            for _, file, number, kind, line in faults[:share[room]]:
-                print(f"{file.relative_to(tree.path)}:{number + 1}: {kind}: {line.strip()}")
+            for _, file, number, kind, line, _ in faults[:share[room]]:
+                print(f"{file.relative_to(options.work)}:{number + 1}: {kind}: {line.strip()}")
         return 0
-    folders = dependents(tree.path)
-    wanted = sorted({folder for room in rooms for folder in folders.get(room, [room, "conformance"])})
-    if not tree.configure() or not tree.compile(wanted):
-        print("the copy does not build", file=sys.stderr)
+    tree = Tree(options)
+    known = [json.loads(line) for line in options.results.read_text().split("\n") if line] if options.results.is_file() else []
+    known = {r["key"]: r for r in known if r["state"] == tree.state or (options.again and r["noticed"] != "")}
+    failing = tree.measure() if tree.prepare() else ["the copy does not build"]
+    tree.learn()
+    if failing:
+        print("without any fault:", *failing, sep="\n  ", file=sys.stderr)
         return 2
-    for folder in wanted:
-        if not tree.test(folder) and not tree.test(folder):
-            print(f"the tests of {folder} fail without any fault", file=sys.stderr)
-            return 2
-        tree.limits[folder] = 20 + 6 * tree.took
-    results, start = [], time.monotonic()
+    results = []
     for room, faults in rooms.items():
         tried = 0
         for fault in faults:
             if tried == share[room]:
                 break
-            outcome = try_fault(tree, fault, folders.get(room, [room, "conformance"]))
-            if outcome is None:
-                continue
-            tried += 1
-            results.append({"file": str(fault[1].relative_to(tree.path)), "line": fault[2] + 1, "kind": fault[3],
-                            "fault": fault[4].strip(), "outcome": outcome})
-            show(len(results), sum(share.values()), sum(r["outcome"] != "survived" for r in results), start)
-            if options.json:
-                options.json.write_text(json.dumps(results, indent=1) + "\n")
-    survivors = [r for r in results if r["outcome"] == "survived"]
-    for r in survivors:
-        print(f"survived: {r['file']}:{r['line']}: {r['kind']}: {r['fault']}")
-    score = 100 * (len(results) - len(survivors)) / len(results)
-    print(f"{len(results)} faults, {len(results) - len(survivors)} noticed: {score:.1f} %")
-    return 0 if score >= options.least else 1
+            key = f"{room}|{fault[5]}"
+            if key not in known:
+                start = time.monotonic()
+                noticed = tree.try_fault(fault)
+                known[key] = {"key": key, "state": tree.state, "room": room, "kind": fault[3], "noticed": noticed,
+                              "seconds": round(time.monotonic() - start, 2)}
+                options.results.write_text("".join(json.dumps(r) + "\n" for r in known.values()))
+            if known[key]["noticed"] is not None:
+                tried += 1
+                results.append({**known[key], "file": str(fault[1].relative_to(tree.path)), "line": fault[2] + 1,
+                                "fault": fault[4].strip()})
+                show(len(results), sum(share.values()), f"faults, {sum(bool(r['noticed']) for r in results)} noticed")
+    return report(results, options.least)
 
 
 if __name__ == "__main__":
