@@ -3,6 +3,7 @@ import gzip
 import importlib.util
 import json
 import os
+import pty
 import select
 import shutil
 import signal
@@ -137,6 +138,12 @@ class Shown(Tool):
             self.assertNotIn("Traceback", err)
             self.assertIn("the archive is damaged", out + err)
         self.assertEqual(self.run_tool("vyx_log_6.log")[0], 1)
+
+    def test_a_terminal_gets_no_commands(self):
+        self.write("vyx_log_1.log", line(1, "\x1b[2J"))
+        other, terminal = pty.openpty()
+        subprocess.run([sys.executable, FOLDER, "."], stdout=terminal, cwd=self.folder, check=True, timeout=LIMIT)
+        self.assertIn(b"] ?[2J\r\n", os.read(other, 4096))
 
     def test_unreadable_files_are_told_and_chmod_helps(self):
         self.write("vyx_log_1.log", line(1, "one"), 0o200)

@@ -34,6 +34,7 @@ Runs the program many times, each time with another order of its threads, and re
   --output             show what the program prints
   --in-place           with --replay: become the program, for a debugger
   --json               the table and the faults as one JSON object
+  --version            the version of vyx-explore
 Exit status: 0 nothing found, 1 something found, 2 it could not be run.
 )";
 
@@ -192,6 +193,11 @@ bool ReadOptions(int count, char **arguments, Options &options, std::string &mes
         if (name == "--help" || name == "-h") {
             help = true;
             message = kHelp;
+            return false;
+        }
+        if (name == "--version") {
+            help = true;
+            message = "vyx-explore " VYX_EXPLORE_VERSION "\n";
             return false;
         }
         const auto flag = Switches().find(name);

@@ -11,6 +11,8 @@ import finish
 import stream
 
 FINE, FOUND, USAGE = 0, 1, 2
+# A line holds a stranger's text: on a terminal no byte of it is a command.
+HARMLESS = bytes.maketrans(bytes([*range(9), *range(11, 32), 127]), b"?" * 31)
 
 
 def seconds(text):
@@ -52,6 +54,7 @@ def options():
     how.add_argument("--tolerance", type=seconds, default=1.0, metavar="SECONDS",
                      help="with --check: how far back times may go (default: 1; lines of several threads do by milliseconds)")
     how.add_argument("--gap", type=seconds, metavar="SECONDS", help="with --check: also report so long a silence")
+    parser.add_argument("--version", action="version", version="vyx-log " + globals().get("VERSION", "of the source tree"))
     return parser.parse_args()
 
 
@@ -60,6 +63,7 @@ class Tool:
         self.chosen = chosen
         self.status = FINE
         self.out = sys.stdout.buffer
+        self.terminal = self.out.isatty()
 
     def failed(self, path, error):
         self.status = FOUND
@@ -74,7 +78,8 @@ class Tool:
             return
         if self.chosen.with_path:
             self.out.write(os.fsencode(record.path) + b": ")
-        self.out.write(record.raw.rstrip(b"\r\n") + b"\n")
+        line = record.raw.rstrip(b"\r\n")
+        self.out.write((line.translate(HARMLESS) if self.terminal else line) + b"\n")
 
     def show(self, found):
         wanted = filters.Filter(self.chosen)
@@ -82,6 +87,8 @@ class Tool:
             source = stream.Follower(self.chosen.paths, self.failed).records()
         else:
             source = stream.merged(found, self.failed)
+            if not found:
+                files.say("no log files in " + ", ".join(self.chosen.paths))
         for record in source:
             if record is None:
                 self.out.flush()

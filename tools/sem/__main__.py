@@ -29,6 +29,7 @@ def options():
     parser.add_argument("--json", action="store_true", help="print one JSON object")
     parser.add_argument("--directory", default="/dev/shm", metavar="DIR",
                         help="where they are (default: %(default)s); of a container: /proc/PID/root/dev/shm")
+    parser.add_argument("--version", action="version", version="vyx-sem " + globals().get("VERSION", "of the source tree"))
     return parser.parse_args()
 
 
