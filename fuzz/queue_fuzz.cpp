@@ -19,26 +19,35 @@ struct Queue {
     std::list<Message> messages = {};
 };
 
-void Send(fuzz::Input *pInput, Queue *pQueue) {
+void Send(Queue *pQueue, int32_t iType, int32_t iPriority, int32_t iLength) {
     static VYX_MSG_BLOCK_T s_block;
-    const unsigned nSpread = pInput->Pick(3);
-    s_block.iPriority = nSpread == 0   ? static_cast<int32_t>(pInput->Pick(3))
-                        : nSpread == 1 ? pInput->Number<int8_t>()
-                                       : pInput->Number<int32_t>();
-    s_block.iMsgType = pInput->Number<int16_t>();
-    const auto iLength =
-        static_cast<int32_t>(pInput->Byte()) * 32 - 32; // -32 to 8128: below and above what is allowed
+    s_block.iMsgType = iType;
+    s_block.iPriority = iPriority;
     s_block.iDataLen = iLength;
-    const bool bGood = pQueue->hQueue != nullptr && iLength >= 0 && iLength <= VYX_MSG_DATA_SIZE;
-    const std::string sData(bGood ? static_cast<size_t>(iLength) : 0, static_cast<char>(pInput->Byte()));
+    const bool bGood = iLength >= 0 && iLength <= VYX_MSG_DATA_SIZE;
+    const std::string sData(bGood ? static_cast<size_t>(iLength) : 0, static_cast<char>(iType));
     std::copy(sData.begin(), sData.end(), s_block.szData);
     REQUIRE(VYX_MsgQSendEx(pQueue->hQueue, &s_block) == (bGood ? VYX_OK : VYX_ERROR));
     if (!bGood)
         return;
     auto itAt = pQueue->messages.begin();
-    while (itAt != pQueue->messages.end() && itAt->iPriority >= s_block.iPriority)
+    while (itAt != pQueue->messages.end() && itAt->iPriority >= iPriority)
         ++itAt;
-    pQueue->messages.insert(itAt, {s_block.iMsgType, s_block.iPriority, sData});
+    pQueue->messages.insert(itAt, {iType, iPriority, sData});
+}
+
+// One message, or a row of them whose priorities rise or fall.
+void SendSome(fuzz::Input *pInput, Queue *pQueue) {
+    const auto iType = static_cast<int32_t>(pInput->Byte());
+    const unsigned nSpread = pInput->Pick(4);
+    int64_t iPriority = nSpread == 0  ? static_cast<int32_t>(pInput->Pick(3))
+                        : nSpread < 3 ? pInput->Number<int8_t>()
+                                      : pInput->Number<int32_t>();
+    const auto iLength =
+        static_cast<int32_t>(pInput->Byte()) * 32 - 32; // -32 to 8128: below and above what is allowed
+    const auto iStep = pInput->Number<int8_t>();
+    for (unsigned n = iType % 4 == 0 ? pInput->Pick(64) : 1; n > 0; --n, iPriority += iStep)
+        Send(pQueue, iType, static_cast<int32_t>(iPriority), iLength);
 }
 
 // A queue that is empty would be waited for.
@@ -74,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         if (queue.hQueue == nullptr) {
             REQUIRE(VYX_MsgQCreateEx(&queue.hQueue) == VYX_OK);
         } else if (nChoice < nSends) {
-            Send(&input, &queue);
+            SendSome(&input, &queue);
         } else if (nChoice < 30) {
             Receive(&queue, static_cast<int32_t>(input.Byte()) * 32, nChoice % 2 == 0 ? 0 : -1);
         } else {

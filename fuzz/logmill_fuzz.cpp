@@ -1,0 +1,147 @@
+// What a sender may say to logmill's collector, in pieces of any size, ended or torn off. A greeting that is none stores nothing
+// and gets no answer; otherwise each line is stored once, in order, under its number and name, and the answer counts them.
+#include <cerrno>
+#include <cstdarg>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+#include <vyx/frame.h>
+#include <vyx/log.h>
+
+#include "collector.h"
+#include "connection.h"
+#include "folder.h"
+#include "input.h"
+
+namespace {
+
+struct Stored {
+    int32_t iLine;
+    std::string sText;
+    bool operator==(const Stored &other) const { return iLine == other.iLine && sText == other.sText; }
+};
+
+struct Sender {
+    std::string sBytes;
+    size_t nPiece; // bytes that arrive at once
+    bool bTorn;    // not ended
+    size_t nAt = 0;
+    std::string sAnswer = {};
+    std::string sName = {}; // under which the log was told the lines
+    std::vector<Stored> stored = {};
+};
+Sender *s_pSender = nullptr;
+
+// Greeting, name and line feed are taken off the text. False if it is no sender's.
+bool Greet(std::string *pText, std::string *pName) {
+    const std::string sGreeting = "LOGMILL 1 ";
+    const size_t nEnd = pText->find('\n');
+    if (nEnd == std::string::npos || pText->compare(0, sGreeting.size(), sGreeting) != 0)
+        return false;
+    *pName = pText->substr(sGreeting.size(), nEnd - sGreeting.size());
+    pText->erase(0, nEnd + 1);
+    const auto fnGood = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+               c == '_' || c == '-';
+    };
+    return !pName->empty() && pName->size() <= 64 && std::all_of(pName->begin(), pName->end(), fnGood);
+}
+
+// The lines in the pieces in which they are stored. Of a line that was torn off, what is sure not to end it.
+std::vector<Stored> Expected(std::string sText, bool bTorn, int32_t *pLines) {
+    std::vector<Stored> stored;
+    std::replace(sText.begin(), sText.end(), '\0', '?');
+    for (*pLines = 0; !sText.empty();) {
+        const size_t nFeed = sText.find('\n');
+        std::string sLine = sText.substr(0, nFeed);
+        const bool bWhole = nFeed != std::string::npos || !bTorn;
+        for (; sLine.size() > logmill::kPieceBytes; sLine.erase(0, logmill::kPieceBytes))
+            stored.push_back({*pLines + 1, sLine.substr(0, logmill::kPieceBytes)});
+        if (bWhole)
+            stored.push_back({++*pLines, sLine});
+        sText.erase(0, nFeed == std::string::npos ? nFeed : nFeed + 1);
+    }
+    return stored;
+}
+
+} // namespace
+
+extern "C" {
+ssize_t __wrap_recv(int iSocket, void *pBytes, size_t nLen, int iFlags);
+ssize_t __wrap_send(int iSocket, const void *pBytes, size_t nLen, int iFlags);
+int __wrap_poll(struct pollfd *pFds, nfds_t nFds, int iTimeOut);
+uint32_t __wrap_VYX_WaitForMultipleObjects(uint32_t nCount, const VYX_EVENT *pEvents, int32_t bAll,
+                                           uint32_t nTimeOut);
+int32_t __wrap_VYX_OutputDebug(const char *szFormat, ...);
+int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char *szFormat, ...);
+
+ssize_t __wrap_recv(int /*iSocket*/, void *pBytes, size_t nLen, int /*iFlags*/) {
+    Sender &sender = *s_pSender;
+    const size_t nCount = std::min({nLen, sender.nPiece, sender.sBytes.size() - sender.nAt});
+    std::copy_n(sender.sBytes.begin() + static_cast<std::ptrdiff_t>(sender.nAt), nCount,
+                static_cast<char *>(pBytes));
+    sender.nAt += nCount;
+    if (nCount > 0 || !sender.bTorn)
+        return static_cast<ssize_t>(nCount);
+    errno = ECONNRESET;
+    return -1;
+}
+ssize_t __wrap_send(int /*iSocket*/, const void *pBytes, size_t nLen, int /*iFlags*/) {
+    s_pSender->sAnswer.append(static_cast<const char *>(pBytes), nLen);
+    return static_cast<ssize_t>(nLen);
+}
+int __wrap_poll(struct pollfd *pFds, nfds_t /*nFds*/, int /*iTimeOut*/) {
+    pFds->revents = pFds->events;
+    return 1;
+}
+uint32_t __wrap_VYX_WaitForMultipleObjects(uint32_t /*nCount*/, const VYX_EVENT * /*pEvents*/,
+                                           int32_t /*bAll*/, uint32_t /*nTimeOut*/) {
+    return VYX_WAIT_OBJECT_0 + 1; // something has arrived
+}
+int32_t __wrap_VYX_OutputDebug(const char * /*szFormat*/, ...) {
+    return 0;
+}
+int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char *szFormat, ...) {
+    REQUIRE(eLevel >= VYX_LOG_LEVEL_ERR && eLevel <= VYX_LOG_LEVEL_INF);
+    std::string sText(3000, '\0');
+    va_list args;
+    va_start(args, szFormat);
+    sText.resize(static_cast<size_t>(std::vsnprintf(sText.data(), sText.size(), szFormat, args)));
+    va_end(args);
+    s_pSender->sName = szFile;
+    s_pSender->stored.push_back({iLine, sText});
+    return 0;
+}
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
+    static const fuzz::Folder s_folder;
+    static const int32_t s_iStarted = VYX_Init();
+    REQUIRE(s_iStarted == VYX_OK);
+    fuzz::Input input(pData, nSize);
+    Sender sender{"", 1 + size_t{input.Byte()} * input.Byte(), input.Pick(2) != 0};
+    for (const char c : input.Rest()) // long lines of short inputs
+        sender.sBytes.append(c == '\x01' ? 950 : 1, c == '\x01' ? 'x' : c);
+    s_pSender = &sender;
+    int sockets[2] = {-1, -1};
+    REQUIRE(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) == 0);
+    {
+        const logmill::Options options;
+        logmill::Collector collector(options);
+        REQUIRE(collector.GetStore().Open(s_folder / "", 0));
+        logmill::Connection connection(collector, sockets[0]);
+        REQUIRE(connection.Usable());
+        connection.Serve();
+        collector.GetStore().Close();
+    }
+    (void)close(sockets[1]);
+    std::string sText = sender.sBytes;
+    std::string sName;
+    int32_t iLines = 0;
+    const bool bSender = Greet(&sText, &sName);
+    REQUIRE(sender.stored == (bSender ? Expected(sText, sender.bTorn, &iLines) : std::vector<Stored>()));
+    REQUIRE(sender.sAnswer == (bSender ? "STORED " + std::to_string(iLines) + "\n" : ""));
+    REQUIRE(sender.stored.empty() || sender.sName == sName);
+    return 0;
+}
