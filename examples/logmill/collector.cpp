@@ -18,6 +18,7 @@ constexpr int32_t kBacklog = 128;
 constexpr uint32_t kStackBytes = 262144;   // of a thread that serves a sender
 constexpr uint32_t kIdleTimeOut = 10000;   // milliseconds after which one without a sender ends
 constexpr uint32_t kProgressPeriod = 1000; // milliseconds
+constexpr size_t kMostNames = 10000;       // that are remembered
 constexpr uint32_t kAcceptPause = 100;     // milliseconds, when the system has no descriptors left
 
 bool Fail(const char *what, const std::string &about) {
@@ -149,10 +150,14 @@ void Collector::ConnectionDone(Connection *connection) {
 
 std::string Collector::UniqueName(std::string name) {
     const MutexHolder holder(m_mutex);
-    const uint32_t count = ++m_names[name];
-    if (count > 1)
-        name += "+" + std::to_string(count);
-    return name;
+    ++m_senders;
+    const auto known = m_names.find(name);
+    if (known == m_names.end() && m_names.size() < kMostNames) {
+        m_names[name] = 1;
+        return name;
+    }
+    // More names are not remembered: the number of all senders so far tells them apart.
+    return name + "+" + std::to_string(known != m_names.end() ? ++known->second : m_senders);
 }
 
 void Collector::ShowProgress(uint32_t /*timer*/, void *pCollector) {
@@ -171,12 +176,9 @@ void Collector::ShowProgress(uint32_t /*timer*/, void *pCollector) {
 void Collector::PrintSummary(int64_t microseconds) {
     const double seconds = static_cast<double>(microseconds > 0 ? microseconds : 1) / 1e6;
     const auto lines = static_cast<double>(m_store.Lines());
-    size_t senders = 0;
-    for (const auto &[name, count] : m_names)
-        senders += count;
-    std::printf("\nlines      %12" PRIu64 "\nmegabytes  %12.3f\nlines/s    %12.0f\nsenders    %12zu\n"
+    std::printf("\nlines      %12" PRIu64 "\nmegabytes  %12.3f\nlines/s    %12.0f\nsenders    %12" PRIu64 "\n"
                 "files      %12" PRId64 "   in %s\n\nlines by level word\n",
-                m_store.Lines(), static_cast<double>(m_store.Bytes()) / 1e6, lines / seconds, senders,
+                m_store.Lines(), static_cast<double>(m_store.Bytes()) / 1e6, lines / seconds, m_senders,
                 m_store.Files(), m_options.directory.c_str());
     for (size_t level = 0; level < kLevels; ++level)
         std::printf("  %-8s %12" PRIu64 "\n", LevelName(static_cast<Level>(level)),

@@ -60,7 +60,8 @@ class Collector {
     VYX_Mutex m_mutex;                 // guards what follows
     uint32_t m_active = 0;
     VYX_TIME_T m_first = 0;                  // when the first sender came
-    std::map<std::string, uint32_t> m_names; // how many senders called themselves so
+    uint64_t m_senders = 0;                  // that greeted
+    std::map<std::string, uint64_t> m_names; // how many of them called themselves so
 };
 
 } // namespace logmill

@@ -13,9 +13,10 @@ namespace logmill {
 namespace {
 
 constexpr size_t kReadBytes = 65536;
-constexpr int kReadsAfterEnd = 64;               // of what had arrived when the collector was told to end
-constexpr uint32_t kAnswerTimeOut = 5000;        // milliseconds that a sender has to take its answer
-constexpr int64_t kLingerMicroseconds = 1000000; // and to end its side after that
+constexpr int kReadsAfterEnd = 64;                 // of what had arrived when the collector was told to end
+constexpr int64_t kGreetingMicroseconds = 5000000; // that a peer has to say that it is a sender
+constexpr uint32_t kAnswerTimeOut = 5000;          // milliseconds that a sender has to take its answer
+constexpr int64_t kLingerMicroseconds = 1000000;   // and to end its side after that
 
 // What a sender may call itself: the log shows it in brackets, and takes slashes for a path.
 bool IsName(std::string_view name) {
@@ -49,12 +50,22 @@ void Connection::Serve() {
     Answer();
 }
 
+// Milliseconds for which to wait for more. A sender may be silent for as long as it likes, but not before its greeting:
+// strangers would hold the places of senders.
+uint32_t Connection::Patience(VYX_TIME_T start) const {
+    if (!m_name.empty())
+        return VYX_INFINITE;
+    const VYX_TIME_T left = std::min(start + kGreetingMicroseconds - VYX_TimeNow(), kGreetingMicroseconds);
+    return static_cast<uint32_t>(std::max<VYX_TIME_T>(left, 0) / 1000);
+}
+
 // Up to the sender's end. When the collector ends, a line that has not arrived whole is left out.
 void Connection::ReadToEnd() {
     const std::array<VYX_EVENT, 2> events = {m_collector.End(), m_readable};
+    const VYX_TIME_T start = VYX_TimeNow();
     Heard heard = Heard::Nothing;
     while (heard <= Heard::Nothing &&
-           VYX_WaitForMultipleObjects(2, events.data(), 0, VYX_INFINITE) == VYX_WAIT_OBJECT_0 + 1)
+           VYX_WaitForMultipleObjects(2, events.data(), 0, Patience(start)) == VYX_WAIT_OBJECT_0 + 1)
         heard = Read();
     if (heard <= Heard::Nothing) {
         heard = Heard::Data;

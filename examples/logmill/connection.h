@@ -1,7 +1,7 @@
 // One sender's connection, served by a thread of the pool: takes the sender's bytes apart into lines and hands them
 // to the store in batches.
 //
-// A sender says "LOGMILL 1 NAME" and a line feed, then the bytes of its file, and ends its side of the connection.
+// A sender says "LOGMILL 1 NAME" and a line feed, within five seconds, then the bytes of its file, and ends its side of the connection.
 // It is answered "STORED N" and a line feed: so many of its lines have been given to the log.
 #ifndef LOGMILL_CONNECTION_H
 #define LOGMILL_CONNECTION_H
@@ -12,6 +12,7 @@
 #include <vyx/msg.h>
 #include <vyx/net.h>
 #include <vyx/sync.h>
+#include <vyx/time.h>
 
 #include "batch.h"
 
@@ -45,6 +46,7 @@ class Connection {
   private:
     enum class Heard { Data, Nothing, End, Failure };
 
+    uint32_t Patience(VYX_TIME_T start) const;
     void ReadToEnd();
     Heard Read();
     bool Greet();

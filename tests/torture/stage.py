@@ -1,15 +1,21 @@
 """What the stages written in Python share: the form, progress, findings and the line of figures at the end."""
+import atexit
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("VYX_TORTURE_BUILD") or
                      pathlib.Path(os.environ.get("VYX_BUILD_DIR", TOP / "build")) / "release")
 SHORT = "--full" not in sys.argv[1:]
+FOLDER = pathlib.Path(tempfile.mkdtemp(prefix="vyx-torture-"))  # for all files, those of programs too
+os.environ["TMPDIR"] = str(FOLDER)
+atexit.register(shutil.rmtree, FOLDER, ignore_errors=True)
 runs, findings = 0, []
 
 

@@ -560,8 +560,8 @@ int Main(const std::string &name, double seconds, const std::vector<std::string>
                                      return has(storm->without) || (!works.empty() && !has(works));
                                  }),
                   s_works.end());
-    char folder[] = "/tmp/vyx-storms-XXXXXX";
-    s_folder = std::string(mkdtemp(folder)) + "/";
+    std::string folder = std::filesystem::temp_directory_path() / "vyx-storms-XXXXXX";
+    s_folder = std::string(mkdtemp(folder.data())) + "/";
     std::filesystem::resize_file(
         (std::fclose(std::fopen((s_folder + "source").c_str(), "w")), s_folder + "source"), 300000);
     (void)Check(VYX_Init() == VYX_OK, "Init");
