@@ -13,7 +13,7 @@ namespace {
 template <uint32_t nRoom>
 class TextTable {
   public:
-    TextTable() { (void)VYX_SimpleHashCreate(kKeys / 100 * nRoom, &m_pTable); }
+    TextTable() { (void)VYX_SimpleHashCreate(KeyCount() / 100 * nRoom, &m_pTable); }
     ~TextTable() { (void)VYX_SimpleHashDestroy(m_pTable); }
     TextTable(const TextTable &) = delete;
     TextTable &operator=(const TextTable &) = delete;
@@ -35,7 +35,7 @@ class TextTable {
 template <uint32_t nRoom>
 class IntTable {
   public:
-    IntTable() { (void)VYX_SimpleIntHashCreate(kKeys / 100 * nRoom, &m_pTable); }
+    IntTable() { (void)VYX_SimpleIntHashCreate(KeyCount() / 100 * nRoom, &m_pTable); }
     ~IntTable() { (void)VYX_SimpleIntHashDestroy(m_pTable); }
     IntTable(const IntTable &) = delete;
     IntTable &operator=(const IntTable &) = delete;
@@ -160,6 +160,10 @@ int main(int argc, char **argv) {
     RegisterTable<IntTable<105>, uint32_t>("vyx_95");
     RegisterTable<IntTable<100>, uint32_t>("vyx_full");
     RegisterTable<StdInt, uint32_t>("std", 1);
+    RegisterSizes<TextTable<200>, const char *>("vyx");
+    RegisterSizes<StdText, const char *>("std");
+    RegisterSizes<IntTable<200>, uint32_t>("vyx");
+    RegisterSizes<StdInt, uint32_t>("std");
     bench::Compare("hash_find_text_alike",
                    {{"vyx", HashFindAlike<TextTable<200>>}, {"std", HashFindAlike<StdText>, 3}});
     RegisterRing<LookOnly, 64>("cycle_64_in");

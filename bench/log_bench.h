@@ -224,7 +224,6 @@ int RegisterLogger(const char *szSide, double fBound) {
             (szName + side).c_str(),
             [fShare = fShare](benchmark::State &state) { LogCall<Logger>(state, fShare); })
             ->Iterations(1)
-            ->Repetitions(7)
             ->UseRealTime()
             ->RangeMultiplier(2)
             ->Range(1, 16)

@@ -160,24 +160,24 @@ void SendCost(benchmark::State &state) {
     for (auto _ : state) {
         const double fOne = NanosecondsPerSend(1, 1);
         const double fFull = NanosecondsPerSend(Queued, Priorities);
-        bench::Observed(state, fFull / fOne, "times the cost at 1", 1.5);
+        bench::Observed(state, fFull / fOne, "times", 1.5);
     }
 }
 
-// A send and a receive at a queue that holds much. The sends are spread over as many priorities; so the receives take what
-// has just come, or little before.
-template <uint32_t Queued, uint32_t Priorities>
+// A send and a receive at a queue that holds as many messages as the size says. The sends are spread over as many
+// priorities; so the receives take what has just come, or little before.
+template <class Queue, uint32_t Priorities>
 void PairCost(benchmark::State &state) {
     constexpr uint32_t kPairs = 1000;
     for (auto _ : state) {
-        VyxQueue queue;
+        Queue queue;
         Message message = {};
         std::mt19937 random(1); // NOLINT(cert-msc32-c,cert-msc51-cpp): the same run each time
         const auto Send = [&] {
             message.iPriority = static_cast<int32_t>(random() % Priorities);
             queue.Send(message);
         };
-        for (uint32_t n = 0; n < Queued; ++n)
+        for (int64_t n = 0; n < state.range(0); ++n)
             Send();
         queue.Receive(message); // has all of them put in order
         std::vector<double> samples;
@@ -210,8 +210,7 @@ void Memory(benchmark::State &state, Count count) {
         (void)VYX_MsgQReceiveEx(hQueue, pBlock.get(), 0);
         const size_t nAfter = mallinfo2().uordblks + mallinfo2().hblkhd;
         (void)VYX_MsgQDestroyEx(hQueue);
-        bench::Observed(state, static_cast<double>(nAfter - nBefore) / (kMessages - 1) - 64,
-                        "bytes a message beside its data", 96);
+        bench::Observed(state, static_cast<double>(nAfter - nBefore) / (kMessages - 1) - 64, "bytes", 96);
     }
 }
 
@@ -231,16 +230,15 @@ int main(int argc, char **argv) {
     (void)RegisterWakeWithLimit<VyxQueue>("vyx", 0);
     (void)RegisterWakeWithLimit<SystemQueue>("mq_timedreceive", 1.1);
     (void)RegisterWakeWithLimit<HeapQueue>("heap", 0);
-    bench::Figure("send_cost_100000_equal", {{"vyx", SendCost<100000, 1>}}, 9);
-    bench::Figure("send_cost_10000_priorities", {{"vyx", SendCost<10000, 10000>}}, 9);
-    bench::Figure("pair_cost_1", {{"vyx", PairCost<1, 1>}}, 5);
-    bench::Figure("pair_cost_1000",
-                  {{"vyx", PairCost<1000, 1>}, {"vyx_distinct", PairCost<1000, UINT32_MAX>}}, 5);
-    bench::Figure("pair_cost_100000",
-                  {{"vyx", PairCost<100000, 1>}, {"vyx_distinct", PairCost<100000, UINT32_MAX>}}, 5);
-    bench::Figure("pair_cost_1000000",
-                  {{"vyx", PairCost<1000000, 1>}, {"vyx_distinct", PairCost<1000000, UINT32_MAX>}}, 3);
-    bench::Figure("memory_equal", {{"vyx", MemoryEqual}}, 3);
-    bench::Figure("memory_distinct", {{"vyx", MemoryDistinct}}, 3);
+    bench::Figure("send_cost_100000_equal", {{"vyx", SendCost<100000, 1>}});
+    bench::Figure("send_cost_10000_priorities", {{"vyx", SendCost<10000, 10000>}});
+    const std::vector<int64_t> sizes = {1, 10, 100, 1000, 10000, 100000, 1000000};
+    bench::Figure("pair_cost_equal", {{"vyx", PairCost<VyxQueue, 1>}, {"heap", PairCost<HeapQueue, 1>}},
+                  "queued", sizes);
+    bench::Figure("pair_cost_distinct",
+                  {{"vyx", PairCost<VyxQueue, UINT32_MAX>}, {"heap", PairCost<HeapQueue, UINT32_MAX>}},
+                  "queued", sizes);
+    bench::Figure("memory_equal", {{"vyx", MemoryEqual}});
+    bench::Figure("memory_distinct", {{"vyx", MemoryDistinct}});
     return bench::Run(argc, argv);
 }

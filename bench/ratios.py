@@ -2,7 +2,9 @@
 """Prints how the library compares, from the JSON that the benchmarks write.  ratios.py FILE...
 
 A benchmark is named CASE/SIDE, with arguments perhaps behind that. The side "vyx" is this library; "vyx_" and a word
-are several ways of its own to do a case. Each side counts with the median of its repetitions. Exit status: 0 whatever the figures say, 1 if a benchmark failed or nothing was measured.
+are several ways of its own to do a case. Each file is a round, with one run of each side: a side counts with the median of
+its runs, a ratio is the median of the rounds' ratios. Exit status: 0 whatever the figures say, 1 if a benchmark failed or
+nothing was measured.
 """
 
 import json
@@ -25,7 +27,8 @@ def read(files):
     runs, failures, cases = [], [], {}
     for file in files:
         with open(file, encoding="utf-8") as stream:
-            runs += sorted(json.load(stream)["benchmarks"], key=lambda run: run["family_index"])
+            runs += sorted(({**run, "round": file} for run in json.load(stream)["benchmarks"]),
+                           key=lambda run: run["family_index"])
     for run in runs:
         if run["run_type"] != "iteration":
             continue
@@ -39,6 +42,13 @@ def read(files):
 
 def median(runs, pick):
     return statistics.median(pick(run) for run in runs)
+
+
+def paired(ours, others, pick):
+    """The median over all rounds of what `ours` took in proportion to `others`."""
+    of_round = {run["round"]: pick(run) for run in others}
+    pairs = [pick(run) / of_round[run["round"]] for run in ours if of_round.get(run["round"])]
+    return statistics.median(pairs) if pairs else float("nan")
 
 
 def nanoseconds(run):
@@ -67,7 +77,7 @@ def ratio_rows(case, own, sides):
         if OURS.match(side):
             continue
         other, bound = median(runs, nanoseconds), runs[0].get("bound", 0)
-        ratio = ours / other
+        ratio = paired(sides[own], runs, nanoseconds)
         yield [f"{case} {own[4:]}".rstrip(), f"{ours:.1f}", side, f"{other:.1f}", f"{ratio:.2f}",
                f"{bound:.2f}" if bound else "", verdict(round(ratio, 2), bound), spread(sides[own]), spread(runs)]
 
@@ -83,13 +93,16 @@ def figure_row(case, own, sides):
             verdict(value, limit)]
 
 
+def markdown(rows):
+    """A table whose first row has the heads."""
+    widths = [max(len(row[i]) for row in rows) for i in range(len(rows[0]))]
+    return "\n".join("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |"
+                     for row in [rows[0], ["-" * width for width in widths], *rows[1:]])
+
+
 def table(title, heads, rows):
-    if not rows:
-        return
-    widths = [max(len(row[i]) for row in [heads, *rows]) for i in range(len(heads))]
-    print(f"\n{title}\n")
-    for row in [heads, ["-" * width for width in widths], *rows]:
-        print("| " + " | ".join(cell.ljust(width) for cell, width in zip(row, widths)) + " |")
+    if rows:
+        print(f"\n{title}\n\n{markdown([heads, *rows])}")
 
 
 def main(files):

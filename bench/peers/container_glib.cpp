@@ -33,5 +33,7 @@ class GlibInt : GlibTable {
 
 const int kText = RegisterTable<GlibText, const char *>("glib");
 const int kInt = RegisterTable<GlibInt, uint32_t>("glib");
+const int kTextSizes = RegisterSizes<GlibText, const char *>("glib");
+const int kIntSizes = RegisterSizes<GlibInt, uint32_t>("glib");
 
 } // namespace

@@ -62,14 +62,15 @@ inline void Compare(const char *szCase, std::initializer_list<Side> sides,
 }
 
 // Registers the sides of a case that observes something for a while and reports one figure: see Observed.
-//   nRepetitions  observations, of which the table shows the median
-inline void Figure(const char *szCase, std::initializer_list<Side> sides, int nRepetitions) {
+//   sizes    where there are several: what they are sizes of, and which; a side finds its own in state.range(0)
+inline void Figure(const char *szCase, std::initializer_list<Side> sides, const char *szSizesOf = nullptr,
+                   const std::vector<int64_t> &sizes = {}) {
     for (const Side &side : sides) {
         const std::string name = std::string(szCase) + "/" + side.szName;
-        benchmark::RegisterBenchmark(name.c_str(), side.pfnRun)
-            ->Iterations(1)
-            ->Repetitions(nRepetitions)
-            ->UseRealTime();
+        auto *pBenchmark =
+            benchmark::RegisterBenchmark(name.c_str(), side.pfnRun)->Iterations(1)->UseRealTime();
+        for (const int64_t nSize : sizes)
+            pBenchmark->Arg(nSize)->ArgName(szSizesOf);
     }
 }
 

@@ -14,7 +14,7 @@ namespace logmill {
 
 namespace {
 
-constexpr int32_t kBacklog = 128;
+constexpr int32_t kBacklog = 1024;         // senders that wait for their turn
 constexpr uint32_t kStackBytes = 262144;   // of a thread that serves a sender
 constexpr uint32_t kIdleTimeOut = 10000;   // milliseconds after which one without a sender ends
 constexpr uint32_t kProgressPeriod = 1000; // milliseconds
