@@ -77,8 +77,7 @@ bool Push_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pMsg) {
             return false;
         pMsg->pNext = pNewest;
     } while (!queue.pNewest.compare_exchange_weak(pNewest, pMsg));
-    const auto nBefore = queue.nMsgCount.fetch_add(1, std::memory_order_relaxed);
-    VYX_PROBE2(queue_send, &queue, nBefore);
+    VYX_PROBE1(queue_send, &queue);
     return true;
 }
 
@@ -89,14 +88,18 @@ size_t Bytes_Local(const VYX_MQ_MSG_S &msg) {
 // Puts a list, newest first, into the index, oldest first.
 void SortIn_Local(VYX_MQ_INTER &queue, VYX_MQ_MSG_S *pNewest) VYX_REQUIRES(queue.hQueueLock) {
     VYX_MQ_MSG_S *pOldest = nullptr;
+    size_t nCount = 0;
+    size_t nBytes = 0;
     while (pNewest != nullptr) {
         VYX_MQ_MSG_S *pOlder = pNewest->pNext;
         pNewest->pNext = pOldest;
         pOldest = pNewest;
-        ++queue.nSorted;
-        queue.nBytes += Bytes_Local(*pNewest);
+        ++nCount;
+        nBytes += Bytes_Local(*pNewest);
         pNewest = pOlder;
     }
+    queue.nSorted += nCount;
+    queue.nBytes += nBytes;
     while (pOldest != nullptr) {
         VYX_MQ_MSG_S *pNewer = pOldest->pNext;
         queue.pIndex->Append(pOldest);
@@ -139,10 +142,9 @@ Look Take_Local(VYX_MQ_INTER &queue, uint32_t nGeneration, VYX_MQ_MSG_S *&pMsg)
     pMsg = queue.pIndex->RemoveFirst();
     if (pMsg == nullptr)
         return Look::Empty;
+    VYX_PROBE2(queue_receive, &queue, queue.nSorted);
     --queue.nSorted;
     queue.nBytes -= Bytes_Local(*pMsg);
-    const auto nBefore = queue.nMsgCount.fetch_sub(1, std::memory_order_relaxed);
-    VYX_PROBE2(queue_receive, &queue, nBefore);
     return Look::Taken;
 }
 
@@ -266,7 +268,6 @@ int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) {
     const LockGuard hold(pEntry->hQueueLock);
     pEntry->nGeneration.fetch_add(1);
     pEntry->pIndex = &s_msgQIndexes[pEntry - s_msgQBlocks];
-    pEntry->nMsgCount.store(0);
     pEntry->pNewest.store(nullptr);
     return VYX_OK;
 }

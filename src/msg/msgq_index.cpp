@@ -62,9 +62,14 @@ void MsgIndex::SplitHighest() {
 
 void MsgIndex::Append(VYX_MQ_MSG_S *pMsg) {
     const int32_t iPriority = pMsg->struMsg.iPriority;
+    if (m_nBuckets == 0) { // most queues are empty most of the time
+        pMsg->pNext = nullptr;
+        m_buckets[m_nBuckets++] = {pMsg, pMsg, iPriority, iPriority};
+        return;
+    }
     MakeRoom();
     uint32_t nPlace = Search(iPriority);
-    if (nPlace == 0 && m_nBuckets != 0 && m_buckets[0].IsMixed())
+    if (nPlace == 0 && m_buckets[0].IsMixed())
         nPlace = 1;
     if (nPlace != 0 && (m_buckets[nPlace - 1].IsMixed() || m_buckets[nPlace - 1].iLowest == iPriority)) {
         m_buckets[nPlace - 1].Append(pMsg);

@@ -38,7 +38,6 @@ struct VYX_MQ_INTER {
     // Sent and not yet in the index, the newest first. Ends with g_struMsgQClosed while the entry is not live, which
     // changes with s_msgQMutex and hQueueLock held.
     alignas(64) std::atomic<VYX_MQ_MSG_S *> pNewest{&g_struMsgQClosed};
-    std::atomic<uint32_t> nMsgCount{0};  // messages, in order or not yet; for tracers
     std::atomic<uint32_t> bRecvWaits{0}; // somebody may wait on hRecvCond; changes with hRecvLock held
     vyx_inter::Lock hRecvLock{vyx_inter::Rank::QueueReceiver};
     vyx_inter::Condition hRecvCond; // a message has come, or the queue is no more

@@ -7,7 +7,7 @@ SHOWN = {
     "event_set": "p", "event_wait_begin": "p", "event_wait_end": "pd",
     "flex_hand_over": "pp", "pool_hand_over": "p-p",
     "log_line": "s-d", "log_written": "d",
-    "queue_receive": "pd", "queue_send": "pd",
+    "queue_receive": "pd", "queue_send": "p",
     "sem_post": "p", "sem_wait_begin": "p", "sem_wait_end": "pd",
     "start": "d", "stop": "d",
     "timer_begin": "-d", "timer_end": "",

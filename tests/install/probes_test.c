@@ -79,8 +79,7 @@ static void Queue(void) {
     (void)VYX_MsgQSendEx(hQueue, &block);
     block.iDataLen = VYX_MSG_DATA_SIZE;
     (void)VYX_MsgQReceiveEx(hQueue, &block, 1);
-    Say("queue_send", hQueue), puts(" 0");
-    Say("queue_send", hQueue), puts(" 1");
+    Say("queue_send", hQueue), puts("");
     Say("queue_receive", hQueue), puts(" 2");
     (void)VYX_MsgQDestroyEx(hQueue);
 }
