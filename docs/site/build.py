@@ -22,7 +22,7 @@ import highlight  # noqa: E402
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 HERE = pathlib.Path(__file__).resolve().parent
 
-# The navigation. Pages of docs/ that are not listed come last, under "More".
+# The navigation. Pages that are not listed come last, under "More".
 SECTIONS = [
     ("Start", ["README.md", "docs/guides/first-c.md", "docs/guides/first-cpp.md", "docs/guides/first-python.md",
                "docs/guides/windows.md", "docs/guides/posix.md"]),
@@ -109,8 +109,9 @@ class Site:
     def find_pages():
         listed = {path for _, pages in SECTIONS for path in pages}
         found = {str(page.relative_to(TOP)) for page in (TOP / "docs").rglob("*.md") if "node_modules" not in page.parts}
+        found |= {page.name for page in TOP.glob("*.md")}
         rest = sorted(found - listed)
-        there = found | {path.name for path in TOP.glob("*.md")} | {p for p in listed if p.startswith("docs/subsystems/")}
+        there = found | {p for p in listed if p.startswith("docs/subsystems/")}
         sections = [(title, [path for path in pages if path in there]) for title, pages in SECTIONS]
         sections[-1][1].extend(rest)
         return sections
