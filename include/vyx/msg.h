@@ -322,33 +322,33 @@ namespace vyx {
  */
 class VYX_API vyx_msgq {
   public:
-    /* Calls init(). If memory is short the object has no queue, and putq and getq return -1. */
+    /* Calls init(). If memory is short the object has no queue, and putq and getq return -1. Threads: any. */
     vyx_msgq();
-    /* destroy(). Nobody may be inside a call. */
+    /* destroy(). Nobody may be inside a call. Threads: the last one that has it. */
     virtual ~vyx_msgq();
     vyx_msgq(const vyx_msgq &) = delete;
     vyx_msgq &operator=(const vyx_msgq &) = delete;
 
     /* Makes a new, empty queue; what an earlier one held is forgotten. 0; -1 if memory is short, and an earlier
-     * queue stays. */
+     * queue stays. Threads: any. */
     int init();
-    /* reset(), then gives the queue itself up until the next init(). 0. */
+    /* reset(), then gives the queue itself up until the next init(). 0. Threads: any. */
     int destroy();
-    /* Forgets every block in the queue. 0. */
+    /* Forgets every block in the queue. 0. Threads: any. */
     int reset();
     /* Appends the pointer. 0; -1 if it is null or there is no queue. If memory is short std::bad_alloc passes
-     * on, with the object usable. */
+     * on, with the object usable. Threads: any. */
     int putq(VYX_MSG_BLOCK_T *block);
     /*
      * Takes the oldest pointer, looking for one again and again, with pauses of at most a tenth of a millisecond
      * or so between the looks.
      *   out      receives the pointer; untouched on failure
      *   timeout  milliseconds; -1 = no limit; 0 and other negative values = one look
-     *
-     * 0; -1 if out is null, there is no queue, or the time-out is used up. It is used up by the looks alone, each
-     * measured on the wall clock and rounded to the nearest millisecond, and not by the pauses: a look shorter
-     * than half a millisecond, which almost every one is, takes nothing off. So a positive time-out bounds the
-     * call only on a machine too busy to look quickly. A caller that must not wait uses 0.
+     * Result:  0; -1 if out is null, there is no queue, or the time-out is used up. Only the looks use it up, each
+     *          measured on the wall clock and rounded to the nearest millisecond, not the pauses: a look under half a
+     *          millisecond, as almost all are, takes nothing off. So a positive time-out bounds the call only on a
+     *          machine too busy to look quickly. A caller that must not wait uses 0.
+     * Threads: any.
      */
     int getq(VYX_MSG_BLOCK_T **out, int timeout);
 

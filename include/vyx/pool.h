@@ -163,17 +163,17 @@ VYX_END_DECLS
  */
 class VYX_API VYX_ThreadPool {
   public:
-    /* Holds null. */
+    /* Holds null. Threads: any. */
     VYX_ThreadPool();
-    /* Does nothing: the pool goes on. */
+    /* Does nothing: the pool goes on. Threads: any. */
     ~VYX_ThreadPool();
 
     /* As VYX_ThreadPool_Create; 0 made, -1 not. Overwrites the handle, also with null: a pool that the object
-     * held before is not destroyed. */
+     * held before is not destroyed. Threads: one at a time. */
     int Create(unsigned int nInitCount, unsigned int nMaxCount);
-    /* As VYX_ThreadPool_Destroy. The handle is kept, so a second Destroy() is the caller's error. */
+    /* As VYX_ThreadPool_Destroy. The handle is kept: a second Destroy() is an error. Threads: one at a time. */
     int Destroy();
-    /* As VYX_ThreadPool_Work. */
+    /* As VYX_ThreadPool_Work. Threads: any. */
     int Work(void *(*work)(void *), void *param);
 
   private:

@@ -221,29 +221,29 @@ namespace vyx {
 /* The C library's functions of the same names, and VYX_Itoa as itoa. Any thread may call any of them. */
 class VYX_API vyx_string {
   public:
-    /* As atoi: the number at the start of a text; 0 also if there is none. */
+    /* As atoi: the number at the start of a text; 0 also if there is none. Threads: any. */
     static int atoi(const char *s);
-    /* As VYX_Itoa: null for a radix outside 2 to 36. */
+    /* As VYX_Itoa: null for a radix outside 2 to 36. Threads: any. */
     static char *itoa(char *out, int value, int radix);
-    /* As strcpy: d, which has room for the text and its zero. */
+    /* As strcpy: d, which has room for the text and its zero. Threads: any. */
     static char *strcpy(char *d, const char *s);
-    /* As strncpy: d, without a zero at its end if the text has n bytes or more. */
+    /* As strncpy: d, without a zero at its end if the text has n bytes or more. Threads: any. */
     static char *strncpy(char *d, const char *s, int n);
-    /* As strcat: d, with s put behind its text. */
+    /* As strcat: d, with s put behind its text. Threads: any. */
     static char *strcat(char *d, char *s);
-    /* As strlen: bytes before the zero. */
+    /* As strlen: bytes before the zero. Threads: any. */
     static size_t strlen(const char *s);
-    /* As strcmp: 0 if equal; otherwise only the sign counts. */
+    /* As strcmp: 0 if equal; otherwise only the sign counts. Threads: any. */
     static int strcmp(const char *a, const char *b);
-    /* As strcasecmp, in lower case: 0 if equal; otherwise only the sign counts. */
+    /* As strcasecmp, in lower case: 0 if equal; otherwise only the sign counts. Threads: any. */
     static int strcasecmp(const char *a, const char *b);
-    /* As strncasecmp, at most n bytes in lower case: 0 if equal; otherwise only the sign counts. */
+    /* As strncasecmp, at most n bytes in lower case: 0 if equal; otherwise only the sign counts. Threads: any. */
     static int strncasecmp(const char *a, const char *b, int n);
-    /* As strchr: the first c, the terminating zero included; null if there is none. */
+    /* As strchr: the first c, the terminating zero included; null if there is none. Threads: any. */
     static char *strchr(const char *s, char c);
-    /* As strrchr: the last c, the terminating zero included; null if there is none. */
+    /* As strrchr: the last c, the terminating zero included; null if there is none. Threads: any. */
     static char *strrchr(const char *s, char c);
-    /* As strstr: the first place of the needle; null if there is none. */
+    /* As strstr: the first place of the needle; null if there is none. Threads: any. */
     static char *strstr(const char *s, const char *needle);
 };
 

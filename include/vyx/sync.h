@@ -262,20 +262,20 @@ VYX_END_DECLS
 /* A mutex as an object; the methods are the flat functions on it and return their results (0 or -1). */
 class VYX_API VYX_Mutex {
   public:
-    /* A recursive mutex. */
+    /* A recursive mutex. Threads: any. */
     VYX_Mutex();
-    /* As VYX_MutexCreate with that type: VYX_Mutex m(0) is a normal one. */
+    /* As VYX_MutexCreate with that type: VYX_Mutex m(0) is a normal one. Threads: any. */
     VYX_Mutex(unsigned int type);
-    /* As VYX_MutexDestroy: nobody may be using it. */
+    /* As VYX_MutexDestroy: nobody may be using it. Threads: the last one that has it. */
     ~VYX_Mutex();
     VYX_Mutex(const VYX_Mutex &) = delete;
     VYX_Mutex &operator=(const VYX_Mutex &) = delete;
 
-    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. Threads: any. */
     int Lock();
-    /* As VYX_MutexUnlock: 0, or -1 on failure. */
+    /* As VYX_MutexUnlock: 0, or -1 on failure. Threads: its owner. */
     int Unlock();
-    /* As VYX_MutexTryLock: 0 locked, -1 not. */
+    /* As VYX_MutexTryLock: 0 locked, -1 not. Threads: any. */
     int TryLock();
 
   private:
@@ -289,18 +289,18 @@ class VYX_API VYX_Mutex {
  */
 class VYX_API VYX_Sema {
   public:
-    /* Starts with the count initial, which is not compared with maximum. */
+    /* Starts with the count initial, which is not compared with maximum. Threads: any. */
     VYX_Sema(unsigned int initial, unsigned int maximum);
-    /* Nobody may be waiting or posting. */
+    /* Nobody may be waiting or posting. Threads: the last one that has it. */
     ~VYX_Sema();
     VYX_Sema(const VYX_Sema &) = delete;
     VYX_Sema &operator=(const VYX_Sema &) = delete;
 
-    /* As VYX_SemWait: 0 taken, -1 not. */
+    /* As VYX_SemWait: 0 taken, -1 not. Threads: any. */
     int Wait();
-    /* As VYX_SemTimedWait, in milliseconds: 0 taken, -1 not. */
+    /* As VYX_SemTimedWait, in milliseconds: 0 taken, -1 not. Threads: any. */
     int TimedWait(unsigned int ms);
-    /* 0, or -1 without posting when the count is at its maximum. */
+    /* 0, or -1 without posting when the count is at its maximum. Threads: any. */
     int Post();
 
   private:
@@ -315,20 +315,20 @@ namespace vyx {
 /* As VYX_Mutex, under the names of this family. */
 class VYX_API vyx_mutex {
   public:
-    /* A recursive mutex. */
+    /* A recursive mutex. Threads: any. */
     vyx_mutex();
-    /* As VYX_MutexCreate with that type. */
+    /* As VYX_MutexCreate with that type. Threads: any. */
     vyx_mutex(int type);
-    /* As VYX_MutexDestroy: nobody may be using it. */
+    /* As VYX_MutexDestroy: nobody may be using it. Threads: the last one that has it. */
     ~vyx_mutex();
     vyx_mutex(const vyx_mutex &) = delete;
     vyx_mutex &operator=(const vyx_mutex &) = delete;
 
-    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. Threads: any. */
     int lock();
-    /* As VYX_MutexUnlock: 0, or -1 on failure. */
+    /* As VYX_MutexUnlock: 0, or -1 on failure. Threads: its owner. */
     int unlock();
-    /* As VYX_MutexTryLock: 0 locked, -1 not. */
+    /* As VYX_MutexTryLock: 0 locked, -1 not. Threads: any. */
     int trylock();
 
   private:
@@ -338,18 +338,18 @@ class VYX_API vyx_mutex {
 /* A mutex that is always recursive. */
 class VYX_API vyx_recursive_mutex {
   public:
-    /* Its owner may lock it again. */
+    /* Its owner may lock it again. Threads: any. */
     vyx_recursive_mutex();
-    /* As VYX_MutexDestroy: nobody may be using it. */
+    /* As VYX_MutexDestroy: nobody may be using it. Threads: the last one that has it. */
     virtual ~vyx_recursive_mutex();
     vyx_recursive_mutex(const vyx_recursive_mutex &) = delete;
     vyx_recursive_mutex &operator=(const vyx_recursive_mutex &) = delete;
 
-    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. */
+    /* As VYX_MutexLock, without a limit: 0, or -1 on failure. Threads: any. */
     int lock();
-    /* As VYX_MutexUnlock: 0, or -1 on failure. */
+    /* As VYX_MutexUnlock: 0, or -1 on failure. Threads: its owner. */
     int unlock();
-    /* As VYX_MutexTryLock: 0 locked, -1 not. */
+    /* As VYX_MutexTryLock: 0 locked, -1 not. Threads: any. */
     int trylock();
 
   private:
@@ -359,21 +359,21 @@ class VYX_API vyx_recursive_mutex {
 /* Not available on this platform: every operation has no effect and returns -2. */
 class VYX_API vyx_sem {
   public:
-    /* Holds nothing. */
+    /* Holds nothing. Threads: any. */
     vyx_sem();
-    /* Holds nothing; the count is ignored. */
+    /* Holds nothing; the count is ignored. Threads: any. */
     vyx_sem(int count);
     virtual ~vyx_sem();
 
-    /* -2 */
+    /* -2. Threads: any. */
     int init(int count);
-    /* -2 */
+    /* -2. Threads: any. */
     int destroy();
-    /* -2 */
+    /* -2. Threads: any. */
     int post(int count);
-    /* -2, at once */
+    /* -2, at once. Threads: any. */
     int wait(int ms);
-    /* -2 */
+    /* -2. Threads: any. */
     int post_1();
 };
 

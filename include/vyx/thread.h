@@ -139,24 +139,24 @@ VYX_END_DECLS
  */
 class VYX_API VYX_Thread {
   public:
-    /* Holds the invalid handle. */
+    /* Holds the invalid handle. Threads: one at a time. */
     VYX_Thread();
-    /* Neither joins nor detaches. */
+    /* Neither joins nor detaches. Threads: one at a time. */
     ~VYX_Thread();
 
-    /* As VYX_Thread_Create; keeps the handle, also the invalid one of a failure. 0 started, -1 not. */
+    /* As VYX_Thread_Create; keeps the handle, of a failure the invalid one. 0, or -1. Threads: one at a time. */
     int Create(void *(*start)(void *), void *param, unsigned int stackSize, int arg1, int arg2, int arg3);
 
-    /* As VYX_Thread_Wait. The handle is kept, so a second Wait() is the caller's error. */
+    /* As VYX_Thread_Wait. The handle is kept, so a second Wait() is the caller's error. Threads: one at a time. */
     int Wait();
-    /* As VYX_Thread_SetPriority, a probe only: 0, or -1 on failure. */
+    /* As VYX_Thread_SetPriority, a probe only: 0, or -1 on failure. Threads: one at a time. */
     int SetPriority(int priority);
-    /* As VYX_Thread_SetSchedPolicy, a probe only: 0, or -1 on failure. */
+    /* As VYX_Thread_SetSchedPolicy, a probe only: 0, or -1 on failure. Threads: one at a time. */
     int SetSchedPolicy(int policy);
 
-    /* Does nothing: -2. */
+    /* Does nothing: -2. Threads: one at a time. */
     int Suspend();
-    /* Does nothing: -2. */
+    /* Does nothing: -2. Threads: one at a time. */
     int Resume();
 
   private:

@@ -174,49 +174,49 @@ namespace vyx {
  */
 class VYX_API vyx_time {
   public:
-    /* The current time. */
+    /* The current time. Threads: one at a time. */
     vyx_time();
-    /* t seconds since 1970-01-01 00:00:00 UTC; may be negative. */
+    /* t seconds since 1970-01-01 00:00:00 UTC; may be negative. Threads: one at a time. */
     vyx_time(int64_t t);
-    /* A copy with the same fields. */
+    /* A copy with the same fields. Threads: one at a time. */
     vyx_time(const vyx_time &other);
     virtual ~vyx_time();
 
-    /* Takes over the current time and returns it, in seconds. */
+    /* Takes over the current time and returns it, in seconds. Threads: one at a time. */
     int64_t now();
-    /* As now. */
+    /* As now. Threads: one at a time. */
     int64_t update_time();
 
-    /* Seconds since 1970-01-01 00:00:00 UTC. */
+    /* Seconds since 1970-01-01 00:00:00 UTC. Threads: one at a time. */
     int64_t get_time() const;
-    /* The full year, such as 2026. */
+    /* The full year, such as 2026. Threads: one at a time. */
     int get_year() const;
-    /* 0-11, January is 0. */
+    /* 0-11, January is 0. Threads: one at a time. */
     int get_mon() const;
-    /* Day of the month, 1-31. */
+    /* Day of the month, 1-31. Threads: one at a time. */
     int get_day() const;
-    /* As get_day. */
+    /* As get_day. Threads: one at a time. */
     int get_mon_day() const;
-    /* 0-23. */
+    /* 0-23. Threads: one at a time. */
     int get_hour() const;
-    /* 0-59. */
+    /* 0-59. Threads: one at a time. */
     int get_min() const;
-    /* 0-60. */
+    /* 0-60. Threads: one at a time. */
     int get_sec() const;
-    /* 0-6, Sunday is 0. */
+    /* 0-6, Sunday is 0. Threads: one at a time. */
     int get_week_day() const;
-    /* Day of the year, 0-365. */
+    /* Day of the year, 0-365. Threads: one at a time. */
     int get_year_day() const;
 
     /* Writes local fields of t, in seconds, to *out, which is returned; null with *out as it was if t is negative, out
-     * is null or the year does not fit an int. Any thread. */
+     * is null or the year does not fit an int. Threads: any. */
     static struct tm *time2tm(int64_t t, struct tm *out);
 
-    /* Takes over the other's seconds; the fields are made anew from them, but stay as they were if it is negative. */
+    /* Takes over the other's seconds; fields are made anew, but stay if it is negative. Threads: one at a time. */
     vyx_time &operator=(const vyx_time &other);
-    /* Adds the other's seconds; the fields as for =. */
+    /* Adds the other's seconds; the fields as for =. Threads: one at a time. */
     vyx_time &operator+=(const vyx_time &other);
-    /* Subtracts the other's seconds; a negative difference becomes 0. The fields as for =. */
+    /* Subtracts the other's seconds; a negative difference becomes 0. The fields as for =. Threads: one at a time. */
     vyx_time &operator-=(const vyx_time &other);
 
   private:
@@ -224,65 +224,65 @@ class VYX_API vyx_time {
     struct tm m_tm;
 };
 
-/* Whether the seconds are the same, whatever the fields. */
+/* Whether the seconds are the same, whatever the fields. Threads: one at a time. */
 VYX_API bool operator==(const vyx_time &a, const vyx_time &b);
-/* Whether the seconds differ. */
+/* Whether the seconds differ. Threads: one at a time. */
 VYX_API bool operator!=(const vyx_time &a, const vyx_time &b);
-/* Whether a is later. */
+/* Whether a is later. Threads: one at a time. */
 VYX_API bool operator>(const vyx_time &a, const vyx_time &b);
-/* Whether a is earlier. */
+/* Whether a is earlier. Threads: one at a time. */
 VYX_API bool operator<(const vyx_time &a, const vyx_time &b);
 
 /* A point in time in microseconds; -1 if the clock could not be read. Used by one thread at a time. */
 class VYX_API vyx_time_tick {
   public:
-    /* The current time. */
+    /* The current time. Threads: one at a time. */
     vyx_time_tick();
-    /* t microseconds. */
+    /* t microseconds. Threads: one at a time. */
     vyx_time_tick(int64_t t);
-    /* A copy. */
+    /* A copy. Threads: one at a time. */
     vyx_time_tick(const vyx_time_tick &other);
     virtual ~vyx_time_tick();
 
-    /* The wall clock in microseconds since 1970, or -1. Any thread. */
+    /* The wall clock in microseconds since 1970, or -1. Threads: any. */
     static int64_t now();
-    /* Takes over now() and returns it. */
+    /* Takes over now() and returns it. Threads: one at a time. */
     int64_t update_time();
-    /* Microseconds. */
+    /* Microseconds. Threads: one at a time. */
     int64_t get_time() const;
 
-    /* Takes over the other's microseconds. */
+    /* Takes over the other's microseconds. Threads: one at a time. */
     vyx_time_tick &operator=(const vyx_time_tick &other);
-    /* Adds the other's microseconds. */
+    /* Adds the other's microseconds. Threads: one at a time. */
     vyx_time_tick &operator+=(const vyx_time_tick &other);
-    /* Subtracts the other's microseconds; the difference may be negative. */
+    /* Subtracts the other's microseconds; the difference may be negative. Threads: one at a time. */
     vyx_time_tick &operator-=(const vyx_time_tick &other);
 
-    /* Milliseconds, rounded half up; -1 if tv is null or a field is -1. Other negative fields are computed with. Any
-     * thread, as all these conversions. */
+    /* Milliseconds, rounded half up; -1 if tv is null or a field is -1. Other negative fields are computed
+     * with. Threads: any. */
     static int64_t timeval2ms(struct timeval *tv);
-    /* Writes milliseconds to *tv, cut to its time_t, and returns tv; null with *tv as it was if ms is negative. */
+    /* Writes ms to *tv, cut to its time_t, and returns tv; null with *tv as it was if negative. Threads: any. */
     static struct timeval *ms2timeval(int64_t ms, struct timeval *tv);
-    /* Microseconds; -1 if tv is null or a field is -1. Other negative fields are computed with. */
+    /* Microseconds; -1 if tv is null or a field is -1. Others that are negative are computed with. Threads: any. */
     static int64_t timeval2us(struct timeval *tv);
-    /* Writes microseconds to *tv, cut to its time_t, and returns tv; null with *tv as it was if us is negative. */
+    /* Writes us to *tv, cut to its time_t, and returns tv; null with *tv as it was if negative. Threads: any. */
     static struct timeval *us2timeval(int64_t us, struct timeval *tv);
-    /* Microseconds as milliseconds, rounded half up; -1 if us is negative. */
+    /* Microseconds as milliseconds, rounded half up; -1 if us is negative. Threads: any. */
     static int64_t us2ms(int64_t us);
-    /* Microseconds as seconds, rounded half up; -1 if us is negative. */
+    /* Microseconds as seconds, rounded half up; -1 if us is negative. Threads: any. */
     static int64_t us2s(int64_t us);
-    /* Milliseconds as seconds, rounded half up; -1 if ms is negative. */
+    /* Milliseconds as seconds, rounded half up; -1 if ms is negative. Threads: any. */
     static int64_t ms2s(int64_t ms);
 
   private:
     VYX_TIME_T m_time;
 };
 
-/* Whether the microseconds are the same. */
+/* Whether the microseconds are the same. Threads: one at a time. */
 VYX_API bool operator==(const vyx_time_tick &a, const vyx_time_tick &b);
-/* Whether a is later. */
+/* Whether a is later. Threads: one at a time. */
 VYX_API bool operator>(const vyx_time_tick &a, const vyx_time_tick &b);
-/* Whether a is earlier. */
+/* Whether a is earlier. Threads: one at a time. */
 VYX_API bool operator<(const vyx_time_tick &a, const vyx_time_tick &b);
 
 } // namespace vyx

@@ -413,18 +413,17 @@ class Reader:
             self.items["records"].append({**made, "kind": kind, "fields": fields})
 
     def methods(self, inner, name):
-        public, before = False, None
-        for part in inner:
+        public, around = False, [None, *inner, None]
+        for before, part, after in zip(around, inner, around[2:]):
             if part.kind == "title":
                 public = part.text == "public"
             elif part.kind == "code" and public and "= delete" not in part.text:
                 declared = function(plain(part.text))
-                lines = self.own(part, before, None)
+                lines = self.own(part, before, after)
                 declared.update(line=part.line, comment="\n".join(lines),
                                 doc=described(lines, [p["name"] for p in declared["parameters"]]))
                 del declared["doc"]["parameters"]
                 yield declared
-            before = part
 
 
 def read(folder):

@@ -3,13 +3,14 @@
 
     hover.py CLANGD INCLUDE JSON    CLANGD is the program; INCLUDE the folder of the headers; JSON the description
 
-Each C function has a comment of its own with its purpose, its result unless it has none, and what threads may do; and
-clangd, asked for the function's name, shows just that comment. Prints what differs, and the number of functions.
+Each C function has a comment of its own with its purpose, its result unless it has none, and what threads may do; each
+method and operator with its purpose and threads, but for destructors that do nothing. clangd, asked for the name, shows
+just that comment. Prints what differs, and the number of functions.
 """
 
 import json
 import pathlib
-import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -59,38 +60,56 @@ def faults_of(function, shown):
         yield f"clangd shows something else: {shown!r}"
     if not function["doc"]["purpose"]:
         yield "has no purpose"
-    if function["result"] != "void" and "Result" not in notes:
+    if function.get("language") == "c" and function["result"] != "void" and "Result" not in notes:
         yield "has no Result"
     if "Threads" not in notes:
         yield "has no Threads"
 
 
+def declared(api):
+    """Header, line and description of each function, method and operator."""
+    for function in api["functions"]:
+        yield function["header"], function
+    for each in api["classes"]:
+        for method in each["methods"]:
+            if method["comment"] or "~" not in method["name"]:
+                yield each["header"], method
+
+
+def column(line, name):
+    """Where a declaration has its name."""
+    return line.index(name.rpartition("::")[2] + "(")
+
+
 def main(program, include, source):
-    functions = [item for item in json.loads(pathlib.Path(source).read_text())["functions"] if item["language"] == "c"]
+    count = faults = 0
     with tempfile.TemporaryDirectory() as folder:
-        pathlib.Path(folder, "compile_flags.txt").write_text(f"-xc\n-std=c11\n-I{pathlib.Path(include).resolve()}\n")
-        file = pathlib.Path(folder, "names.c")
-        text = "#include <vyx/vyx.h>\nvoid (*names[])(void) = {\n" + "".join(f"(void (*)(void)){f['name']},\n" for f in functions)
-        text += "};\n"
-        file.write_text(text)
+        top = pathlib.Path(folder, "include")
+        shutil.copytree(include, top)
+        pathlib.Path(folder, "compile_flags.txt").write_text(f"-xc++\n-std=c++17\n-I{top}\n")
         server = Server(program)
         server.ask("initialize", {"processId": None, "rootUri": None, "capabilities": {
             "textDocument": {"hover": {"contentFormat": ["plaintext"]}}}})
         server.send("initialized", {})
-        document = {"uri": file.as_uri(), "languageId": "c", "version": 1, "text": text}
-        server.send("textDocument/didOpen", {"textDocument": document})
-        count = 0
-        for line, function in enumerate(functions, start=2):
-            place = {"textDocument": {"uri": file.as_uri()}, "position": {"line": line, "character": 20}}
-            answer = server.ask("textDocument/hover", place)
+        texts = {}
+        for header, function in declared(json.loads(pathlib.Path(source).read_text())):
+            file = top / header
+            if header not in texts:
+                texts[header] = file.read_text()
+                server.send("textDocument/didOpen", {"textDocument": {
+                    "uri": file.as_uri(), "languageId": "cpp", "version": 1, "text": texts[header]}})
+            line = function["line"] - 1
+            place = {"line": line, "character": column(texts[header].split("\n")[line], function["name"])}
+            answer = server.ask("textDocument/hover", {"textDocument": {"uri": file.as_uri()}, "position": place})
             for fault in faults_of(function, answer["contents"]["value"] if answer else ""):
-                print(f"{function['header']}:{function['line']}: {function['name']} {fault}")
-                count += 1
+                print(f"{header}:{function['line']}: {function['name']} {fault}")
+                faults += 1
+            count += 1
         server.ask("shutdown", None)
         server.send("exit", None)
         server.process.wait(60)
-    print(f"{len(functions)} functions, {count} faults")
-    return 1 if count or not functions else 0
+    print(f"{count} functions, {faults} faults")
+    return 1 if faults or not count else 0
 
 
 if __name__ == "__main__":
