@@ -4,8 +4,8 @@
   page.py [--page FILE] ROUNDS-FILE...
 
 A measured part lies between "<!-- measured: NAME -->" and "<!-- end -->"; NAME is one of TABLES or CURVES, or "machine".
-Everything else of the page stays as it is. The plots go to the folder pictures/performance beside the page. Exit status: 1 if
-the page has a part that was not measured; then nothing is written.
+Everything else of the page stays as it is. The plots go to the folder pictures beside the page. Exit status: 1 if the
+page has a part that was not measured; then nothing is written.
 """
 
 import argparse
@@ -28,7 +28,8 @@ SIDES = {"raw": "raw", "try": "a try", "raw_fstatat": "raw", "raw_stat": "by pat
          "apr": "APR", "apr_util": "APR", "libuv": "libuv", "boost": "Boost", "boost_asio": "Boost.Asio",
          "spdlog": "spdlog"}
 
-# Rows: what, the case, and which of the library's own sides where there are several.
+# Rows: what, the case, which of the library's own sides where there are several, and the case that has it if it is another
+# one.
 TABLES = {
     "locks": [
         ("`VYX_MutexLock`, `VYX_MutexUnlock`, normal", "mutex_lock_unlock"),
@@ -64,6 +65,10 @@ TABLES = {
         for kind, case in (("flexible", "pool_items"), ("fixed", "pool_items_without_queue"))
         for items, nanoseconds in (("empty items", 0), ("items of 2 us", 2000), ("items of 10 us", 10000))
         for workers in (1, 2, 8)
+    ] + [
+        (f"fixed, {items}, 2 workers, beside queues", f"pool_items/workers:2/item_ns:{nanoseconds}", "vyx",
+         f"pool_items_without_queue/workers:2/item_ns:{nanoseconds}")
+        for items, nanoseconds in (("items of 2 us", 2000), ("items of 10 us", 10000))
     ] + [
         ("from hand-over to start, flexible", "pool_hand_over", "vyx_flexible"),
         ("from hand-over to start, fixed", "pool_hand_over", "vyx_fixed"),
@@ -200,7 +205,8 @@ def table(name, rows, cases):
     """The part of a page, and its plot."""
     found = []
     for label, case, *own in rows:
-        runs, ours = cases.get(case, {}), own[0] if own else "vyx"
+        runs, ours = dict(cases.get(case, {})), own[0] if own else "vyx"
+        runs.update((side, its) for side, its in cases.get(own[1] if len(own) > 1 else case, {}).items() if side == ours)
         if ours in runs:
             found.append((label, ours, {side: runs[side] for side in [ours, *SIDES] if side in runs}))
     if not found:
@@ -272,28 +278,28 @@ def main():
     cases, _ = ratios.read(options.files)  # ratios.py tells of single runs that failed
     failures = []
     rounds = max(len(runs) for sides in cases.values() for runs in sides.values())
-    pictures = options.page.parent / "pictures" / "performance"
+    pictures = options.page.parent / "pictures"
     plots = {}
 
     def part(match):
         name = match[1]
         if name == "machine":
-            return f"<!-- measured: {name} -->\n{machine(rounds, options.load)}\n<!-- end -->"
+            return f"<!-- measured: {name} -->\n\n{machine(rounds, options.load)}\n\n<!-- end -->"
         made = table(name, TABLES[name], cases) if name in TABLES else curve(name, cases)
         if made is None:
             failures.append(f"{name}: nothing was measured")
             return match[0]
         lines, title, plots[name] = made
-        return f"<!-- measured: {name} -->\n\n![{title}](pictures/performance/{name}.svg)\n\n{lines}\n\n<!-- end -->"
+        return f"<!-- measured: {name} -->\n\n![{title}](pictures/performance-{name}.svg)\n\n{lines}\n\n<!-- end -->"
 
     page = re.sub(r"<!-- measured: ([\w-]+) -->.*?<!-- end -->", part, options.page.read_text(), flags=re.S)
     for failure in failures:
         print(f"FAILED {failure}", file=sys.stderr)
     if failures:
         return 1
-    pictures.mkdir(parents=True, exist_ok=True)
+    pictures.mkdir(exist_ok=True)
     for name, plot in plots.items():
-        (pictures / f"{name}.svg").write_text(plot)
+        (pictures / f"performance-{name}.svg").write_text(plot)
     options.page.write_text(page)
     print(f"{options.page} and {len(plots)} plots are written")
     return 0

@@ -396,12 +396,13 @@ int main(int argc, char **argv) {
     bench::Compare(
         "sem_timed_wait_count_there",
         {{"try", CountTried<VyxSem>, 1.5}, {"raw", CountThere<RawSem>}, {"vyx", CountThere<VyxSem>}});
-    bench::Figure("sem_post_to_return_median", {{"raw", PostMedian<RawSem>}, {"vyx", PostMedian<VyxSem>}});
-    bench::Figure("sem_post_to_return_mean", {{"raw", PostMean<RawSem>}, {"vyx", PostMean<VyxSem>}});
+    bench::Figure("sem_post_to_return_median",
+                  {{"raw", PostMedian<RawSem>, 1.5}, {"vyx", PostMedian<VyxSem>}});
+    bench::Figure("sem_post_to_return_mean", {{"raw", PostMean<RawSem>, 1.5}, {"vyx", PostMean<VyxSem>}});
     bench::Figure("sem_post_to_return_99_percent",
-                  {{"raw", PostPercentile<RawSem>}, {"vyx", PostPercentile<VyxSem>}});
-    bench::Figure("sem_20ms_late", {{"raw", Overshoot<RawSem>}, {"vyx", Overshoot<VyxSem>}});
-    bench::Figure("cond_20ms_late", {{"raw", Overshoot<RawCond>}, {"vyx", Overshoot<VyxCond>}});
+                  {{"raw", PostPercentile<RawSem>, 1.5}, {"vyx", PostPercentile<VyxSem>}});
+    bench::Figure("sem_20ms_late", {{"raw", Overshoot<RawSem>, 1.1}, {"vyx", Overshoot<VyxSem>}});
+    bench::Figure("cond_20ms_late", {{"raw", Overshoot<RawCond>, 1.1}, {"vyx", Overshoot<VyxCond>}});
     bench::Figure("pending_cpu", {{"raw", PendingCpu<RawSem>}, {"vyx", PendingCpu<VyxSem>}}, "waits",
                   {1, 10, 100, 1000, 10000});
     bench::Figure("first_start", {{"vyx", Asked<0>}});

@@ -84,7 +84,7 @@ void TimerCpu(benchmark::State &state) {
     for (auto _ : state)
         if (!WatchTimers<Timers>(static_cast<int>(state.range(0)), &figures))
             return state.SkipWithError("the timers did not run");
-    bench::Observed(state, figures.fCpu, "% of a core");
+    bench::Observed(state, figures.fCpu, "% of a core", 2.5);
 }
 
 template <class Timers>

@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 
 // One way of doing a case's work.
 //   pfnRun      the benchmark
-//   fBound      on other sides than "vyx": how many times this side's time "vyx" may take; 0 = no bound
+//   fBound      on other sides than "vyx": how many times this side's time, or figure, "vyx" may have; 0 = no bound
 struct Side {
     const char *szName;
     void (*pfnRun)(benchmark::State &);
@@ -44,6 +44,14 @@ inline void ByHand(benchmark::internal::Benchmark *pBenchmark) {
     pBenchmark->UseManualTime()->Iterations(1);
 }
 
+inline benchmark::internal::Benchmark *RegisterSide(const std::string &name, const Side &side) {
+    return benchmark::RegisterBenchmark(name.c_str(), [side](benchmark::State &state) {
+        side.pfnRun(state);
+        if (side.fBound > 0)
+            state.counters["bound"] = side.fBound;
+    });
+}
+
 // Registers the sides of a case, to be compared by the time of one iteration: the calling thread's processor
 // time, which others that use the machine disturb least, unless pfnConfigure asks for another.
 //   pfnConfigure  settings that all sides share, such as the clock or a number of iterations
@@ -51,11 +59,7 @@ inline void Compare(const char *szCase, std::initializer_list<Side> sides,
                     void (*pfnConfigure)(benchmark::internal::Benchmark *) = nullptr) {
     for (const Side &side : sides) {
         const std::string name = std::string(szCase) + "/" + side.szName;
-        auto *pBenchmark = benchmark::RegisterBenchmark(name.c_str(), [side](benchmark::State &state) {
-            side.pfnRun(state);
-            if (side.fBound > 0)
-                state.counters["bound"] = side.fBound;
-        });
+        auto *pBenchmark = RegisterSide(name, side);
         if (pfnConfigure != nullptr)
             pfnConfigure(pBenchmark);
     }
@@ -67,8 +71,7 @@ inline void Figure(const char *szCase, std::initializer_list<Side> sides, const 
                    const std::vector<int64_t> &sizes = {}) {
     for (const Side &side : sides) {
         const std::string name = std::string(szCase) + "/" + side.szName;
-        auto *pBenchmark =
-            benchmark::RegisterBenchmark(name.c_str(), side.pfnRun)->Iterations(1)->UseRealTime();
+        auto *pBenchmark = RegisterSide(name, side)->Iterations(1)->UseRealTime();
         for (const int64_t nSize : sizes)
             pBenchmark->Arg(nSize)->ArgName(szSizesOf);
     }
