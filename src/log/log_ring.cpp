@@ -200,6 +200,5 @@ void LogRing::Forget() {
     const LockGuard guard(m_lock);
     m_bOpen = false;
     m_nAwaiting = 0;
-    m_nWakeBelow = 0;
     Clear();
 }

@@ -207,8 +207,7 @@ void RenewInChild_Local(VYX_MQ_INTER &entry) VYX_UNCHECKED {
     entry.hRecvLock.Renew();
     entry.hRecvCond.Renew();
     entry.sleepers = {};
-    ++entry.nForks;
-    entry.bRecvWaits.store(0);
+    ++entry.nForks; // bRecvWaits may stay: the next send clears it
 }
 
 // For as long as a receiver sleeps, with hRecvLock held.

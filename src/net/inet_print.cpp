@@ -97,8 +97,6 @@ int PrintLong_Local(const uint8_t *pBytes16, char (&szText)[kLongRoom]) {
 } // namespace
 
 char *VYX_InetNtop4(const uint8_t *pBytes4, char *szOut, int32_t iSize) {
-    if (pBytes4 == nullptr || szOut == nullptr || iSize == 0)
-        return nullptr;
     char szText[kShortRoom];
     const int iLength = PrintShort_Local(pBytes4, szText);
     // Deliberate: compared with the length alone, so at exactly that size the zero lands one byte behind. Pinned by

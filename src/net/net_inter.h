@@ -16,8 +16,8 @@ int32_t VYX_FiniNetwork_Inter(void);
 int32_t VYX_InetPton4_Inter(const char *szText, uint8_t *pOut4);
 int32_t VYX_InetPton6_Inter(const char *szText, uint8_t *pOut16);
 
-// Prints a dotted quad if iSize is at least its length, in which the zero behind it does not count. Result: szOut,
-// or null.
+// Prints a dotted quad if iSize is at least its length, in which the zero behind it does not count; no pointer may be null.
+// Result: szOut, or null.
 char *VYX_InetNtop4(const uint8_t *pBytes4, char *szOut, int32_t iSize);
 
 // What the platform is told of a record's length: 16 for IPv4, 28 for anything else.

@@ -98,12 +98,12 @@ TEST_F(LogFile, RefusedPathIsNotTold) {
 
 // The folder cannot be made, as its parent is missing; then it can.
 TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
-    logs = dir / "missing/logs";
+    logs = dir / "missing/logs/"; // has its slash
     const Capture err(stderr, dir / "err");
     On(kFile);
     std::string messages;
     for (int n = 0; n < 2; ++n) {
-        messages += "LogService OpenFile[" + logs + "/vyx_log_1_w.log] failed\n";
+        messages += "LogService OpenFile[" + logs + "vyx_log_1_w.log] failed\n";
         EXPECT_EQ(Write("lost"), 0);
         ASSERT_TRUE(support::WaitUntil([&] { return err.Text() == messages; })) << err.Text();
     }
@@ -116,7 +116,7 @@ TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
 TEST_F(LogFile, FileSizeLimitOfTheProcessLeavesNoTornLine) {
     rlimit old;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    for (const rlim_t nRoom : {0U, 99U, 100U}) { // for three long lines and that much of the fourth
+    for (const rlim_t nRoom : {0U, 1U, 99U, 100U}) { // for three long lines and that much of the fourth
         SCOPED_TRACE(nRoom);
         const rlimit limit = {900 + nRoom, old.rlim_max};
         On(kFile);

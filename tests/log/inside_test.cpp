@@ -3,11 +3,14 @@
 #include <cerrno>
 #include <cstdint>
 #include <dlfcn.h>
+#include <filesystem>
 #include <pthread.h>
 #include <string>
+#include <thread>
 
 #include "log/log_files.h"
 #include "log/log_ring.h"
+#include "log/log_service.h"
 #include "log/log_support.h"
 #include "support/failing_memory.h"
 
@@ -42,6 +45,20 @@ TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
     failing_memory::g_bNone = s_bNoThread = false;
     EXPECT_EQ(nTaken, 5000);
     EXPECT_EQ(Logged().size(), 5000U);
+}
+
+TEST_F(LogInside, FilesOfTheClassAreWrittenBeforeTheyGoOff) {
+    LogService &service = GetLogService();
+    EXPECT_EQ(service.SwitchFileService(true, logs.c_str(), 0, true), 0);
+    EXPECT_EQ(Write("x"), 0);
+    int iResult = -1;
+    std::thread([&] {
+        (void)pthread_cancel(pthread_self()); // has no effect in there
+        iResult = service.SwitchFileService(false, nullptr, 0, false);
+    }).join();
+    EXPECT_EQ(iResult, 0);
+    EXPECT_EQ(Lines(AllLogText(logs)), Strings{"x"});
+    EXPECT_EQ(Write("x"), -5);
 }
 
 // This thread both fills the ring and empties it. What the writer has in hand, and the bytes that a line leaves free at
@@ -114,6 +131,13 @@ TEST_F(LogInside, FilesUpToTheLastNumber) {
     EXPECT_EQ(write(files), 0);
     EXPECT_EQ(write(files), 0);
     EXPECT_EQ(Names(logs), (Strings{"vyx_log_1_w.log", "vyx_log_2147483647.log"}));
+    files.StopWriteFile();
+    EXPECT_EQ(files.StartWriteFile(logs.c_str(), 0, false), 0);
+    std::string most(2097152 - 3, 'm'); // with one more line the size that a file has without another one
+    iovec lines[] = {{most.data(), most.size()}, {szLine, 3}, {szLine, 1}};
+    EXPECT_EQ(files.InputDataToFile(lines, 3), 0);
+    EXPECT_EQ(std::filesystem::file_size(logs + "/vyx_log_1.log"), 2097152U);
+    EXPECT_EQ(std::filesystem::file_size(logs + "/vyx_log_2_w.log"), 1U);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // Events from the inside: what lies in the pipe, and who is in the way of whom.
 #include <atomic>
+#include <fcntl.h>
 #include <functional>
 #include <sys/ioctl.h>
 #include <thread>
@@ -10,6 +11,7 @@
 #include "msg/event_support.h"
 #include "support/support.h"
 
+using eventtest::ErrnoOf;
 using eventtest::ErrorsOf;
 using eventtest::Event;
 using eventtest::Make;
@@ -118,8 +120,19 @@ TEST(EventInside, PipeFailures) {
     errno = 7;
     EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_SetEvent(unfed.get()), VYX_FALSE); }),
               "quelby !!! VYX_SetEvent read pipe return error 7 1\n\n");
+    EXPECT_EQ(ErrnoOf([&] { errno = 7, VYX_SetEvent(unfed.get()); }), 7);
     EXPECT_EQ(VYX_ResetEvent(unfed.get()), VYX_FALSE);
     ASSERT_EQ(dup2(unfed->iPipeFd[0], iWrite), iWrite); // for the closing
+    const Event full = Make();                          // of which the read end sees a write end all the same
+    const int iKept = dup(full->iPipeFd[1]);
+    const int iFull = open("/dev/full", O_WRONLY);
+    ASSERT_EQ(dup2(iFull, full->iPipeFd[1]), full->iPipeFd[1]);
+    EXPECT_EQ(ErrorsOf([&] { EXPECT_EQ(VYX_SetEvent(full.get()), VYX_FALSE); }),
+              "quelby !!!! VYX_WritePipe_Inter return VYX_FALSE errno = " + std::to_string(ENOSPC) +
+                  "\nquelby !!! VYX_SetEvent write pipe return error " + std::to_string(ENOSPC) + " 2\n\n");
+    EXPECT_EQ(ErrnoOf([&] { VYX_SetEvent(full.get()); }), ENOSPC);
+    (void)close(iFull);
+    (void)close(iKept);
 }
 
 } // namespace

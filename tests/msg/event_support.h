@@ -2,11 +2,13 @@
 #ifndef VYX_TESTS_MSG_EVENT_SUPPORT_H
 #define VYX_TESTS_MSG_EVENT_SUPPORT_H
 
+#include <cerrno>
 #include <functional>
 #include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <type_traits>
+#include <unistd.h>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -38,6 +40,17 @@ inline std::string ErrorsOf(const std::function<void()> &fnCall) {
     testing::internal::CaptureStderr();
     fnCall();
     return testing::internal::GetCapturedStderr();
+}
+
+// errno after a call whose lines standard error does not take.
+inline int ErrnoOf(const std::function<void()> &fnCall) {
+    int iError = 0;
+    (void)ErrorsOf([&] {
+        (void)close(STDERR_FILENO);
+        fnCall();
+        iError = errno;
+    });
+    return iError;
 }
 
 constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";

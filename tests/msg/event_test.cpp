@@ -39,10 +39,15 @@ TEST(Event, OutOfDescriptors) {
         const rlim_t nBefore =
             eventtest::LimitDescriptors(static_cast<rlim_t>(iNext) + 1); // a pipe needs two
         EXPECT_EQ(VYX_CreateEvent(1), nullptr);
-        EXPECT_EQ(errno, EMFILE);
         (void)eventtest::LimitDescriptors(nBefore);
     });
     EXPECT_EQ(errors, "quelby !!! VYX_CreateEvent return error " + std::to_string(EMFILE) + " 0\n\n");
+    EXPECT_EQ(eventtest::ErrnoOf([] {
+                  const rlim_t nBefore = eventtest::LimitDescriptors(STDERR_FILENO + 1); // that one is free
+                  EXPECT_EQ(VYX_CreateEvent(1), nullptr);
+                  (void)eventtest::LimitDescriptors(nBefore);
+              }),
+              EMFILE);
 }
 
 TEST(Event, WaitForSeveral) {
@@ -138,6 +143,7 @@ TEST(Event, Interruptions) {
         ErrorsOf([&] { EXPECT_EQ(VYX_WaitForSingleObject(hEvent, VYX_INFINITE), 0x7FFFFFFCU); });
     EXPECT_EQ(errors,
               "quelby VYX_WaitForSingleObject poll error return error " + std::to_string(EINTR) + " 3\n\n");
+    EXPECT_EQ(eventtest::ErrnoOf([&] { (void)VYX_WaitForSingleObject(hEvent, VYX_INFINITE); }), EINTR);
     const double fTook = support::MillisecondsOf(
         [&] { EXPECT_EQ(VYX_WaitForMultipleObjects(1, &hEvent, 0, 120), VYX_WAIT_TIMEOUT); });
     EXPECT_GE(fTook, 120);

@@ -165,6 +165,10 @@ TEST(Addr, RecordsTakenApart) {
     EXPECT_EQ(VYX_GetAddr6Int(&addr, bytes.data()), VYX_OK) << "every other family counts as IPv6";
     EXPECT_EQ(memcmp(bytes.data(), &addr.in6.sin6_addr, 16), 0);
     EXPECT_EQ(VYX_GetAddrString(&addr), nullptr);
+    EXPECT_TRUE(VYX_MakeAddr4ByInt(1, 2, nullptr) == -1 &&
+                VYX_MakeAddr6ByInt(bytes.data(), 2, nullptr) == -1 && VYX_SetAddrPort(nullptr, 2) == -1 &&
+                VYX_GetAddrInfo(nullptr, &exp) == -1 && VYX_GetAddrInfo(&addr, nullptr) == -1 &&
+                VYX_GetAddr6Int(nullptr, bytes.data()) == -1);
 }
 
 // A longer source must not write behind the record, nor a shorter one touch the rest.

@@ -32,7 +32,6 @@ BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_C
          "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
          "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
-SLOW = 10 # seconds: a test of another room that takes longer is left out
 ANALYSIS = "the analysis of locks"
 
 # Kind, what is looked for, what it becomes. The formatter puts blanks around operators, but none into templates.
@@ -51,7 +50,7 @@ CHANGES = [
     ("constant", r"\btrue\b", "false"), ("constant", r"\bfalse\b", "true"),
     ("result", r"\breturn VYX_OK;", "return VYX_ERROR;"), ("result", r"\breturn VYX_ERROR;", "return VYX_OK;"),
     ("result", r"\bVYX_TRUE\b", "VYX_FALSE"), ("result", r"\bVYX_FALSE\b", "VYX_TRUE"),
-    ("result", r"\breturn (?!VYX_|true|false|nullptr|\{)(\w[^;]*);", r"return decltype(\1){};"),
+    ("result", r"\breturn (?!VYX_|true|false|nullptr|\{|0;)(\w[^;]*);", r"return decltype(\1){};"),
     ("lock or signal", r"^(\s+)const (?:LockGuard|Uncancelled|ErrnoKeeper)\b[^;]*;", r"\1;"),
     ("lock or signal", r"^(\s+)[\w.>-]+(?:Signal|Broadcast|Acquire|Release|Ring)\([^;]*\);", r"\1;"),
     ("statement", r"^(\s+)(?:\(void\))?[\w:.>\[\]-]+\([^;{}]*\);$", r"\1;"),
@@ -140,7 +139,7 @@ class Tree:
     def __init__(self, options):
         self.path, self.build = options.work, options.work / "build"
         self.jobs, self.beside = options.jobs, options.beside
-        self.own = options.only if options.own else None
+        self.own, self.slow = options.only if options.own else None, options.slow
         self.tests, self.starts = [], {}
         self.commands, self.used_by = {}, {}
         state = hashlib.sha256()
@@ -167,8 +166,8 @@ class Tree:
         for line in ninja("-t", "deps").split("\n"):
             if ": #deps" in line:
                 output = line.split(":")[0]
-            elif line.startswith(f"    {self.path}/src/"):
-                self.used_by.setdefault(line.strip(), []).append(output)
+            elif line.startswith("    "):
+                self.used_by.setdefault(os.path.normpath(self.build / line.strip()), []).append(output)
         self.library = next(output for output in self.commands if re.match(r"src/libvyx\.so\.\d+\.", output))
 
     def command(self, output):
@@ -248,7 +247,7 @@ class Tree:
         first = [test for test in self.tests if (file, start) in test.touched]
         more = [test for test in self.tests if test.room == room and test not in first
                 and (path.suffix == ".h" or any(entered == file for entered, _ in test.touched))]
-        first = [test for test in first if test.took < SLOW or test.room == room]
+        first = [test for test in first if test.took < self.slow or test.room == room]
         if path.suffix == ".h": # those with a copy of their own of what is in it take long to build
             first = [test for test in first if not test.inside or test.room == room]
         for tests in (first, more):
@@ -295,6 +294,7 @@ class Tree:
         kept = {self.build / o: (self.build / o).read_bytes() for o in self.objects(file)}
         try:
             file.write_text("\n".join(lines))
+            assert kept, f"{file} is in no object"
             if not all(self.command(o) for o in self.objects(file)) or not self.command(self.library):
                 return None
             self.command("src/libvyx.a")
@@ -349,6 +349,7 @@ def arguments():
     parser.add_argument("--beside", type=int, default=os.cpu_count() + 1, help="how many tests run at once")
     parser.add_argument("--results", type=pathlib.Path,
                         help="a line of JSON for each fault; those in it are not tried again while no file changes")
+    parser.add_argument("--slow", type=float, default=10, help="seconds: tests of other folders that take longer are left out")
     parser.add_argument("--again", action="store_true", help="tests have changed: try only those that survived before")
     parser.add_argument("--own", action="store_true", help="only with the tests of the rooms of --only: quick, and less sharp")
     parser.add_argument("--list", action="store_true", help="print the faults and plant none")
