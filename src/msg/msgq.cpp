@@ -163,7 +163,9 @@ VYX_MQ_MSG_S *Await_Local(VYX_MQ_INTER &queue, uint32_t nTimeOut) {
         if (bFirst) // the usual case does not even look at the clock
             nStart = VYX_GetTimeTick();
         // Without a limit, what remains is counted but need not bound the sleep.
-        VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining);
+        // A clock that cannot be read stands still, so that the platform's wait alone knows that the time is out.
+        if (!VYX_MsgQWaitTimeOut_Inter(&queue, nTimeOut == VYX_INFINITE ? nTimeOut : nRemaining))
+            return nullptr;
         const uint32_t nNow = VYX_GetTimeTick();
         const uint32_t nElapsed = nNow - nStart;
         if (nRemaining < nElapsed)
@@ -289,17 +291,17 @@ void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) {
     WakeAll_Local(*pEntry);
 }
 
-void VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
+bool VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
     const Deadline deadline = nTimeOut == 0 ? Deadline::Never() : Deadline::In(nTimeOut, Clock::Wall);
     const LockGuard guard(pEntry->hRecvLock);
     pEntry->bRecvWaits.store(1);
     const bool bCome = pEntry->pNewest.load() != nullptr;
     pEntry->hQueueLock.Release();
     if (bCome)
-        return;
+        return true;
     const Sleeper sleeper(*pEntry);
     // Woken by WakeAll_Local, of a sender or of the queue's end.
-    (void)pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
+    return pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
 }
 
 int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {

@@ -60,8 +60,8 @@ extern const vyx_inter::ForkRow g_struMsgQForkRow;
 
 // Waits until something is sent, which the caller has found to be needed. It holds hQueueLock, which is released.
 //   nTimeOut  milliseconds; 0 and VYX_INFINITE = no limit
-// However the wait ended, the caller looks for itself.
-void VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) VYX_RELEASE(pEntry->hQueueLock);
+// Result: false if the time is out. Otherwise something may have been sent: the caller looks for itself.
+bool VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) VYX_RELEASE(pEntry->hQueueLock);
 
 VYX_END_DECLS
 

@@ -75,17 +75,19 @@ void Drop_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
 }
 
 // The timer on whose thread this is, else null; until the thread ends, in whatever way.
-struct Own {
-    TIMER_EVENT_T *pTimer = nullptr;
-    ~Own() {
-        if (pTimer == nullptr)
-            return;
-        const LockGuard guard(s_VyxTimerMutex);
-        Drop_Local(pTimer);
-        pTimer = nullptr;
-    }
-};
-thread_local Own t_own;
+thread_local TIMER_EVENT_T *t_pOwn = nullptr;
+
+void EndOfThread_Local(void *pTimer) {
+    const LockGuard guard(s_VyxTimerMutex);
+    t_pOwn = nullptr;
+    Drop_Local(static_cast<TIMER_EVENT_T *>(pTimer));
+}
+
+// The key under which a timer's thread keeps its timer, so that the platform tells when it ends, after all destructors of
+// its own. A destructor of a thread_local object would do, too, but without the memory to note it the C library
+// ends the process.
+pthread_key_t s_hEndKey; // settled before any timer's thread starts
+bool s_bEndKeyMade VYX_GUARDED_BY(s_VyxTimerMutex) = false;
 
 // Result: a free place, or null.
 Place *FindFree_Local() VYX_REQUIRES(s_VyxTimerMutex) {
@@ -112,6 +114,9 @@ TIMER_EVENT_T *Make_Local(uint32_t nTimerId, VYX_TIMER_PROC fnTimerProc, void *p
 }
 
 void StartThread_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
+    s_bEndKeyMade = s_bEndKeyMade || pthread_key_create(&s_hEndKey, EndOfThread_Local) == 0;
+    if (!s_bEndKeyMade)
+        return;
     pTimer->hThread = VYX_Thread_Create(VYX_OnTimer, pTimer, 0, 0, 0, 0);
     if (pTimer->hThread != VYX_INVALID_THREAD)
         ++pTimer->nUsers;
@@ -159,8 +164,8 @@ bool DependsOn_Local(const TIMER_EVENT_T *pTimer, const TIMER_EVENT_T *pOther) V
 
 // Notes what the routine on this thread waits for, if there is one.
 void NoteAwaited_Local(TIMER_EVENT_T *pAwaited) VYX_REQUIRES(s_VyxTimerMutex) {
-    if (t_own.pTimer != nullptr)
-        t_own.pTimer->pAwaited = pAwaited;
+    if (t_pOwn != nullptr)
+        t_pOwn->pAwaited = pAwaited;
 }
 
 // Sleeps until somebody else has killed the timer.
@@ -179,7 +184,7 @@ TIMER_EVENT_T *BeginKill_Local(uint32_t nTimerId) {
     Place &place = s_VyxTimerEvents[nTimerId];
     TIMER_EVENT_T *const pTimer = place.pTimer;
     const bool bStopping = pTimer != nullptr && pTimer->bStop.load() != 0; // somebody else kills it
-    if (pTimer == nullptr || (t_own.pTimer != nullptr && DependsOn_Local(pTimer, t_own.pTimer))) {
+    if (pTimer == nullptr || (t_pOwn != nullptr && DependsOn_Local(pTimer, t_pOwn))) {
         if (!bStopping)
             LetGo_Local(place);
         return nullptr;
@@ -230,7 +235,11 @@ const vyx_inter::ForkRow g_struTimerForkRow = {
 
 void *VYX_OnTimer(void *pParam) {
     auto *const pTimer = static_cast<TIMER_EVENT_T *>(pParam);
-    t_own.pTimer = pTimer;
+    if (pthread_setspecific(s_hEndKey, pTimer) != 0) { // memory is short
+        EndOfThread_Local(pTimer);
+        return nullptr;
+    }
+    t_pOwn = pTimer;
     char szName[16];
     (void)std::snprintf(szName, sizeof szName, "vyx-timer%u", pTimer->nTimerId);
     VYX_NameThread_Inter(szName);
