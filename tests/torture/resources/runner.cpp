@@ -1,0 +1,436 @@
+// Runs every scenario with every failure: each in a child process, several at a time.
+//   torture_resources --short | --full              the first failure of each
+//   kind, or all of them torture_resources SCENARIO KIND N [on] [warm]   one
+//   run, with its output; on: all calls from the N-th on fail; warm: a
+//                                                   run without failures goes
+//                                                   before
+#include "scenario.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using torture::Scenario;
+
+constexpr int kLimit = 20;          // seconds that a run may take
+constexpr int kSettleMillis = 3000; // that threads may take to go
+constexpr int kMostNth = 100;       // of a loop's calls the first ones
+constexpr size_t kMostFunctions = 100;
+
+#define KIND_NAME(kind) #kind,
+constexpr const char *kKinds[] = {FAILING_KINDS(KIND_NAME)};
+#undef KIND_NAME
+
+// A public function that a scenario called, and how many calls of the platform were made meanwhile.
+struct Called {
+    const char *szFunction;
+    int nReached;
+};
+
+// What a process has of what can be left behind.
+struct Holdings {
+    long nBlocks, nDescriptors, nThreads, nNames;
+    // Fewer is no leak: what failed once need not be tried again.
+    bool IsWithin(const Holdings &other) const {
+        return nBlocks <= other.nBlocks && nDescriptors <= other.nDescriptors && nThreads <= other.nThreads &&
+               nNames <= other.nNames;
+    }
+};
+
+// What a child tells its parent, in memory that both have.
+struct Report {
+    Holdings holdings;
+    int nCalls[failing_kinds + 1];
+    Called called[kMostFunctions];
+    size_t nCalled;
+    char szFinding[500];
+};
+
+struct Run {
+    const Scenario *pScenario;
+    int iKind, iNth;
+    bool bOn, bWarm;
+};
+
+Report *s_pReport; // the child's
+Run s_run;         // likewise
+long s_nInherited; // blocks of memory, from the parent
+int s_iRound;      // 0, 1, ...
+int s_iFailing;    // the round with failures
+int s_iHitsBefore; // the last call
+int s_iReachedBefore;
+Called *s_pCalled;
+
+void Find(const std::string &what) {
+    if (s_pReport->szFinding[0] == '\0')
+        (void)std::snprintf(s_pReport->szFinding, sizeof s_pReport->szFinding, "%s", what.c_str());
+}
+
+std::string LastCall() {
+    return s_pCalled == nullptr ? "no call" : s_pCalled->szFunction;
+}
+
+void Leave() {
+    const int nReached = failing_calls(failing_kinds);
+    if (s_pCalled != nullptr)
+        s_pCalled->nReached += nReached - s_iReachedBefore;
+    s_iReachedBefore = nReached;
+}
+
+long CountEntries(const char *szFolder) {
+    const std::filesystem::directory_iterator all(szFolder);
+    return std::distance(begin(all), end(all));
+}
+
+Holdings Held() {
+    return {failing_blocks() - s_nInherited, CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"),
+            failing_sem_names()};
+}
+
+// What is held when threads that are just ending have gone.
+Holdings Settled(const Holdings &expected) {
+    Holdings held = Held();
+    for (int i = 0; i < kSettleMillis && !held.IsWithin(expected); ++i) {
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds(1)); // no condition tells that a detached thread is gone
+        held = Held();
+    }
+    return held;
+}
+
+std::string Text(const Holdings &held) {
+    return std::to_string(held.nBlocks) + " blocks, " + std::to_string(held.nDescriptors) + " descriptors, " +
+           std::to_string(held.nThreads) + " threads, " + std::to_string(held.nNames) + " names";
+}
+
+// The child: runs the scenario, and compares what it holds with what it held when nothing failed.
+void RunScenario(const Holdings *pExpected) {
+    s_iFailing = s_run.bWarm ? 1 : 0;
+    const int iRounds = s_iFailing + 2;
+    for (s_iRound = 0; s_iRound < iRounds; ++s_iRound)
+        s_run.pScenario->fnRun();
+    if (pExpected == nullptr) { // without failures: another round changes nothing
+        s_pReport->holdings = Held();
+        s_run.pScenario->fnRun();
+        pExpected = &s_pReport->holdings;
+    }
+    const Holdings held = Settled(*pExpected);
+    if (!held.IsWithin(*pExpected))
+        Find("leaves " + Text(held) + " instead of " + Text(*pExpected));
+}
+
+[[noreturn]] void Child(const Run &run, const Holdings *pExpected, Report *pReport, bool bShow) {
+    s_pReport = pReport;
+    s_run = run;
+    alarm(kLimit);
+    if (!bShow) {
+        const int fd = open("/dev/null", O_RDWR);
+        for (int i = 0; i < 3; ++i)
+            (void)dup2(fd, i);
+        (void)close(fd);
+    }
+    (void)std::puts(""); // which takes the stream's buffer
+    s_nInherited = failing_blocks();
+    try {
+        RunScenario(pExpected);
+    } catch (const std::exception &error) {
+        Find(LastCall() + " throws " + error.what());
+    }
+    _exit(0);
+}
+
+std::string EndOf(int iStatus) {
+    if (WIFSIGNALED(iStatus))
+        return WTERMSIG(iStatus) == SIGALRM ? "does not end"
+                                            : std::string("dies: ") + strsignal(WTERMSIG(iStatus));
+    return WEXITSTATUS(iStatus) == 0 ? "" : "exits with status " + std::to_string(WEXITSTATUS(iStatus));
+}
+
+std::string Text(const Run &run) {
+    std::string text =
+        std::string(run.pScenario->szName) + ' ' + kKinds[run.iKind] + ' ' + std::to_string(run.iNth);
+    return text + (run.bOn ? " on" : "") + (run.bWarm ? " warm" : "");
+}
+
+// The children that run, and what came of those that did.
+class Workers {
+  public:
+    explicit Workers(size_t nMost) : m_slots(nMost) {
+        void *const pShared =
+            mmap(nullptr, nMost * sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        for (size_t i = 0; i < nMost; ++i)
+            m_slots[i].pReport = static_cast<Report *>(pShared) + i;
+    }
+    int Runs() const { return m_nRuns; }
+    int Findings() const { return m_nFindings; }
+    void Tell(const std::string &finding) {
+        ++m_nFindings;
+        std::fprintf(stderr, "finding: %s\n", finding.c_str());
+    }
+
+    // Runs it as soon as there is a place. *pExpected must stay.
+    void Start(const Run &run, const Holdings *pExpected, bool bShow = false) {
+        Slot *pSlot = Free();
+        while (pSlot == nullptr) {
+            ReapOne();
+            pSlot = Free();
+        }
+        *pSlot->pReport = {};
+        pSlot->run = run;
+        pSlot->pid = fork();
+        if (pSlot->pid == 0) {
+            const std::string folder = "slot" + std::to_string(pSlot - m_slots.data());
+            std::filesystem::create_directory(folder);
+            std::filesystem::current_path(folder);
+            Child(run, pExpected, pSlot->pReport, bShow);
+        }
+        ++m_nRuns;
+    }
+    void Finish() {
+        while (std::any_of(m_slots.begin(), m_slots.end(), [](const Slot &slot) { return slot.pid != 0; }))
+            ReapOne();
+    }
+    // Runs one without failures, alone.
+    Report Clean(const Scenario &scenario) {
+        Finish();
+        Start({&scenario, 0, 0, false, false}, nullptr);
+        Finish();
+        return m_last;
+    }
+
+  private:
+    struct Slot {
+        Report *pReport = nullptr;
+        Run run = {};
+        pid_t pid = 0;
+    };
+    Slot *Free() {
+        const auto free =
+            std::find_if(m_slots.begin(), m_slots.end(), [](const Slot &slot) { return slot.pid == 0; });
+        return free == m_slots.end() ? nullptr : &*free;
+    }
+    void ReapOne() {
+        int iStatus = 0;
+        const pid_t pid = waitpid(-1, &iStatus, 0);
+        const auto slot =
+            std::find_if(m_slots.begin(), m_slots.end(), [=](const Slot &one) { return one.pid == pid; });
+        if (slot == m_slots.end())
+            return;
+        slot->pid = 0;
+        m_last = *slot->pReport;
+        const std::string end = EndOf(iStatus);
+        if (!end.empty() || m_last.szFinding[0] != '\0')
+            Tell(Text(slot->run) + ": " + (end.empty() ? "" : end + "; ") + m_last.szFinding);
+    }
+    std::vector<Slot> m_slots;
+    Report m_last = {};
+    int m_nRuns = 0;
+    int m_nFindings = 0;
+};
+
+const std::vector<Scenario> &All() {
+    static const auto *const pAll = [] {
+        auto *const pScenarios = new std::vector<Scenario>;
+        for (const auto *pTable :
+             {&torture::kSyncScenarios, &torture::kServiceScenarios, &torture::kSystemScenarios,
+              &torture::kNetScenarios, &torture::kPlainScenarios})
+            pScenarios->insert(pScenarios->end(), pTable->begin(), pTable->end());
+        return pScenarios;
+    }();
+    return *pAll;
+}
+
+// What the table covers.
+struct Coverage {
+    std::map<std::string, int> reached; // functions, and calls of the platform in them
+    std::set<std::string> plain;        // functions that are said to make none
+    std::set<int> kinds;
+
+    void Add(const Scenario &scenario, const Report &clean) {
+        for (size_t i = 0; i < clean.nCalled; ++i) {
+            reached[clean.called[i].szFunction] += clean.called[i].nReached;
+            if (scenario.bReachesNothing)
+                plain.insert(clean.called[i].szFunction);
+        }
+        for (int iKind = 0; iKind < failing_kinds; ++iKind)
+            if (clean.nCalls[iKind] > 0)
+                kinds.insert(iKind);
+    }
+    // Every public function is in the table, where it belongs.
+    void Check(Workers &workers) const {
+        static const char *const kFunctions[] = {
+#include "functions.inc"
+        };
+        for (const char *szFunction : kFunctions) {
+            const auto found = reached.find(szFunction);
+            if (found == reached.end())
+                workers.Tell(std::string(szFunction) + " is in no scenario");
+            else if ((found->second == 0) != (plain.count(szFunction) != 0))
+                workers.Tell(std::string(szFunction) + " makes " + std::to_string(found->second) +
+                             " calls of the platform");
+        }
+    }
+};
+
+void RunFailures(Workers &workers, const Scenario &scenario, const Report &clean, bool bFull) {
+    for (int iKind = 0; iKind < failing_kinds; ++iKind) {
+        const bool bLimit = iKind == fails_mappings || iKind == fails_openings;
+        const int nCalls = clean.nCalls[bLimit ? failing_kinds : iKind];
+        for (int iNth = 1; iNth <= std::min(nCalls, bFull ? kMostNth : 1); ++iNth)
+            for (const bool bOn : {false, true})
+                for (const bool bWarm : {false, true})
+                    if (bFull || (!bWarm && bOn))
+                        workers.Start({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
+    }
+    workers.Finish();
+}
+
+int RunAll(bool bFull) {
+    Workers workers(std::max(2U, std::thread::hardware_concurrency()));
+    Coverage coverage;
+    for (const Scenario &scenario : All()) {
+        const Report clean = workers.Clean(scenario);
+        coverage.Add(scenario, clean);
+        const int nReached = clean.nCalls[failing_kinds];
+        if ((nReached == 0) != scenario.bReachesNothing)
+            workers.Tell(std::string(scenario.szName) + " makes " + std::to_string(nReached) +
+                         " calls of the platform");
+        RunFailures(workers, scenario, clean, bFull);
+        std::fprintf(stderr, "%s: %d runs until now\n", scenario.szName, workers.Runs());
+    }
+    coverage.Check(workers);
+    for (int iKind = 0; iKind < failing_kinds; ++iKind)
+        if (coverage.kinds.count(iKind) == 0 && iKind != fails_mappings && iKind != fails_openings)
+            workers.Tell(std::string("no scenario has ") + kKinds[iKind]);
+    std::printf("{\"runs\": %d, \"findings\": %d, \"what\": \"%zu scenarios, %zu "
+                "functions of which %zu "
+                "reach a resource, "
+                "%d kinds of failures\"}\n",
+                workers.Runs(), workers.Findings(), All().size(), coverage.reached.size(),
+                coverage.reached.size() - coverage.plain.size(), static_cast<int>(failing_kinds));
+    return workers.Findings() == 0 ? 0 : 1;
+}
+
+int RunOne(char **pArgs, int nArgs) {
+    Workers workers(1);
+    for (const Scenario &scenario : All()) {
+        if (std::strcmp(scenario.szName, pArgs[1]) != 0)
+            continue;
+        const auto *const pKind = std::find_if(std::begin(kKinds), std::end(kKinds), [=](const char *szKind) {
+            return std::strcmp(szKind, pArgs[2]) == 0;
+        });
+        const std::set<std::string> words(pArgs + 4, pArgs + nArgs);
+        const Report clean = workers.Clean(scenario);
+        for (size_t i = 0; i < clean.nCalled; ++i)
+            std::printf("%s: %d calls\n", clean.called[i].szFunction, clean.called[i].nReached);
+        workers.Start({&scenario, static_cast<int>(pKind - kKinds), std::atoi(pArgs[3]),
+                       words.count("on") != 0, words.count("warm") != 0},
+                      &clean.holdings, true);
+        workers.Finish();
+        return workers.Findings() == 0 ? 0 : 1;
+    }
+    return 2;
+}
+
+} // namespace
+
+void torture::Enter(const char *szFunction) {
+    Leave();
+    Called *const pEnd = s_pReport->called + s_pReport->nCalled;
+    s_pCalled = std::find_if(s_pReport->called, pEnd, [=](const Called &called) {
+        return std::strcmp(called.szFunction, szFunction) == 0;
+    });
+    if (s_pCalled == pEnd) {
+        if (s_pReport->nCalled == kMostFunctions)
+            std::abort();
+        *s_pCalled = {szFunction, 0};
+        ++s_pReport->nCalled;
+    }
+    s_iHitsBefore = failing_hits();
+    errno = 0;
+}
+
+void torture::Act(const std::function<void()> &fnAct) {
+    const bool bFailing = s_iRound == s_iFailing;
+    s_iReachedBefore = 0;
+    s_pCalled = nullptr;
+    failing_arm(static_cast<failing_kind>(s_run.iKind), bFailing ? s_run.iNth : 0, s_run.bOn ? 1 : 0);
+    fnAct();
+    Leave();
+    failing_disarm();
+    for (int i = 0; bFailing && i <= failing_kinds; ++i)
+        s_pReport->nCalls[i] = failing_calls(i);
+}
+
+bool torture::Judge(bool bDid, bool bRefused, uint32_t nMay, int iLine) {
+    const int iError = errno;
+    const uint32_t nKind = 1U << s_run.iKind;
+    constexpr uint32_t kVague =
+        may::mappings | may::openings | may::shorts | may::locks; // whether it mattered is not known
+    const bool bHit = failing_hits() > s_iHitsBefore;
+    const char *szWrong = nullptr;
+    if (!bDid && !bRefused)
+        szWrong = "answers what its header does not say";
+    else if (!bDid && failing_hits() == 0)
+        szWrong = "is refused though nothing failed";
+    else if (bDid && bHit && (nKind & (kVague | nMay)) == 0)
+        szWrong = "succeeds though something failed";
+    else if (!bDid && bHit && (nMay & may::errors) != 0 && (nKind & kVague) == 0 && iError != failing_error())
+        szWrong = "leaves another errno";
+    if (szWrong != nullptr) {
+        failing_disarm(); // what follows takes memory
+        Find(LastCall() + " (line " + std::to_string(iLine) + ") " + szWrong + ", errno " +
+             std::to_string(iError));
+    }
+    return bDid;
+}
+
+bool torture::JudgeResult(int64_t iResult, uint32_t nMay, int iLine) {
+    return Judge(iResult == 0, iResult == -1, nMay, iLine);
+}
+
+bool torture::Must(bool bHolds, const char *szCondition, int iLine) {
+    if (!bHolds) {
+        failing_disarm();
+        Find(std::string(szCondition) + " (line " + std::to_string(iLine) + ") does not hold after " +
+             LastCall());
+    }
+    return bHolds;
+}
+
+int main(int nArgs, char **pArgs) {
+    const std::string form = nArgs > 1 ? pArgs[1] : "";
+    if (nArgs < 2 || (nArgs < 4 && form != "--short" && form != "--full")) {
+        (void)std::fputs("torture_resources --short | --full | SCENARIO KIND N [on] [warm]\n", stderr);
+        return 2;
+    }
+    // Stacks that are kept for later threads are no leak, but memory all the same.
+    if (setenv("GLIBC_TUNABLES", "glibc.pthread.stack_cache_size=0", 0) == 0 &&
+        std::getenv("VYX_TORTURE_RUNS") == nullptr) {
+        (void)setenv("VYX_TORTURE_RUNS", "", 1);
+        (void)execv("/proc/self/exe", pArgs);
+    }
+    (void)setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3",
+                 1); // a file of a zone that cannot be read is the C library's matter
+    std::string folder = (std::filesystem::temp_directory_path() / "vyx_torture_XXXXXX").string();
+    if (mkdtemp(folder.data()) == nullptr)
+        return 77;
+    std::filesystem::current_path(folder);
+    const int iResult = nArgs >= 4 ? RunOne(pArgs, nArgs) : RunAll(form == "--full");
+    std::filesystem::current_path("/");
+    std::filesystem::remove_all(folder);
+    return iResult;
+}
