@@ -194,7 +194,8 @@ class Still(Case):
 
 class Refusals(Case):
     def test_usage(self):
-        for arguments in ([], ["--nonsense", "1"], ["1", "2"], ["--all", "1"], ["--watch=x", "1"]):
+        for arguments in ([], ["--nonsense", "1"], ["1", "2"], ["--all", "1"], ["--watch=x", "1"],
+                          ["--json", "--prometheus", "1"]):
             self.assertIn("see --help", stat(*arguments, status=2))
         self.assertIn("Exit status", stat("--help"))
 

@@ -56,6 +56,12 @@ bool ReadWatch(const std::string &argument, Options &options) {
     return true;
 }
 
+void SetForm(Form form, Options &options) {
+    if (options.form != Form::Text && options.form != form)
+        Refuse("--json and --prometheus");
+    options.form = form;
+}
+
 void Say(const char *text) {
     (void)std::fputs(text, stdout);
     std::exit(0); // NOLINT(concurrency-mt-unsafe): there is one thread
@@ -72,9 +78,9 @@ Options ReadOptions(int count, char **arguments) {
         else if (argument == "--all")
             options.all = true;
         else if (argument == "--json")
-            options.form = Form::Json;
+            SetForm(Form::Json, options);
         else if (argument == "--prometheus")
-            options.form = Form::Prometheus;
+            SetForm(Form::Prometheus, options);
         else if (ReadWatch(argument, options))
             continue;
         else if (argument[0] == '-')
@@ -109,7 +115,8 @@ std::vector<int64_t> Processes() {
     return processes;
 }
 
-std::vector<Report> CollectAll() {
+// Says how many it had to leave out, if `tell`.
+std::vector<Report> CollectAll(bool tell) {
     std::vector<Report> reports;
     size_t closed = 0;
     for (const int64_t number : Processes()) {
@@ -121,7 +128,7 @@ std::vector<Report> CollectAll() {
             closed++; // it is another user's, or has ended
         }
     }
-    if (closed > 0)
+    if (closed > 0 && tell)
         (void)std::fprintf(stderr, "vyx-stat: %zu processes may not be looked at\n", closed);
     return reports;
 }
@@ -155,7 +162,7 @@ int Run(const Options &options) {
         std::vector<Report> reports;
         try {
             if (options.all)
-                reports = CollectAll();
+                reports = CollectAll(first);
             else
                 reports.push_back(Collect(*memory));
         } catch (const Ended &) {
