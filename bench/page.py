@@ -22,7 +22,7 @@ import ratios
 import svg
 
 # The sides in the order of the columns, and their names on the page.
-SIDES = {"raw": "raw", "try": "a try", "raw_fstatat": "raw", "raw_stat": "by path", "mutex": "mutex, memcpy",
+SIDES = {"raw": "raw", "try": "a try", "raw_fstatat": "raw", "raw_stat": "by path", "five_calls": "the five calls", "mutex": "mutex, memcpy",
          "heap": "by hand", "mq_send": "mq_send", "mq_timedreceive": "mq_timedreceive", "std": "C++ library",
          "to_chars": "to_chars", "from_chars": "from_chars", "cp": "cp", "glib": "GLib", "glib_plain": "GLib, plain",
          "apr": "APR", "apr_util": "APR", "libuv": "libuv", "boost": "Boost", "boost_asio": "Boost.Asio",
