@@ -44,7 +44,8 @@ static atomic_int s_armed, s_hits, s_error, s_calls[failing_kinds + 1];
 static atomic_long s_blocks, s_names;
 static int s_kind, s_nth, s_on;
 static const void *s_owned[MOST_OWNED];
-static _Thread_local int s_spared;
+static _Thread_local int s_spared, s_acting;
+static int s_reached;         /* by the thread that armed */
 static struct rlimit s_limit; /* as it was, while one is lowered */
 
 static int limited(void) {
@@ -83,6 +84,8 @@ enum { INTERRUPTIBLE = 1, DIVISIBLE = 2 };
 static enum fate fate_of(enum failing_kind kind, int error, int traits) {
     if (!atomic_load(&s_armed) || s_spared)
         return passes;
+    if (s_acting)
+        ++s_reached;
     limits(atomic_fetch_add(&s_calls[failing_kinds], 1) + 1);
     enum fate fate = passes;
     if (counts(kind))
@@ -102,6 +105,8 @@ void failing_arm(enum failing_kind kind, int n, int on) {
     s_kind = (int)kind;
     s_nth = n;
     s_on = on;
+    s_reached = 0;
+    s_acting = 1;
     atomic_store(&s_hits, 0);
     atomic_store(&s_error, 0);
     for (int i = 0; i <= failing_kinds; ++i)
@@ -112,6 +117,7 @@ void failing_arm(enum failing_kind kind, int n, int on) {
 }
 
 void failing_disarm(void) {
+    s_acting = 0;
     atomic_store(&s_armed, 0);
     if (limited() >= 0)
         setrlimit(limited(), &s_limit);
@@ -121,6 +127,9 @@ void failing_disarm(void) {
 
 int failing_calls(int kind) {
     return atomic_load(&s_calls[kind]);
+}
+int failing_reached(void) {
+    return s_reached;
 }
 int failing_hits(void) {
     return atomic_load(&s_hits);
@@ -158,10 +167,27 @@ extern void *__libc_malloc(size_t), *__libc_calloc(size_t, size_t), *__libc_real
 extern void *__libc_memalign(size_t, size_t);
 extern void __libc_free(void *);
 
-#define TAKES_MEMORY(call)                                                                                   \
-    void *const block = fate_of(fails_memory, ENOMEM, 0) == passes ? (call) : NULL;                          \
-    atomic_fetch_add(&s_blocks, block != NULL);                                                              \
-    return block
+/* What pthread_create takes stays with the thread's stack, which the C library keeps for later threads: not counted. */
+static _Thread_local int s_creating;
+static _Atomic(void *) s_kept[256];
+
+static void *taken(void *block) {
+    int place = s_creating && block != NULL ? 0 : 256;
+    for (void *none = NULL; place < 256 && !atomic_compare_exchange_strong(&s_kept[place], &none, block);
+         none = NULL)
+        ++place;
+    atomic_fetch_add(&s_blocks, block != NULL && place == 256);
+    return block;
+}
+static void given_back(void *block) {
+    int place = block != NULL ? 0 : 256;
+    for (void *kept = block; place < 256 && !atomic_compare_exchange_strong(&s_kept[place], &kept, NULL);
+         kept = block)
+        ++place;
+    atomic_fetch_sub(&s_blocks, block != NULL && place == 256);
+}
+
+#define TAKES_MEMORY(call) return fate_of(fails_memory, ENOMEM, 0) == passes ? taken(call) : NULL
 void *malloc(size_t size) {
     TAKES_MEMORY(__libc_malloc(size));
 }
@@ -179,7 +205,7 @@ void *realloc(void *old, size_t size) {
     return block;
 }
 void free(void *block) {
-    atomic_fetch_sub(&s_blocks, block != NULL);
+    given_back(block);
     __libc_free(block);
 }
 
@@ -237,8 +263,15 @@ void free(void *block) {
         }                                                                                                    \
     }
 
-ANSWERS(threads, pthread_create, (pthread_t * t, const pthread_attr_t *a, void *(*f)(void *), void *p),
-        (t, a, f, p), EAGAIN)
+int pthread_create(pthread_t *t, const pthread_attr_t *a, void *(*f)(void *), void *p) {
+    NEXT(pthread_create);
+    if (fate_of(fails_threads, EAGAIN, 0) != passes)
+        return EAGAIN;
+    s_creating = 1;
+    const int result = next(t, a, f, p);
+    s_creating = 0;
+    return result;
+}
 ANSWERS(threads, pthread_attr_init, (pthread_attr_t * a), (a), ENOMEM)
 ANSWERS(threads, pthread_attr_setstacksize, (pthread_attr_t * a, size_t n), (a, n), EINVAL)
 ANSWERS(threads, pthread_attr_setdetachstate, (pthread_attr_t * a, int n), (a, n), EINVAL)

@@ -44,6 +44,8 @@ void failing_disarm(void);
 
 /* Since it was armed: how many calls of the kind there were, or of all kinds (failing_kinds); and how many failed. */
 int failing_calls(int kind);
+/* Those of the thread that armed. */
+int failing_reached(void);
 int failing_hits(void);
 /* The errno that the last of them left. */
 int failing_error(void);

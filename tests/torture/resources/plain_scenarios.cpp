@@ -10,31 +10,24 @@
 namespace {
 
 using torture::Act;
-using torture::Started;
+
+// Calls whose results and order do not matter.
+template <class... Results>
+void Make(const Results &.../*results*/) {}
 
 void Texts() {
     char szOut[100];
     char szText[] = "a text";
     Act([&] {
-        (void)CALL(VYX_Itoa)(szOut, 7, 10);
-        (void)CALL(VYX_Ltoa)(szOut, 7, 10);
-        (void)CALL(VYX_StrToi32)("7", nullptr, 10);
-        (void)CALL(VYX_StrToi64)("7", nullptr, 10);
-        (void)CALL(VYX_Atoi32)("7");
-        (void)CALL(VYX_Atoi64)("7");
-        (void)CALL(VYX_Strcpy)(szOut, szText);
-        (void)CALL(VYX_Strncpy)(szOut, szText, 3);
-        (void)CALL(VYX_Strcmp)(szText, "b");
-        (void)CALL(VYX_Strncmp)(szText, "b", 1);
-        (void)CALL(VYX_Strcasecmp)(szText, "b");
-        (void)CALL(VYX_Strncasecmp)(szText, "b", 1);
-        (void)CALL(VYX_Strchr)(szText, 't');
-        (void)CALL(VYX_Strnchr)(szText, 't', 4);
-        (void)CALL(VYX_Strstr)(szText, "ex");
-        (void)CALL(VYX_Strnstr)(szText, "ex", 2);
-        (void)CALL(VYX_Strcasestr)(szText, "EX");
-        (void)CALL(FindLastSlash)("a/b");
-        (void)CALL(VYX_Debug)("%d", 1);
+        Make(CALL(VYX_Itoa)(szOut, 7, 10), CALL(VYX_Ltoa)(szOut, 7, 10), CALL(VYX_StrToi32)("7", nullptr, 10),
+             CALL(VYX_StrToi64)("7", nullptr, 10), CALL(VYX_Atoi32)("7"), CALL(VYX_Atoi64)("7"),
+             CALL(VYX_Strcpy)(szOut, szText), CALL(VYX_Strncpy)(szOut, szText, 3),
+             CALL(VYX_Strcmp)(szText, "b"), CALL(VYX_Strncmp)(szText, "b", 1),
+             CALL(VYX_Strcasecmp)(szText, "b"), CALL(VYX_Strncasecmp)(szText, "b", 1),
+             CALL(VYX_Strchr)(szText, 't'), CALL(VYX_Strnchr)(szText, 't', 4), CALL(VYX_Strstr)(szText, "ex"),
+             CALL(VYX_Strnstr)(szText, "ex", 2), CALL(VYX_Strcasestr)(szText, "EX"),
+             CALL(FindLastSlash)("a/b"));
+        CALL(VYX_Debug)("%d", 1);
     });
 }
 
@@ -44,28 +37,15 @@ void Numbers() {
     char szOut[40];
     VYX_MEMORY_STATUS_T status;
     Act([&] {
-        (void)CALL(VYX_AtomicSet)(&nValue, 1);
-        (void)CALL(VYX_AtomicCas)(&nValue, 2, 1);
-        (void)CALL(VYX_AtomicAdd)(&nValue, 2);
-        (void)CALL(VYX_AtomicInc)(&nValue);
-        (void)CALL(VYX_AtomicDec)(&nValue);
-        (void)CALL(VYX_AtomicCasPtr)(nullptr, nullptr, nullptr);
-        (void)CALL(VYX_Htons)(1);
-        (void)CALL(VYX_Ntohs)(1);
-        (void)CALL(VYX_Htonl)(1);
-        (void)CALL(VYX_Ntohl)(1);
-        (void)CALL(VYX_ZeroMemory)(szOut, sizeof szOut);
-        (void)CALL(VYX_StringFromUUID)(byUuid, szOut, sizeof szOut);
-        (void)CALL(VYX_GetMemoryStatus)(&status);
-        (void)CALL(VYX_GetNetWorkFlowData)(&status);
-        (void)CALL(VYX_GetOFlagByFlag)(VYX_OPEN_READ);
-        (void)CALL(VYX_GetModeByPerm)(VYX_UREAD);
-        (void)CALL(VYX_GetPermByMode)(0600);
-        (void)CALL(VYX_FileIsEOF)(0);
-        (void)CALL(VYX_GetVYXVersion)();
-        (void)CALL(VYX_GetLastError)();
-        (void)CALL(VYX_SetLastError)(1);
-        (void)CALL(VYX_GetSystemLastError)();
+        Make(CALL(VYX_AtomicSet)(&nValue, 1), CALL(VYX_AtomicCas)(&nValue, 2, 1),
+             CALL(VYX_AtomicAdd)(&nValue, 2), CALL(VYX_AtomicInc)(&nValue), CALL(VYX_AtomicDec)(&nValue),
+             CALL(VYX_AtomicCasPtr)(nullptr, nullptr, nullptr), CALL(VYX_Htons)(1), CALL(VYX_Ntohs)(1),
+             CALL(VYX_Htonl)(1), CALL(VYX_Ntohl)(1), CALL(VYX_ZeroMemory)(szOut, sizeof szOut),
+             CALL(VYX_StringFromUUID)(byUuid, szOut, sizeof szOut), CALL(VYX_GetMemoryStatus)(&status),
+             CALL(VYX_GetNetWorkFlowData)(&status), CALL(VYX_GetOFlagByFlag)(VYX_OPEN_READ),
+             CALL(VYX_GetModeByPerm)(VYX_UREAD), CALL(VYX_GetPermByMode)(0600), CALL(VYX_FileIsEOF)(0),
+             CALL(VYX_GetVYXVersion)(), CALL(VYX_GetLastError)(), CALL(VYX_SetLastError)(1),
+             CALL(VYX_GetSystemLastError)());
         CALL(VYX_SetSystemLastError)(1);
         (void)CALL(VYX_GetDsoSym)(nullptr, "cos");
     });
@@ -81,22 +61,14 @@ void Addresses() {
     char szOut[50];
     uint32_t nSet[32] = {};
     Act([&] {
-        (void)CALL(VYX_MakeAddr)(&platform, sizeof platform, &four);
-        (void)CALL(VYX_MakeAddrByString)(AF_INET, "1.2.3.4", 5, &four);
-        (void)CALL(VYX_MakeAddr4ByInt)(1, 2, &four);
-        (void)CALL(VYX_MakeAddr6ByInt)(byAddr, 2, &six);
-        (void)CALL(VYX_GetAddrType)(&four);
-        (void)CALL(VYX_GetAddrString)(&four);
-        (void)CALL(VYX_GetAddr4Int)(&four, &nAddr);
-        (void)CALL(VYX_GetAddr6Int)(&six, byAddr);
-        (void)CALL(VYX_GetAddrInfo)(&four, &parts);
-        (void)CALL(VYX_InetPton)("1.2.3.4", byAddr);
-        (void)CALL(VYX_InetNtop)(AF_INET, byAddr, szOut, sizeof szOut);
-        (void)CALL(VYX_SetAddrPort)(&four, 3);
-        (void)CALL(VYX_GetAddrPort)(&four);
-        (void)CALL(VYX_FdIsSet)(3, nSet);
-        (void)CALL(VYX_FreeAddressInfo)(nullptr);
-        (void)CALL(VYX_FreeAdapterInfo)(nullptr);
+        Make(CALL(VYX_MakeAddr)(&platform, sizeof platform, &four),
+             CALL(VYX_MakeAddrByString)(AF_INET, "1.2.3.4", 5, &four), CALL(VYX_MakeAddr4ByInt)(1, 2, &four),
+             CALL(VYX_MakeAddr6ByInt)(byAddr, 2, &six), CALL(VYX_GetAddrType)(&four),
+             CALL(VYX_GetAddrString)(&four), CALL(VYX_GetAddr4Int)(&four, &nAddr),
+             CALL(VYX_GetAddr6Int)(&six, byAddr), CALL(VYX_GetAddrInfo)(&four, &parts),
+             CALL(VYX_InetPton)("1.2.3.4", byAddr), CALL(VYX_InetNtop)(AF_INET, byAddr, szOut, sizeof szOut),
+             CALL(VYX_SetAddrPort)(&four, 3), CALL(VYX_GetAddrPort)(&four), CALL(VYX_FdIsSet)(3, nSet),
+             CALL(VYX_FreeAddressInfo)(nullptr), CALL(VYX_FreeAdapterInfo)(nullptr));
     });
 }
 
@@ -106,10 +78,8 @@ void Times() {
     const vyx::vyx_time a(1);
     const vyx::vyx_time b(2);
     Act([&] {
-        (void)CALL(VYX_TimeFromAnsiTime)(1);
-        (void)CALL(VYX_AnsiTimeFromTime)(1);
-        (void)CALL(VYX_TimeFromExpTime)(&fields, &moment);
-        (void)CALL(VYX_TimeFromExpTimeGMT)(&fields, &moment);
+        Make(CALL(VYX_TimeFromAnsiTime)(1), CALL(VYX_AnsiTimeFromTime)(1),
+             CALL(VYX_TimeFromExpTime)(&fields, &moment), CALL(VYX_TimeFromExpTimeGMT)(&fields, &moment));
         torture::Enter("vyx::operator==");
         MUST(!(a == b));
         torture::Enter("vyx::operator!=");
@@ -163,7 +133,9 @@ void Services() {
             std::this_thread::yield();
         CALL(VYX_Thread_Exit)();
     });
+    const VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(0, 1);
     Act([&] {
+        MUST(CALL(VYX_ThreadPool_Destroy)(hPool) == VYX_OK);
         (void)CALL(GetLogService)();
         MUST(CALL(StartLogService)() == 0 && CALL(StopLogService)(false) == 0);
         MUST(CALL(AdjustLogLevel)(VYX_LOG_LEVEL_INF) == 0);
