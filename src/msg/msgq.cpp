@@ -5,11 +5,11 @@
 // a receiver, and a send costs the same whatever is queued. Receivers, under hQueueLock, first move what has come
 // into the index, which keeps it in order, and then take the index's first.
 //
-// Nobody is woken who does not wait. A receiver sets bRecvWaits and then looks at pNewest once more; a sender
-// pushes and then looks at bRecvWaits. Both in one order that all threads agree on, so one of the two sees the
-// other. The flag is cleared by whoever broadcasts, under hRecvLock, which the receiver holds from setting the
-// flag until it sleeps. Between finding the index empty and the flag it holds hQueueLock, so that nobody else
-// moves messages on unseen.
+// A sender broadcasts only if a receiver may wait. A receiver sets bRecvWaits and then looks at pNewest once more; a
+// sender pushes and then looks at bRecvWaits. These accesses are sequentially consistent, so one of the two sees
+// the other. Whoever broadcasts clears the flag under hRecvLock, which the receiver holds from setting the flag until it
+// sleeps. From finding the index empty until it has set the flag, the receiver holds hQueueLock, so that no other
+// receiver moves messages into the index meanwhile.
 //
 // Senders and receivers may still be about to leave when a queue ends: see VYX_MQ_INTER.
 #include <cstddef>
@@ -114,8 +114,8 @@ void TakeOver_Local(VYX_MQ_INTER &queue) VYX_REQUIRES(queue.hQueueLock) {
     SortIn_Local(queue, queue.pNewest.exchange(nullptr));
 }
 
-// The receivers have time to come to sleep: they hold hRecvLock until they do. They are woken when it is free, or they
-// would only wait for it.
+// A receiver that is about to sleep holds hRecvLock until it does, so none misses the broadcast. The lock is given back
+// before: whoever wakes needs it.
 void WakeAll_Local(VYX_MQ_INTER &queue) {
     if (queue.bRecvWaits.load() == 0)
         return;
@@ -130,7 +130,7 @@ bool IsLive_Local(const VYX_MQ_INTER &queue) {
     return queue.pNewest.load() != &g_struMsgQClosed;
 }
 
-// What a look at the queue came to.
+// The result of a look at the queue.
 enum class Look { Taken, Empty, Gone };
 
 // Takes the first message, if the queue is still the one that the caller entered.

@@ -17,7 +17,7 @@ static_assert(sizeof(vyx_msgq) ==
 
 namespace {
 
-constexpr uint32_t kQuickLooks = 64; // looks between which others are merely let run
+constexpr uint32_t kQuickLooks = 64; // looks with no more than a yield between them
 constexpr uint32_t kPause = 50;      // microseconds between later ones
 
 class Hold {
@@ -111,8 +111,8 @@ int vyx_msgq::getq(VYX_MSG_BLOCK_T **out, int timeout) {
             }
         }
         if (timeout != -1) {
-            // Deliberate: each look is rounded by itself, so that looks of less than half a millisecond use up
-            // nothing of the time-out. Pinned by MsgqClass.QuickLooksUseUpNoTime.
+            // Deliberate: the length of each look is rounded on its own, so looks shorter than half a millisecond do
+            // not use up the time-out. Pinned by MsgqClass.QuickLooksUseUpNoTime.
             const vyx_time_tick now;
             iRemaining -= vyx_time_tick::us2ms(now.get_time() - start.get_time());
             if (iRemaining < 1)

@@ -52,8 +52,8 @@ struct TIMER_EVENT_T {
     VYX_TIMER_PROC fnTimerProc; // null: nothing is ever called
     void *pUserData;
     uint32_t nPeriod;            // milliseconds
-    VYX_SEM_T hSem;              // the thread sleeps on it; null: none to be had
-    VYX_THREAD_T hThread;        // VYX_INVALID_THREAD: there was none to be had
+    VYX_SEM_T hSem;              // the thread sleeps on it; null: it could not be made
+    VYX_THREAD_T hThread;        // VYX_INVALID_THREAD: it could not be started
     std::atomic<uint32_t> bStop; // 1 once the thread is to end; it looks without the lock
 
     // For tools; the timer's thread alone touches them.
@@ -106,7 +106,7 @@ TIMER_EVENT_T *Make_Local(uint32_t nTimerId, VYX_TIMER_PROC fnTimerProc, void *p
     pTimer->nTimerId = nTimerId;
     pTimer->fnTimerProc = fnTimerProc;
     pTimer->pUserData = pUserData;
-    // Nothing is to be called without a routine, so nobody can tell how long the sleeps are.
+    // Without a routine nothing is ever called, so the length of the sleeps does not show.
     pTimer->nPeriod = fnTimerProc == nullptr ? VYX_INFINITE : nPeriod;
     pTimer->hThread = VYX_INVALID_THREAD;
     pTimer->nUsers = 1;
@@ -216,7 +216,7 @@ bool Sleep_Local(TIMER_EVENT_T &timer) {
         timer.nLate = static_cast<uint32_t>(std::clamp<int64_t>(iLate, 0, UINT32_MAX));
         return true;
     }
-    (void)VYX_SemTimedWait(&timer.hSem, timer.nPeriod); // no time to be kept
+    (void)VYX_SemTimedWait(&timer.hSem, timer.nPeriod); // these two periods cannot be late
     return true;
 }
 
@@ -264,8 +264,8 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
     const auto nTimerId = static_cast<uint32_t>(pPlace - s_VyxTimerEvents);
     TIMER_EVENT_T *const pTimer = Make_Local(nTimerId, fnTimerProc, pUserData, nPeriod);
     *pPlace = {true, pTimer};
-    // Deliberate: memory, a semaphore or a thread that is not to be had is not reported. The timer stays silent.
-    // Pinned by Timer.SilentWithoutSemaphoreOrThread.
+    // Deliberate: a failure to get memory, a semaphore or a thread is not reported. The timer never calls its
+    // routine. Pinned by Timer.SilentWithoutSemaphoreOrThread.
     if (pTimer != nullptr && VYX_SemCreate(&pTimer->hSem, 0) == VYX_OK)
         StartThread_Local(pTimer);
     if (pTimerId != nullptr)
@@ -273,7 +273,7 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
     return VYX_OK;
 }
 
-// Deliberate: -1 for a kill as well. Pinned by Timer.TheTableHolds256LowestFreeFirst.
+// Deliberate: a successful kill answers -1, too. Pinned by Timer.TheTableHolds256LowestFreeFirst.
 int32_t VYX_KillTimer(int32_t iTimerId) {
     if (static_cast<uint32_t>(iTimerId) >= VYX_MAX_TIMERS)
         return VYX_ERROR;
@@ -281,7 +281,7 @@ int32_t VYX_KillTimer(int32_t iTimerId) {
     TIMER_EVENT_T *const pTimer = BeginKill_Local(static_cast<uint32_t>(iTimerId));
     if (pTimer == nullptr)
         return VYX_ERROR;
-    (void)VYX_Thread_Wait(pTimer->hThread); // no thread: nothing to wait for
+    (void)VYX_Thread_Wait(pTimer->hThread); // fails at once if it has no thread
     FinishKill_Local(pTimer);
     return VYX_ERROR;
 }

@@ -6,17 +6,17 @@
 
 namespace vyx_inter {
 
-// Milliseconds that a caller gives, or VYX_INFINITE. They pass from the construction on, by the tick of VYX_GetTimeTick:
-// VYX_PollEx hands callers what is left, in its own numbers, which a Deadline does not have.
+// A caller's time-out in milliseconds, or VYX_INFINITE. It runs from the construction on, by VYX_GetTimeTick. It is no
+// Deadline because VYX_PollEx hands callers what is left as a 32-bit number.
 class PollLimit {
   public:
     explicit PollLimit(uint32_t nTimeOut);
     [[nodiscard]] bool IsInfinite() const { return m_nLeft == VYX_INFINITE; }
-    // What is left now. The numbers are compared as signed ones: a clock that was set back gives more time, and of a
-    // time-out from 0x80000000 on, with which poll waits without a limit, nothing is left.
+    // What is left now. Compared as a signed number: a clock that was set back leaves more time. A time-out from
+    // 0x80000000 on, for which poll waits without a limit, has nothing left afterwards.
     uint32_t Left();
-    // poll within what was left when Left was called, or within nMost milliseconds if that is less; repeated while there
-    // is time when a signal handler interrupts it. Result: poll's; -1 with EINTR if the time ran out meanwhile.
+    // Calls poll with what was left at the last call of Left, or with nMost milliseconds if that is less. After a signal
+    // handler it is called again while time is left. Result: poll's; -1 with EINTR if the time ran out meanwhile.
     int32_t Poll(struct pollfd *pFds, uint32_t nCount, uint32_t nMost = VYX_INFINITE);
 
   private:

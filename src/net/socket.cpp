@@ -46,7 +46,7 @@ int32_t SetTimeValue_Local(VYX_SOCK_T hSocket, int iOption, int32_t iMillisecond
     return setsockopt(hSocket, SOL_SOCKET, iOption, &value, sizeof value);
 }
 
-// A length that is no length.
+// The answer to a length that is negative or too large.
 int32_t Refuse_Local() {
     errno = EINVAL;
     return VYX_ERROR;

@@ -105,8 +105,8 @@ class Transfer {
         return bEmpty ? Outcome::Nothing : Outcome::Failed;
     }
 
-    // The transfer before any wait. What is no socket is left to the wait, which passes over VYX_INVALID_SOCKET; and so
-    // are no bytes at all, of which the platforms think differently.
+    // The transfer before any wait. An invalid socket is left to the wait, as poll ignores VYX_INVALID_SOCKET; a length of
+    // 0 is, too, as the platforms answer it in different ways.
     Outcome First() {
         const bool bMayBlock = m_nTimeOut == VYX_INFINITE;
         if (m_iLen == 0 || (!Direction::IsWorthATry(m_hSocket) && !bMayBlock))
@@ -116,8 +116,8 @@ class Transfer {
         return bNoSocket ? Outcome::Nothing : eOutcome;
     }
 
-    // The wait may be ended by something else than readiness, such as a message in the socket's error queue, again and
-    // again. The next look then comes a millisecond later, or it would take a processor until there is readiness.
+    // Something else than readiness, such as a message in the socket's error queue, may end every wait at once. So the
+    // next look comes a millisecond later; otherwise the loop would keep a processor busy.
     Outcome WaitAndTransfer(PollLimit *pLimit) {
         struct pollfd fd = {m_hSocket, Direction::kEvent, 0};
         const int32_t iPolled = pLimit->Poll(&fd, 1);
