@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <vyx/sys.h>
 
+#include "base/describe.h"
+
 namespace {
 
 // Both stop at a line's first zero; nobody is there to be told of a failure.
@@ -47,3 +49,16 @@ const uint32_t g_nLogTargets = std::size(g_struLogTargets);
                       "a row for each target, in their order");
     }
 }
+
+/* ---- Description */
+
+namespace {
+
+constexpr vyx_inter::DescriptionRow kRows[] = {
+    VYX_REGISTRY("log_target", g_struLogTargets), // by the bits of "log.targets"
+    VYX_FIELD("log_target.name", VYX_LOG_TARGET_S, szName),
+};
+
+} // namespace
+
+VYX_DESCRIBE(log_targets, kRows)

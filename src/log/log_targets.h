@@ -17,7 +17,7 @@ enum class Handed : uint8_t {
 };
 
 struct VYX_LOG_TARGET_S {
-    const char *szName;
+    char szName[12]; // for tools
     // Writes lines. They end in carriage return, line feed, and a zero that iov_len does not count. pLines may be changed.
     void (*fnWrite)(LogFiles &files, iovec *pLines, uint32_t nLines);
     Handed eHanded;

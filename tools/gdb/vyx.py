@@ -378,7 +378,8 @@ def show_log(d):
     waiting = log.get("put") - log.get("done") & 0xFFFFFFFF
     size = d.row("log_ring")[1]
     used = size - log.get("free") if log.get("memory") else 0
-    targets = "+".join(name for bit, name in enumerate(("console", "debug", "file")) if log.get("targets") >> bit & 1)
+    names = [target.text("name") for target in d.entries("log_target")]
+    targets = "+".join(name for bit, name in enumerate(names) if log.get("targets") >> bit & 1)
     print(f"level {log.get('level')}, targets {targets or 'none'}")
     print(f"{log.get('written') + waiting} lines queued, {log.get('written')} written, {waiting} waiting, "
           f"{log.get('refused')} refused")

@@ -46,11 +46,11 @@ std::string Utc(int64_t micros) {
     return text;
 }
 
-// "0-3,5" of the lowest bits: names joined with '+'.
-template <size_t kNames>
-std::string BitNames(uint64_t bits, const std::array<const char *, kNames> &names) {
+// The names of the bits that are set, joined with '+'; bit 0 has the first name.
+template <class Names>
+std::string BitNames(uint64_t bits, const Names &names) {
     std::string text;
-    for (size_t i = 0; i < kNames; i++)
+    for (size_t i = 0; i < names.size(); i++)
         if ((bits >> i & 1) != 0)
             text += (text.empty() ? "" : "+") + std::string(names[i]);
     return text.empty() ? "none" : text;
@@ -476,6 +476,16 @@ class Collector {
         return Count(word == 8 ? value & UINT32_MAX : value >> 1);
     }
 
+    // The names of the log's targets, by their bits.
+    std::vector<std::string> LogTargets() {
+        std::vector<std::string> names;
+        for (uint64_t i = 0; i < CountOf("log_target"); i++) {
+            Record target(m_description, "log_target", EntryOf("log_target", i));
+            names.push_back(m_reader.Read(target) ? target.Text("name") : std::to_string(i));
+        }
+        return names;
+    }
+
     Table Log() {
         Table table = {"log",
                        "log",
@@ -493,7 +503,6 @@ class Collector {
                        {std::vector<Cell>(10)}};
         if (!m_description.Has("log"))
             return table;
-        static constexpr std::array<const char *, 3> kTargets = {"console", "debug", "file"};
         std::vector<Cell> &row = table.rows[0];
         const auto ring = m_reader.ReadLocked("log", m_reader.PlaceOf("log"), "ring_lock");
         const uint64_t size = m_description.Get("log_ring").size;
@@ -501,7 +510,7 @@ class Collector {
             const uint64_t waiting = static_cast<uint32_t>(ring->Number("put") - ring->Number("done"));
             const uint64_t taken = ring->Pointer("memory") == 0 ? 0 : size - ring->Number("free");
             row = {Count(ring->Number("level")),
-                   BitNames(ring->Number("targets"), kTargets),
+                   BitNames(ring->Number("targets"), LogTargets()),
                    Count(ring->Number("written") + waiting),
                    Count(ring->Number("written")),
                    Count(waiting),
