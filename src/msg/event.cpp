@@ -30,6 +30,8 @@ using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Uncancelled;
 
+Lock s_hEventListLock{vyx_inter::Rank::Event};
+
 namespace {
 
 constexpr size_t kDrainSize = 256;
@@ -38,19 +40,18 @@ constexpr uint32_t kLeavePause = 100; // microseconds
 std::atomic<uint32_t> s_nForks{0}; // that lead to this process
 Lock s_renewLock{vyx_inter::Rank::Event};
 
-// Those that are open, for tools. The lock is only ever held alone.
-Lock s_listLock{vyx_inter::Rank::Event};
-vyx_inter::List<VYX_EVENT_T, &VYX_EVENT_T::all> s_events VYX_GUARDED_BY(s_listLock);
-vyx_inter::ForkHold s_forkHold(s_listLock);
+// Those that are open, for tools.
+vyx_inter::List<VYX_EVENT_T, &VYX_EVENT_T::all> s_events VYX_GUARDED_BY(s_hEventListLock);
+vyx_inter::ForkHold s_forkHold(s_hEventListLock);
 
 VYX_EVENT Enlist_Local(VYX_EVENT_T *pEvent) {
-    const LockGuard guard(s_listLock);
+    const LockGuard guard(s_hEventListLock);
     s_events.Append(pEvent);
     return pEvent;
 }
 
 void Delist_Local(VYX_EVENT_T *pEvent) {
-    const LockGuard guard(s_listLock);
+    const LockGuard guard(s_hEventListLock);
     s_events.Remove(pEvent);
 }
 
@@ -275,7 +276,7 @@ namespace {
 
 constexpr vyx_inter::DescriptionRow kRows[] = {
     VYX_SINGLE("event", s_events.pFirst), // the first of them
-    VYX_LOCK("Events", s_listLock),
+    VYX_LOCK("Events", s_hEventListLock),
     VYX_FIELD_OF("event.next", VYX_EVENT_T, all, vyx_inter::Links<VYX_EVENT_T>, pNext),
     VYX_FIELD("event.pipe", VYX_EVENT_T, iPipeFd), // its read end is the first
     VYX_FIELD("event.socket", VYX_EVENT_T, iSocket),

@@ -17,6 +17,9 @@
 constexpr int32_t VYX_POLL_READ = 1;
 constexpr int32_t VYX_POLL_WRITE = 2;
 
+// Guards the list of all events. Only ever held alone.
+extern vyx_inter::Lock s_hEventListLock;
+
 // Waits and sets take no lock, so every field is read and written as a whole.
 struct VYX_EVENT_T {
     std::atomic<int32_t> iPipeFd[2];                // read end and write end; both -1 once the pipe is closed
@@ -29,7 +32,7 @@ struct VYX_EVENT_T {
     std::atomic<uint32_t> nWrites;                  // sets that have put a byte into the pipe
     std::atomic<uint32_t> nForks;                   // of the process, when nInside and hMutex were made
     vyx_inter::Lock hMutex{vyx_inter::Rank::Event}; // held by who takes bytes out of the pipe
-    vyx_inter::Links<VYX_EVENT_T> all{};            // of those that are open
+    vyx_inter::Links<VYX_EVENT_T> all VYX_GUARDED_BY(s_hEventListLock){}; // of those that are open
 };
 
 VYX_BEGIN_DECLS

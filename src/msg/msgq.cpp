@@ -35,7 +35,7 @@ using vyx_inter::LockGuard;
 
 VYX_MQ_MSG_S g_struMsgQClosed = {};
 
-static Lock s_msgQMutex{vyx_inter::Rank::QueueRegistry};
+Lock s_msgQMutex{vyx_inter::Rank::QueueRegistry};
 static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
 static vyx_inter::MsgIndex
     s_msgQIndexes[VYX_MAX_MSGQ]; // apart: zeros, which take no memory until they are used

@@ -10,6 +10,9 @@
 #include "base/list.h"
 #include "msg/msgq_index.h"
 
+// Guards which entries are live.
+extern vyx_inter::Lock s_msgQMutex;
+
 // The end of the list of an entry that is not live: a send that finds it is refused.
 extern VYX_MQ_MSG_S g_struMsgQClosed;
 
@@ -52,9 +55,9 @@ int32_t VYX_MsgQInitEx_Inter(void);
 int32_t VYX_MsgQFiniEx_Inter(void);
 
 // Makes a free entry a live queue without messages, 0; and a live one free again, discarding its messages and
-// waking who waits. Null and a free entry are left alone. Both with s_msgQMutex held.
-int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry);
-void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry);
+// waking who waits. Null and a free entry are left alone.
+int32_t VYX_MsgQInitMQ_Inter(VYX_MQ_INTER *pEntry) VYX_REQUIRES(s_msgQMutex);
+void VYX_MsgQClearEx_Inter(VYX_MQ_INTER *pEntry) VYX_REQUIRES(s_msgQMutex);
 
 extern const vyx_inter::ForkRow g_struMsgQForkRow;
 
