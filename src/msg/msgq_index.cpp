@@ -82,13 +82,19 @@ void MsgIndex::Append(VYX_MQ_MSG_S *pMsg) {
     ++m_nBuckets;
 }
 
-VYX_MQ_MSG_S *MsgIndex::RemoveFirst() {
+VYX_MQ_MSG_S *MsgIndex::First() {
     if (m_nBuckets == 0)
         return nullptr;
     while (m_buckets[m_nBuckets - 1].IsMixed())
         SplitHighest();
+    return m_buckets[m_nBuckets - 1].pFirst;
+}
+
+VYX_MQ_MSG_S *MsgIndex::RemoveFirst() {
+    VYX_MQ_MSG_S *pFirst = First();
+    if (pFirst == nullptr)
+        return nullptr;
     Bucket &highest = m_buckets[m_nBuckets - 1];
-    VYX_MQ_MSG_S *pFirst = highest.pFirst;
     highest.pFirst = pFirst->pNext;
     if (highest.pFirst == nullptr)
         --m_nBuckets;

@@ -44,6 +44,7 @@ class MsgIndex {
     [[nodiscard]] uint32_t Search(int32_t iPriority) const;
     void MakeRoom();
     void SplitHighest();
+    VYX_MQ_MSG_S *First(); // null if there is none; the highest bucket is not mixed then
 
     // The first m_nBuckets are in use: ascending, without common priorities, none empty.
     std::array<Bucket, kBuckets> m_buckets = {};
