@@ -1,4 +1,4 @@
-// A living process: its memory by process_vm_readv, all else by /proc. It neither stops nor notices.
+// A living process: its memory by process_vm_readv, all else by /proc. It is not stopped, and cannot notice.
 #include <cerrno>
 #include <cinttypes>
 #include <climits>

@@ -108,7 +108,7 @@ bool Reader::UnderLock(uint64_t lock, const std::function<bool()> &read) {
     return false;
 }
 
-// As UnderLock, in one call: the less time goes by, the more seldom somebody comes between.
+// As UnderLock, with lock and record in one system call: the shorter it takes, the less often a change comes between.
 std::optional<Record> Reader::ReadLocked(const std::string &record, uint64_t place, const char *lock) {
     const uint64_t state = m_description.Get("lock.mutex").offset + m_description.Get("mutex.state").offset;
     const uint64_t taken = m_description.Get("lock.taken").offset;
@@ -152,7 +152,7 @@ Reader::List Reader::ReadRegistry(const std::string &record, const std::string &
     return list;
 }
 
-// Whoever is met on two ways through the list, and has not changed, was there from the first to the second.
+// An entry that two passes through the list find unchanged was in it from the first pass to the second.
 std::vector<Record> Reader::ReadTwice(const std::string &record) {
     std::vector<Record> first;
     std::vector<Record> second;

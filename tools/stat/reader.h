@@ -1,8 +1,8 @@
 // Records of the library, read while it works on them.
 //
-// Nothing is stopped and no lock is taken. Each lock of the library counts how often it was taken. What lies under a lock is
-// read between two looks at that lock, and counts only if it was free both times and had not been taken in between; if it
-// was, it is read again. What cannot be had in this way is not known, and nobody guesses.
+// Nothing is stopped and no lock is taken. Each lock of the library counts how often it was taken. What a lock guards is
+// read between two looks at that lock, and is valid only if it was free both times with the same count; otherwise it is
+// read again. What cannot be read in this way is unknown, and shown as such.
 #ifndef VYX_STAT_READER_H_
 #define VYX_STAT_READER_H_
 
@@ -48,10 +48,10 @@ class Reader {
     [[nodiscard]] uint64_t Value(const std::string &name);
     [[nodiscard]] uint64_t Word(uint64_t place);
 
-    // Does fnRead until nobody has taken the lock meanwhile, or it has been tried often. fnRead reads what it needs, and
-    // answers whether it could. False: no try was good.
+    // Calls `read` until the lock was not taken meanwhile, or many tries have failed. `read` reads what it needs, and
+    // answers whether it could. False: no try succeeded.
     bool UnderLock(uint64_t lock, const std::function<bool()> &read);
-    // Where the lock that is one of a kind is.
+    // Where a lock is that exists once.
     [[nodiscard]] uint64_t LockOf(const std::string &rank) const { return PlaceOf("lock:" + rank); }
 
     bool Read(Record &record) { return m_memory.Read({record.ToPart()}); }
