@@ -42,8 +42,8 @@ uint32_t Holder(const Thread *thread, uint32_t mode, uint32_t before) {
     return (((before >> kCountShift) + 1) << kCountShift) | (thread->number << kNumberShift) | mode;
 }
 
-// The last of an ended thread happens outside any call that could be seen: its destructors of keys, its stack's
-// return to the C library, its memory arena's. Waiting for that keeps addresses the same from run to run.
+// A thread that ends still works where no call shows it: it runs the destructors of keys, and gives its stack and memory
+// arena back to the C library. Waiting for that keeps addresses the same from run to run.
 void AwaitLeaving() {
     if (g.leaving == 0)
         return;
@@ -271,7 +271,7 @@ void GoOn(Thread *me, const Point &point, bool able) {
     errno = saved;
 }
 
-// A lock whose holder waits for a lock whose holder ... is this thread: nobody else can help.
+// Finds a circle of threads, each of which waits without limit for a mutex that the next one holds.
 void CheckCircle(const Thread *me) {
     const Thread *thread = me;
     for (uint32_t steps = 0; steps < g.alive_count; steps++) {

@@ -116,7 +116,7 @@ void WakeThread(Thread *thread, Wake why);
 // The one of those who wait for `object` that a signal wakes: the strategy's choice. Null if none waits. Inside.
 Thread *PickWaiter(Thread *me, const void *object, Op op, Op other);
 
-// The default's and the strategy's say about a call that may fail (FailCall). Inside or not.
+// Whether a call that may fail on purpose does so: the strategy's decision (FailCall). Inside or not.
 bool FailNow(Thread *me, uint32_t call);
 
 // The number of an object by first use. Inside.
