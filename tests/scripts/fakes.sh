@@ -20,7 +20,7 @@ fake() { # NAME [LINE...]: a script with these lines
 }
 lose() { rm -f "$scratch/bin/$1"; }
 
-for tool in abidiff clang clang++ ctest g++ gcc gdb ip mandoc ninja patch pigz pkgconf python3; do fake $tool; done
+for tool in abidiff clang clang++ ctest g++ gcc gdb ip mandoc ninja patch pigz pkgconf python3 valgrind; do fake $tool; done
 fake cmake '[ "$1" != --version ] || echo cmake version 3.25.1'
 
 # run COMMAND...: a script of the project in this PATH; leaves its output in `out` and its exit status in `status`.
