@@ -38,3 +38,6 @@ for folder in sorted(filter(count.get, count)):
     print(f"{count[folder]:6} {folder}")
 tests, total = sum(n for folder, n in count.items() if re.match(r"(tests|fuzz)\b", folder)), sum(count.values())
 print(f"{tests} of {total} lines are test code: {100 * tests / total:.1f} %")
+hostile = sum(count.get(folder, 0) for folder in ("fuzz", "tests/torture"))
+print(f"without fuzz and tests/torture, the programs that scripts/torture runs: {tests - hostile} of {total - hostile}, "
+      f"{100 * (tests - hostile) / (total - hostile):.1f} %")
