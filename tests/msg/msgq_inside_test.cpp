@@ -129,6 +129,13 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
         EXPECT_EQ(VYX_ERROR, watcher.Join().iResult);
         EXPECT_EQ(5, NextType(hNext)) << "a receiver of the destroyed queue took it";
     }
+    for (const char *szData : {"taken", "left", "left"})
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, 1, 0, szData));
+    EXPECT_EQ(1, NextType(m_hQueue));
+    ASSERT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
+    ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&m_hQueue));
+    const LockGuard guard(m_hQueue->hQueueLock);
+    EXPECT_TRUE(m_hQueue->nSorted == 0 && m_hQueue->nBytes == 0) << "what tools show";
 }
 
 // Whoever needs one of the locks here waits for ever.

@@ -248,6 +248,7 @@ TEST_F(FileCopy, LongGaps) {
         EXPECT_TRUE(iFound[0] == iMark && iFound[1] == 0) << iMark;
     }
     close(iCopy);
+    EXPECT_EQ(Copy("ff...."), VYX_ERROR);
 }
 
 TEST_F(FileCopy, EmptyFileFails) {

@@ -157,11 +157,14 @@ TEST(Uuid, RandomWithVersionAndVariant) {
             EXPECT_EQ(ever[k], k == 6 ? 0x4F : k == 8 ? 0xBF : k == 16 ? 0x5A : 0xFF) << "byte " << k;
         }
     }
+    uint8_t uuid[16];
+    (void)close(STDIN_FILENO);
+    EXPECT_EQ(VYX_GetUUID(uuid), 0) << "descriptor 0 is as good as any";
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
     rlimit before = {};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
     const rlimit none = {0, before.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    uint8_t uuid[16];
     EXPECT_EQ(VYX_GetUUID(uuid), VYX_ERROR) << "neither of them";
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     s_bRandomRefused = false;
