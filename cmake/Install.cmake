@@ -30,7 +30,7 @@ install(FILES ${PROJECT_BINARY_DIR}/vyxConfig.cmake ${PROJECT_BINARY_DIR}/vyxCon
 install(FILES ${PROJECT_BINARY_DIR}/vyx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(FILES LICENSE docs/inspection.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 if(VYX_HAVE_SDT)
-  install(PROGRAMS tools/bpftrace/queues.bt tools/bpftrace/waits.bt DESTINATION ${CMAKE_INSTALL_DATADIR}/vyx/bpftrace)
+  install(FILES tools/bpftrace/queues.bt tools/bpftrace/waits.bt DESTINATION ${CMAKE_INSTALL_DATADIR}/vyx/bpftrace)
 endif()
 
 if("linux" IN_LIST VYX_PLATFORM_HAS)

@@ -1,5 +1,5 @@
 // The search: names of the interface at once, then pages by Pagefind, whose index lies beside the pages. Where pages are
-// read from files, browsers load no modules: then names alone are found.
+// read from files, browsers load no modules: then names alone are found, as in a site without the index.
 (() => {
     'use strict';
     const root = document.currentScript.dataset.root;
@@ -28,7 +28,11 @@
     async function pages(text) {
         if (location.protocol === 'file:')
             return [];
-        pagefind ??= await import(new URL(root + 'pagefind/pagefind.js', location.href));
+        try {
+            pagefind ??= await import(new URL(root + 'pagefind/pagefind.js', location.href));
+        } catch {
+            return []; // the site was built without the index
+        }
         const found = await pagefind.search(text);
         const data = await Promise.all(found.results.slice(0, 8).map(result => result.data()));
         return data.map(page => {
