@@ -2,8 +2,6 @@
 // the same; -1 that a call failed, or that the arguments forbid it; the source is as it was; no descriptor is left.
 #include <cerrno>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vyx/sys.h>
@@ -83,8 +81,13 @@ ssize_t __wrap_write(int iFile, const void *pBytes, size_t nLen) {
 namespace {
 
 std::string Content(const std::string &sPath) {
-    std::ifstream file(sPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    const int iFile = open(sPath.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat status = {};
+    std::string sContent(iFile >= 0 && fstat(iFile, &status) == 0 ? static_cast<size_t>(status.st_size) : 0,
+                         '\0');
+    REQUIRE(iFile < 0 || __real_pread64(iFile, sContent.data(), sContent.size(), 0) == status.st_size);
+    (void)close(iFile);
+    return sContent;
 }
 
 // A file with gaps: pieces of text at places of the input's choice.

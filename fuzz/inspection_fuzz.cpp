@@ -6,18 +6,20 @@
 #include <fstream>
 #include <link.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 #include <vyx/vyx.h>
 
 #include "description.h"
+#include "folder.h"
 #include "input.h"
 #include "print.h"
 
 namespace {
 
 constexpr size_t kLargestMapping = size_t{1} << 22; // bytes
-constexpr size_t kLargestCore = size_t{1} << 25;
+constexpr size_t kLargestCore = size_t{1} << 26;
 constexpr int kFileNote = 0x46494c45;
 
 struct Place {
@@ -52,16 +54,21 @@ void Populate() {
 // The program's own mappings but its code, and small ones of the heap.
 void BaseCore::AddSegments(std::string *pBytes, std::vector<ElfW(Addr)> *pImage) {
     std::ifstream maps("/proc/self/maps");
-    const std::string sProgram = std::string("/proc/self/exe");
     char szProgram[4096] = "";
-    REQUIRE(readlink(sProgram.c_str(), szProgram, sizeof szProgram - 1) > 0);
+    REQUIRE(readlink("/proc/self/exe", szProgram, sizeof szProgram - 1) > 0);
     const int iMemory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    unsigned long long nBehindIt = 0;
     for (std::string sLine; std::getline(maps, sLine);) {
         unsigned long long nStart = 0;
         unsigned long long nEnd = 0;
         char szRights[8] = "";
         REQUIRE(std::sscanf(sLine.c_str(), "%llx-%llx %7s", &nStart, &nEnd, szRights) == 3);
-        const bool bProgram = sLine.find(szProgram) != std::string::npos;
+        const bool bProgram =
+            sLine.find(szProgram) != std::string::npos || nStart == nBehindIt; // its zeros have no name
+        if (bProgram && pImage->empty()) // the code is in no core, but the file is named
+            *pImage = {1, 1, static_cast<ElfW(Addr)>(nStart), 0, 0};
+        if (bProgram)
+            (*pImage)[3] = static_cast<ElfW(Addr)>(nBehindIt = nEnd);
         const auto nSize = static_cast<size_t>(nEnd - nStart);
         if (szRights[2] == 'x' ||
             (!bProgram && (std::strncmp(szRights, "rw", 2) != 0 || nSize > kLargestMapping)) ||
@@ -71,8 +78,6 @@ void BaseCore::AddSegments(std::string *pBytes, std::vector<ElfW(Addr)> *pImage)
         if (pread64(iMemory, sMapping.data(), nSize, static_cast<off_t>(nStart)) !=
             static_cast<ssize_t>(nSize))
             continue;
-        if (bProgram && pImage->empty())
-            *pImage = {1, 1, static_cast<ElfW(Addr)>(nStart), static_cast<ElfW(Addr)>(nEnd), 0};
         ElfW(Phdr) segment = {};
         segment.p_type = PT_LOAD;
         segment.p_offset = static_cast<ElfW(Off)>(pBytes->size());
@@ -112,13 +117,17 @@ void BaseCore::AddDescription(const std::string &sBytes) {
 
 BaseCore::BaseCore() {
     Populate();
+    static const fuzz::Folder s_folder;
+    const std::string sImage = s_folder / "image"; // nobody may wait for what the core names
+    REQUIRE(mkfifo(sImage.c_str(), 0600) == 0);
     std::string sBytes(16384, '\0'); // headers and the note
     std::vector<ElfW(Addr)> image;
     AddSegments(&sBytes, &image);
     const struct {
         ElfW(Word) nName, nSize, nType;
         char szName[8];
-    } note = {5, static_cast<ElfW(Word)>(image.size() * sizeof image[0] + 8), kFileNote, "CORE"};
+    } note = {5, static_cast<ElfW(Word)>(image.size() * sizeof image[0] + sImage.size() + 1), kFileNote,
+              "CORE"};
     ElfW(Phdr) notes = {};
     notes.p_type = PT_NOTE;
     notes.p_offset = 8192;
@@ -139,7 +148,8 @@ BaseCore::BaseCore() {
     std::memcpy(&sBytes[sizeof header], segments.data(), segments.size() * sizeof segments[0]);
     std::memcpy(&sBytes[8192], &note, sizeof note);
     std::memcpy(&sBytes[8192 + sizeof note], image.data(), image.size() * sizeof image[0]);
-    std::memcpy(&sBytes[8192 + sizeof note + image.size() * sizeof image[0]], "/x", 3);
+    std::memcpy(&sBytes[8192 + sizeof note + image.size() * sizeof image[0]], sImage.c_str(),
+                sImage.size() + 1);
     REQUIRE(write(iFile, sBytes.data(), sBytes.size()) == static_cast<ssize_t>(sBytes.size()));
     places = {{0, sizeof header}, {sizeof header, 8 * sizeof segments[0]}, {8192, 64}, {nImage, 1024}};
     AddDescription(sBytes);

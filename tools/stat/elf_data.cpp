@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
+#include <filesystem>
 #include <fstream>
 #include <map>
 
@@ -89,6 +90,9 @@ void AddFunctions(Symbols &symbols, const std::vector<unsigned char> &table,
 
 Symbols FunctionsOf(const std::string &path) {
     Symbols symbols;
+    std::error_code error; // a core may name anything, also a pipe, which would be waited for
+    if (!std::filesystem::is_regular_file(path, error))
+        return symbols;
     std::ifstream file(path, std::ios::binary);
     const auto header = file ? ReadAt(file, 0, EI_NIDENT) : std::vector<unsigned char>();
     const auto layout = LayoutOf(header.data(), header.size());
