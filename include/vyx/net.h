@@ -371,7 +371,8 @@ VYX_API int32_t VYX_GetBuffSize(VYX_SOCK_T hSocket, int32_t *pSendSize, int32_t 
  *
  * Result:  the new socket, to which the caller owes VYX_CloseSocket; -1 on time-out and failure.
  * Threads: any. If several threads or processes accept from one socket, make it non-blocking, or one whose connection
- *          another took waits in accept for the next.
+ *          another took waits in accept for the next. A thread that is cancelled with a limit on a non-blocking
+ *          socket loses no connection.
  */
 VYX_API VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut);
 

@@ -210,7 +210,8 @@ VYX_API int32_t VYX_RenameFile(const char *szOld, const char *szNew);
  *          of the target reads as zeros); memory, the disk or the platform failed. If the target is a pipe or a
  *          character device the result is -1, too.
  *          A change of the source during the call never ends the process; whether it shows in the copy is open.
- * Threads: any; of two that copy to one target at once, neither knows what it will hold.
+ * Threads: any; of two that copy to one target at once, neither knows what it will hold. One that is cancelled in it
+ *          leaves no descriptor open.
  */
 VYX_API int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t bFailIfExists);
 

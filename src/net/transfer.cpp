@@ -7,11 +7,13 @@
 // therefore never block in the transfer itself. What a transfer answers decides, also where the wait was ended by
 // something else than readiness; where there was nothing to do, the wait goes on.
 #include <cerrno>
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <vyx/sys.h>
 
 #include "base/errno_keeper.h"
 #include "base/platform.h"
+#include "base/uncancelled.h"
 #include "net/net_inter.h"
 #include "net/poll_limit.h"
 
@@ -162,6 +164,13 @@ int32_t ConnectResult_Local(VYX_SOCK_T hSocket, uint32_t nTimeOut) {
     return (fd.revents & POLLOUT) != 0 ? VYX_OK : VYX_ERROR;
 }
 
+VYX_SOCK_T AcceptNow_Local(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr) {
+    if (pAddr == nullptr)
+        return accept(hSocket, nullptr, nullptr);
+    socklen_t nLength = sizeof *pAddr;
+    return accept(hSocket, &pAddr->sa, &nLength);
+}
+
 } // namespace
 
 VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut) {
@@ -169,11 +178,14 @@ VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nTimeOut) 
         struct pollfd fd = {hSocket, POLLRDNORM, 0};
         if (VYX_PollEx(&fd, 1, &nTimeOut) < 1 || (fd.revents & POLLRDNORM) == 0)
             return VYX_INVALID_SOCKET;
+        // A thread that is cancelled just as accept returns may lose the new socket (glibc before 2.41), so it is not
+        // cancelled where accept does not wait.
+        if ((fcntl(hSocket, F_GETFL) & O_NONBLOCK) != 0) {
+            const vyx_inter::Uncancelled uncancelled;
+            return AcceptNow_Local(hSocket, pAddr);
+        }
     }
-    if (pAddr == nullptr)
-        return accept(hSocket, nullptr, nullptr);
-    socklen_t nLength = sizeof *pAddr;
-    return accept(hSocket, &pAddr->sa, &nLength);
+    return AcceptNow_Local(hSocket, pAddr);
 }
 
 int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint32_t nTimeOut) {

@@ -11,11 +11,13 @@
 
 #include "base/descriptor.h"
 #include "base/platform.h"
+#include "base/uncancelled.h"
 #include "sys/file_inter.h"
 
 namespace {
 
 using vyx_inter::Descriptor;
+using vyx_inter::Uncancelled;
 
 constexpr int32_t kCopied = 1;                // what callers compare with
 constexpr off_t kKernelStep = off_t{1} << 30; // bytes for one call within the kernel
@@ -161,6 +163,20 @@ bool CopyInto_Local(int iSource, const struct stat &source, int iTarget) {
     return S_ISBLK(target.st_mode) ? CopyRange_Local(&copy, 0, source.st_size) : Fail_Local(ENODEV);
 }
 
+// A thread that is cancelled just as open returns may lose the descriptor (glibc before 2.41), so it is not cancelled
+// there; but it is in the wait for the other end of a pipe.
+int OpenSource_Local(const char *szPath) {
+    struct stat status;
+    if (stat(szPath, &status) == 0 && S_ISFIFO(status.st_mode))
+        return open(szPath, O_RDONLY | O_CLOEXEC);
+    const Uncancelled uncancelled;
+    return open(szPath, O_RDONLY | O_CLOEXEC);
+}
+int OpenTarget_Local(const char *szPath, mode_t mode) {
+    const Uncancelled uncancelled;
+    return open(szPath, O_RDWR | O_CREAT | O_CLOEXEC, mode);
+}
+
 } // namespace
 
 int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t bFailIfExists) {
@@ -168,11 +184,11 @@ int32_t VYX_CopyFile(const char *szSource, const char *szTarget, int32_t bFailIf
         return VYX_ERROR;
     if (access(szTarget, F_OK) == 0 && bFailIfExists != 0)
         return VYX_ERROR;
-    const Descriptor source(open(szSource, O_RDONLY | O_CLOEXEC));
     struct stat status;
+    const Descriptor source(OpenSource_Local(szSource));
     if (source.Get() < 0 || fstat(source.Get(), &status) != 0)
         return VYX_ERROR;
-    const Descriptor target(open(szTarget, O_RDWR | O_CREAT | O_CLOEXEC, status.st_mode & 07777));
+    const Descriptor target(OpenTarget_Local(szTarget, status.st_mode & 07777));
     if (target.Get() < 0)
         return VYX_ERROR;
     return CopyInto_Local(source.Get(), status, target.Get()) ? kCopied : VYX_ERROR;

@@ -294,8 +294,9 @@ int64_t Log() {
                 const int32_t result = WriteLog(VYX_LOG_LEVEL_INF, "load", line, "%0100d", line);
                 taken += result == 0 ? 1 : 0;
                 full += result == -4 ? 1 : 0;
-                (void)Check(result == 0 || result == -4 || (result == -5 && !slow),
-                            "WriteLog: " + std::to_string(result));
+                const bool off =
+                    !slow && (result == -5 || result == -2); // the last target, and the service with it
+                (void)Check(result == 0 || result == -4 || off, "WriteLog: " + std::to_string(result));
             }
             writing -= number < 4 ? 1 : 0;
         });

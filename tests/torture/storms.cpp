@@ -19,6 +19,7 @@
 
 #include <vyx/vyx.h>
 
+#include "torture/cancellation.h"
 #include "torture/channels.h"
 #include "torture/torture.h"
 
@@ -449,6 +450,11 @@ void LimitMemory(rlim_t more) {
     (void)setrlimit(RLIMIT_AS, &limit);
 }
 
+void Cancellations() {
+    s_figures["cancellations"] += torture::CancelInEveryCall();
+    s_taken += torture::LinesOfCancelled();
+}
+
 struct Storm {
     const char *name;
     torture::Weather weather;
@@ -467,6 +473,12 @@ const std::vector<Storm> &Storms() {
         {"signals", {false, false, false, true, true}, {}, [] { CatchSignals(0); }, Signals, [] {}},
         {"forks", {}, {}, [] {}, Forks, WaitForChildren},
         {"starts", {true, false, false, false, false}, {"pool"}, [] {}, StopsAndStarts, [] {}},
+        {"cancellation",
+         {},
+         {},
+         [] { torture::BeginCancellation(s_folder); },
+         Cancellations,
+         torture::EndCancellation},
         // At its end everything is over that was prolonged.
         {"clock",
          {false, false, true, false, false},
@@ -566,7 +578,9 @@ int Main(const std::string &name, double seconds, const std::vector<std::string>
         (std::fclose(std::fopen((s_folder + "source").c_str(), "w")), s_folder + "source"), 300000);
     (void)Check(VYX_Init() == VYX_OK, "Init");
     RunStorm(*storm, static_cast<int64_t>(seconds * 1000));
-    (void)Check(VYX_Fini() == VYX_OK, "Fini");
+    VYX_HANDLE_MSGQ queue = nullptr;
+    (void)Check(VYX_Fini() == VYX_OK && VYX_MsgQCreateEx(&queue) == VYX_ERROR,
+                "Fini does not stop the library");
     std::filesystem::remove_all(folder);
     int64_t rounds = 0, refused = 0;
     for (const auto &work : s_works) {
