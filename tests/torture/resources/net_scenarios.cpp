@@ -121,7 +121,9 @@ void Connection() {
         VYX_ADDR_T peer = {};
         const VYX_SOCK_T hFar =
             bConnected ? CALL(VYX_Accept)(listener.Get(), &peer, 1000) : VYX_INVALID_SOCKET;
-        if (bConnected && DONE(hFar >= 0, hFar == VYX_INVALID_SOCKET, may::interrupts | may::clocks)) {
+        // Whether the listener blocks decides only where a thread can be cancelled.
+        if (bConnected &&
+            DONE(hFar >= 0, hFar == VYX_INVALID_SOCKET, may::interrupts | may::clocks | may::descriptors)) {
             VYX_ADDR_T local = {};
             SOCKET_OK(CALL(VYX_GetAddrBySockFd)(hNear, &local, &peer));
             Transfer(hNear, hFar);
