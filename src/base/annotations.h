@@ -16,7 +16,6 @@
 #define VYX_ACQUIRE(...) VYX_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define VYX_TRY_ACQUIRE(...) VYX_ANNOTATION(try_acquire_capability(__VA_ARGS__))
 #define VYX_RELEASE(...) VYX_ANNOTATION(release_capability(__VA_ARGS__))
-#define VYX_EXCLUDES(...) VYX_ANNOTATION(locks_excluded(__VA_ARGS__))
 #define VYX_UNCHECKED VYX_ANNOTATION(no_thread_safety_analysis)
 
 #endif

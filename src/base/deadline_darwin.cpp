@@ -5,17 +5,11 @@
 #include <sys/time.h>
 
 #include "base/deadline.h"
+#include "base/timespec.h"
 
 namespace {
 
 constexpr int64_t kClockLook = 100000; // microseconds between looks whether the wall clock was set
-
-struct timespec Split_Local(int64_t iMicros) {
-    struct timespec time = {};
-    time.tv_sec = static_cast<time_t>(iMicros / vyx_inter::kMicrosPerSecond);
-    time.tv_nsec = static_cast<long>(iMicros % vyx_inter::kMicrosPerSecond * vyx_inter::kNanosPerMicro);
-    return time;
-}
 
 } // namespace
 
@@ -33,7 +27,7 @@ bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadlin
     do {
         const int64_t iLeft = deadline.LeftMicros();
         const bool bShort = deadline.WhichClock() == Clock::Wall && iLeft > kClockLook;
-        const struct timespec left = Split_Local(bShort ? kClockLook : iLeft);
+        const struct timespec left = ToTimespec(bShort ? kClockLook : iLeft);
         if (pthread_cond_timedwait_relative_np(pCond, pMutex, &left) != ETIMEDOUT)
             return true;
     } while (!deadline.HasPassed());

@@ -1,7 +1,8 @@
-// Compiled with 64-bit times also on 32-bit processors (CMakeLists.txt): deadlines do not end in 2038.
+// Compiled with 64-bit times also on 32-bit processors (cmake/Platform.cmake): deadlines do not end in 2038.
 #include <cerrno>
 
 #include "base/deadline.h"
+#include "base/timespec.h"
 
 namespace {
 
@@ -22,10 +23,7 @@ int64_t Now(Clock eClock) {
 bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadline &deadline) {
     if (deadline.IsNever())
         return pthread_cond_wait(pCond, pMutex) == 0;
-    const int64_t iMicros = deadline.Micros();
-    struct timespec due = {};
-    due.tv_sec = static_cast<time_t>(iMicros / kMicrosPerSecond);
-    due.tv_nsec = static_cast<long>(iMicros % kMicrosPerSecond * kNanosPerMicro);
+    const struct timespec due = ToTimespec(deadline.Micros());
     return pthread_cond_clockwait(pCond, pMutex, Id_Local(deadline.WhichClock()), &due) != ETIMEDOUT;
 }
 

@@ -10,7 +10,6 @@ constexpr int64_t kMillisPerSecond = 1000;
 constexpr int64_t kMicrosPerMilli = 1000;
 constexpr int64_t kMicrosPerSecond = 1000000;
 constexpr int64_t kNanosPerMicro = 1000;
-constexpr int64_t kNanosPerSecond = 1000000000;
 
 } // namespace vyx_inter
 
