@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """The rooms of the library and what they include.
 
-layers.py check   compares the table of docs/architecture.md with the includes, and looks for conditions on the platform
-                  outside the platforms' own files; exit status 1 and a line for each fault
+layers.py check   compares the table of docs/architecture.md with the includes, and the platform's files with the pages that
+                  tell of them; looks for conditions on the platform in other files; exit status 1 and a line for each
+                  fault
 layers.py dot     prints the picture of the rooms for Graphviz
 """
 
@@ -44,6 +45,24 @@ def conditions():
             if PLATFORM.search(file.read_text())]
 
 
+def platform_files():
+    """The files that each platform has, without _PLATFORM.cpp at their end."""
+    text = (TOP / "cmake/Platform.cmake").read_text()
+    return re.search(r"set\(VYX_PLATFORM_FILES ([^)]*)\)", text).group(1).split()
+
+
+def untold():
+    """The platform's files of which a page does not tell."""
+    porting, portability = ((TOP / "docs" / page).read_text() for page in ("porting.md", "portability.md"))
+    for name in platform_files():
+        if f"`{name}`" not in porting:
+            yield f"docs/porting.md does not tell of {name}"
+        if f"`{name}_darwin.cpp`" not in portability:
+            yield f"docs/portability.md does not tell of {name}_darwin.cpp"
+    if f"copy the {len(platform_files())} files" not in porting:
+        yield "docs/porting.md has another number of platform files"
+
+
 def check():
     listed, found = table(), actual()
     order = list(listed)
@@ -55,6 +74,7 @@ def check():
         faults += [f"src/{room} includes {name}, which is not below it" for name in found[room]
                    if name in order and order.index(name) < order.index(room)]
     faults += [f"{file} has a condition on the platform, which belongs into a file of its own" for file in conditions()]
+    faults += untold()
     for fault in sorted(faults):
         print(fault)
     return 1 if faults else 0
