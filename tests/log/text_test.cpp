@@ -56,8 +56,9 @@ TEST(LogText, IsThatOfTheCLibrary) {
     Compare("%s and %s", "", "text");
     Compare("%c%c%c", 'a', '\0', 'b');
     Compare("%d before a null %s and %d", 1, static_cast<const char *>(nullptr), 2);
+    Compare("%5d", 1);
     // From here on each has something that the short way does not know, after something that it does.
-    Compare("%5d %d %5d|%-5d|%05d|%+d|% d", 0, 1, 2, 3, 4, 5, 6);
+    Compare("%d %5d|%-5d|%05d|%+d|% d", 1, 2, 3, 4, 5, 6);
     Compare("%s %.2s %*d", "a", "bcd", 6, 7);
     Compare("%d %f %g %e %a", 1, 2.5, 3.5, 4.5, 5.5);
     Compare("%d %Lf", 1, static_cast<long double>(2));
