@@ -54,6 +54,9 @@ int failing_error(void);
    library knows, such as taking a normal mutex, can for this one. */
 void failing_own(const void *object);
 
+/* From now on the kernel copies no files, without counting as a failure. */
+void failing_refuse_copies(void);
+
 /* Calls of the calling thread neither count nor fail from now on: it plays a part of the outside world. */
 void failing_spare(void);
 

@@ -71,7 +71,7 @@ void Options() {
         SOCKET_OK(CALL(VYX_SetTimeOut)(iFd, 1000, 1000));
         SOCKET_OK(CALL(VYX_SetBuffSize)(iFd, 10000, 10000));
         SOCKET_OK(CALL(VYX_GetBuffSize)(iFd, &iValue, &iOther));
-        SOCKET_OK(CALL(VYX_SetNonBlock)(iFd, 1));
+        OK(CALL(VYX_SetNonBlock)(iFd, 1), may::descriptors); // flags that cannot be read are not noticed
         if (Ok(CALL(VYX_JoinMultiCastGroup)(group.Get(), &local, &address), __LINE__))
             SOCKET_OK(CALL(VYX_LeaveMultiCastGroup)(group.Get(), &local, &address));
         const auto IfSix = [&](int32_t iResult, int iLine) { return six.Get() < 0 || Ok(iResult, iLine); };
@@ -122,8 +122,8 @@ void Connection() {
         const VYX_SOCK_T hFar =
             bConnected ? CALL(VYX_Accept)(listener.Get(), &peer, 1000) : VYX_INVALID_SOCKET;
         // Whether the listener blocks decides only where a thread can be cancelled.
-        if (bConnected &&
-            DONE(hFar >= 0, hFar == VYX_INVALID_SOCKET, may::interrupts | may::clocks | may::descriptors)) {
+        constexpr uint32_t kMay = may::interrupts | may::or_not | may::clocks | may::descriptors;
+        if (bConnected && DONE(hFar >= 0, hFar == VYX_INVALID_SOCKET, kMay)) {
             VYX_ADDR_T local = {};
             SOCKET_OK(CALL(VYX_GetAddrBySockFd)(hNear, &local, &peer));
             Transfer(hNear, hFar);
@@ -218,7 +218,7 @@ void Names() {
 void Adapters() {
     Act([] {
         VYX_ADAPTER_INFO *pList = nullptr;
-        OK(CALL(VYX_GetAdapterInfo)(&pList), may::memory | may::interrupts | may::descriptors);
+        OK(CALL(VYX_GetAdapterInfo)(&pList), may::memory | may::interrupts | may::or_not | may::descriptors);
         (void)VYX_FreeAdapterInfo(pList);
         uint8_t byAddr[8];
         uint32_t nLength = 8;

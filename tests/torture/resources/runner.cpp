@@ -1,9 +1,8 @@
 // Runs every scenario with every failure: each in a child process, several at a time.
-//   torture_resources --short | --full              the first failure of each
-//   kind, or all of them torture_resources SCENARIO KIND N [on] [warm]   one
-//   run, with its output; on: all calls from the N-th on fail; warm: a
-//                                                   run without failures goes
-//                                                   before
+//   torture_resources --short | --full              the first failure of each kind, or all of them
+//   torture_resources SCENARIO                      all failures of a scenario
+//   torture_resources SCENARIO KIND N [on] [warm]   one run, with its output; on: all calls from the N-th on fail; warm: a
+//                                                   run without failures goes before
 #include "scenario.h"
 
 #include <algorithm>
@@ -27,7 +26,6 @@ using torture::Scenario;
 
 constexpr int kLimit = 20;          // seconds that a run may take
 constexpr int kSettleMillis = 3000; // that threads may take to go
-constexpr int kMostNth = 100;       // of a loop's calls the first ones
 constexpr size_t kMostFunctions = 100;
 
 #define KIND_NAME(kind) #kind,
@@ -282,38 +280,45 @@ struct Coverage {
     }
 };
 
-void RunFailures(Workers &workers, const Scenario &scenario, const Report &clean, bool bFull) {
+void RunFailures(Workers &workers, const Scenario &scenario, const Report &clean, int nMostNth) {
     for (int iKind = 0; iKind < failing_kinds; ++iKind) {
         const bool bLimit = iKind == fails_mappings || iKind == fails_openings;
         const int nCalls = clean.nCalls[bLimit ? failing_kinds : iKind];
-        for (int iNth = 1; iNth <= std::min(nCalls, bFull ? kMostNth : 1); ++iNth)
+        for (int iNth = 1; iNth <= std::min(nCalls, nMostNth); ++iNth)
             for (const bool bOn : {false, true})
                 for (const bool bWarm : {false, true})
-                    if (bFull || (!bWarm && bOn))
-                        workers.Start({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
+                    workers.Start({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
     }
     workers.Finish();
 }
 
-int RunAll(bool bFull) {
-    Workers workers(std::max(2U, std::thread::hardware_concurrency()));
-    Coverage coverage;
-    for (const Scenario &scenario : All()) {
-        const Report clean = workers.Clean(scenario);
-        coverage.Add(scenario, clean);
-        RunFailures(workers, scenario, clean, bFull);
-        std::fprintf(stderr, "%s: %d runs until now\n", scenario.szName, workers.Runs());
-    }
+// What the table covers, and that it is everything.
+void TellCoverage(Workers &workers, const Coverage &coverage) {
     coverage.Check(workers);
     for (int iKind = 0; iKind < failing_kinds; ++iKind)
         if (coverage.kinds.count(iKind) == 0 && iKind != fails_mappings && iKind != fails_openings)
             workers.Tell(std::string("no scenario has ") + kKinds[iKind]);
-    std::printf("{\"runs\": %d, \"findings\": %d, \"what\": \"%zu scenarios, %zu "
-                "functions of which %zu "
-                "reach a resource, "
-                "%d kinds of failures\"}\n",
-                workers.Runs(), workers.Findings(), All().size(), coverage.reached.size(),
-                coverage.reached.size() - coverage.plain.size(), static_cast<int>(failing_kinds));
+    std::printf(
+        "{\"runs\": %d, \"findings\": %d, \"what\": \"%zu scenarios, %zu functions and methods of which %zu "
+        "reach a resource, %d kinds of failures\"}\n",
+        workers.Runs(), workers.Findings(), All().size(), coverage.reached.size(),
+        coverage.reached.size() - coverage.plain.size(), static_cast<int>(failing_kinds));
+}
+
+// All failures of the scenario of that name, or of all of them.
+int RunAll(const std::string &name, int nMostNth) {
+    Workers workers(std::max(2U, std::thread::hardware_concurrency()));
+    Coverage coverage;
+    for (const Scenario &scenario : All()) {
+        if (!name.empty() && name != scenario.szName)
+            continue;
+        const Report clean = workers.Clean(scenario);
+        coverage.Add(scenario, clean);
+        RunFailures(workers, scenario, clean, nMostNth);
+        std::fprintf(stderr, "%s: %d runs until now\n", scenario.szName, workers.Runs());
+    }
+    if (name.empty())
+        TellCoverage(workers, coverage);
     return workers.Findings() == 0 ? 0 : 1;
 }
 
@@ -379,6 +384,8 @@ bool torture::Judge(bool bDid, bool bRefused, uint32_t nMay, int iLine) {
         szWrong = "answers what its header does not say";
     else if (!bDid && failing_hits() == 0)
         szWrong = "is refused though nothing failed";
+    else if (!bDid && (nKind & nMay & (may::interrupts | may::shorts)) != 0 && (nMay & may::or_not) == 0)
+        szWrong = "does not go on";
     else if (bDid && bHit && (nKind & (kVague | nMay)) == 0)
         szWrong = "succeeds though something failed";
     else if (!bDid && bHit && (nMay & may::errors) != 0 && (nKind & kVague) == 0 && iError != failing_error())
@@ -389,6 +396,10 @@ bool torture::Judge(bool bDid, bool bRefused, uint32_t nMay, int iLine) {
              std::to_string(iError));
     }
     return bDid;
+}
+
+bool torture::Fails(uint32_t nKinds) {
+    return s_iRound == s_iFailing && s_run.iNth > 0 && (1U << s_run.iKind & nKinds) != 0;
 }
 
 bool torture::JudgeResult(int64_t iResult, uint32_t nMay, int iLine) {
@@ -406,17 +417,19 @@ bool torture::Must(bool bHolds, const char *szCondition, int iLine) {
 
 int main(int nArgs, char **pArgs) {
     const std::string form = nArgs > 1 ? pArgs[1] : "";
-    if (nArgs < 2 || (nArgs < 4 && form != "--short" && form != "--full")) {
-        (void)std::fputs("torture_resources --short | --full | SCENARIO KIND N [on] [warm]\n", stderr);
+    if (nArgs != 2 && nArgs < 4) {
+        (void)std::fputs("torture_resources --short | --full | SCENARIO [KIND N [on] [warm]]\n", stderr);
         return 2;
     }
-    (void)setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3",
-                 1); // a file of a zone that cannot be read is the C library's matter
+    // A file of a zone that cannot be read is the C library's matter.
+    (void)setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     std::string folder = (std::filesystem::temp_directory_path() / "vyx_torture_XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr)
         return 77;
     std::filesystem::current_path(folder);
-    const int iResult = nArgs >= 4 ? RunOne(pArgs, nArgs) : RunAll(form == "--full");
+    const bool bAll = form == "--short" || form == "--full";
+    const int nMostNth = form == "--short" ? 1 : 100; // of a loop's calls the first ones
+    const int iResult = nArgs >= 4 ? RunOne(pArgs, nArgs) : RunAll(bAll ? "" : form, nMostNth);
     std::filesystem::current_path("/");
     std::filesystem::remove_all(folder);
     return iResult;

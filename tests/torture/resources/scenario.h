@@ -13,12 +13,13 @@
 
 namespace torture {
 
-// What a call may do without: sets of kinds, for Done.
+// What a call may do without: sets of kinds. What it may be interrupted in or do in parts, it is to finish.
 namespace may {
 #define MAY_KIND(kind) constexpr uint32_t kind = 1U << fails_##kind;
 FAILING_KINDS(MAY_KIND)
 #undef MAY_KIND
-constexpr uint32_t anything = (1U << failing_kinds) - 1;
+constexpr uint32_t anything = ((1U << failing_kinds) - 1) | 1U << 30;
+constexpr uint32_t or_not = 1U << 30; // no kind: what is interrupted may be refused as well
 constexpr uint32_t errors = 1U << 31; // no kind: errno tells of the failure
 } // namespace may
 
@@ -36,6 +37,8 @@ bool Judge(bool bDid, bool bRefused, uint32_t nMay, int iLine);
 // For the results 0 and -1.
 #define OK(result, may) torture::JudgeResult((result), (may), __LINE__)
 bool JudgeResult(int64_t iResult, uint32_t nMay, int iLine);
+// Whether one of these kinds fails in this round.
+bool Fails(uint32_t nKinds);
 // What must hold whatever fails, and outside of Act, where nothing does.
 #define MUST(condition) torture::Must((condition), #condition, __LINE__)
 bool Must(bool bHolds, const char *szCondition, int iLine);

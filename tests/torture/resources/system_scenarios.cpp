@@ -90,6 +90,11 @@ void Copy() {
     MUST(ContentOf("source") == text);
 }
 
+void CopyThroughBuffer() {
+    failing_refuse_copies();
+    Copy();
+}
+
 void Directory() {
     (void)rmdir("folder/in");
     (void)rmdir("folder");
@@ -237,6 +242,7 @@ void Memory() {
 const std::vector<torture::Scenario> torture::kSystemScenarios = {
     {"file", File},
     {"copy", Copy},
+    {"copy through a buffer", CopyThroughBuffer},
     {"directory", Directory},
     {"module", Module},
     {"system", System},
