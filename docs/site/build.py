@@ -286,8 +286,8 @@ class Site:
         if classes:
             parts.append('<h2 id="classes">Classes</h2>' + "\n".join(classes))
         if operators:
-            rows = [f"<td><code>{html.escape(item['declaration'])}</code></td><td>{self.doc(item['doc'], here)}</td>"
-                    for item in operators]
+            rows = [f"<td><code>{html.escape(item['declaration'])}</code></td><td>{self.doc(item['doc'], here)}"
+                    f"{self.notes(item['doc'], here, '')}</td>" for item in operators]
             parts.append('<h3 id="operators">Operators</h3>' + self.table(("Operator", "Meaning"), rows))
         return "\n".join(parts)
 
