@@ -30,7 +30,7 @@ SECTIONS = [
                 "docs/guides/hash.md", "docs/guides/tree.md", "docs/guides/container.md", "docs/guides/signals.md", "docs/python.md"]),
     ("Reference", ["docs/subsystems/%s.md" % name for name in
                    "frame sync thread pool msg net sys time log container string types".split()]),
-    ("Behaviour", ["docs/behaviour.md", "docs/messages.md", "docs/performance.md", "docs/proven.md",
+    ("Behaviour", ["docs/behaviour.md", "docs/messages.md", "docs/performance.md", "docs/proven.md", "docs/reliability.md",
                    "docs/portability.md", "docs/versioning.md", "SECURITY.md", "CHANGELOG.md"]),
     ("More", ["docs/architecture.md", "docs/log.md"]),
 ]
