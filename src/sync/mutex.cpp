@@ -10,6 +10,14 @@ static_assert(std::has_virtual_destructor_v<vyx::vyx_recursive_mutex>);
 
 namespace {
 
+// What a mutex is that the platform could not make.
+#if defined(PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP)
+constexpr pthread_mutex_t kRecursiveMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+#else
+constexpr pthread_mutex_t kRecursiveMutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER;
+#endif
+constexpr pthread_mutex_t kNormalMutex = PTHREAD_MUTEX_INITIALIZER;
+
 int32_t Result_Local(int iPlatformResult) {
     return iPlatformResult == 0 ? VYX_OK : VYX_ERROR;
 }
@@ -19,13 +27,14 @@ int32_t Result_Local(int iPlatformResult) {
 int32_t VYX_MutexCreate(VYX_MUTEX_T *pMutex, uint32_t nType) {
     if (pMutex == nullptr)
         return VYX_ERROR;
-    pthread_mutexattr_t attr;
+    pthread_mutexattr_t attr = {};
     (void)pthread_mutexattr_init(&attr);
     // Deliberate: neither the type nor the mutex's own creation is examined. An unknown type leaves the
     // attribute's default, and the caller gets VYX_OK. Pinned by Mutex.UnknownTypeStillCreates.
     const int iType = nType == VYX_MUTEX_RECURSIVE ? PTHREAD_MUTEX_RECURSIVE : static_cast<int>(nType);
     (void)pthread_mutexattr_settype(&attr, iType);
-    (void)pthread_mutex_init(pMutex, &attr);
+    if (pthread_mutex_init(pMutex, &attr) != 0) // so that there is one in any case
+        *pMutex = nType == VYX_MUTEX_RECURSIVE ? kRecursiveMutex : kNormalMutex;
     (void)pthread_mutexattr_destroy(&attr);
     return VYX_OK;
 }

@@ -1,6 +1,7 @@
 // Mutexes, conditions, semaphores, threads and storage of threads.
 #include <atomic>
 #include <cstdint>
+#include <cstring>
 #include <semaphore.h>
 #include <thread>
 #include <vyx/vyx.h>
@@ -19,7 +20,8 @@ const void *Owned(Handle handle) {
 }
 
 void Mutex() {
-    VYX_MUTEX_T hMutex = {};
+    VYX_MUTEX_T hMutex;
+    std::memset(&hMutex, 0xff, sizeof hMutex); // what is no mutex
     Act([&] {
         failing_own(&hMutex);
         OK(CALL(VYX_MutexCreate)(&hMutex, VYX_MUTEX_RECURSIVE), 0);
