@@ -1,7 +1,6 @@
 // Mutexes, conditions, semaphores, threads and storage of threads.
 #include <atomic>
 #include <cstdint>
-#include <cstring>
 #include <semaphore.h>
 #include <thread>
 #include <vyx/vyx.h>
@@ -20,8 +19,8 @@ const void *Owned(Handle handle) {
 }
 
 void Mutex() {
-    VYX_MUTEX_T hMutex;
-    std::memset(&hMutex, 0xff, sizeof hMutex); // what is no mutex
+    VYX_MUTEX_T hMutex = {};
+    *reinterpret_cast<char *>(&hMutex) = 1; // no mutex, but like one that is held
     Act([&] {
         failing_own(&hMutex);
         OK(CALL(VYX_MutexCreate)(&hMutex, VYX_MUTEX_RECURSIVE), 0);
