@@ -100,6 +100,7 @@ class Site:
     def __init__(self, api, layers, out):
         self.api, self.layers, self.out = api, pathlib.Path(layers), pathlib.Path(out)
         self.sections = self.find_pages()
+        self.pages = {path for _, pages in self.sections for path in pages}
         self.titles = {}
         self.wanted = []  # (page, link) to be looked at in the end
         self.shown = set()  # files and folders that have a page of their own
@@ -142,9 +143,13 @@ class Site:
             return f"reference/{pathlib.PurePath(target).stem}.html" + mark + place
         if target in ("include/vyx", "include"):
             return "reference/index.html"
-        if not target.endswith(".md"):
+        if target not in self.pages:
             self.show(target)
-        return address(target) + mark + place
+        return self.address(target) + mark + place
+
+    def address(self, target):
+        """As address(), but of a document without a page of its own where its text is shown."""
+        return f"source/{target}.html" if target.endswith(".md") and target not in self.pages else address(target)
 
     def finish(self, body, path, here):
         """Adapts the links, headings, code and tables of a page."""
@@ -320,7 +325,7 @@ class Site:
             return
         self.shown.add(target)
         path = TOP / target
-        here = address(target)
+        here = self.address(target)
         if path.is_dir():
             files = sorted(p for p in path.iterdir() if p.is_dir() or p.suffix in SOURCES | {".md"})
             entries = []
