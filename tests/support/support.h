@@ -46,10 +46,11 @@ inline int TimeScale() {
     return iScale < 1 ? 1 : iScale;
 }
 
-// Polls until the predicate holds; false after ten (scaled) seconds. For what no condition can be waited on.
+// Polls until the predicate holds; false after half a (scaled) minute, as a crowded machine may need for a thread.
+// For what no condition can be waited on.
 template <class Predicate>
 bool WaitUntil(Predicate predicate) {
-    const auto end = Clock::now() + std::chrono::seconds(10) * TimeScale();
+    const auto end = Clock::now() + std::chrono::seconds(30) * TimeScale();
     while (!predicate()) {
         if (Clock::now() > end)
             return false;
