@@ -31,18 +31,20 @@ const char g_cForkHandlers = 0;
 void ForkHold::Before() {
     const Deadline last = Deadline::In(kForkPatience, Clock::Monotonic);
     int64_t iUntoldSince = Now(Clock::Monotonic);
-    for (;;) {
+    for (uint32_t nLooks = 1, nUntold = 1;; ++nLooks, ++nUntold) {
         m_bHeld = m_lock.TryForFork();
         const Holder eHolder = m_bHeld ? Holder::Other : HolderOf(m_lock.m_hMutex);
         m_bOwn = eHolder == Holder::Self;
         m_bOthers = !m_bHeld && eHolder == Holder::Other;
         m_bWhole = m_bHeld || eHolder == Holder::AtEdge;
-        if (m_bHeld || m_bOwn || last.HasPassed())
+        if (m_bHeld || m_bOwn || (last.HasPassed() && nLooks >= kForkLeastLooks))
             return;
         const int64_t iNow = Now(Clock::Monotonic);
-        if (eHolder == Holder::Other)
+        if (eHolder == Holder::Other) {
             iUntoldSince = iNow;
-        if (iNow - iUntoldSince > PatienceMicros_Local(eHolder))
+            nUntold = 0;
+        }
+        if (iNow - iUntoldSince > PatienceMicros_Local(eHolder) && nUntold >= kForkLeastLooks)
             return;
         (void)sched_yield();
     }
