@@ -174,7 +174,7 @@ class WaitingInside : public FixedPoolInside {
     WaitingInside() {
         for (Waiter &waiter : m_waiters)
             waiter.pTest = this;
-        EXPECT_EQ(VYX_ThreadPool_Work(m_hPool, Item, &m_waiters[0]), 0);
+        EXPECT_EQ(VYX_ThreadPool_Work(m_hPool, First, &m_waiters[0]), 0);
         for (int i = 1; i <= 3; ++i)
             Wait(i);
     }
@@ -212,6 +212,13 @@ class WaitingInside : public FixedPoolInside {
         if (test.m_bExit)
             VYX_Thread_Exit();
         return nullptr;
+    }
+
+    // A function of its own, so that a waiting item that runs with the one before it is noticed.
+    static void *First(void *pWaiter) {
+        auto &waiter = *static_cast<Waiter *>(pWaiter);
+        EXPECT_EQ(&waiter, waiter.pTest->m_waiters);
+        return Item(pWaiter);
     }
 
     VYX_HANDLE_THREADPOOL m_hPool = VYX_ThreadPool_Create(1, 1);
