@@ -56,6 +56,10 @@ int main() {
     (void)again.lock();
     VYX_ThreadPool keeper; // keeper = pool 1, 2 workers
     (void)keeper.Create(2, 2);
+    vyx::vyx_msgq blocks; // blocks = message queue of 70 blocks
+    VYX_MSG_BLOCK_T *block = nullptr;
+    for (int i = 0; i < 140; i++)
+        (void)(blocks.putq(&message), i % 2 == 0 && blocks.getq(&block, 0) == 0);
     Stop();
     Use(message, events, apart, info, adapter, file, moment, entry, item, words, numbers, found, storage,
         processor, second, tick, thread, event, pool);

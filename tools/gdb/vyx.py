@@ -485,6 +485,20 @@ def print_table(value):
     return f"hash table of {int(value['size'])} slots, {int(value['filled'])} filled"
 
 
+def print_msgq(value):
+    if not int(value["m_pQueue"]):
+        return "no message queue"
+    if "std::__1::" in str(value["m_pQueue"].type):
+        return "message queue"
+    # Programs rarely have the type. In the GNU C++ library: the map of blocks and its size; then for the beginning and for
+    # the end the place, the block's limits, and where it is in the map.
+    words = value["m_pQueue"].cast(gdb.lookup_type("char").pointer().pointer())
+    _, _, place, first, limit, node, end, end_first, _, end_node = (int(words[i]) for i in range(10))
+    size = words.type.sizeof
+    length = ((end_node - node) // size * (limit - first) + end - end_first - (place - first)) // size
+    return f"message queue of {length} blocks"
+
+
 def print_mutex(value):
     holder = int(value["m_hMutex"]["__data"]["__owner"])
     return f"mutex held by {thread_text(holder, threads())}" if holder else "free mutex"
@@ -538,6 +552,8 @@ RECORDS = {
     "VYX_Mutex": print_mutex,
     "vyx::vyx_mutex": print_mutex,
     "vyx::vyx_recursive_mutex": print_mutex,
+    "vyx::vyx_msgq": print_msgq,
+    "vyx::vyx_sem": lambda v: "semaphore, not available on this platform",
     "VYX_Sema": lambda v: f"{HANDLES['VYX_SEM_S'](v['m_hSem'])}, {int(v['m_nCount'])} of {int(v['m_nMaxCount'])} counts",
     "VYX_ThreadPool": lambda v: HANDLES["THREAD_POOL_T"](v["m_hPool"]),
     "VYX_Thread": lambda v: f"thread {int(v['m_hThread']):#x}",
