@@ -301,7 +301,10 @@ bool VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
         return true;
     const Sleeper sleeper(*pEntry);
     // Woken by WakeAll_Local, of a sender or of the queue's end.
-    return pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
+    VYX_PROBE1(cond_wait_begin, &pEntry->hRecvCond);
+    const bool bWoken = pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
+    VYX_PROBE2(cond_wait_end, &pEntry->hRecvCond, bWoken ? VYX_OK : VYX_ERROR);
+    return bWoken;
 }
 
 int32_t VYX_MsgQCreateEx(VYX_HANDLE_MSGQ *phQueue) {

@@ -9,8 +9,8 @@
 set -eu
 here=$(CDPATH='' cd "$(dirname "$0")" && pwd)
 # Name, arguments, places in the source. A compiler may make several of one.
-list='cond_wait_begin 1 2
-cond_wait_end 2 2
+list='cond_wait_begin 1 3
+cond_wait_end 2 3
 event_set 1 1
 event_wait_begin 1 2
 event_wait_end 2 2
