@@ -157,11 +157,38 @@ class Still(Case):
                 if dice.randrange(2):
                     file.seek(at)
                     file.write(data[at:at + 8])
+        self.refuse_a_circle(core, data)
         for size in (0, 10, 64, 3000, place, place + 500):
             os.truncate(core, 0)
             with open(core, "wb") as file:
                 file.write(data[:size])
             stat(core, status=1)
+
+    def refuse_a_circle(self, core, data):
+        """A list without an end, of records of 8 KiB; and a name that is not UTF-8."""
+        word = 8 if data[4] == 2 else 4
+        form = ORDER + ("Q" if word == 8 else "I")
+        table = data.rindex(struct.pack(ORDER + "II", 1, word), 0, data.index(b"pool.items\0"))
+        address = data[table + 16:table + 16 + word]  # of the table, in the table
+        begin = struct.pack(form, struct.unpack(form, address)[0] + 16)
+        core_bytes = bytearray(data.replace(b"vyx_named_semaphore_", b"vyx_named_s\xffmaphore_"))
+
+        def write(row, at, value):
+            at += core_bytes.index(row.ljust(28, b"\0"), table) + 28
+            core_bytes[at:at + len(value)] = value
+        numbers = struct.Struct(ORDER + "II")  # offset and size
+        with open(core, "wb") as file:
+            file.write(core_bytes)
+        seen = json.loads(stat("--json", core))[0]
+        self.assertRegex(seen["waits"][0]["on"], "^vyx_named_s\ufffdmaphore_[0-9]{5}$")
+        write(b"semaphore", 12, begin)
+        write(b"semaphore.next", 0, numbers.pack(16, word))
+        write(b"semaphore.name", 0, numbers.pack(4096, 4096))
+        with open(core, "wb") as file:
+            file.write(core_bytes)
+        memory = (200 << 20, 200 << 20)
+        seen = json.loads(stat("--json", core, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_DATA, memory)))[0]
+        self.assertEqual(seen["incomplete"], ["semaphores"])
 
     def test_gdb_live(self):
         program, text = self.start("still")

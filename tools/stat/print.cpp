@@ -19,17 +19,59 @@ std::string Plain(const Cell &cell) {
     return number == nullptr ? "?" : std::to_string(*number);
 }
 
+// The bytes of the UTF-8 character at that place; 0 if there is none.
+size_t CharacterAt(const std::string &text, size_t at) {
+    const auto byte = [&](size_t i) {
+        return at + i < text.size() ? static_cast<unsigned char>(text[at + i]) : 0U;
+    };
+    const unsigned first = byte(0);
+    const unsigned second = byte(1);
+    size_t size = 4;
+    if (first < 0x80)
+        size = 1;
+    else if (first < 0xe0)
+        size = 2;
+    else if (first < 0xf0)
+        size = 3;
+    const bool too_long = (first >= 0x80 && first < 0xc2) || (first == 0xe0 && second < 0xa0) ||
+                          (first == 0xf0 && second < 0x90);
+    const bool no_character =
+        (first == 0xed && second >= 0xa0) || (first == 0xf4 && second >= 0x90) || first > 0xf4;
+    for (size_t i = 1; i < size; i++)
+        if ((byte(i) & 0xc0) != 0x80)
+            return 0;
+    return too_long || no_character ? 0 : size;
+}
+
+// Calls `use` with each character, and with an empty one in place of each byte that is in none.
+template <class Use>
+void ForCharacters(const std::string &text, Use use) {
+    for (size_t at = 0; at < text.size();) {
+        const size_t size = CharacterAt(text, at);
+        use(text.substr(at, size));
+        at += std::max<size_t>(size, 1);
+    }
+}
+
 // A name can hold anything: nothing of it reaches the terminal as a command.
-std::string Printable(std::string text) {
-    for (char &letter : text)
-        if (static_cast<unsigned char>(letter) < ' ' || letter == 127)
-            letter = '?';
-    return text;
+std::string Printable(const std::string &text) {
+    std::string printable;
+    ForCharacters(text, [&](const std::string &character) {
+        const bool control = character.empty() || static_cast<unsigned char>(character[0]) < ' ' ||
+                             character[0] == 127 || (character >= "\xc2\x80" && character <= "\xc2\x9f");
+        printable += control ? "?" : character;
+    });
+    return printable;
 }
 
 std::string Escaped(const std::string &text, bool json) {
     std::string escaped;
-    for (const char letter : text) {
+    ForCharacters(text, [&](const std::string &character) {
+        if (character.size() != 1) {
+            escaped += character.empty() ? "\xef\xbf\xbd" : character; // U+FFFD
+            return;
+        }
+        const char letter = character[0];
         char code[8] = {letter, 0};
         if (letter == '"' || letter == '\\')
             (void)std::snprintf(code, sizeof code, "\\%c", letter);
@@ -38,7 +80,7 @@ std::string Escaped(const std::string &text, bool json) {
         else if (static_cast<unsigned char>(letter) < ' ' && json)
             (void)std::snprintf(code, sizeof code, "\\u%04x", static_cast<unsigned>(letter));
         escaped += code;
-    }
+    });
     return '"' + escaped + '"';
 }
 
@@ -71,7 +113,7 @@ std::string ListText(const Table &table) {
         std::string key = table.columns[i].key;
         std::replace(key.begin(), key.end(), '_', ' ');
         text += "  " + key + std::string(12 - std::min<size_t>(11, key.size()), ' ') +
-                Plain(table.rows[0][i]) + "\n";
+                Printable(Plain(table.rows[0][i])) + "\n";
     }
     return text;
 }

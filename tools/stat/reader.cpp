@@ -9,6 +9,7 @@ namespace {
 
 constexpr int kTries = 2000;
 constexpr size_t kLongestList = 100000;
+constexpr size_t kLargestList = size_t{32} << 20; // bytes of its records
 
 } // namespace
 
@@ -134,7 +135,8 @@ std::optional<Record> Reader::ReadLocked(const std::string &record, uint64_t pla
 bool Reader::ReadList(const std::string &record, uint64_t first, std::vector<Record> &records) {
     for (uint64_t place = first; place != 0; place = records.back().Pointer("next")) {
         Record read(m_description, record, place);
-        if (records.size() == kLongestList || !Read(read))
+        if (records.size() == kLongestList || (records.size() + 1) * read.ToPart().size > kLargestList ||
+            !Read(read))
             return false;
         records.push_back(std::move(read));
     }

@@ -15,6 +15,8 @@ namespace {
 
 constexpr int kQueueTries = 200;
 constexpr size_t kMostNewMessages = 200000; // that are walked through
+constexpr size_t kMostReceivers = 100000;   // of all queues, beside those of one more
+constexpr size_t kLongestName = 256;        // bytes; the library's are shorter
 
 Cell Count(uint64_t number) {
     return static_cast<int64_t>(number);
@@ -316,7 +318,7 @@ class Collector {
             {}};
         for (uint64_t i = 0; m_description.Has("queue") && i < CountOf("queue"); i++) {
             std::vector<Record> receivers;
-            if (!ReadReceivers(EntryOf("queue", i), receivers)) {
+            if (table.rows.size() > kMostReceivers || !ReadReceivers(EntryOf("queue", i), receivers)) {
                 table.complete = false;
                 receivers.clear();
             }
@@ -414,7 +416,7 @@ class Collector {
 
     std::string SemaphoreName(uint64_t place) {
         Record semaphore(m_description, "semaphore", place);
-        return m_reader.Read(semaphore) ? semaphore.Text("name") : Hex(place);
+        return m_reader.Read(semaphore) ? semaphore.Text("name").substr(0, kLongestName) : Hex(place);
     }
 
     Table Events() {
