@@ -33,14 +33,16 @@ def counted(program, folder):
     """Name of each call -> its instructions, in the program's order."""
     command = ["valgrind", "--quiet", "--tool=callgrind", "--separate-threads=yes",
                f"--callgrind-out-file={folder}/counts", program]
-    environment = dict(os.environ, GLIBC_TUNABLES=PLAIN_PROCESSOR, LD_BIND_NOW="1", LC_ALL="C", TZ="UTC0")
+    # Nothing else: to find TZ, the C library reads all variables before it.
+    environment = dict(PATH=os.environ["PATH"], GLIBC_TUNABLES=PLAIN_PROCESSOR, LD_BIND_NOW="1", LC_ALL="C", TZ="UTC0")
     subprocess.run(command, check=True, env=environment)
     counts = {}
     files = pathlib.Path(folder).glob("counts.*-01")  # of the first thread, one for each mark
     for file in sorted(files, key=lambda path: int(re.search(r"\.(\d+)-01$", path.name)[1])):
         text = file.read_text()
         mark = re.search(r"^desc: Trigger: Client Request: (.*)$", text, re.M)
-        counts[mark[1]] = round(int(re.search(r"^totals: (\d+)$", text, re.M)[1]) / REPETITIONS, 1)
+        count = round(int(re.search(r"^totals: (\d+)$", text, re.M)[1]) / REPETITIONS, 1)
+        counts[mark[1]] = min(count, counts.get(mark[1], count))
     return counts
 
 

@@ -175,8 +175,11 @@ TEST_F(Timer, OneShotsKillThemselvesBesideOrdinaryKills) {
     Calls shots;
     std::atomic<bool> bStop{false};
     std::thread other([&] {
-        while (!bStop)
-            Kill(Set(nullptr, nullptr, kLong));
+        while (!bStop) {
+            uint32_t nTimerId = kUntouched;
+            if (VYX_SetTimer(nullptr, nullptr, kLong, &nTimerId) == VYX_OK) // all places may be taken
+                Kill(nTimerId);
+        }
     });
     const auto fnOnce = [](uint32_t nTimerId, void *pShots) {
         Calls::Call(nTimerId, pShots);
