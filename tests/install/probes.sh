@@ -69,7 +69,8 @@ with_gdb() {
     [ ! -s missing ] || { echo "not seen:"; cat missing; echo "but:"; cat seen.sorted; exit 1; }
 }
 
-# trace SCRIPT: runs the program under it; leaves what the program says in "said", what the script says in "traced".
+# trace SCRIPT [TEXT]: runs the program under it, until it says TEXT at last; leaves what the program says in "said", what the
+# script says in "traced".
 trace() {
     rm -f go traced
     mkfifo go
@@ -82,6 +83,7 @@ trace() {
     await Tracing traced
     echo >&3
     await '^stop 0' said
+    await "${2:-Tracing}" traced
     kill -INT "$tracer"
     wait "$tracer" || { cat traced; fail "$1 failed"; }
     exec 3>&-
@@ -108,7 +110,7 @@ with_bpftrace() {
     # Beside the two of Sync, those for the items and ticks that the program awaits.
     grep -Eq "^@waits\[semaphore, $((0x$semaphore))\]: 6\$" traced || { cat traced; fail "the semaphore's waits"; }
     grep -q '^@conditions_us:' traced && grep -q '^@events_us:' traced || { cat traced; fail "other waits"; }
-    trace "$3/queues.bt"
+    trace "$3/queues.bt" '^@now.*: 1$'
     queue=$((0x$(sed -n 's/^queue_send 0x//p' said)))
     for text in "now[$queue]: 1" "sent[$queue]: 2" "received[$queue]: 1" "deepest[$queue]: 2"; do
         grep -Fqx "@$text" traced || { cat traced; fail "$text is missing"; }
