@@ -55,8 +55,14 @@ extern "C" {
 ssize_t __wrap_send(int iSocket, const void *pBytes, size_t nLen, int iFlags);
 ssize_t __wrap_recv(int iSocket, void *pBytes, size_t nLen, int iFlags);
 int __wrap_poll(struct pollfd *pFds, nfds_t nFds, int iTimeOut);
+// The library's clock; on 32-bit systems it is the call with 64-bit time, as in this file.
+#if __SIZEOF_POINTER__ == 4
+int __wrap_gettimeofday(struct timeval *pNow, void *pZone) __asm__("__wrap___gettimeofday64");
+int __real_gettimeofday(struct timeval *pNow, void *pZone) __asm__("__real___gettimeofday64");
+#else
 int __wrap_gettimeofday(struct timeval *pNow, void *pZone);
 int __real_gettimeofday(struct timeval *pNow, void *pZone);
+#endif
 
 ssize_t __wrap_send(int /*iSocket*/, const void *pBytes, size_t nLen, int iFlags) {
     const int iCount = Transferred(nLen, iFlags);
