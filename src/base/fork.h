@@ -45,11 +45,11 @@ class ForkHold {
 
 // Milliseconds for which a fork waits for each: a thread at the edge for longer is the calling one, or does not run.
 constexpr uint32_t kForkPatience = 1000;
+constexpr uint32_t kForkPatienceAtEdge = 1;
+constexpr uint32_t kForkPatienceUnknown = 20;
 // And as many looks, since on a crowded machine a long time passes between two: then both may meet a lock that is just
 // passed on, or a holder that has not run meanwhile. Where the forking thread has run as often as this, the others have.
 constexpr uint32_t kForkLeastLooks = 200;
-constexpr uint32_t kForkPatienceAtEdge = 1;
-constexpr uint32_t kForkPatienceUnknown = 20;
 
 // The order is that of the locks' ranks. Called in a fork, by the handlers that the library sets up when it is loaded.
 void BeforeFork();

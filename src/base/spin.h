@@ -16,7 +16,7 @@ constexpr uint32_t kBriefTries = 32;
 constexpr int64_t kBriefMicros = 30;
 
 // Beside programs that compute all the time, letting others run costs their whole time slice, while a thread that sleeps
-// is woken at once. Where that is seen, as many of the next calls do not look again.
+// is woken at once. Where that is seen, the next kCrowdedCalls calls do not look again.
 constexpr int64_t kCrowdedMicros = 1000;
 constexpr uint32_t kCrowdedCalls = 1000;
 inline std::atomic<uint32_t> g_nCrowdedCalls{0}; // that are left; a lost change does no harm

@@ -14,7 +14,7 @@ static Connection s_connection;
 static void *Timer(void *) {
     const timespec period = {0, 10000000};
     for (;;) {
-        nanosleep(&period, nullptr);
+        nanosleep(&period, nullptr); // the timer's period, of the virtual clock
         pthread_mutex_lock(&s_mutex);
         const bool stopped = s_stopped;
         pthread_mutex_unlock(&s_mutex);
@@ -29,7 +29,7 @@ int main() {
     pthread_t timer;
     pthread_create(&timer, nullptr, Timer, nullptr);
     const timespec busy = {0, 25000000};
-    nanosleep(&busy, nullptr);
+    nanosleep(&busy, nullptr); // the work, of the virtual clock
     pthread_mutex_lock(&s_mutex);
     s_stopped = true;
     pthread_mutex_unlock(&s_mutex);

@@ -269,10 +269,11 @@ void Clocks(bool day) {
     timespec now;
     CHECK(clock_gettime(CLOCK_MONOTONIC, &before) == 0);
     const timespec span = {day ? 86400 : 0, 1000000};
+    // Here and below it is the sleeping calls themselves that are tried.
     CHECK(nanosleep(&span, nullptr) == 0 && usleep(1000) == 0 && clock_gettime(CLOCK_MONOTONIC, &now) == 0);
     CHECK(now.tv_sec - before.tv_sec >= span.tv_sec && now.tv_sec - before.tv_sec < span.tv_sec + 100);
     const timespec at = After(CLOCK_REALTIME, 5);
-    CHECK(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &at, nullptr) == 0);
+    CHECK(clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &at, nullptr) == 0); // tried itself
     timeval day_time;
     CHECK(gettimeofday(&day_time, nullptr) == 0 && day_time.tv_sec >= at.tv_sec &&
           time(nullptr) >= day_time.tv_sec);
@@ -285,7 +286,7 @@ void Children() {
     if (child == 0) {
         timespec now;
         const timespec span = {0, 1000000};
-        CHECK(clock_gettime(CLOCK_REALTIME, &now) == 0 && nanosleep(&span, nullptr) == 0);
+        CHECK(clock_gettime(CLOCK_REALTIME, &now) == 0 && nanosleep(&span, nullptr) == 0); // tried itself
         const timespec at = After(CLOCK_REALTIME, 5);
         sem_t never;
         CHECK(sem_init(&never, 0, 0) == 0 && sem_timedwait(&never, &at) == -1 && errno == ETIMEDOUT);

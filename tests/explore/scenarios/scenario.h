@@ -45,7 +45,7 @@ class Runner {
 
 // Lets time pass; under vyx-explore, that of the virtual clock.
 inline void Pass(uint32_t milliseconds) {
-    (void)VYX_Sleep(milliseconds);
-} // a scenario's subject is time itself
+    (void)VYX_Sleep(milliseconds); // a scenario's subject is time itself
+}
 
 #endif
