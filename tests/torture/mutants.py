@@ -7,11 +7,15 @@ room first, the quick ones before the slow ones; then the room's other tests tha
 compile is replaced by the next. The same seed plants the same faults as long as the lines stay as they are, wherever they
 move to. Results are written as they come; a run that was ended goes on where it was.
 
+What a fault leaves running is ended after it, and with the script, however that ends.
+
 Exit status: 0 if at least the asked share was noticed, 1 if less, 2 if the unchanged tests fail.
 """
 
 import argparse
 import concurrent.futures
+import contextlib
+import ctypes
 import hashlib
 import json
 import os
@@ -256,7 +260,15 @@ class Tree:
 
     def first_failure(self, tests, touched=None):
         """Runs tests, some beside each other, until one fails: what it was. Nothing if all passed."""
-        waiting, running, made, failed = list(tests), [], set(), ""
+        running = []
+        try:
+            return self.first_of(list(tests), running, touched)
+        finally:
+            for test in running:
+                test.end()
+
+    def first_of(self, waiting, running, touched):
+        made, failed = set(), ""
         while (waiting or running) and not failed:
             while waiting and not failed and (not running or (len(running) < self.beside and not waiting[0].serial)):
                 test = waiting.pop(0)
@@ -273,8 +285,6 @@ class Tree:
                 if result is not None:
                     running.remove(test)
                     failed = failed or result
-        for test in running:
-            test.end()
         return failed
 
     def analysed(self, file):
@@ -300,9 +310,42 @@ class Tree:
             self.command("src/libvyx.a")
             return self.first_failure(self.tests_for(file, number)) or self.analysed(file)
         finally:
+            end_descendants()
             file.write_text(text)
             for path, content in kept.items():
                 path.write_bytes(content)
+
+
+def adopt():
+    """Processes whose parent has ended become children of this one, also those that are in sessions of their own."""
+    ctypes.CDLL(None).prctl(36, 1, 0, 0, 0) # PR_SET_CHILD_SUBREAPER
+
+
+def end_descendants():
+    """Kills all children, and theirs as they become children of this process."""
+    children = pathlib.Path(f"/proc/self/task/{os.getpid()}/children")
+    while found := children.read_text().split():
+        for child in found:
+            os.kill(int(child), signal.SIGKILL)
+        for child in found:
+            with contextlib.suppress(ChildProcessError):
+                os.waitpid(int(child), 0)
+
+
+def guarded(work):
+    """Does the work in a child. What that leaves behind is ended, even if it is killed; if this process is, it ends, too."""
+    adopt()
+    worker = os.fork()
+    if worker == 0:
+        adopt()
+        signal.signal(signal.SIGTERM, lambda *_: sys.exit(2)) # the changed line is put back
+        ctypes.CDLL(None).prctl(1, signal.SIGTERM, 0, 0, 0) # PR_SET_PDEATHSIG
+        return work()
+    for number in (signal.SIGTERM, signal.SIGINT):
+        signal.signal(number, lambda *_: os.kill(worker, signal.SIGTERM))
+    status = os.waitpid(worker, 0)[1]
+    end_descendants()
+    return os.WEXITSTATUS(status) if os.WIFEXITED(status) else 2
 
 
 def update(path, content):
@@ -376,7 +419,6 @@ def report(results, least):
 
 def main():
     options = arguments()
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(2)) # the changed line is put back
     copy_tree(options.work, options.revision)
     rooms = all_faults(options.work, options.seed, options.only)
     share = quotas(options.work, rooms, options.count)
@@ -415,4 +457,4 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(guarded(main))
