@@ -2,6 +2,7 @@
 #include <vector>
 #include <vyx/container.h>
 
+#include "container/container_inter.h"
 #include "container/hash_model.h"
 #include "input.h"
 
@@ -26,8 +27,9 @@ void Run(fuzz::Input *pInput, const Header *pTable, Enter fnEnter, Find fnFind, 
             REQUIRE((fnRemove(key) == VYX_OK) == model.Remove(key));
         void *pData = Data(99);
         REQUIRE((fnFind(key, &pData) == VYX_OK) == (pData != nullptr));
-        REQUIRE(pData == Data(model.Find(key)));
-        REQUIRE(pTable->filled == model.Filled());
+        REQUIRE(pData == Data(model.Find(key)) && pTable->filled == model.Filled());
+        for (uint32_t nSlot = 1; nSlot <= pTable->size; ++nSlot)
+            REQUIRE(pTable->table[nSlot].data == Data(model.DataAt(nSlot)));
     }
 }
 
@@ -40,8 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     void *pTable = nullptr;
     if (bTexts) {
         std::vector<std::string> keys;
-        for (size_t i = 0; i < 8;
-             ++i) // each again with a byte more, so that some differ behind the eighth byte only
+        for (size_t i = 0; i < 8; ++i) // each again with a byte more, so that some differ only there
             for (std::string sKey = input.Text(input.Pick(11)); keys.size() < 2 * (i + 1); sKey += 'x')
                 keys.emplace_back(sKey.c_str());
         REQUIRE(VYX_SimpleHashCreate(nCapacity, &pTable) == VYX_OK);

@@ -62,6 +62,7 @@ class HashModel {
         return true;
     }
     uint32_t Filled() const { return m_nFilled; }
+    uintptr_t DataAt(uint32_t nSlot) const { return m_slots[nSlot].nData; }
 
   private:
     struct Slot {
