@@ -231,17 +231,16 @@ class Worker {
         VYX_NameThread_Inter(szName);
     }
     ~Worker() {
-        if (t_pOwnPool == nullptr)
-            return;
-        // The destroyer frees the pool once it has seen, under the lock, that nobody is left.
-        const LockGuard guard(t_pOwnPool->hLock);
-        Leave_Local(*t_pOwnPool);
+        if (t_pOwnPool != nullptr)
+            Leave_Local(*t_pOwnPool);
     }
     Worker(const Worker &) = delete;
     Worker &operator=(const Worker &) = delete;
 
   private:
-    static void Leave_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
+    // The destroyer frees the pool once it has seen, under the lock, that nobody is left.
+    static void Leave_Local(thrmgr_pool_t &pool) {
+        const LockGuard guard(pool.hLock);
         --pool.nAlive;
         if (pool.queue.Count() != 0 && pool.eState == FlexState::Running)
             (void)StartWorker_Local(pool); // the handler ended this thread; what is queued still runs
