@@ -31,6 +31,9 @@ namespace {
 using LogInside = LogTest;
 
 TEST_F(LogInside, MemoryAndAThreadAreNeededForTheFirstLineOnly) {
+    const long iBlocks = failing_memory::Alive();
+    EXPECT_EQ(GetLogService().ServiceStart() + GetLogService().ServiceStop(true), 0);
+    EXPECT_EQ(failing_memory::Alive(), iBlocks) << "no memory stays";
     On(kFile);
     for (std::atomic<bool> *pFault : {&failing_memory::g_bNone, &s_bNoThread}) {
         *pFault = true;

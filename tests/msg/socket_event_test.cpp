@@ -181,10 +181,17 @@ TEST(SocketEvent, LifeOfTheSocket) {
     event.reset();
     char c = 0;
     EXPECT_EQ(VYX_Recv(first.client, &c, 1), 1) << "sockets are the caller's";
+    const Event signalled = Make(true);
     const int iClosed = first.client;
     first.client.Close();
     for (const int32_t lAsked : {VYX_FD_READ, VYX_FD_CONNECT})
         EXPECT_EQ(Seen(Selected(iClosed, lAsked), VYX_INFINITE), kNothing) << "at once";
+    event = Selected(iClosed, VYX_FD_READ);
+    const VYX_EVENT hEvents[] = {event.get(), signalled.get()};
+    const uint32_t nOfTwo = VYX_WaitForMultipleObjects(2, hEvents, 0, 0);
+    const uint32_t nOfOne = VYX_WaitForMultipleObjects(1, hEvents, 0, 0); // nothing in between uses the stack
+    EXPECT_EQ(nOfTwo, VYX_WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(nOfOne, VYX_WAIT_TIMEOUT) << "only the descriptors of this wait count";
 }
 
 TEST(SocketEvent, EnumerationLeavesAPlainEventAlone) {

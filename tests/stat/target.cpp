@@ -64,7 +64,6 @@ uint32_t ThreadNumber() {
 VYX_SEM_T s_hItems;   // posted by each item that runs
 VYX_SEM_T s_hHeld;    // items wait for it
 VYX_SEM_T s_hBounded; // one bounded wait
-std::atomic<uint32_t> s_nReceiver{0}, s_nWaiter{0};
 
 void *HoldItem(void * /*pParam*/) {
     (void)VYX_SemPost(&s_hItems);
@@ -93,6 +92,28 @@ void AwaitAsleep(const std::atomic<uint32_t> &nThread) {
     });
 }
 
+// Starts a thread that sleeps in a call for as long as it is looked at. Result: its number.
+template <class Call>
+uint32_t Sleeper(Call fnCall) {
+    static std::atomic<uint32_t> s_nThread{0};
+    std::thread([=] {
+        s_nThread = ThreadNumber();
+        (void)fnCall();
+    }).detach();
+    Await([] { return s_nThread != 0; });
+    AwaitAsleep(s_nThread);
+    return s_nThread;
+}
+
+int32_t AwaitCondition() {
+    static VYX_MUTEX_T s_mutex;
+    static VYX_COND_T s_condition;
+    Check(VYX_MutexCreate(&s_mutex, VYX_MUTEX_NORMAL) == VYX_OK && VYX_CondCreate(&s_condition) == VYX_OK,
+          "condition");
+    Check(VYX_MutexLock(&s_mutex) == VYX_OK, "mutex");
+    return VYX_CondTimedWait(&s_condition, &s_mutex, 3600000);
+}
+
 void Still() {
     Check(VYX_Init() == VYX_OK && VYX_Init() == VYX_OK, "start");
     Check(VYX_SemCreate(&s_hItems, 0) == VYX_OK && VYX_SemCreate(&s_hHeld, 0) == VYX_OK &&
@@ -117,17 +138,9 @@ void Still() {
         Send(hQueue, iPriority, 100);
     Check(Receive(hQueue, 1000), "receive"); // the others are in order now
     Send(hQueue, 12, 7);                     // and this one is not
-    std::thread([&] {
-        s_nReceiver = ThreadNumber();
-        (void)Receive(hEmpty, VYX_INFINITE);
-    }).detach();
-    std::thread([] {
-        s_nWaiter = ThreadNumber();
-        (void)VYX_SemTimedWait(&s_hBounded, 3600000);
-    }).detach();
-    Await([] { return s_nReceiver != 0 && s_nWaiter != 0; });
-    AwaitAsleep(s_nReceiver);
-    AwaitAsleep(s_nWaiter);
+    const uint32_t nReceiver = Sleeper([=] { return Receive(hEmpty, VYX_INFINITE); });
+    const uint32_t nWaiter = Sleeper([] { return VYX_SemTimedWait(&s_hBounded, 3600000); });
+    const uint32_t nOther = Sleeper(AwaitCondition);
 
     static std::atomic<uint32_t> s_nRuns{0};
     uint32_t nFast = 0;
@@ -153,14 +166,15 @@ void Still() {
  "receivers": [{"queue": 1, "thread": %u}],
  "timers": [{"timer": %u, "period_ms": 3600000, "runs": 0,
              "routine": "RoutineOfTheTimer(unsigned int, void*)"}],
- "waits": [{"kind": "semaphore", "on": "NAME", "thread": %u}, {"kind": "semaphore"}],
+ "waits": [{"kind": "semaphore", "on": "NAME", "thread": %u}, {"kind": "semaphore"},
+           {"kind": "condition", "thread": %u}],
  "events": [{"bound_to": "PIPE", "signalled": "yes"}, {"bound_to": "PIPE", "signalled": "no"},
             {"bound_to": "socket %d", "asked": "read+close", "signalled": null}],
  "log": {"level": %d, "targets": "debug", "queued": 0, "refused": 0, "ring_bytes": 0, "file": null},
  "counts": [5, 0], "threads": ["vyx-pool0.0", "vyx-pool0.2", "vyx-flex0.0", "vyx-timer%u", "timer_svc"]}
 )json",
-        s_nReceiver.load(), nSlow, s_nWaiter.load(), static_cast<int>(hSocket),
-        static_cast<int>(VYX_LOG_LEVEL_ERR), nSlow);
+        nReceiver, nSlow, nWaiter, nOther, static_cast<int>(hSocket), static_cast<int>(VYX_LOG_LEVEL_ERR),
+        nSlow);
     (void)std::puts("ready");
     AwaitEndOfInput();
 }
