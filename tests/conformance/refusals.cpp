@@ -1,6 +1,7 @@
 // What callers get, and what is printed, for arguments that are refused.
 #include <vyx/vyx.h>
 
+#include "support/calls.h"
 #include "transcript.h"
 
 namespace transcript {
@@ -87,8 +88,7 @@ void Rest() {
 }
 
 void Show(const char *szWhat, void (*pfnRun)()) {
-    const std::string messages = MessagesOf(pfnRun);
-    Line("%s says %s", szWhat, Quoted(messages.c_str()).c_str());
+    Line("%s says %s", szWhat, Quoted(support::ErrorsOf(pfnRun).c_str()).c_str());
 }
 
 } // namespace

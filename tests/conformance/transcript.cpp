@@ -3,8 +3,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
-#include <unistd.h>
 
 namespace transcript {
 
@@ -70,31 +68,10 @@ std::string Hex(const void *pBytes, size_t nCount) {
     return out;
 }
 
-std::string MessagesOf(void (*pfnRun)()) {
-    FILE *pFile = std::tmpfile();
-    if (pFile == nullptr)
-        std::abort();
-    (void)std::fflush(stderr);
-    const int iKept = dup(STDERR_FILENO);
-    (void)dup2(fileno(pFile), STDERR_FILENO);
-    pfnRun();
-    (void)std::fflush(stderr);
-    (void)dup2(iKept, STDERR_FILENO);
-    (void)close(iKept);
-    std::rewind(pFile);
-    std::string out;
-    for (int c; (c = std::getc(pFile)) != EOF;)
-        out += static_cast<char>(c);
-    (void)std::fclose(pFile);
-    return out;
-}
-
 std::string Take() {
     s_transcript.clear();
     Times();
     Files();
-    Addresses();
-    Queues();
     Refusals();
     return s_transcript;
 }

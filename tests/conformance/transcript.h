@@ -25,16 +25,11 @@ std::string Quoted(const char *szText);
 // Bytes as hexadecimal digits.
 std::string Hex(const void *pBytes, size_t nCount);
 
-// What the library prints to standard error while a function runs, for its message texts.
-std::string MessagesOf(void (*pfnRun)());
-
 // All parts, on the started library.
 std::string Take();
 
 void Times();
 void Files();
-void Addresses();
-void Queues();
 void Refusals();
 
 } // namespace transcript

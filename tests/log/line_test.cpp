@@ -8,6 +8,7 @@
 #include <vyx/vyx.h>
 
 #include "log/log_support.h"
+#include "support/calls.h"
 #include "time/zone.h"
 
 using namespace log_support;
@@ -151,10 +152,7 @@ TEST_F(LogSwitch, OffFirstWritesWhatIsQueued) {
         On(eTarget);
         for (const std::string &number : numbers)
             ASSERT_EQ(Write(number), 0);
-        std::thread([eTarget] {
-            (void)pthread_cancel(pthread_self()); // has no effect in there
-            EXPECT_EQ(DisableTarget(eTarget), 0);
-        }).join();
+        EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(DisableTarget(eTarget), 0); }));
         const auto read = [&](log_services e) {
             return Lines(e == kConsole ? out.Text() : e == kDebug ? err.Text() : AllLogText(logs));
         };

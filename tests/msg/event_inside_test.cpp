@@ -9,12 +9,12 @@
 
 #include "msg/event_inter.h"
 #include "msg/event_support.h"
-#include "support/support.h"
+#include "support/calls.h"
 
-using eventtest::ErrnoOf;
-using eventtest::ErrorsOf;
 using eventtest::Event;
 using eventtest::Make;
+using support::ErrnoOf;
+using support::ErrorsOf;
 
 // The library's calls come here first (--wrap). Each function is called once, before the next such call.
 static std::function<void()> s_fnBeforeRead;

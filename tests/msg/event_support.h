@@ -2,13 +2,9 @@
 #ifndef VYX_TESTS_MSG_EVENT_SUPPORT_H
 #define VYX_TESTS_MSG_EVENT_SUPPORT_H
 
-#include <cerrno>
-#include <functional>
 #include <memory>
-#include <string>
 #include <sys/resource.h>
 #include <type_traits>
-#include <unistd.h>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -33,24 +29,6 @@ inline bool Signalled(const Event &event) {
     const bool bSingle = VYX_WaitForSingleObject(hEvent, 0) == VYX_WAIT_OBJECT_0;
     EXPECT_EQ(VYX_WaitForMultipleObjects(1, &hEvent, 0, 0), bSingle ? VYX_WAIT_OBJECT_0 : VYX_WAIT_TIMEOUT);
     return bSingle;
-}
-
-// What a call writes to standard error.
-inline std::string ErrorsOf(const std::function<void()> &fnCall) {
-    testing::internal::CaptureStderr();
-    fnCall();
-    return testing::internal::GetCapturedStderr();
-}
-
-// errno after a call whose lines standard error does not take.
-inline int ErrnoOf(const std::function<void()> &fnCall) {
-    int iError = 0;
-    (void)ErrorsOf([&] {
-        (void)close(STDERR_FILENO);
-        fnCall();
-        iError = errno;
-    });
-    return iError;
 }
 
 constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";

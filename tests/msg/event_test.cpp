@@ -10,13 +10,15 @@
 #include <vector>
 
 #include "msg/event_support.h"
+#include "support/calls.h"
 #include "support/support.h"
 #include "support/temp_dir.h"
 
-using eventtest::ErrorsOf;
 using eventtest::Event;
 using eventtest::Make;
 using eventtest::Signalled;
+using support::EndsThoughCancelled;
+using support::ErrorsOf;
 
 namespace {
 
@@ -42,7 +44,7 @@ TEST(Event, OutOfDescriptors) {
         (void)eventtest::LimitDescriptors(nBefore);
     });
     EXPECT_EQ(errors, "quelby !!! VYX_CreateEvent return error " + std::to_string(EMFILE) + " 0\n\n");
-    EXPECT_EQ(eventtest::ErrnoOf([] {
+    EXPECT_EQ(support::ErrnoOf([] {
                   const rlim_t nBefore = eventtest::LimitDescriptors(STDERR_FILENO + 1); // that one is free
                   EXPECT_EQ(VYX_CreateEvent(1), nullptr);
                   (void)eventtest::LimitDescriptors(nBefore);
@@ -143,7 +145,7 @@ TEST(Event, Interruptions) {
         ErrorsOf([&] { EXPECT_EQ(VYX_WaitForSingleObject(hEvent, VYX_INFINITE), 0x7FFFFFFCU); });
     EXPECT_EQ(errors,
               "quelby VYX_WaitForSingleObject poll error return error " + std::to_string(EINTR) + " 3\n\n");
-    EXPECT_EQ(eventtest::ErrnoOf([&] { (void)VYX_WaitForSingleObject(hEvent, VYX_INFINITE); }), EINTR);
+    EXPECT_EQ(support::ErrnoOf([&] { (void)VYX_WaitForSingleObject(hEvent, VYX_INFINITE); }), EINTR);
     const double fTook = support::MillisecondsOf(
         [&] { EXPECT_EQ(VYX_WaitForMultipleObjects(1, &hEvent, 0, 120), VYX_WAIT_TIMEOUT); });
     EXPECT_GE(fTook, 120);
@@ -153,27 +155,23 @@ TEST(Event, Interruptions) {
 
 // On a thread whose cancellation is pending.
 TEST(Event, AllButWaitsFinishOnACancelledThread) {
-    const auto fnCancelled = [](const std::function<void()> &fnCall) {
-        std::thread([&] { (void)pthread_cancel(pthread_self()), fnCall(); }).join();
-    };
     const long nBefore = support::OpenDescriptors();
     Event event;
-    fnCancelled([&] { event = Make(true); });
-    ASSERT_NE(event, nullptr);
-    fnCancelled([&] {
+    EXPECT_TRUE(EndsThoughCancelled([&] { event = Make(true); }));
+    EXPECT_FALSE(EndsThoughCancelled([&] {
         for (;;)
             (void)VYX_ResetEvent(event.get());
-    });
+    }));
     EXPECT_FALSE(Signalled(event));
-    fnCancelled([&] {
+    EXPECT_FALSE(EndsThoughCancelled([&] {
         for (;;)
             (void)VYX_SetEvent(event.get());
-    });
+    }));
     EXPECT_TRUE(Signalled(event));
-    fnCancelled([&] { (void)VYX_EventSelect(STDIN_FILENO, event.get(), VYX_FD_READ); });
+    EXPECT_TRUE(EndsThoughCancelled([&] { (void)VYX_EventSelect(STDIN_FILENO, event.get(), VYX_FD_READ); }));
     EXPECT_EQ(support::OpenDescriptors(), nBefore);
     event = Make();
-    fnCancelled([&] { event.reset(); });
+    EXPECT_TRUE(EndsThoughCancelled([&] { event.reset(); }));
     EXPECT_EQ(support::OpenDescriptors(), nBefore);
 }
 

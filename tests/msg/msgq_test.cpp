@@ -59,9 +59,9 @@ TEST_F(MsgQueue, SendReadsNoMoreThanTheLengthSays) {
 }
 
 TEST_F(MsgQueue, SmallBlockLosesTheMessage) {
-    for (const int32_t iRoom : {19, 0, -1, INT32_MIN}) {
+    for (const int32_t iRoom : {VYX_MSG_DATA_SIZE - 1, 0, -1, INT32_MIN}) {
         SCOPED_TRACE(iRoom);
-        ASSERT_EQ(VYX_OK, Send(m_hQueue, 1, 9, std::string(20, 'a')));
+        ASSERT_EQ(VYX_OK, Send(m_hQueue, 1, 9, std::string(VYX_MSG_DATA_SIZE, 'a')));
         ASSERT_EQ(VYX_OK, Send(m_hQueue, 2, 8, "next"));
         const auto pBlock = MakeBlock(-7, -7, "untouched");
         pBlock->iDataLen = iRoom;

@@ -11,6 +11,7 @@
 #include "net/adapter_inter.h"
 #include "net/adapter_text.h"
 #include "net/net_support.h"
+#include "support/calls.h"
 #include "support/failing_memory.h"
 #include "support/temp_dir.h"
 
@@ -394,7 +395,7 @@ TEST(MacAddress, RefusesNullAndNoRoomWithALine) {
     uint32_t nNone = 0;
     uint32_t nNine = 9;
     const std::string line = "quelby VYX_GetMacAddr parameter error, return VYX_ERROR\n\n";
-    EXPECT_EQ(nettest::ErrorsOf([&] {
+    EXPECT_EQ(support::ErrorsOf([&] {
                   EXPECT_EQ(VYX_GetMacAddr("x", bytes, &nNone), VYX_ERROR);
                   EXPECT_EQ(VYX_GetMacAddr(nullptr, bytes, &nNine), VYX_ERROR);
                   EXPECT_EQ(VYX_GetMacAddr("x", nullptr, &nNine), VYX_ERROR);

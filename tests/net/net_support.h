@@ -78,14 +78,6 @@ struct Pair {
     }
 };
 
-// What a call writes to standard error.
-template <class Call>
-std::string ErrorsOf(Call call) {
-    testing::internal::CaptureStderr();
-    call();
-    return testing::internal::GetCapturedStderr();
-}
-
 // How many of 200 calls, 50 in each of four threads at once, are true.
 template <class Call>
 int CountInThreads(Call call) {

@@ -11,11 +11,11 @@
 
 #include "net/adapter_text.h"
 #include "net/net_support.h"
+#include "support/calls.h"
 #include "support/temp_dir.h"
 
 using adapter_text::Adapters;
 using nettest::Bound;
-using nettest::ErrorsOf;
 using nettest::LocalOf;
 using nettest::LongTime;
 using nettest::Loopback;
@@ -97,7 +97,8 @@ TEST(Socket, AddressesOfBothEndsStayInsideTheRecords) {
 TEST(Connect, RefusedThenConnected) {
     const Socket client(AF_INET, SOCK_STREAM);
     const VYX_ADDR_T nobody = LocalOf(Bound(AF_INET)); // which is closed again
-    EXPECT_NE(ErrorsOf([&] { EXPECT_EQ(VYX_ConnectWithTimeOut(client, &nobody, LongTime()), -1); }), "");
+    EXPECT_NE(support::ErrorsOf([&] { EXPECT_EQ(VYX_ConnectWithTimeOut(client, &nobody, LongTime()), -1); }),
+              "");
     EXPECT_EQ(VYX_ConnectWithTimeOut(client, nullptr, 10), -1);
     const Socket listener = Bound(AF_INET);
     const VYX_ADDR_T addr = LocalOf(listener);

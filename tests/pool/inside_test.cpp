@@ -9,9 +9,9 @@
 #include "pool/thread_pool_inter.h"
 #include "pool/thrmgr.h"
 
-using pooltest::ErrorsOf;
 using pooltest::Gate;
 using pooltest::Shown;
+using support::ErrorsOf;
 using vyx_inter::LockGuard;
 using vyx_inter::PlaceSet;
 

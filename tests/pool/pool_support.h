@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <vyx/vyx.h>
 
+#include "support/calls.h"
 #include "support/support.h"
 
 namespace pooltest {
@@ -80,27 +81,9 @@ struct Gate {
     static void Handler(void *pGate) { static_cast<Gate *>(pGate)->Pass(); }
 };
 
-// What a call writes to standard error.
-inline std::string ErrorsOf(const std::function<void()> &fnCall) {
-    testing::internal::CaptureStderr();
-    fnCall();
-    return testing::internal::GetCapturedStderr();
-}
-
 // A message as the debug printer shows it: every text of the pools ends with a line feed of its own.
 inline std::string Shown(const std::string &text) {
     return text + "\n\n";
-}
-
-// Makes a call on a thread that is being cancelled. Result: true if the call came to its end all the same.
-inline bool EndsThoughCancelled(const std::function<void()> &fnCall) {
-    bool bEnded = false;
-    std::thread([&] {
-        EXPECT_EQ(pthread_cancel(pthread_self()), 0);
-        fnCall();
-        bEnded = true;
-    }).join();
-    return bEnded;
 }
 
 // How many items a stress test runs: nFull, or a part of it where instrumentation makes every step slower.

@@ -4,10 +4,10 @@
 
 #include "pool/pool_support.h"
 
-using pooltest::ErrorsOf;
 using pooltest::Gate;
 using pooltest::Marks;
 using pooltest::Shown;
+using support::ErrorsOf;
 
 namespace {
 
@@ -87,7 +87,7 @@ TEST_F(FixedPool, CancelledDestroyFinishes) {
     VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(2, 2);
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
     gate.bOpen = true;
-    EXPECT_TRUE(pooltest::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
+    EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
     EXPECT_EQ(gate.nLeft, 1);
 }
 

@@ -74,7 +74,7 @@ TEST(FlexPool, DestroyDropsWhatIsQueued) {
         EXPECT_EQ(VYX_ThreadPoolFlex_Work(late.hPool, &late), 0);
     ASSERT_TRUE(late.gate.WaitEntered(1));
     late.gate.bOpen = true;
-    EXPECT_TRUE(pooltest::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(late.hPool), 0); }));
+    EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(late.hPool), 0); }));
     EXPECT_EQ(late.nRuns, 1);
 }
 
