@@ -91,6 +91,12 @@ struct tm *Convert_Local(Convert convert, int64_t iSeconds, struct tm *pOut) VYX
     return pOut;
 }
 
+// The names of the zone are the C library's, which the other calls here set.
+size_t Print_Local(char *szOut, size_t nMax, const char *szFormat, const struct tm *pFields)
+    VYX_REQUIRES(s_hCalendarLock) {
+    return strftime(szOut, nMax, szFormat, pFields);
+}
+
 } // namespace
 
 uint32_t VYX_ZoneEdition_Inter(void) {
@@ -139,7 +145,7 @@ int32_t VYX_StandardOffset_Inter(int32_t *pSeconds) {
 
 size_t VYX_FormatFields_Inter(char *szOut, size_t nMax, const char *szFormat, const struct tm *pFields) {
     const LockGuard guard(s_hCalendarLock);
-    return strftime(szOut, nMax, szFormat, pFields);
+    return Print_Local(szOut, nMax, szFormat, pFields);
 }
 
 const vyx_inter::ForkRow g_struCalendarForkRow = {
