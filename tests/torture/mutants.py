@@ -182,6 +182,11 @@ class Tree:
         """Those to compile anew: of the library, and of the tests of the file's room."""
         return [o for o in self.used_by.get(str(file), []) if o.startswith(("src/", f"tests/{file.parent.name}/"))]
 
+    def rebuild(self, objects):
+        """The first one alone, as the others fail if it does."""
+        with concurrent.futures.ThreadPoolExecutor(self.jobs) as pool:
+            return self.command(objects[0]) and all(pool.map(self.command, objects[1:]))
+
     def prepare(self):
         """Builds the library and all tests, and lists them."""
         (self.path / "touched").mkdir(exist_ok=True)
@@ -245,10 +250,12 @@ class Tree:
         return failing
 
     def tests_for(self, path, number):
-        """Those that enter the function, then the room's own that enter the file; each the quick ones first."""
+        """Those that enter the function, then the room's own that enter the file; each the quick ones first. Of what no
+        function has entered in a header: all."""
         file, room = str(path), path.parent.name
         start = max((line for line in self.starts.get(file, ()) if line <= number + 1), default=None)
-        first = [test for test in self.tests if (file, start) in test.touched]
+        everywhere = start is None and path.suffix == ".h" # constants and types
+        first = [test for test in self.tests if everywhere or (file, start) in test.touched]
         more = [test for test in self.tests if test.room == room and test not in first
                 and (path.suffix == ".h" or any(entered == file for entered, _ in test.touched))]
         first = [test for test in first if test.took < self.slow or test.room == room]
@@ -305,7 +312,7 @@ class Tree:
         try:
             file.write_text("\n".join(lines))
             assert kept, f"{file} is in no object"
-            if not all(self.command(o) for o in self.objects(file)) or not self.command(self.library):
+            if not self.rebuild(self.objects(file)) or not self.command(self.library):
                 return None
             self.command("src/libvyx.a")
             return self.first_failure(self.tests_for(file, number)) or self.analysed(file)
