@@ -1,15 +1,38 @@
-// The check of the order of locks, and what the ranks promise.
+// The check of the order of locks, what the ranks promise, and what locks show to tools.
+#include <cstring>
 #include <iterator>
 
 #include <gtest/gtest.h>
 
+#include "base/describe.h"
 #include "base/lock.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Rank;
 
+extern "C" const vyx_inter::DescriptionTable<4> vyx_description_locks;
+
 namespace {
+
+// Who reads from outside what a lock guards takes it for unchanged if this count is.
+TEST(LockCount, EachWayToTakeItCounts) {
+    Lock lock{Rank::SemWaits};
+    const auto taken = [&lock] {
+        uint32_t nTaken = 99;
+        for (const vyx_inter::DescriptionRow &row : vyx_description_locks.rows)
+            if (std::strcmp(row.szName, "lock.taken") == 0)
+                std::memcpy(&nTaken, reinterpret_cast<const char *>(&lock) + row.nOffset, sizeof nTaken);
+        return nTaken;
+    };
+    if (lock.TryAcquire())
+        lock.Release();
+    EXPECT_EQ(taken(), 1U);
+    const LockGuard guard(lock);
+    EXPECT_EQ(taken(), 2U);
+    (void)vyx_inter::Condition().WaitUntil(lock, vyx_inter::Deadline::In(0, vyx_inter::Clock::Wall));
+    EXPECT_EQ(taken(), 3U);
+}
 
 TEST(LockOrder, RanksAreListedInTheirOrder) {
     ASSERT_EQ(std::size(vyx_inter::kRanks), static_cast<size_t>(Rank::SemNames) + 1);

@@ -223,6 +223,8 @@ TEST_F(Seam, CountIsRightWhateverTheSystemGave) {
         s_iSystem = 5;
         VYX_SEM_T hSem = nullptr;
         ASSERT_EQ(VYX_SemCreate(&hSem, nAsked), VYX_OK);
+        ASSERT_EQ(sem_post(hSem->pSem), 0); // as a wake whose sleeper has left without it
+        hSem->nWakes = 1;
         uint32_t nTaken = 0;
         while (VYX_SemTimedWait(&hSem, 0) == VYX_OK)
             ++nTaken;
