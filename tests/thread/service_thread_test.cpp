@@ -8,8 +8,12 @@
 
 namespace {
 
+// Many platforms put it into each thread's stack.
+thread_local volatile char t_storage[131072];
+
 // The calling thread's blocked signals, as it sees them itself.
 void *OwnMask(void *pSet) {
+    t_storage[0] = 1;
     VYX_NameThread_Inter("probe");
     return reinterpret_cast<void *>(
         static_cast<intptr_t>(pthread_sigmask(SIG_BLOCK, nullptr, static_cast<sigset_t *>(pSet))));
@@ -21,7 +25,7 @@ TEST(ServiceThread, BlocksEverySignalAndLeavesItsStarterAlone) {
     sigset_t setThread;
     (void)sigemptyset(&setThread);
     const VYX_THREAD_T hThread = VYX_StartServiceThread_Inter(OwnMask, &setThread, 262144);
-    ASSERT_NE(hThread, VYX_INVALID_THREAD);
+    ASSERT_NE(hThread, VYX_INVALID_THREAD) << "the storage comes on top of the stack";
     ASSERT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
     for (int iSignal = 1; iSignal < 32; ++iSignal) {
         if (iSignal != SIGKILL && iSignal != SIGSTOP) { // the system keeps these two open
