@@ -14,6 +14,8 @@ int main() {
         });
         Pass(1);
         CHECK(VYX_Fini() == VYX_OK);
+        CHECK(VYX_Init() == VYX_OK); // for a wait that begins after the stop
     }
+    CHECK(VYX_Fini() == VYX_OK);
     return 0;
 }

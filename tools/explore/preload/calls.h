@@ -33,6 +33,11 @@ uint32_t OpenSemaphores();
 uint32_t OpenDescriptors();
 void CheckLeaks();
 
+// Whether a call comes from the library that unwinds stacks. Its locks are no points: they order nothing of the
+// program's, and a record of a point unwinds the stack and so takes them itself.
+bool InUnwinder(const void *site);
+void FindUnwinder(); // first
+
 inline const void *DescriptorObject(int descriptor) {
     return reinterpret_cast<const void *>(static_cast<uintptr_t>(static_cast<unsigned>(descriptor)) + 1);
 }

@@ -120,7 +120,7 @@ int TimedWait(pthread_cond_t *condition, pthread_mutex_t *mutex, clockid_t clock
 using namespace explore;
 
 EXPLORE_API int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept {
-    Thread *me = Enter();
+    Thread *me = InUnwinder(EXPLORE_SITE) ? nullptr : Enter();
     if (me == nullptr)
         return GetReal().pthread_mutex_lock(mutex);
     const Point point = {Op::Lock, Kind::Mutex, mutex, EXPLORE_SITE, false};
@@ -155,7 +155,7 @@ EXPLORE_API int pthread_mutex_clocklock(pthread_mutex_t *mutex, clockid_t clock,
 }
 
 EXPLORE_API int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept {
-    Thread *me = Enter();
+    Thread *me = InUnwinder(EXPLORE_SITE) ? nullptr : Enter();
     if (me == nullptr)
         return GetReal().pthread_mutex_unlock(mutex);
     const void *site = EXPLORE_SITE;

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
-#include <execinfo.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -205,8 +204,7 @@ __attribute__((constructor)) void Prepare() {
     g.mapping = s_mapping;
     CleanEnvironment();
     PrepareThreads();
-    void *stack[4];
-    (void)backtrace(stack, 4); // loads what it needs now rather than in the middle of a schedule
+    FindUnwinder();
     (void)pthread_atfork(nullptr, nullptr, EndInChild);
 }
 

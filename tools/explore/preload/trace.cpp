@@ -3,8 +3,9 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <execinfo.h>
+#include <link.h>
 
-#include "scheduler.h"
+#include "calls.h"
 
 namespace explore {
 namespace {
@@ -58,7 +59,47 @@ void OnCrash(int) {
     FillFrames(record);
 }
 
+constexpr size_t kMaxUnwinders = 4;
+struct Code {
+    uintptr_t begin, end;
+};
+Code s_unwinder[kMaxUnwinders];
+size_t s_unwinders;
+
+bool IsUnwinder(const char *path) {
+    const char *slash = strrchr(path, '/');
+    const char *name = slash == nullptr ? path : slash + 1;
+    return strncmp(name, "libgcc_s.so", 11) == 0 || strncmp(name, "libunwind.so", 12) == 0;
+}
+
+int NoteUnwinder(dl_phdr_info *info, size_t, void *) {
+    if (!IsUnwinder(info->dlpi_name))
+        return 0;
+    for (int i = 0; i < info->dlpi_phnum && s_unwinders < kMaxUnwinders; i++) {
+        const ElfW(Phdr) &part = info->dlpi_phdr[i];
+        if (part.p_type == PT_LOAD && (part.p_flags & PF_X) != 0) {
+            const uintptr_t begin = info->dlpi_addr + part.p_vaddr;
+            s_unwinder[s_unwinders++] = {begin, begin + part.p_memsz};
+        }
+    }
+    return 0;
+}
+
 } // namespace
+
+void FindUnwinder() {
+    void *stack[4];
+    (void)backtrace(stack, 4); // loads it now rather than in the middle of a schedule
+    (void)dl_iterate_phdr(NoteUnwinder, nullptr);
+}
+
+bool InUnwinder(const void *site) {
+    const auto address = reinterpret_cast<uintptr_t>(site);
+    for (size_t i = 0; i < s_unwinders; i++)
+        if (address - s_unwinder[i].begin < s_unwinder[i].end - s_unwinder[i].begin)
+            return true;
+    return false;
+}
 
 void StartTrace() {
     s_trace = g.mapping->order.trace != 0;
