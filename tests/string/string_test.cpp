@@ -2,7 +2,8 @@
 // both agree on purpose and against plain loops otherwise.
 //
 // In place of the platform's: case tables in which some bytes fold one way only, the functions behind them, and a memmem
-// that finds nothing with an empty needle, as Darwin's.
+// that finds nothing with an empty needle, as Darwin's. The functions reach the library only if the C library's header
+// has them not inline: __NO_CTYPE, which the GNU C++ library always sets, and the preset for libc++ as well.
 #include <cstdlib>
 #include <cstring>
 #include <random>

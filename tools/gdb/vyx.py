@@ -488,11 +488,12 @@ def print_table(value):
 def print_msgq(value):
     if not int(value["m_pQueue"]):
         return "no message queue"
-    if "std::__1::" in str(value["m_pQueue"].type):
-        return "message queue"
-    # Programs rarely have the type. In the GNU C++ library: the map of blocks and its size; then for the beginning and for
-    # the end the place, the block's limits, and where it is in the map.
+    # Programs rarely have the type. In LLVM's C++ library: four pointers of the map of blocks, the first item's place, the
+    # size. In the GNU C++ library: the map of blocks and its size; then for the beginning and for the end the place, the
+    # block's limits, and where it is in the map.
     words = value["m_pQueue"].cast(gdb.lookup_type("char").pointer().pointer())
+    if "std::__1::" in str(value["m_pQueue"].type):
+        return f"message queue of {int(words[5])} blocks"
     _, _, place, first, limit, node, end, end_first, _, end_node = (int(words[i]) for i in range(10))
     size = words.type.sizeof
     length = ((end_node - node) // size * (limit - first) + end - end_first - (place - first)) // size
