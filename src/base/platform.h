@@ -68,6 +68,10 @@ const char *VYX_SemNamePrefix_Inter(void);
 // tell.
 bool VYX_SemNameIsTaken_Inter(const char *szName);
 
+// Calls pfnName for the name of each semaphore that exists, without the prefix; may leave some out. For many names cheaper
+// than to ask for each.
+void VYX_EachSemName_Inter(void (*pfnName)(const char *szName, void *pContext), void *pContext);
+
 // Gives a semaphore that was opened just now, and that nobody else uses, the count nInitial, whatever count it has.
 void VYX_SemSetCount_Inter(sem_t *pSem, uint32_t nInitial);
 

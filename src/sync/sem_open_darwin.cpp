@@ -16,3 +16,5 @@ const char *VYX_SemNamePrefix_Inter() {
 bool VYX_SemNameIsTaken_Inter(const char * /*szName*/) {
     return false;
 }
+
+void VYX_EachSemName_Inter(void (* /*pfnName*/)(const char *, void *), void * /*pContext*/) {}

@@ -3,7 +3,9 @@
 // The name counter is advanced under s_hCreateLock. It is atomic besides, since that lock is exported and an
 // application may do with it what it likes. The name stays registered until VYX_SemDestroy unlinks it.
 #include <atomic>
+#include <bitset>
 #include <cerrno>
+#include <charconv>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -29,7 +31,12 @@ vyx_inter::Lock s_hNameLock{vyx_inter::Rank::SemNames};
 
 namespace {
 
+#define NAME_START "vyx_named_semaphore_" // and five digits
+
 constexpr int32_t kNameCount = 32767; // names in all, and attempts to find a free one
+constexpr int32_t kFewNames = 16;     // asked for one by one; to read all at once takes a third of the time
+
+using TakenNames = std::bitset<kNameCount>; // a bit for each number
 
 vyx_inter::ForkHold s_forkHold(s_hNameLock);
 
@@ -49,11 +56,29 @@ int32_t NextNumber_Local() {
     return iNumber;
 }
 
-// Opens a semaphore under the first free name, which it leaves in szName. SEM_FAILED with errno otherwise.
-sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
-    for (int32_t iAttempt = 0; iAttempt < kNameCount; ++iAttempt) {
-        (void)std::snprintf(szName, sizeof szName, "%svyx_named_semaphore_%05d", VYX_SemNamePrefix_Inter(),
-                            static_cast<int>(NextNumber_Local()));
+// Notes in a TakenNames that a name is taken, if it is one of ours.
+void NoteTaken_Local(const char *szName, void *pTaken) {
+    constexpr size_t kStart = sizeof NAME_START - 1;
+    constexpr size_t kDigits = 5;
+    if (std::strncmp(szName, NAME_START, kStart) != 0 || std::strlen(szName) != kStart + kDigits)
+        return;
+    const char *const szEnd = szName + kStart + kDigits;
+    uint32_t nNumber = 0;
+    if (std::from_chars(szName + kStart, szEnd, nNumber).ptr == szEnd && nNumber < kNameCount)
+        static_cast<TakenNames *>(pTaken)->set(nNumber);
+}
+
+// Opens a semaphore under the first free one of the names that the attempts iFirst to iEnd - 1 are for, and leaves it in
+// szName. SEM_FAILED with errno otherwise.
+//   pTaken  numbers that are not tried, or null
+sem_t *OpenOneOf_Local(int32_t iFirst, int32_t iEnd, const TakenNames *pTaken,
+                       char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
+    for (int32_t iAttempt = iFirst; iAttempt < iEnd; ++iAttempt) {
+        const int32_t iNumber = NextNumber_Local();
+        if (pTaken != nullptr && pTaken->test(static_cast<size_t>(iNumber)))
+            continue;
+        (void)std::snprintf(szName, sizeof szName, "%s" NAME_START "%05d", VYX_SemNamePrefix_Inter(),
+                            static_cast<int>(iNumber));
         // Behind one name that is taken there may be thousands, and opening finds that out in ten times the time.
         if (iAttempt > 0 && VYX_SemNameIsTaken_Inter(szName))
             continue;
@@ -64,6 +89,23 @@ sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32
     }
     errno = EEXIST;
     return SEM_FAILED;
+}
+
+// The same, of all names but the first few. A function of its own, as the numbers take 4 KiB of the stack.
+[[gnu::noinline]] sem_t *OpenBehindFew_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
+    TakenNames taken;
+    {
+        // Held so that a child that is forked meanwhile does not inherit the open directory.
+        const vyx_inter::LockGuard guard(s_hNameLock);
+        VYX_EachSemName_Inter(NoteTaken_Local, &taken);
+    }
+    return OpenOneOf_Local(kFewNames, kNameCount, &taken, szName, nInitial);
+}
+
+// The same, of all names.
+sem_t *OpenUnderFreeName_Local(char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {
+    sem_t *pSem = OpenOneOf_Local(0, kFewNames, nullptr, szName, nInitial);
+    return pSem == SEM_FAILED && errno == EEXIST ? OpenBehindFew_Local(szName, nInitial) : pSem;
 }
 
 bool IsEmpty_Local(const VYX_SEM_T *pSem) {

@@ -44,9 +44,9 @@ void FixedPool() {
     int nTaken = 0;
     Act([&] {
         const auto Use = [&](VYX_HANDLE_THREADPOOL hPool) {
-            if (!DONE(hPool != nullptr, hPool == nullptr, may::interrupts | may::writes | may::files))
+            constexpr uint32_t kMay = may::interrupts | may::writes | may::files | may::descriptors;
+            if (!DONE(hPool != nullptr, hPool == nullptr, kMay))
                 return;
-            constexpr uint32_t kMay = may::interrupts | may::writes | may::files;
             s_bGo = false;
             for (int i = 0; i < 2; ++i)
                 nTaken += OK(CALL(VYX_ThreadPool_Work)(hPool, CountItem, nullptr), kMay) ? 1 : 0;

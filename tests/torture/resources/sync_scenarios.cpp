@@ -75,7 +75,7 @@ void Semaphore() {
     const Started started;
     Act([] {
         VYX_SEM_T hSem = nullptr;
-        if (!OK(CALL(VYX_SemCreate)(&hSem, 1), may::errors | may::files)) {
+        if (!OK(CALL(VYX_SemCreate)(&hSem, 1), may::errors | may::files | may::descriptors)) {
             MUST(hSem == nullptr);
             return;
         }
@@ -107,7 +107,7 @@ void BoundedSemaphore() {
         torture::Enter("VYX_Sema");
         VYX_Sema sema(1, 2);
         sem_t *const *const pRecord = *reinterpret_cast<sem_t ***>(&sema); // the object begins with the slot
-        (void)DONE(pRecord != nullptr, pRecord == nullptr, 0);
+        (void)DONE(pRecord != nullptr, pRecord == nullptr, may::descriptors);
         torture::Enter("VYX_Sema::Wait");
         const bool bTaken = OK(sema.Wait(), 0);
         torture::Enter("VYX_Sema::TimedWait");
