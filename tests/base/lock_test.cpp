@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/describe.h"
-#include "base/lock.h"
+#include "base/fork.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -32,6 +32,16 @@ TEST(LockCount, EachWayToTakeItCounts) {
     EXPECT_EQ(taken(), 2U);
     (void)vyx_inter::Condition().WaitUntil(lock, vyx_inter::Deadline::In(0, vyx_inter::Clock::Wall));
     EXPECT_EQ(taken(), 3U);
+}
+
+// A signal handler forks that has interrupted the lock's own holder.
+TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
+    Lock lock{Rank::SemWaits};
+    vyx_inter::ForkHold hold(lock);
+    const LockGuard guard(lock);
+    hold.Before();
+    EXPECT_FALSE(hold.IsWhole());
+    EXPECT_EQ(hold.InChild(), lock.OwnThread() == 0) << "where the platform does not tell, nobody can know";
 }
 
 TEST(LockOrder, RanksAreListedInTheirOrder) {
