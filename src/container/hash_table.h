@@ -1,6 +1,6 @@
 // What both hash tables share: open addressing with double hashing, and lists that make look-ups short.
 //
-// A table is one block: its header, which lies where slot 0 would be, and slots 1 to size. A key's hash modulo size is
+// A table is one block: its header, which lies where slot 0 would be or before the marks, and slots 1 to size. A key's hash modulo size is
 // its home (1 instead of 0). From its home a key's path goes downward, around within 1 to size, by a step that
 // depends on the home alone. Sizes are primes, so a path visits every slot. A key is entered in the first free slot
 // of its path, and a walk along the path to the first free slot finds it again.
@@ -17,13 +17,18 @@
 //
 //   far   the slot of the first key in the list of this hash; 0 = none
 //
-// The first removal makes a gap. From then on the walk decides, and the lists are neither read nor kept.
+// With integer keys each home has a byte with the marks of its keys, one of eight bits each. Most keys that are absent have
+// a mark that no key of their home has, and cost no look at a slot. The bytes lie together before the slots, so they stay
+// in the processor's cache.
+//
+// The first removal makes a gap. From then on the walk decides, and lists and marks are neither read nor kept.
 //
 // The caller owns the texts of keys. Near keys are compared in the order of the walk, so even a text that was changed
 // in place is found, or not, as the walk would have it.
 //
 // Traits say what differs between text and integer keys:
 //   Header, Slot, Key
+//   kMarks              whether homes have marks: only for keys that stay as they are
 //   Hash(key)           32 bits
 //   FarHash(key)        the same of the whole key, spread over all bits
 //   Same(slot, key)     the slot has this key, if it has one
@@ -66,17 +71,19 @@ class HashTable {
             return VYX_ERROR;
         *ppTable = nullptr;
         const uint32_t nSize = TableSize(nCapacity);
+        const uint64_t nMarks = Traits::kMarks ? sizeof(Head) + (uint64_t{nSize} + 1) * sizeof(Marks) : 0;
         const uint64_t nSlots = (uint64_t{nSize} + 1) * sizeof(Slot);
-        void *pBlock = nSize == 0 || nSlots > SIZE_MAX - kAlignment
+        void *pBlock = nSize == 0 || nMarks + nSlots > SIZE_MAX - kAlignment
                            ? nullptr
-                           : std::calloc(1, static_cast<size_t>(nSlots) + kAlignment);
+                           : std::calloc(1, static_cast<size_t>(nMarks + nSlots) + kAlignment);
         if (pBlock == nullptr)
             return VYX_ERROR;
         *ppTable = pBlock;
         auto &header = static_cast<Head *>(pBlock)->header;
+        void *pSlots = static_cast<char *>(pBlock) + static_cast<size_t>(nMarks);
         size_t nRoom = static_cast<size_t>(nSlots) + kAlignment;
         header.table =
-            static_cast<Slot *>(std::align(kAlignment, static_cast<size_t>(nSlots), pBlock, nRoom));
+            static_cast<Slot *>(std::align(kAlignment, static_cast<size_t>(nSlots), pSlots, nRoom));
         header.size = nSize;
         return VYX_OK;
     }
@@ -85,15 +92,15 @@ class HashTable {
         : m_head(*static_cast<Head *>(pTable)), m_header(m_head.header), m_slots(m_header.table) {}
 
     int32_t Enter(Key key, void *pData) {
-        const uint32_t nHome = Home(key);
-        uint32_t nAt = Seek(key, nHome);
+        const Origin origin = OriginOf(key);
+        uint32_t nAt = Seek(key, origin);
         if (nAt == 0 && m_header.filled == m_header.size)
             return VYX_ERROR;
         if (nAt == 0) {
-            nAt = m_head.bGaps ? Take(nHome, nHome) : Link(key, nHome);
+            nAt = m_head.bGaps ? Take(origin.nHome, origin.nHome) : Link(key, origin);
             m_slots[nAt].key = key;
             m_slots[nAt].data = pData;
-            Traits::SetHome(m_slots[nAt], nHome);
+            Traits::SetHome(m_slots[nAt], origin.nHome);
             ++m_header.filled;
         }
         // Deliberate: data that is present is never replaced; other data for its key is an error.
@@ -101,18 +108,18 @@ class HashTable {
     }
 
     int32_t Find(Key key, void **ppData) {
-        const uint32_t nAt = Seek(key, Home(key));
+        const uint32_t nAt = Seek(key, OriginOf(key));
         *ppData = nAt != 0 ? m_slots[nAt].data : nullptr;
         return nAt != 0 ? VYX_OK : VYX_ERROR;
     }
 
     int32_t Remove(Key key) {
-        const uint32_t nHome = Home(key);
-        const uint32_t nAt = Seek(key, nHome);
+        const Origin origin = OriginOf(key);
+        const uint32_t nAt = Seek(key, origin);
         if (nAt == 0)
             return VYX_ERROR;
         m_head.bGaps = 1;
-        const uint32_t nLast = LastOnPath(nHome);
+        const uint32_t nLast = LastOnPath(origin.nHome);
         const Slot moved = m_slots[nLast];
         m_slots[nAt] = {};
         // Deliberate: entering the moved item raises the count, which is then lowered once, so it ends unchanged
@@ -129,17 +136,27 @@ class HashTable {
   private:
     static constexpr size_t kAlignment = 32; // bytes; no slot of this size lies in two cache lines
     static constexpr uint32_t kNear = 4;
+    using Marks = uint8_t; // of the keys of one home
+
+    // Where a key's path begins, and the number of its mark there.
+    struct Origin {
+        uint32_t nHome;
+        uint32_t nMark;
+    };
 
     struct Head {
         typename Traits::Header header;
         uint32_t bGaps; // something was removed
     };
-    static_assert(sizeof(Head) <= sizeof(Slot), "it lies in the place of slot 0");
+    static_assert(sizeof(Head) <= sizeof(Slot), "it may lie in the place of slot 0");
 
-    uint32_t Home(Key key) const {
-        const uint32_t nHome = Traits::Hash(key) % m_header.size;
-        return nHome == 0 ? 1 : nHome;
+    Origin OriginOf(Key key) const {
+        const uint32_t nHash = Traits::Hash(key);
+        const uint32_t nHome = nHash % m_header.size;
+        return {nHome == 0 ? 1 : nHome, nHash / m_header.size % 8};
     }
+
+    Marks &MarksOf(uint32_t nHome) const { return reinterpret_cast<Marks *>(&m_head + 1)[nHome]; }
 
     // The next index on a home's path. A table of one slot has nowhere else to go.
     uint32_t Next(uint32_t nIndex, uint32_t nHome) const {
@@ -158,8 +175,12 @@ class HashTable {
     }
 
     // Where a key is; 0 if it is absent.
-    uint32_t Seek(Key key, uint32_t nHome) const {
-        return m_head.bGaps ? Walk(key, nHome) : SeekNear(key, nHome);
+    uint32_t Seek(Key key, const Origin &origin) const {
+        if (m_head.bGaps)
+            return Walk(key, origin.nHome);
+        if (Traits::kMarks && (MarksOf(origin.nHome) >> origin.nMark & 1U) == 0)
+            return 0;
+        return SeekNear(key, origin.nHome);
     }
 
     uint32_t Walk(Key key, uint32_t nHome) const {
@@ -204,8 +225,9 @@ class HashTable {
         return m_slots[1 + ((uint64_t{Traits::FarHash(key)} * m_header.size) >> 32)].far;
     }
 
-    // Takes the first free slot of a home's path for a key and puts it in its list.
-    uint32_t Link(Key key, uint32_t nHome) {
+    // Takes the first free slot of its path for a key, puts it in its list and leaves its mark.
+    uint32_t Link(Key key, const Origin &origin) {
+        const uint32_t nHome = origin.nHome;
         uint32_t nNear = 0; // keys in the near list
         uint32_t nLast = 0; // the last of them
         for (uint32_t n = m_slots[nHome].near; n != 0 && nNear < kNear; n = After(n), ++nNear)
@@ -213,6 +235,8 @@ class HashTable {
         uint32_t &nLatest = nLast == 0 ? m_slots[nHome].near : m_slots[nLast].next;
         const uint32_t nAt = Take(nLast == 0 ? nHome : nLatest, nHome);
         nLatest = nAt;
+        if (Traits::kMarks)
+            MarksOf(nHome) = static_cast<Marks>(MarksOf(nHome) | 1U << origin.nMark);
         if (nNear == kNear) {
             uint32_t &nFar = FarList(key);
             m_slots[nAt].next = nFar == 0 ? nAt : nFar;

@@ -15,6 +15,7 @@ struct IntTraits {
     using Header = struct VYX_HSEARCH_INTDATA;
     using Slot = VYX_HINTSLOT_S;
     using Key = uint32_t;
+    static constexpr bool kMarks = true;
 
     static uint32_t Hash(uint32_t nKey) { return nKey; }
     static uint32_t FarHash(uint32_t nKey) { return nKey * 0x9E3779B1U; } // odd, and without a pattern

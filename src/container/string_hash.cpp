@@ -18,6 +18,7 @@ struct StringTraits {
     using Header = struct VYX_HSEARCH_DATA;
     using Slot = VYX_HSLOT_S;
     using Key = const char *;
+    static constexpr bool kMarks = false;
 
     // The length, then times 16 plus each byte, from the last to the first. What is more than eight places from the
     // front has been shifted out of the 32 bits by the end, so only the front is looked at.
