@@ -2,7 +2,6 @@
 // the same; -1 that a call failed, or that the arguments forbid it; the source is as it was; no descriptor is left.
 #include <cerrno>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <vyx/sys.h>
 
@@ -46,11 +45,6 @@ ssize_t __real_pwrite64(int iFile, const void *pBytes, size_t nLen, off_t iAt);
 ssize_t __real_copy_file_range(int iFrom, off_t *pFrom, int iTo, off_t *pTo, size_t nLen, unsigned nFlags);
 off_t __real_lseek64(int iFile, off_t iAt, int iWhence);
 ssize_t __real_write(int iFile, const void *pBytes, size_t nLen);
-ssize_t __wrap_pread64(int iFile, void *pBytes, size_t nLen, off_t iAt);
-ssize_t __wrap_pwrite64(int iFile, const void *pBytes, size_t nLen, off_t iAt);
-ssize_t __wrap_copy_file_range(int iFrom, off_t *pFrom, int iTo, off_t *pTo, size_t nLen, unsigned nFlags);
-off_t __wrap_lseek64(int iFile, off_t iAt, int iWhence);
-ssize_t __wrap_write(int iFile, const void *pBytes, size_t nLen);
 
 ssize_t __wrap_pread64(int iFile, void *pBytes, size_t nLen, off_t iAt) {
     return Play(nLen, false, [&](size_t n) { return __real_pread64(iFile, pBytes, n, iAt); });
@@ -79,16 +73,6 @@ ssize_t __wrap_write(int iFile, const void *pBytes, size_t nLen) {
 }
 
 namespace {
-
-std::string Content(const std::string &sPath) {
-    const int iFile = open(sPath.c_str(), O_RDONLY | O_CLOEXEC);
-    struct stat status = {};
-    std::string sContent(iFile >= 0 && fstat(iFile, &status) == 0 ? static_cast<size_t>(status.st_size) : 0,
-                         '\0');
-    REQUIRE(iFile < 0 || __real_pread64(iFile, sContent.data(), sContent.size(), 0) == status.st_size);
-    (void)close(iFile);
-    return sContent;
-}
 
 // A file with gaps: pieces of text at places of the input's choice.
 void Make(const std::string &sPath, fuzz::Input *pInput) {
@@ -123,19 +107,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         Make(sTarget, &input);
     else if (nKind < 4)
         REQUIRE(link(sSource.c_str(), sTarget.c_str()) == 0);
-    const std::string sBefore = Content(sSource);
-    const std::string sOld = Content(sTarget);
+    const std::string sBefore = fuzz::ReadFile(sSource);
+    const std::string sOld = fuzz::ReadFile(sTarget);
     const int iFree = LowestFree();
     s_bFailed = false;
     s_pInput = &input;
     const int32_t iResult = VYX_CopyFile(sSource.c_str(), sTarget.c_str(), iKeep);
     s_pInput = nullptr;
     REQUIRE(LowestFree() == iFree);
-    REQUIRE(Content(sSource) == sBefore);
+    REQUIRE(fuzz::ReadFile(sSource) == sBefore);
     const bool bForbidden = nKind < 4 && (iKeep != 0 || nKind >= 2);
     REQUIRE(iResult == 1 || iResult == -1);
-    REQUIRE(iResult == -1 || (!bForbidden && Content(sTarget) == sBefore));
+    REQUIRE(iResult == -1 || (!bForbidden && fuzz::ReadFile(sTarget) == sBefore));
     REQUIRE(iResult == 1 || bForbidden || s_bFailed || sBefore.empty());
-    REQUIRE(!bForbidden || Content(sTarget) == sOld);
+    REQUIRE(!bForbidden || fuzz::ReadFile(sTarget) == sOld);
     return 0;
 }

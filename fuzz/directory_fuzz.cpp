@@ -22,11 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         {".", -1}, {"..", -1}}; // sizes of files; -1 a directory, -2 nothing known
     while (!input.AtEnd()) {
         const auto iKind = static_cast<int>(input.Pick(8));
-        const size_t nRepeat = 1 + input.Pick(20);
-        std::string sName;
-        for (const std::string sPart = input.Text(1 + input.Pick(16)); sName.size() < sPart.size() * nRepeat;)
-            sName += sPart;
-        sName = std::string(sName.c_str()).substr(0, 255);
+        const unsigned nRepeat = 1 + input.Pick(20);
+        std::string sName = input.Repeated(nRepeat, 1 + input.Pick(16)).substr(0, 255);
         std::replace(sName.begin(), sName.end(), '/', '\\');
         if (sName.empty() || expected.count(sName) != 0)
             continue;

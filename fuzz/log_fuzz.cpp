@@ -1,8 +1,6 @@
 // Lines of the log into its files: levels, files, texts and sizes. What was taken is there whole, once and in order, cut where the
 // header says, in files that change exactly before a line that would not fit.
 #include <cctype>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <vector>
 #include <vyx/log.h>
@@ -31,11 +29,8 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
     const auto iNumber = pInput->Number<int32_t>();
     const auto iLarge = pInput->Number<int64_t>();
     const std::string sFile = pInput->Text(pInput->Pick(24)).c_str();
-    std::string sText;
-    const size_t nRepeat = pInput->Pick(100) < 90 ? 1 : 300;
-    const std::string sPart = pInput->Text(pInput->Pick(32)).c_str();
-    for (size_t i = 0; i < nRepeat; ++i)
-        sText += sPart;
+    const unsigned nRepeat = pInput->Pick(100) < 90 ? 1 : 300;
+    const std::string sText = pInput->Repeated(nRepeat, pInput->Pick(32));
     const int32_t iResult = WriteLog(static_cast<log_level>(iLevel), sFile.c_str(), iNumber, szFormat,
                                      iNumber, sText.c_str(), static_cast<long long>(iLarge));
     REQUIRE(iResult == (iLevel > iThreshold ? -3 : 0));
@@ -55,8 +50,7 @@ std::map<int, std::string> Files(const fuzz::Folder &folder) {
         int iNumber = 0;
         REQUIRE(std::sscanf(entry.path().filename().c_str(), "vyx_log_%d", &iNumber) == 1);
         std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_read);
-        std::ifstream file(entry.path(), std::ios::binary);
-        files[iNumber].assign(std::istreambuf_iterator<char>(file), {});
+        files[iNumber] = fuzz::ReadFile(entry.path());
     }
     return files;
 }

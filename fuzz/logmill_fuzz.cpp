@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <poll.h>
+#include <regex>
+#include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -35,32 +37,27 @@ Sender *s_pSender = nullptr;
 
 // Greeting, name and line feed are taken off the text. False if it is no sender's.
 bool Greet(std::string *pText, std::string *pName) {
-    const std::string sGreeting = "LOGMILL 1 ";
+    static const std::regex s_greeting("LOGMILL 1 ([A-Za-z0-9._-]{1,64})");
     const size_t nEnd = pText->find('\n');
-    if (nEnd == std::string::npos || pText->compare(0, sGreeting.size(), sGreeting) != 0)
+    const std::string sLine = pText->substr(0, nEnd);
+    std::smatch found;
+    if (nEnd == std::string::npos || !std::regex_match(sLine, found, s_greeting))
         return false;
-    *pName = pText->substr(sGreeting.size(), nEnd - sGreeting.size());
+    *pName = found[1];
     pText->erase(0, nEnd + 1);
-    const auto fnGood = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-               c == '_' || c == '-';
-    };
-    return !pName->empty() && pName->size() <= 64 && std::all_of(pName->begin(), pName->end(), fnGood);
+    return true;
 }
 
 // The lines in the pieces in which they are stored. Of a line that was torn off, what is sure not to end it.
 std::vector<Stored> Expected(std::string sText, bool bTorn, int32_t *pLines) {
     std::vector<Stored> stored;
     std::replace(sText.begin(), sText.end(), '\0', '?');
-    for (*pLines = 0; !sText.empty();) {
-        const size_t nFeed = sText.find('\n');
-        std::string sLine = sText.substr(0, nFeed);
-        const bool bWhole = nFeed != std::string::npos || !bTorn;
+    std::istringstream lines(sText);
+    for (std::string sLine; std::getline(lines, sLine);) {
         for (; sLine.size() > logmill::kPieceBytes; sLine.erase(0, logmill::kPieceBytes))
             stored.push_back({*pLines + 1, sLine.substr(0, logmill::kPieceBytes)});
-        if (bWhole)
+        if (!lines.eof() || !bTorn)
             stored.push_back({++*pLines, sLine});
-        sText.erase(0, nFeed == std::string::npos ? nFeed : nFeed + 1);
     }
     return stored;
 }
@@ -68,14 +65,6 @@ std::vector<Stored> Expected(std::string sText, bool bTorn, int32_t *pLines) {
 } // namespace
 
 extern "C" {
-ssize_t __wrap_recv(int iSocket, void *pBytes, size_t nLen, int iFlags);
-ssize_t __wrap_send(int iSocket, const void *pBytes, size_t nLen, int iFlags);
-int __wrap_poll(struct pollfd *pFds, nfds_t nFds, int iTimeOut);
-uint32_t __wrap_VYX_WaitForMultipleObjects(uint32_t nCount, const VYX_EVENT *pEvents, int32_t bAll,
-                                           uint32_t nTimeOut);
-int32_t __wrap_VYX_OutputDebug(const char *szFormat, ...);
-int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, const char *szFormat, ...);
-
 ssize_t __wrap_recv(int /*iSocket*/, void *pBytes, size_t nLen, int /*iFlags*/) {
     Sender &sender = *s_pSender;
     const size_t nCount = std::min({nLen, sender.nPiece, sender.sBytes.size() - sender.nAt});
@@ -117,8 +106,8 @@ int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, con
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     static const fuzz::Folder s_folder;
-    static const int32_t s_iStarted = VYX_Init();
-    REQUIRE(s_iStarted == VYX_OK);
+    static const bool s_bStarted = VYX_Init() == VYX_OK;
+    REQUIRE(s_bStarted);
     fuzz::Input input(pData, nSize);
     Sender sender{"", 1 + size_t{input.Byte()} * input.Byte(), input.Pick(2) != 0};
     for (const char c : input.Rest()) // long lines of short inputs

@@ -73,8 +73,8 @@ void Receive(Queue *pQueue, int32_t iRoom, int32_t iTimeOut) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
-    static const int32_t s_iStarted = VYX_Init();
-    REQUIRE(s_iStarted == VYX_OK);
+    static const bool s_bStarted = VYX_Init() == VYX_OK;
+    REQUIRE(s_bStarted);
     fuzz::Input input(pData, nSize);
     Queue queues[3];
     const unsigned nSends = input.Pick(30); // of 30 operations

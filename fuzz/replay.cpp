@@ -3,11 +3,10 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <random>
 #include <vector>
 
+#include "folder.h"
 #include "input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize);
@@ -77,8 +76,8 @@ int main(int argc, char **argv) {
         if (sArgument[0] == '-' || !std::filesystem::is_directory(sArgument))
             continue;
         for (const auto &file : std::filesystem::directory_iterator(sArgument)) {
-            std::ifstream stream(file.path(), std::ios::binary);
-            corpus.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+            const std::string sBytes = fuzz::ReadFile(file.path());
+            corpus.emplace_back(sBytes.begin(), sBytes.end());
         }
     }
     std::sort(corpus.begin(), corpus.end()); // folders have no order
