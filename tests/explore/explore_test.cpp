@@ -66,12 +66,12 @@ void PrintTo(const Faulty &faulty, std::ostream *out) {
 }
 
 const Faulty kFaulty[] = {
-    {"double_checked", "", "signal", "CRASH double_checked.cpp:31 Use"},
+    {"double_checked", "", "signal", "CRASH double_checked.cpp:33 Use"},
     {"early_signal", "", "deadlock", "thread 1 waits: wait condition 1, at early_signal.cpp:18 main"},
-    {"if_for_while", "", "signal", "CRASH if_for_while.cpp:14 Consume"},
-    {"last_reference", "", "signal", "CRASH last_reference.cpp:22 Use"},
+    {"if_for_while", "", "signal", "CRASH if_for_while.cpp:16 Consume"},
+    {"last_reference", "", "signal", "CRASH last_reference.cpp:24 Use"},
     {"late_timer", "", "signal", "CRASH late_timer.cpp:24 Timer"},
-    {"missing_fence", "--races", "race", "THE RACE: write missing_fence.cpp:9 Publish"},
+    {"missing_fence", "--races", "race", "THE RACE: write missing_fence.cpp:11 Publish"},
     {"ring_wrap", "", "exit status", "exit status: exit status 1"},
     {"service_order", "", "deadlock", ", held by thread 3, at"},
     {"signal_for_broadcast", "", "deadlock", "waits: wait condition 1, at signal_for_broadcast.cpp"},
@@ -264,7 +264,7 @@ TEST(Explore, ReplaysUnderADebugger) {
         script, "set breakpoint pending on\nset startup-with-shell off\nbreak abort\nrun\nbacktrace\nkill\n");
     const Result result = RunCommand("gdb -nx -q -batch -x " + script + " --args " EXPLORE " --replay " +
                                      replay + " -- " + Program("last_reference"));
-    EXPECT_NE(result.text.find("last_reference.cpp:22"), std::string::npos) << result.text;
+    EXPECT_NE(result.text.find("last_reference.cpp:24"), std::string::npos) << result.text;
 }
 
 // Programs of others, which know nothing of this library.

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <pthread.h>
 
+#include "run_threads.h"
+
 struct Settings {
     std::atomic<int> size{0};
 };
@@ -33,10 +35,5 @@ static void *Use(void *) {
 }
 
 int main() {
-    pthread_t threads[2];
-    for (pthread_t &thread : threads)
-        pthread_create(&thread, nullptr, Use, nullptr);
-    for (pthread_t thread : threads)
-        pthread_join(thread, nullptr);
-    return 0;
+    RunThreads(Use, Use);
 }

@@ -18,5 +18,4 @@ int main() {
     pthread_cond_wait(&s_ready, &s_mutex);
     pthread_mutex_unlock(&s_mutex);
     pthread_join(preparer, nullptr);
-    return 0;
 }

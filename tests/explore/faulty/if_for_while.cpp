@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <pthread.h>
 
+#include "run_threads.h"
+
 static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t s_filled = PTHREAD_COND_INITIALIZER;
 static int s_items;
@@ -27,11 +29,5 @@ static void *Produce(void *) {
 }
 
 int main() {
-    pthread_t threads[3];
-    pthread_create(&threads[0], nullptr, Consume, nullptr);
-    pthread_create(&threads[1], nullptr, Consume, nullptr);
-    pthread_create(&threads[2], nullptr, Produce, nullptr);
-    for (pthread_t thread : threads)
-        pthread_join(thread, nullptr);
-    return 0;
+    RunThreads(Consume, Consume, Produce);
 }

@@ -2,6 +2,8 @@
 #include <cstdlib>
 #include <pthread.h>
 
+#include "run_threads.h"
+
 struct Object {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     int references = 2;
@@ -26,10 +28,5 @@ static void *Use(void *) {
 }
 
 int main() {
-    pthread_t threads[2];
-    for (pthread_t &thread : threads)
-        pthread_create(&thread, nullptr, Use, nullptr);
-    for (pthread_t thread : threads)
-        pthread_join(thread, nullptr);
-    return 0;
+    RunThreads(Use, Use);
 }

@@ -35,5 +35,4 @@ int main() {
     pthread_mutex_unlock(&s_mutex);
     s_connection.open = false;
     pthread_join(timer, nullptr);
-    return 0;
 }

@@ -2,6 +2,8 @@
 #include <atomic>
 #include <pthread.h>
 
+#include "run_threads.h"
+
 static int s_data;
 static std::atomic<bool> s_ready;
 
@@ -18,10 +20,5 @@ static void *Consume(void *) {
 }
 
 int main() {
-    pthread_t threads[2];
-    pthread_create(&threads[0], nullptr, Publish, nullptr);
-    pthread_create(&threads[1], nullptr, Consume, nullptr);
-    for (pthread_t thread : threads)
-        pthread_join(thread, nullptr);
-    return 0;
+    RunThreads(Publish, Consume);
 }

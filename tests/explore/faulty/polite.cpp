@@ -26,5 +26,4 @@ int main() {
     pthread_create(&threads[1], nullptr, Take, &threads);
     for (pthread_t thread : threads)
         pthread_join(thread, nullptr);
-    return 0;
 }

@@ -4,6 +4,8 @@
 #include <pthread.h>
 #include <semaphore.h>
 
+#include "run_threads.h"
+
 constexpr int kPlaces = 2;
 constexpr int kItems = 3;
 static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -45,12 +47,8 @@ static void *Read(void *) {
 }
 
 int main() {
-    pthread_t threads[2];
     sem_init(&s_filled, 0, 0);
     sem_init(&s_room, 0, kPlaces);
-    pthread_create(&threads[0], nullptr, Write, nullptr);
-    pthread_create(&threads[1], nullptr, Read, nullptr);
-    for (pthread_t thread : threads)
-        pthread_join(thread, nullptr);
+    RunThreads(Write, Read);
     return s_count == 0 ? 0 : 1;
 }

@@ -26,5 +26,4 @@ int main() {
     pthread_mutex_unlock(&s_mutex);
     for (pthread_t worker : workers)
         pthread_join(worker, nullptr);
-    return 0;
 }

@@ -1,6 +1,8 @@
 // Fault: two locks taken in opposite order.
 #include <pthread.h>
 
+#include "run_threads.h"
+
 static pthread_mutex_t s_from = PTHREAD_MUTEX_INITIALIZER;
 static pthread_mutex_t s_to = PTHREAD_MUTEX_INITIALIZER;
 static int s_balance[2] = {10, 10};
@@ -24,11 +26,6 @@ static void *Back(void *) {
 }
 
 int main() {
-    pthread_t forth;
-    pthread_t back;
-    pthread_create(&forth, nullptr, Forth, nullptr);
-    pthread_create(&back, nullptr, Back, nullptr);
-    pthread_join(forth, nullptr);
-    pthread_join(back, nullptr);
+    RunThreads(Forth, Back);
     return s_balance[0] == 10 ? 0 : 1;
 }

@@ -17,5 +17,4 @@ int main() {
         CHECK(VYX_Init() == VYX_OK); // for a wait that begins after the stop
     }
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -32,5 +32,4 @@ int main() {
     }
     ring.Close();
     writer.Wait();
-    return 0;
 }

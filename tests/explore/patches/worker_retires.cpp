@@ -19,5 +19,4 @@ int main() {
     CHECK(VYX_ThreadPool_Destroy(pool) == VYX_OK);
     CHECK(s_run == 2);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -30,5 +30,4 @@ int main() {
     }
     CHECK(tokens == 0 && taken == 2);
     CHECK(VYX_CondDestroy(&cond) == VYX_OK && VYX_MutexDestroy(&mutex) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

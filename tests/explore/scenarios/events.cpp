@@ -38,5 +38,4 @@ int main() {
     }
     CHECK(VYX_CloseEvent(manual) == VYX_TRUE && VYX_CloseEvent(socket) == VYX_TRUE);
     CHECK(close(ends[0]) == 0 && close(ends[1]) == 0 && VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -35,5 +35,4 @@ int main() {
     CHECK(VYX_ThreadPool_Destroy(s_pool) == VYX_OK);
     CHECK(s_accepted == s_run && s_run >= 2);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -28,5 +28,4 @@ int main() {
     CHECK(VYX_ThreadPool_Destroy(pool) == VYX_OK);
     CHECK(accepted[0] + accepted[1] == 4 && s_run == 4);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

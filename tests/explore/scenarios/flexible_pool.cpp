@@ -30,5 +30,4 @@ int main() {
     for (const std::atomic<int> &handled : s_handled)
         CHECK(handled == 1);
     CHECK(VYX_SemDestroy(&s_done) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -28,5 +28,4 @@ int main() {
     CHECK(VYX_ThreadPoolFlex_Destroy(s_pool) == VYX_OK);
     CHECK(s_handled <= s_taken);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -43,5 +43,4 @@ int main() {
         });
     }
     CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

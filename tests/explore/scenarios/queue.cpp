@@ -44,5 +44,4 @@ int main() {
     for (int i = 0; i < 4; i++)
         CHECK(first_got[i] + second_got[i] + rest[i] == 1);
     CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -26,5 +26,4 @@ int main() {
     block.iDataLen = VYX_MSG_DATA_SIZE;
     CHECK(VYX_MsgQReceiveEx(queue, &block, 1) == VYX_ERROR); // nothing of before is left
     CHECK(VYX_MsgQDestroyEx(queue) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -23,5 +23,4 @@ int main() {
         left++;
     CHECK(taken[2] == 1 && taken[0] + taken[1] + taken[2] + left == 3);
     CHECK(VYX_SemDestroy(&sem) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

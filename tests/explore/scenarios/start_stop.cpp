@@ -41,5 +41,4 @@ int main() {
         });
     }
     UseAll();
-    return 0;
 }

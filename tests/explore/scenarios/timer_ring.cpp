@@ -23,5 +23,4 @@ int main() {
         (void)VYX_KillTimer(static_cast<int32_t>(id));
     CHECK(s_calls <= 4);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }

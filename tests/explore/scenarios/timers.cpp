@@ -42,5 +42,4 @@ int main() {
     Pass(10); // time enough for a second call
     CHECK(once.calls == 1);
     CHECK(VYX_SemDestroy(&once.called) == VYX_OK && VYX_Fini() == VYX_OK);
-    return 0;
 }

@@ -23,5 +23,4 @@ int main() {
     CHECK(VYX_MutexDestroy(&mutex) == VYX_OK && VYX_CondDestroy(&cond) == VYX_OK &&
           VYX_SemDestroy(&sem) == VYX_OK);
     CHECK(VYX_Fini() == VYX_OK);
-    return 0;
 }
