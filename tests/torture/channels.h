@@ -11,11 +11,11 @@ namespace torture {
 
 // What the storm does, as far as the calls' results depend on it.
 struct Weather {
-    bool stops;       // the library stops and starts: bounded waits fail, queues go
-    bool little;      // the system grants little: what makes something may fail
-    bool clock;       // the wall clock is set: bounded waits end early or late
-    bool interrupted; // signal handlers run, and do not have calls restarted
-    bool signals;     // signal handlers run
+    bool stops = false;       // the library stops and starts: bounded waits fail, queues go
+    bool little = false;      // the system grants little: what makes something may fail
+    bool clock = false;       // the wall clock is set: bounded waits end early or late
+    bool interrupted = false; // signal handlers run, and do not have calls restarted
+    bool signals = false;     // signal handlers run
 };
 extern Weather g_weather;
 

@@ -315,28 +315,24 @@ int Child() {
         return 6;
     return torture::Findings() == 0 ? 0 : 7;
 }
-// Some children at a time.
+// Waits for children that end, until so many are left at most.
+int s_children = 0;
+void Reap(int most) {
+    for (int status = 0; s_children > 0 && waitpid(-1, &status, s_children > most ? 0 : WNOHANG) > 0;
+         --s_children) {
+        (void)Check(status == 0, "a forked child: status " + std::to_string(status));
+        ++s_figures["forks"];
+    }
+}
 void Forks() {
-    static int children = 0;
     const pid_t child = fork();
     if (child == 0) {
         const int before = torture::Findings();
         const int status = Child();
         _exit(before == 0 ? status : 0);
     }
-    if (Check(child > 0, "fork"))
-        ++children;
-    int status = 0;
-    while (children > 0 && waitpid(-1, &status, children < 6 ? WNOHANG : 0) > 0) {
-        (void)Check(status == 0, "a forked child: status " + std::to_string(status));
-        --children;
-        ++s_figures["forks"];
-    }
-}
-// Those that are left.
-void WaitForChildren() {
-    for (int status = 0; waitpid(-1, &status, 0) > 0; ++s_figures["forks"])
-        (void)Check(status == 0, "a forked child: status " + std::to_string(status));
+    s_children += Check(child > 0, "fork") ? 1 : 0;
+    Reap(5);
 }
 
 void StopsAndStarts() {
@@ -429,11 +425,11 @@ void SetWhilePending(bool forward) {
     ++s_figures["set while pending"];
 }
 
-void LimitDescriptors(rlim_t count) {
+void Limit(int resource, rlim_t most) {
     struct rlimit limit = {};
-    (void)getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = count != 0 ? count : limit.rlim_max;
-    (void)setrlimit(RLIMIT_NOFILE, &limit);
+    (void)getrlimit(resource, &limit);
+    limit.rlim_cur = std::min(most, limit.rlim_max);
+    (void)setrlimit(resource, &limit);
 }
 rlim_t AddressSpace() {
     std::ifstream statm("/proc/self/statm");
@@ -441,13 +437,10 @@ rlim_t AddressSpace() {
     statm >> pages;
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
-// So many bytes more than at the first call; 0: no limit.
-void LimitMemory(rlim_t more) {
+void LittleMemory() { // more than at the first call
     static const rlim_t held = AddressSpace();
-    struct rlimit limit = {};
-    (void)getrlimit(RLIMIT_AS, &limit);
-    limit.rlim_cur = more != 0 ? held + more : limit.rlim_max;
-    (void)setrlimit(RLIMIT_AS, &limit);
+    Limit(RLIMIT_AS, held + (24 << 20));
+    Nothing();
 }
 
 void Cancellations() {
@@ -455,49 +448,35 @@ void Cancellations() {
     s_taken += torture::LinesOfCancelled();
 }
 
+void NoMore() {}
 struct Storm {
     const char *name;
     torture::Weather weather;
-    std::vector<std::string> without; // works that it makes impossible
-    std::function<void()> begin, blow, end;
+    std::function<void()> blow, begin = NoMore, end = NoMore;
+    std::vector<std::string> without = {}; // works that it makes impossible
 };
 const std::vector<Storm> &Storms() {
+    constexpr torture::Weather kStops{true}, kLittle{false, true}, kClock{false, false, true};
+    constexpr torture::Weather kInterrupted{false, false, false, true, true},
+        kSignals{false, false, false, false, true};
     static const std::vector<Storm> storms = {
-        {"calm", {}, {}, [] {}, Nothing, [] {}}, // stopped and continued from outside, for instance
-        {"restarting-signals",
-         {false, false, false, false, true},
-         {},
-         [] { CatchSignals(SA_RESTART); },
-         Signals,
-         [] {}},
-        {"signals", {false, false, false, true, true}, {}, [] { CatchSignals(0); }, Signals, [] {}},
-        {"forks", {}, {}, [] {}, Forks, WaitForChildren},
-        {"starts", {true, false, false, false, false}, {"pool"}, [] {}, StopsAndStarts, [] {}},
+        {"calm", {}, Nothing}, // stopped and continued from outside, for instance
+        {"restarting-signals", kSignals, Signals, [] { CatchSignals(SA_RESTART); }},
+        {"signals", kInterrupted, Signals, [] { CatchSignals(0); }},
+        {"forks", {}, Forks, NoMore, [] { Reap(0); }},
+        {"starts", kStops, StopsAndStarts, NoMore, NoMore, {"pool"}},
         {"cancellation",
          {},
-         {},
-         [] { torture::BeginCancellation(s_folder); },
          Cancellations,
+         [] { torture::BeginCancellation(s_folder); },
          torture::EndCancellation},
         // At its end everything is over that was prolonged.
-        {"clock",
-         {false, false, true, false, false},
-         {},
+        {"clock", kClock, ClockJumps,
          [] { torture::SetClock(0), SetWhilePending(true), SetWhilePending(false); },
-         ClockJumps,
          [] { torture::SetClock(36000); }},
-        {"descriptors",
-         {false, true, false, false, false},
-         {},
-         [] {},
-         [] { LimitDescriptors(16), Nothing(); },
-         [] { LimitDescriptors(0); }},
-        {"memory",
-         {false, true, false, false, false},
-         {},
-         [] {},
-         [] { LimitMemory(24 << 20), Nothing(); },
-         [] { LimitMemory(0); }},
+        {"descriptors", kLittle, [] { Limit(RLIMIT_NOFILE, 16), Nothing(); }, NoMore,
+         [] { Limit(RLIMIT_NOFILE, RLIM_INFINITY); }},
+        {"memory", kLittle, LittleMemory, NoMore, [] { Limit(RLIMIT_AS, RLIM_INFINITY); }},
     };
     return storms;
 }

@@ -1,8 +1,9 @@
-// Runs every scenario with every failure: each in a child process, several at a time.
-//   torture_resources --short | --full              the first failure of each kind, or all of them
-//   torture_resources SCENARIO                      all failures of a scenario
+// Runs a scenario with failures, each run in a child process.
+//   torture_resources                               the names of the scenarios
+//   torture_resources SCENARIO --short | --full     the first failure of each kind, or all of them; prints figures as JSON
 //   torture_resources SCENARIO KIND N [on] [warm]   one run, with its output; on: all calls from the N-th on fail; warm: a
 //                                                   run without failures goes before
+// Exit status: 0 nothing was found, 1 findings, on standard error.
 #include "scenario.h"
 
 #include <algorithm>
@@ -13,7 +14,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <map>
 #include <set>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -66,6 +66,8 @@ struct Run {
 Report *s_pReport; // the child's
 Run s_run;         // likewise
 long s_nInherited; // blocks of memory, from the parent
+int s_nRuns;       // the parent's
+int s_nFindings;   // likewise
 int s_iRound;      // 0, 1, ...
 int s_iFailing;    // the round with failures
 int s_iHitsBefore; // the last call
@@ -160,187 +162,60 @@ std::string Text(const Run &run) {
     return text + (run.bOn ? " on" : "") + (run.bWarm ? " warm" : "");
 }
 
-// The children that run, and what came of those that did.
-class Workers {
-  public:
-    explicit Workers(size_t nMost) : m_slots(nMost) {
-        void *const pShared =
-            mmap(nullptr, nMost * sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        for (size_t i = 0; i < nMost; ++i)
-            m_slots[i].pReport = static_cast<Report *>(pShared) + i;
+// Runs it in a child. *pExpected: what may be held at its end; null if nothing fails, and the report tells it.
+Report RunChild(const Run &run, const Holdings *pExpected, bool bShow = false) {
+    static auto *const pReport = static_cast<Report *>(
+        mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    *pReport = {};
+    const pid_t pid = fork();
+    if (pid == 0)
+        Child(run, pExpected, pReport, bShow);
+    int iStatus = 0;
+    (void)waitpid(pid, &iStatus, 0);
+    ++s_nRuns;
+    const std::string end = EndOf(iStatus);
+    if (!end.empty() || pReport->szFinding[0] != '\0') {
+        ++s_nFindings;
+        std::fprintf(stderr, "finding: %s: %s %s\n", Text(run).c_str(), end.c_str(), pReport->szFinding);
     }
-    int Runs() const { return m_nRuns; }
-    int Findings() const { return m_nFindings; }
-    void Tell(const std::string &finding) {
-        ++m_nFindings;
-        std::fprintf(stderr, "finding: %s\n", finding.c_str());
-    }
-
-    // Runs it as soon as there is a place. *pExpected must stay.
-    void Start(const Run &run, const Holdings *pExpected, bool bShow = false) {
-        Slot *pSlot = Free();
-        while (pSlot == nullptr) {
-            ReapOne();
-            pSlot = Free();
-        }
-        *pSlot->pReport = {};
-        pSlot->run = run;
-        pSlot->pid = fork();
-        if (pSlot->pid == 0) {
-            const std::string folder = "slot" + std::to_string(pSlot - m_slots.data());
-            std::filesystem::create_directory(folder);
-            std::filesystem::current_path(folder);
-            Child(run, pExpected, pSlot->pReport, bShow);
-        }
-        ++m_nRuns;
-    }
-    void Finish() {
-        while (std::any_of(m_slots.begin(), m_slots.end(), [](const Slot &slot) { return slot.pid != 0; }))
-            ReapOne();
-    }
-    // Runs one without failures, alone.
-    Report Clean(const Scenario &scenario) {
-        Finish();
-        Start({&scenario, 0, 0, false, false}, nullptr);
-        Finish();
-        return m_last;
-    }
-
-  private:
-    struct Slot {
-        Report *pReport = nullptr;
-        Run run = {};
-        pid_t pid = 0;
-    };
-    Slot *Free() {
-        const auto free =
-            std::find_if(m_slots.begin(), m_slots.end(), [](const Slot &slot) { return slot.pid == 0; });
-        return free == m_slots.end() ? nullptr : &*free;
-    }
-    void ReapOne() {
-        int iStatus = 0;
-        const pid_t pid = waitpid(-1, &iStatus, 0);
-        const auto slot =
-            std::find_if(m_slots.begin(), m_slots.end(), [=](const Slot &one) { return one.pid == pid; });
-        if (slot == m_slots.end())
-            return;
-        slot->pid = 0;
-        m_last = *slot->pReport;
-        const std::string end = EndOf(iStatus);
-        if (!end.empty() || m_last.szFinding[0] != '\0')
-            Tell(Text(slot->run) + ": " + (end.empty() ? "" : end + "; ") + m_last.szFinding);
-    }
-    std::vector<Slot> m_slots;
-    Report m_last = {};
-    int m_nRuns = 0;
-    int m_nFindings = 0;
-};
-
-const std::vector<Scenario> &All() {
-    static const auto *const pAll = [] {
-        auto *const pScenarios = new std::vector<Scenario>;
-        for (const auto *pTable :
-             {&torture::kSyncScenarios, &torture::kServiceScenarios, &torture::kSystemScenarios,
-              &torture::kNetScenarios, &torture::kPlainScenarios})
-            pScenarios->insert(pScenarios->end(), pTable->begin(), pTable->end());
-        return pScenarios;
-    }();
-    return *pAll;
+    return *pReport;
 }
 
-// What the table covers.
-struct Coverage {
-    std::map<std::string, int> reached; // functions, and calls of the platform in them
-    std::set<std::string> plain;        // functions that are said to make none
-    std::set<int> kinds;
+// The figures: what was called, with its calls of the platform, and the kinds of these.
+void TellFigures(const Scenario &scenario, const Report &clean) {
+    std::printf("{\"runs\": %d, \"findings\": %d, \"plain\": %s, \"kinds\": [\"any\"", s_nRuns, s_nFindings,
+                scenario.bReachesNothing ? "true" : "false");
+    for (int iKind = 0; iKind < failing_kinds; ++iKind)
+        if (clean.nCalls[iKind] > 0)
+            std::printf(", \"%s\"", kKinds[iKind]);
+    for (size_t i = 0; i < clean.nCalled; ++i)
+        std::printf("%s\"%s\": %d", i == 0 ? "], \"called\": {" : ", ", clean.called[i].szFunction,
+                    clean.called[i].nReached);
+    std::puts("}}");
+}
 
-    void Add(const Scenario &scenario, const Report &clean) {
-        for (size_t i = 0; i < clean.nCalled; ++i) {
-            reached[clean.called[i].szFunction] += clean.called[i].nReached;
-            if (scenario.bReachesNothing)
-                plain.insert(clean.called[i].szFunction);
-        }
-        for (int iKind = 0; iKind < failing_kinds; ++iKind)
-            if (clean.nCalls[iKind] > 0)
-                kinds.insert(iKind);
-    }
-    // Every public function is in the table, where it belongs.
-    void Check(Workers &workers) const {
-        static const char *const kFunctions[] = {
-#include "functions.inc"
-        };
-        for (const char *szFunction : kFunctions) {
-            const auto found = reached.find(szFunction);
-            if (found == reached.end())
-                workers.Tell(std::string(szFunction) + " is in no scenario");
-            else if ((found->second == 0) != (plain.count(szFunction) != 0))
-                workers.Tell(std::string(szFunction) + " makes " + std::to_string(found->second) +
-                             " calls of the platform");
-        }
-    }
-};
-
-void RunFailures(Workers &workers, const Scenario &scenario, const Report &clean, int nMostNth) {
+void RunFailures(const Scenario &scenario, int nMostNth) {
+    const Report clean = RunChild({&scenario, 0, 0, false, false}, nullptr);
     for (int iKind = 0; iKind < failing_kinds; ++iKind) {
         const bool bLimit = iKind == fails_mappings || iKind == fails_openings;
         const int nCalls = clean.nCalls[bLimit ? failing_kinds : iKind];
         for (int iNth = 1; iNth <= std::min(nCalls, nMostNth); ++iNth)
             for (const bool bOn : {false, true})
                 for (const bool bWarm : {false, true})
-                    workers.Start({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
+                    (void)RunChild({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
     }
-    workers.Finish();
+    TellFigures(scenario, clean);
 }
 
-// What the table covers, and that it is everything.
-void TellCoverage(Workers &workers, const Coverage &coverage) {
-    coverage.Check(workers);
-    for (int iKind = 0; iKind < failing_kinds; ++iKind)
-        if (coverage.kinds.count(iKind) == 0 && iKind != fails_mappings && iKind != fails_openings)
-            workers.Tell(std::string("no scenario has ") + kKinds[iKind]);
-    std::printf(
-        "{\"runs\": %d, \"findings\": %d, \"what\": \"%zu scenarios, %zu functions and methods of which %zu "
-        "reach a resource, %d kinds of failures\"}\n",
-        workers.Runs(), workers.Findings(), All().size(), coverage.reached.size(),
-        coverage.reached.size() - coverage.plain.size(), static_cast<int>(failing_kinds));
-}
-
-// All failures of the scenario of that name, or of all of them.
-int RunAll(const std::string &name, int nMostNth) {
-    Workers workers(std::max(2U, std::thread::hardware_concurrency()));
-    Coverage coverage;
-    for (const Scenario &scenario : All()) {
-        if (!name.empty() && name != scenario.szName)
-            continue;
-        const Report clean = workers.Clean(scenario);
-        coverage.Add(scenario, clean);
-        RunFailures(workers, scenario, clean, nMostNth);
-        std::fprintf(stderr, "%s: %d runs until now\n", scenario.szName, workers.Runs());
-    }
-    if (name.empty())
-        TellCoverage(workers, coverage);
-    return workers.Findings() == 0 ? 0 : 1;
-}
-
-int RunOne(char **pArgs, int nArgs) {
-    Workers workers(1);
-    for (const Scenario &scenario : All()) {
-        if (std::strcmp(scenario.szName, pArgs[1]) != 0)
-            continue;
-        const auto *const pKind = std::find_if(std::begin(kKinds), std::end(kKinds), [=](const char *szKind) {
-            return std::strcmp(szKind, pArgs[2]) == 0;
-        });
-        const std::set<std::string> words(pArgs + 4, pArgs + nArgs);
-        const Report clean = workers.Clean(scenario);
-        for (size_t i = 0; i < clean.nCalled; ++i)
-            std::printf("%s: %d calls\n", clean.called[i].szFunction, clean.called[i].nReached);
-        workers.Start({&scenario, static_cast<int>(pKind - kKinds), std::atoi(pArgs[3]),
-                       words.count("on") != 0, words.count("warm") != 0},
-                      &clean.holdings, true);
-        workers.Finish();
-        return workers.Findings() == 0 ? 0 : 1;
-    }
-    return 2;
+void RunOne(const Scenario &scenario, char **pArgs, int nArgs) {
+    const auto *const pKind = std::find(std::begin(kKinds), std::end(kKinds), std::string(pArgs[2]));
+    const std::set<std::string> words(pArgs + 4, pArgs + nArgs);
+    const Report clean = RunChild({&scenario, 0, 0, false, false}, nullptr);
+    for (size_t i = 0; i < clean.nCalled; ++i)
+        std::printf("%s: %d calls\n", clean.called[i].szFunction, clean.called[i].nReached);
+    (void)RunChild({&scenario, static_cast<int>(pKind - kKinds), std::atoi(pArgs[3]), words.count("on") != 0,
+                    words.count("warm") != 0},
+                   &clean.holdings, true);
 }
 
 } // namespace
@@ -416,21 +291,29 @@ bool torture::Must(bool bHolds, const char *szCondition, int iLine) {
 }
 
 int main(int nArgs, char **pArgs) {
-    const std::string form = nArgs > 1 ? pArgs[1] : "";
-    if (nArgs != 2 && nArgs < 4) {
-        (void)std::fputs("torture_resources --short | --full | SCENARIO [KIND N [on] [warm]]\n", stderr);
-        return 2;
-    }
+    std::vector<Scenario> scenarios;
+    for (const auto *pTable :
+         {&torture::kSyncScenarios, &torture::kServiceScenarios, &torture::kSystemScenarios,
+          &torture::kNetScenarios, &torture::kPlainScenarios})
+        scenarios.insert(scenarios.end(), pTable->begin(), pTable->end());
+    const auto it = std::find_if(scenarios.begin(), scenarios.end(), [=](const Scenario &scenario) {
+        return nArgs > 2 && std::strcmp(scenario.szName, pArgs[1]) == 0;
+    });
+    for (size_t i = 0; nArgs == 1 && i < scenarios.size(); ++i)
+        std::puts(scenarios[i].szName);
+    if (it == scenarios.end())
+        return nArgs == 1 ? 0 : 2;
     // A file of a zone that cannot be read is the C library's matter.
     (void)setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     std::string folder = (std::filesystem::temp_directory_path() / "vyx_torture_XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr)
         return 77;
     std::filesystem::current_path(folder);
-    const bool bAll = form == "--short" || form == "--full";
-    const int nMostNth = form == "--short" ? 1 : 100; // of a loop's calls the first ones
-    const int iResult = nArgs >= 4 ? RunOne(pArgs, nArgs) : RunAll(bAll ? "" : form, nMostNth);
+    if (nArgs == 3)
+        RunFailures(*it, pArgs[2] == std::string("--short") ? 1 : 100); // of a loop's calls the first ones
+    else
+        RunOne(*it, pArgs, nArgs);
     std::filesystem::current_path("/");
     std::filesystem::remove_all(folder);
-    return iResult;
+    return s_nFindings == 0 ? 0 : 1;
 }
