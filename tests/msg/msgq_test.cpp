@@ -1,6 +1,5 @@
 // Message queues and vyx::vyx_msgq as callers see them.
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <climits>
 #include <map>
@@ -102,49 +101,35 @@ TEST_F(MsgQueue, RegistryGivesOutTheLowestFreeEntryAlsoAfterARestart) {
 // Each sender numbers its messages. Whatever receiver gets them, it gets those of one sender in order, and all
 // receivers together get each exactly once.
 TEST_F(MsgQueue, ManySendersAndReceiversLoseAndDoubleNothing) {
-    constexpr int kThreads = 16;
-    constexpr int32_t kMessages = 1500;
-    std::array<std::vector<int32_t>, kThreads> received; // by receiver: type = number * kThreads + sender
-    std::vector<std::thread> receivers;
-    std::vector<std::thread> senders;
-    for (int i = 0; i < kThreads; ++i) {
-        receivers.emplace_back([&, i] {
-            for (;;) {
+    constexpr int32_t kThreads = 16;
+    constexpr int32_t kMessages = 1500; // type = number * kThreads + sender
+    std::vector<std::atomic<int>> received(size_t{kThreads} * kMessages);
+    std::vector<std::thread> threads;
+    for (int32_t i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            std::map<int32_t, int32_t> next; // by sender, the least type that may come
+            for (int32_t iType = 0; iType >= 0;) {
                 const Got got = Receive(m_hQueue, i % 2 == 0 ? -1 : 5);
                 if (got.iResult != VYX_OK)
                     continue; // a time-out
-                if (got.pBlock->iMsgType < 0)
-                    return;
-                EXPECT_EQ(std::to_string(got.pBlock->iMsgType), got.Data());
-                received[static_cast<size_t>(i)].push_back(got.pBlock->iMsgType);
+                iType = got.pBlock->iMsgType;
+                if (iType < 0)
+                    break;
+                EXPECT_EQ(std::to_string(iType), got.Data());
+                EXPECT_GE(iType, next[iType % kThreads]);
+                next[iType % kThreads] = iType + 1;
+                ++received.at(static_cast<size_t>(iType));
             }
         });
-        senders.emplace_back([&, i] {
-            for (int32_t n = 0; n < kMessages; ++n) {
-                const int32_t iType = n * kThreads + i;
-                EXPECT_EQ(VYX_OK, Send(m_hQueue, iType, 0, std::to_string(iType)));
-            }
+        threads.emplace_back([&, i] {
+            for (int32_t n = 0; n < kMessages; ++n)
+                EXPECT_EQ(VYX_OK, Send(m_hQueue, n * kThreads + i, 0, std::to_string(n * kThreads + i)));
+            EXPECT_EQ(VYX_OK, Send(m_hQueue, -1, -1)); // the end for one receiver
         });
     }
-    for (std::thread &thread : senders)
+    for (std::thread &thread : threads)
         thread.join();
-    for (int i = 0; i < kThreads; ++i)
-        EXPECT_EQ(VYX_OK, Send(m_hQueue, -1, -1)); // behind all others: the end for one receiver
-    for (std::thread &thread : receivers)
-        thread.join();
-    std::vector<int32_t> all;
-    for (const auto &types : received) {
-        std::map<int32_t, int32_t> next; // by sender, the least type that may come
-        for (const int32_t iType : types) {
-            EXPECT_GE(iType, next[iType % kThreads]);
-            next[iType % kThreads] = iType + 1;
-        }
-        all.insert(all.end(), types.begin(), types.end());
-    }
-    std::sort(all.begin(), all.end());
-    ASSERT_EQ(size_t{kThreads} * kMessages, all.size());
-    for (size_t i = 0; i < all.size(); ++i)
-        ASSERT_EQ(static_cast<int32_t>(i), all[i]);
+    EXPECT_EQ(static_cast<long>(received.size()), std::count(received.begin(), received.end(), 1));
 }
 
 TEST(MsgqClass, GivesBackThePointersInTheirOrder) {

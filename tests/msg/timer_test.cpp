@@ -147,29 +147,6 @@ TEST_F(Timer, TheTableHolds256LowestFreeFirst) {
         Kill(n);
 }
 
-// A ring of one is a routine that kills its own timer.
-TEST_F(Timer, RoutinesMayKillEachOthersTimersInARing) {
-    for (uint32_t nRound = 0; nRound < 30; ++nRound) {
-        struct {
-            uint32_t nSize;
-            std::atomic<uint32_t> nInside{0};
-            std::atomic<uint32_t> nReturned{0};
-        } ring{nRound % 3 + 1};
-        const auto fnRoutine = [](uint32_t nTimerId, void *pRing) {
-            auto &self = *static_cast<decltype(ring) *>(pRing);
-            ++self.nInside;
-            (void)WaitUntil([&] { return self.nInside == self.nSize; });
-            Kill((nTimerId + 1) % self.nSize);
-            ++self.nReturned;
-        };
-        for (uint32_t n = 0; n < ring.nSize; ++n)
-            ASSERT_EQ(Set(fnRoutine, &ring, 1), n);
-        ASSERT_TRUE(WaitUntil([&] { return ring.nReturned == ring.nSize; })) << "they wait for each other";
-        ASSERT_TRUE(WaitUntil([] { return !HasSemaphores(); })); // hence no timer
-        EXPECT_EQ(ring.nInside, ring.nSize);
-    }
-}
-
 // Beside them, ids of threads that have ended are given to new ones before their timers' places are free.
 TEST_F(Timer, OneShotsKillThemselvesBesideOrdinaryKills) {
     Calls shots;

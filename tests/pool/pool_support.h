@@ -104,10 +104,9 @@ struct Marks {
     std::vector<std::atomic<uint8_t>> runs;
 
     static void *Item(void *pMark) {
-        Handler(pMark);
+        ++*static_cast<std::atomic<uint8_t> *>(pMark);
         return nullptr;
     }
-    static void Handler(void *pMark) { ++*static_cast<std::atomic<uint8_t> *>(pMark); }
     [[nodiscard]] int CountOf(uint8_t n) const {
         return static_cast<int>(std::count_if(runs.begin(), runs.end(), [n](auto &run) { return run == n; }));
     }

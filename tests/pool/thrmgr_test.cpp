@@ -78,29 +78,6 @@ TEST(FlexPool, DestroyDropsWhatIsQueued) {
     EXPECT_EQ(late.nRuns, 1);
 }
 
-// Bursts with pauses around the idle time-out, so that workers keep retiring beside new work.
-TEST(FlexPool, EveryItemRunsOnce) {
-    for (const int32_t nIdleTimeOut : {0, 1, -1}) {
-        SCOPED_TRACE(nIdleTimeOut);
-        Marks marks(pooltest::StressItems(300000));
-        VYX_HANDLE_THREADPOOLFLEX hPool = VYX_ThreadPoolFlex_Create(8, nIdleTimeOut, Marks::Handler, 0);
-        std::vector<std::thread> submitters;
-        for (size_t nFirst = 0; nFirst < 2; ++nFirst)
-            submitters.emplace_back([&, nFirst] {
-                for (size_t n = nFirst; n < marks.runs.size(); n += 2) {
-                    ASSERT_EQ(VYX_ThreadPoolFlex_Work(hPool, &marks.runs[n]), 0);
-                    if (n / 2 % 5000 == 0)
-                        std::this_thread::sleep_for(std::chrono::milliseconds(n / 2 % 3)); // see above
-                }
-            });
-        for (std::thread &submitter : submitters)
-            submitter.join();
-        EXPECT_TRUE(support::WaitUntil([&] { return marks.CountOf(0) == 0; }));
-        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
-        EXPECT_EQ(marks.CountOf(1), static_cast<int>(marks.runs.size()));
-    }
-}
-
 TEST(FlexPool, ItemsRunInOrder) {
     struct Item {
         static void Handler(void *pItem) { EXPECT_EQ(static_cast<Item *>(pItem)->nNumber, Runs()++); }

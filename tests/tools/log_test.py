@@ -1,6 +1,5 @@
-"""vyx-log. Environment: TOOLS the folder of the tools."""
+"""vyx-log."""
 import gzip
-import importlib.util
 import json
 import os
 import pty
@@ -14,14 +13,10 @@ import tempfile
 import time
 import unittest
 
-sys.dont_write_bytecode = True
-FOLDER = os.path.join(os.environ["TOOLS"], "log")
-sys.path.insert(0, FOLDER)
-tool_spec = importlib.util.spec_from_file_location("vyx_log", os.path.join(FOLDER, "__main__.py"))
-vyx_log = importlib.util.module_from_spec(tool_spec)
-tool_spec.loader.exec_module(vyx_log)
+import tool
 
-NOBODY = 65534
+vyx_log = tool.load("log")
+FOLDER = os.path.dirname(vyx_log.__file__)
 LIMIT = 60  # seconds that anything may take
 
 
@@ -52,33 +47,7 @@ class Tool(unittest.TestCase):
             return file.read()
 
     def run_tool(self, *arguments, user=None):
-        """Runs it in a child, if need be as another user. Result: exit status, standard output, standard error."""
-        with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-            child = os.fork()
-            if child == 0:
-                status = 99
-                try:
-                    os.dup2(out.fileno(), 1)
-                    os.dup2(err.fileno(), 2)
-                    if user is not None:
-                        os.setgroups([])
-                        os.setgid(user)
-                        os.setuid(user)
-                    os.chdir(self.folder)
-                    sys.argv = ["vyx-log", *arguments]
-                    sys.stdout = os.fdopen(1, "w", closefd=False)
-                    sys.stderr = os.fdopen(2, "w", closefd=False)
-                    status = vyx_log.main()
-                except SystemExit as end:
-                    status = end.code
-                finally:
-                    sys.stdout.flush()
-                    sys.stderr.flush()
-                    os._exit(status)
-            status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
-            out.seek(0)
-            err.seek(0)
-            return status, out.read().decode("utf-8", "surrogateescape"), err.read().decode()
+        return tool.run(vyx_log, *arguments, user=user, folder=self.folder)
 
     def texts(self, *arguments):
         """The texts of the lines that are shown."""
@@ -149,8 +118,8 @@ class Shown(Tool):
         self.write("vyx_log_1.log", line(1, "one"), 0o200)
         user = None
         if os.geteuid() == 0:
-            user = NOBODY
-            os.chown(self.path("vyx_log_1.log"), NOBODY, NOBODY)
+            user = tool.NOBODY
+            os.chown(self.path("vyx_log_1.log"), user, user)
         status, out, err = self.run_tool(".", user=user)
         self.assertEqual((status, out), (1, ""))
         self.assertIn("--chmod lets you read them", err)

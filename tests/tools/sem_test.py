@@ -1,56 +1,26 @@
-"""vyx-sem. Environment: TOOLS the folder of the tools, HOLDER a program that has one semaphore until its input ends."""
-import contextlib
+"""vyx-sem. Environment: as tool.py, HOLDER a program that has one semaphore until its input ends."""
 import fcntl
-import importlib.util
-import io
 import json
 import os
 import shutil
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
 from types import SimpleNamespace
 from unittest import mock
 
-sys.dont_write_bytecode = True
-sys.path.insert(0, os.path.join(os.environ["TOOLS"], "sem"))
+import tool
+
+vyx_sem = tool.load("sem")
 import processes  # noqa: E402
 import semaphores  # noqa: E402
 
-tool_spec = importlib.util.spec_from_file_location("vyx_sem", os.path.join(os.environ["TOOLS"], "sem", "__main__.py"))
-vyx_sem = importlib.util.module_from_spec(tool_spec)
-tool_spec.loader.exec_module(vyx_sem)
-
-NOBODY = 65534
 SHM = "/dev/shm"
 
 
 def run(*arguments, user=None):
-    """Runs the tool in a child, if need be as another user. Result: exit status, standard output, standard error."""
-    reader, writer = os.pipe()
-    child = os.fork()
-    if child == 0:
-        if user is not None:
-            os.setgroups([])
-            os.setgid(user)
-            os.setuid(user)
-        out, err = io.StringIO(), io.StringIO()
-        sys.argv = ["vyx-sem", *arguments]
-        with contextlib.redirect_stdout(out), contextlib.redirect_stderr(err):
-            try:
-                status = vyx_sem.main()
-            except SystemExit as end:
-                status = end.code
-        with os.fdopen(writer, "w") as answer:
-            json.dump([status, out.getvalue(), err.getvalue()], answer)
-        os._exit(0)
-    os.close(writer)
-    with os.fdopen(reader) as answer:
-        result = json.load(answer)
-    os.waitpid(child, 0)
-    return result
+    return tool.run(vyx_sem, *arguments, user=user)
 
 
 class Tool(unittest.TestCase):
@@ -98,7 +68,7 @@ class Tool(unittest.TestCase):
         self.assertFalse(os.path.exists(self.path))
 
     def test_of_a_process_that_cannot_be_looked_into_it_is_unknown_and_stays(self):
-        user = NOBODY if os.geteuid() == 0 else None
+        user = tool.NOBODY if os.geteuid() == 0 else None
         self.process.stdin.write(b"\n")
         self.process.stdin.flush()
         self.assertEqual(self.process.stdout.readline(), b"hidden\n")
