@@ -77,7 +77,7 @@ const Faulty kFaulty[] = {
     {"signal_for_broadcast", "", "deadlock", "waits: wait condition 1, at signal_for_broadcast.cpp"},
     {"skipped_tail", "", "signal", "not so: batch.Text(line)[i] == text"},
     {"two_locks", "", "deadlock", "waits: lock mutex 1, held by thread"},
-    {"worker_retires", "", "signal", "not so: s_run == 2"},
+    {"worker_retires", "--seed 6", "signal", "not so: s_run == 2"},
 };
 
 class FaultyProgram : public testing::TestWithParam<Faulty> {};
@@ -86,7 +86,7 @@ class FaultyProgram : public testing::TestWithParam<Faulty> {};
 TEST_P(FaultyProgram, IsFoundAndReplayed) {
     const Faulty &faulty = GetParam();
     const TempDir folder;
-    const Result found = Explore("--schedules 10000 --seconds 60 --first " + std::string(faulty.options) +
+    const Result found = Explore("--schedules 10000 --seconds 200 --first " + std::string(faulty.options) +
                                  " --directory " + folder.Path() + " -- " + Program(faulty.name));
     EXPECT_EQ(found.status, 1) << found.text;
     const std::string line = faulty.line;
@@ -139,8 +139,10 @@ TEST_P(Scenario, HasNoFault) {
     EXPECT_NE(result.text.find(schedules), std::string::npos) << result.text;
     const std::string trace = ReadFile(folder / "trace");
     EXPECT_EQ(Run("--schedules 5 ").status, 0);
-    const std::string again = ReadFile(folder / "trace");
-    EXPECT_GT(again.size(), 1000u);
+    const std::string all = ReadFile(folder / "trace");
+    EXPECT_GT(all.size(), 1000u);
+    // After a call that is outside for long, such as a wait for a child, what comes next depends on the machine.
+    const std::string again = all.substr(0, all.find(" outside "));
     EXPECT_EQ(trace.substr(0, again.size()), again);
 }
 
