@@ -178,7 +178,7 @@ class HashTable {
     uint32_t Seek(Key key, const Origin &origin) const {
         if (m_head.bGaps)
             return Walk(key, origin.nHome);
-        if (Traits::kMarks && (MarksOf(origin.nHome) >> origin.nMark & 1U) == 0)
+        if (Traits::kMarks && (MarksOf(origin.nHome) & 1U << origin.nMark) == 0)
             return 0;
         return SeekNear(key, origin.nHome);
     }
