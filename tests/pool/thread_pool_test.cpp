@@ -1,7 +1,4 @@
 // The fixed pool as an application sees it.
-#include <csignal>
-#include <unistd.h>
-
 #include "pool/pool_support.h"
 
 using pooltest::Gate;
@@ -111,17 +108,16 @@ TEST_F(FixedPool, ClassKeepsTheHandleOnly) {
     EXPECT_EQ(gate.nLeft, 1);
 }
 
-// Hands items over, from several threads, waiting where a pool is full, until all have been or a pool refuses one.
+// Hands items over, from several threads, waiting where the pool is full, until all have been or it refuses one.
 // Result: how many were accepted.
-int HandOver(const std::vector<VYX_HANDLE_THREADPOOL> &pools, Marks &marks,
-             const std::function<void()> &fnMeanwhile) {
+int HandOver(VYX_HANDLE_THREADPOOL hPool, Marks &marks, const std::function<void()> &fnMeanwhile) {
     constexpr size_t kThreads = 3;
     std::atomic<int> nAccepted{0};
     std::vector<std::thread> threads;
     for (size_t nFirst = 0; nFirst < kThreads; ++nFirst)
         threads.emplace_back([&, nFirst] {
             for (size_t n = nFirst; n < marks.runs.size(); n += kThreads, ++nAccepted)
-                if (VYX_ThreadPool_WorkEx(pools[n / 64 % pools.size()], Marks::Item, &marks.runs[n], 1) != 0)
+                if (VYX_ThreadPool_WorkEx(hPool, Marks::Item, &marks.runs[n], 1) != 0)
                     return;
         });
     fnMeanwhile();
@@ -130,43 +126,12 @@ int HandOver(const std::vector<VYX_HANDLE_THREADPOOL> &pools, Marks &marks,
     return nAccepted;
 }
 
-TEST_F(FixedPool, EveryItemRunsOnceAlsoUnderSignals) {
-    static std::atomic<int> s_nSignals{0};
-    struct sigaction action = {}; // without SA_RESTART
-    action.sa_handler = [](int) { ++s_nSignals; };
-    ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-    // Workers that retire at once, soon and never, so that items keep meeting a worker that is just leaving. To start
-    // one takes its time: the pool that does so all the time gets the smaller part.
-    VYX_HANDLE_THREADPOOL hRestless = VYX_ThreadPool_CreateFlex(0, 3, 0, 0);
-    VYX_HANDLE_THREADPOOL hSoon = VYX_ThreadPool_CreateFlex(1, 6, 0, 1);
-    VYX_HANDLE_THREADPOOL hSteady = VYX_ThreadPool_Create(1, 4);
-    std::vector<VYX_HANDLE_THREADPOOL> turns = {hRestless};
-    for (int i = 0; i < 20; ++i)
-        turns.insert(turns.end(), {hSoon, hSteady});
-    sigset_t set; // from here on the test's own threads leave the signals to the workers
-    sigemptyset(&set);
-    sigaddset(&set, SIGUSR1);
-    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &set, nullptr), 0);
-    Marks marks(pooltest::StressItems(100000));
-    const int nAccepted = HandOver(turns, marks, [&] {
-        while (marks.runs.back() == 0 && !HasFailure()) {
-            EXPECT_EQ(kill(getpid(), SIGUSR1), 0);
-            std::this_thread::sleep_for(std::chrono::microseconds(200)); // the load's own rhythm
-        }
-    });
-    for (VYX_HANDLE_THREADPOOL hPool : {hRestless, hSoon, hSteady})
-        EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0);
-    EXPECT_EQ(nAccepted, static_cast<int>(marks.runs.size()));
-    EXPECT_EQ(marks.CountOf(1), nAccepted);
-    EXPECT_GT(s_nSignals, 0);
-}
-
 TEST_F(FixedPool, DestroyAmidWorkRunsExactlyWhatWasAccepted) {
     const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(200));
     for (uint32_t nRound = 0; nRound < nRounds; ++nRound) {
         Marks marks(300);
         VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(nRound % 3, 3, 0, nRound % 2);
-        const int nAccepted = HandOver({hPool}, marks, [&] {
+        const int nAccepted = HandOver(hPool, marks, [&] {
             EXPECT_TRUE(pooltest::YieldUntil([&] { return marks.runs[nRound % 100] == 1; }));
             EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
         });
