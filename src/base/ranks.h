@@ -25,7 +25,7 @@ enum class Rank : uint8_t {
     FixedPool,     // one fixed pool: its live count, its thread records, who waits
     FlexRegistry,  // the list of all flexible pools
     FlexPool,      // one flexible pool: its queue, its live count, the start of workers
-    Event,         // who takes bytes out of one event's pipe; the list of all events
+    Event,         // who takes bytes out of one event's pipe; the lists of events and of those who wait
     LogQueue,      // the ring of log lines and their queue
     LogFile,       // the log files
     SemWaits,      // bounded waits for semaphores

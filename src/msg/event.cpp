@@ -25,6 +25,7 @@
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(offsetof(VYX_NETWORKEVENTS_T, iErrorCode) == 4 && sizeof(VYX_NETWORKEVENTS_T) == 44);
 
+using vyx_inter::Deadline;
 using vyx_inter::ErrnoKeeper;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
@@ -166,6 +167,7 @@ const vyx_inter::ForkRow g_struEventForkRow = {
     [] {
         (void)s_forkHold.InChild();
         s_renewLock.Renew();
+        vyx_inter::ForgetOtherEventWaits();
         ++s_nForks;
     },
 };
@@ -257,6 +259,9 @@ uint32_t VYX_WaitForSingleObject(VYX_EVENT hEvent, uint32_t nTimeOut) {
         VYX_OutputDebug("quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n");
         return VYX_WAIT_NO_PIPE;
     }
+    const bool bLimited = nTimeOut != 0 && nTimeOut <= INT32_MAX;
+    const vyx_inter::NotedWait note(
+        &hEvent, 1, bLimited ? Deadline::In(nTimeOut, vyx_inter::Clock::Monotonic) : Deadline::Never());
     // Deliberate: an interrupted wait fails; only the multiple wait goes on. Pinned by Event.Interruptions.
     VYX_PROBE1(event_wait_begin, hEvent);
     const int iReady = poll(&entry, 1, nTimeOut > INT32_MAX ? -1 : static_cast<int>(nTimeOut));

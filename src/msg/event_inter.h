@@ -35,6 +35,41 @@ struct VYX_EVENT_T {
     vyx_inter::Links<VYX_EVENT_T> all VYX_GUARDED_BY(s_hEventListLock){}; // of those that are open
 };
 
+namespace vyx_inter {
+
+struct EventWaiter;
+
+// A wait for events, while it lasts; for tools. Only those with a limit are noted. A thread's first one registers the thread,
+// under a lock; the others store a few words of the thread's own.
+class NotedWait {
+  public:
+    // pEvents has iEvents entries, null ones among them, and stays as long as the note. A deadline that is never: no note.
+    NotedWait(const VYX_EVENT *pEvents, int32_t iEvents, const Deadline &deadline) : m_deadline(deadline) {
+        if (!deadline.IsNever())
+            Begin(pEvents, iEvents);
+    }
+    ~NotedWait() {
+        if (m_pWaiter != nullptr)
+            End();
+    }
+    NotedWait(const NotedWait &) = delete;
+    NotedWait &operator=(const NotedWait &) = delete;
+
+  private:
+    friend struct EventWaitRows;
+    void Begin(const VYX_EVENT *pEvents, int32_t iEvents);
+    void End();
+    const VYX_EVENT *m_pEvents = nullptr;
+    int32_t m_iEvents = 0;
+    Deadline m_deadline;
+    EventWaiter *m_pWaiter = nullptr; // the thread's; null: no note
+};
+
+// In a forked child: the waits of the parent's other threads are none.
+void ForgetOtherEventWaits();
+
+} // namespace vyx_inter
+
 VYX_BEGIN_DECLS
 
 extern const vyx_inter::ForkRow g_struEventForkRow;

@@ -72,12 +72,13 @@ int32_t NoteReadable_Local(VYX_EVENT_T *pEvent, int iSocket) {
 }
 
 // With VYX_INFINITE and an empty set this never returns, as nothing can happen that it waits for.
-int PollSet_Local(WaitSet &set, uint32_t nTimeOut) {
+int PollSet_Local(WaitSet &set, const VYX_EVENT *pEvents, int32_t iEvents, uint32_t nTimeOut) {
     // What does not fit into poll's time-out, above all VYX_INFINITE, is no limit.
     const Deadline deadline =
         nTimeOut > INT32_MAX ? Deadline::Never() : Deadline::In(nTimeOut, vyx_inter::Clock::Monotonic);
-    for (;;) {
-        const int iReady = poll(set.fds, static_cast<nfds_t>(set.iCount), deadline.LeftForPoll());
+    const vyx_inter::NotedWait note(pEvents, iEvents, nTimeOut == 0 ? Deadline::Never() : deadline);
+    for (int iLeft = deadline.IsNever() ? -1 : static_cast<int>(nTimeOut);; iLeft = deadline.LeftForPoll()) {
+        const int iReady = poll(set.fds, static_cast<nfds_t>(set.iCount), iLeft);
         if (iReady != -1 || errno != EINTR)
             return iReady;
     }
@@ -145,7 +146,7 @@ uint32_t VYX_WaitForMultipleObjects(int32_t nEventCount, const VYX_EVENT *hEvent
             (void)VYX_AddFdsToPoll_Inter(hEvents[i], set.iIndex, set.fds, i, &set.iCount); // always 1
     }
     VYX_PROBE1(event_wait_begin, hEvents);
-    const int iReady = PollSet_Local(set, nTimeOut);
+    const int iReady = PollSet_Local(set, hEvents, nEventCount, nTimeOut);
     VYX_PROBE2(event_wait_end, hEvents, iReady);
     if (iReady <= 0)
         return VYX_WAIT_TIMEOUT;

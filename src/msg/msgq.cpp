@@ -215,8 +215,10 @@ void RenewInChild_Local(VYX_MQ_INTER &entry) VYX_UNCHECKED {
 // For as long as a receiver sleeps, with hRecvLock held.
 class Sleeper {
   public:
-    explicit Sleeper(VYX_MQ_INTER &queue) VYX_UNCHECKED : m_queue(queue), m_nForks(queue.nForks) {
-        m_record = {queue.hRecvLock.OwnThread(), VYX_GetTimeTick(), {}};
+    Sleeper(VYX_MQ_INTER &queue, const Deadline &deadline) VYX_UNCHECKED
+        : m_queue(queue),
+          m_nForks(queue.nForks),
+          m_record{queue.hRecvLock.OwnThread(), VYX_GetTimeTick(), deadline, {}} {
         queue.sleepers.Append(&m_record);
     }
     ~Sleeper() VYX_UNCHECKED {
@@ -299,7 +301,7 @@ bool VYX_MsgQWaitTimeOut_Inter(VYX_MQ_INTER *pEntry, uint32_t nTimeOut) {
     pEntry->hQueueLock.Release();
     if (bCome)
         return true;
-    const Sleeper sleeper(*pEntry);
+    const Sleeper sleeper(*pEntry, deadline);
     // Woken by WakeAll_Local, of a sender or of the queue's end.
     VYX_PROBE1(cond_wait_begin, &pEntry->hRecvCond);
     const bool bWoken = pEntry->hRecvCond.WaitUntil(pEntry->hRecvLock, deadline);
@@ -381,6 +383,7 @@ struct QueueRows {
         VYX_FIELD_OF("receiver.next", VYX_MQ_SLEEPER_S, all, Links<VYX_MQ_SLEEPER_S>, pNext),
         VYX_FIELD("receiver.thread", VYX_MQ_SLEEPER_S, nThread),
         VYX_FIELD("receiver.since", VYX_MQ_SLEEPER_S, nSince), // milliseconds of the wall clock, modulo 2^32
+        VYX_FIELD("receiver.deadline", VYX_MQ_SLEEPER_S, deadline), // of the wall clock, or never
         VYX_FIELD("message.next", VYX_MQ_MSG_S, pNext),
         VYX_FIELD_OF("message.priority", VYX_MQ_MSG_S, struMsg, VYX_MSG_BLOCK_T, iPriority),
         VYX_FIELD_OF("message.bytes", VYX_MQ_MSG_S, struMsg, VYX_MSG_BLOCK_T, iDataLen),

@@ -20,6 +20,7 @@ extern VYX_MQ_MSG_S g_struMsgQClosed;
 struct VYX_MQ_SLEEPER_S {
     uint32_t nThread; // as the system numbers it; 0 where it does not tell
     uint32_t nSince;  // when it went to sleep, as VYX_GetTimeTick
+    vyx_inter::Deadline deadline;
     vyx_inter::Links<VYX_MQ_SLEEPER_S> all;
 };
 

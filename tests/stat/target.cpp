@@ -92,27 +92,20 @@ void AwaitAsleep(const std::atomic<uint32_t> &nThread) {
     });
 }
 
-// Starts a thread that sleeps in a call for as long as it is looked at. Result: its number.
-template <class Call>
-uint32_t Sleeper(Call fnCall) {
-    static std::atomic<uint32_t> s_nThread{0};
-    std::thread([=] {
+// Result: the number of a new thread, which sleeps.
+uint32_t StartSleeper(const std::function<void()> &fnSleep) {
+    static std::atomic<uint32_t> s_nThread;
+    s_nThread = 0;
+    std::thread([fnSleep] {
         s_nThread = ThreadNumber();
-        (void)fnCall();
+        fnSleep();
     }).detach();
     Await([] { return s_nThread != 0; });
     AwaitAsleep(s_nThread);
     return s_nThread;
 }
 
-int32_t AwaitCondition() {
-    static VYX_MUTEX_T s_mutex;
-    static VYX_COND_T s_condition;
-    Check(VYX_MutexCreate(&s_mutex, VYX_MUTEX_NORMAL) == VYX_OK && VYX_CondCreate(&s_condition) == VYX_OK,
-          "condition");
-    Check(VYX_MutexLock(&s_mutex) == VYX_OK, "mutex");
-    return VYX_CondTimedWait(&s_condition, &s_mutex, 3600000);
-}
+constexpr uint32_t kHour = 3600000;
 
 void Still() {
     Check(VYX_Init() == VYX_OK && VYX_Init() == VYX_OK, "start");
@@ -138,22 +131,31 @@ void Still() {
         Send(hQueue, iPriority, 100);
     Check(Receive(hQueue, 1000), "receive"); // the others are in order now
     Send(hQueue, 12, 7);                     // and this one is not
-    const uint32_t nReceiver = Sleeper([=] { return Receive(hEmpty, VYX_INFINITE); });
-    const uint32_t nWaiter = Sleeper([] { return VYX_SemTimedWait(&s_hBounded, 3600000); });
-    const uint32_t nOther = Sleeper(AwaitCondition);
+    const uint32_t nReceiver = StartSleeper([&] { (void)Receive(hEmpty, VYX_INFINITE); });
+    const uint32_t nBounded = StartSleeper([&] { (void)Receive(hEmpty, kHour); });
+    const uint32_t nWaiter = StartSleeper([] { (void)VYX_SemTimedWait(&s_hBounded, kHour); });
+    VYX_MUTEX_T hMutex;
+    VYX_COND_T hCond;
+    Check(VYX_MutexCreate(&hMutex, VYX_MUTEX_NORMAL) == VYX_OK && VYX_CondCreate(&hCond) == VYX_OK,
+          "condition");
+    const uint32_t nOther =
+        StartSleeper([&] { (void)(VYX_MutexLock(&hMutex), VYX_CondTimedWait(&hCond, &hMutex, kHour)); });
 
     static std::atomic<uint32_t> s_nRuns{0};
     uint32_t nFast = 0;
     uint32_t nSlow = 0;
-    Check(VYX_SetTimer(RoutineOfTheTimer, nullptr, 3600000, &nSlow) == VYX_OK &&
+    Check(VYX_SetTimer(RoutineOfTheTimer, nullptr, kHour, &nSlow) == VYX_OK &&
               VYX_SetTimer(RoutineOfTheTimer, &s_nRuns, 1, &nFast) == VYX_OK,
           "timers");
     Await([] { return s_nRuns >= 3; });
     (void)VYX_KillTimer(static_cast<int32_t>(nFast));
 
     const VYX_EVENT hEvents[] = {VYX_CreateEvent(1), VYX_CreateEvent(0), VYX_CreateEvent(0)};
-    const VYX_SOCK_T hSocket = socket(AF_INET, SOCK_STREAM, 0);
+    const VYX_SOCK_T hSocket = socket(AF_INET, SOCK_DGRAM, 0);
     Check(VYX_EventSelect(hSocket, hEvents[2], VYX_FD_READ | VYX_FD_CLOSE) == VYX_OK, "socket event");
+    const VYX_EVENT hAwaited[] = {hEvents[1], nullptr, hEvents[2]};
+    const uint32_t nSingle = StartSleeper([&] { (void)VYX_WaitForSingleObject(hEvents[1], kHour); });
+    const uint32_t nSeveral = StartSleeper([&] { (void)VYX_WaitForMultipleObjects(3, hAwaited, 0, kHour); });
     Check(AdjustLogLevel(VYX_LOG_LEVEL_ERR) == 0 && EnableTarget(VYX_LOG_TARGET_DEBUG, nullptr, 0, 0) == 0,
           "log");
 
@@ -163,18 +165,19 @@ void Still() {
  "flexible_pools": [{"pool": 0, "workers": 1, "most": 1, "busy": 1, "idle": 0, "queued": 3, "items": 1,
                      "handler": "HandlerOfTheItems(void*)"}],
  "queues": [{"queue": 0, "messages": 4, "bytes": 307, "highest": 12}, {"queue": 1, "messages": 0, "bytes": 0}],
- "receivers": [{"queue": 1, "thread": %u}],
+ "receivers": [{"queue": 1, "thread": %u, "left_ms": null}, {"queue": 1, "thread": %u}],
  "timers": [{"timer": %u, "period_ms": 3600000, "runs": 0,
              "routine": "RoutineOfTheTimer(unsigned int, void*)"}],
  "waits": [{"kind": "semaphore", "on": "NAME", "thread": %u}, {"kind": "semaphore"},
-           {"kind": "condition", "thread": %u}],
+           {"kind": "condition", "on": "%p", "thread": %u}, {"kind": "message", "on": "queue 1", "thread": %u},
+           {"kind": "event", "on": "PIPE", "thread": %u}, {"kind": "event", "on": "BOTH", "thread": %u}],
  "events": [{"bound_to": "PIPE", "signalled": "yes"}, {"bound_to": "PIPE", "signalled": "no"},
             {"bound_to": "socket %d", "asked": "read+close", "signalled": null}],
  "log": {"level": %d, "targets": "debug", "queued": 0, "refused": 0, "ring_bytes": 0, "file": null},
  "counts": [5, 0], "threads": ["vyx-pool0.0", "vyx-pool0.2", "vyx-flex0.0", "vyx-timer%u", "timer_svc"]}
 )json",
-        nReceiver, nSlow, nWaiter, nOther, static_cast<int>(hSocket), static_cast<int>(VYX_LOG_LEVEL_ERR),
-        nSlow);
+        nReceiver, nBounded, nSlow, nWaiter, static_cast<void *>(&hCond), nOther, nBounded, nSingle, nSeveral,
+        static_cast<int>(hSocket), static_cast<int>(VYX_LOG_LEVEL_ERR), nSlow);
     (void)std::puts("ready");
     AwaitEndOfInput();
 }
@@ -238,7 +241,9 @@ void Busy(const char *szPath) {
                 --counts.receivedBegun;
         },
         [&] {
-            VYX_CloseEvent(VYX_CreateEvent(1));
+            VYX_EVENT hEvent = VYX_CreateEvent(1);
+            (void)VYX_WaitForSingleObject(hEvent, 1);
+            (void)VYX_CloseEvent(hEvent);
             (void)VYX_SemTimedWait(&hSem, 1);
             (void)VYX_SemPost(&hSem);
         },

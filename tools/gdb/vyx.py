@@ -9,12 +9,14 @@ import datetime
 import re
 import socket
 import struct
+import time
 
 import gdb
 import gdb.printing
 
 PAGE = 4096
 FORMAT = 1
+NEVER = (1 << 63) - 1  # a deadline that is none
 MOST = 100000  # records of a list that are followed
 
 
@@ -321,7 +323,8 @@ def show_queues(d):
             index = Record(d, "queue_index", queue.get("index"))
             bucket = index.place("buckets") + (index.get("used") - 1) * d.row("queue_bucket")[1]
             highest.append(Record(d, "queue_bucket", bucket).get("highest", True))
-        receivers = [thread_text(r.get("thread"), known) for r in d.chain("receiver", queue.get("receivers"))]
+        receivers = [thread_text(r.get("thread"), known) + waited(r.get("since"))
+                     for r in d.chain("receiver", queue.get("receivers"))]
         rows.append((i, queue.get("sorted") + len(new), queue.get("sorted_bytes") + sum(m.get("bytes") for m in new),
                      max(highest, default="-"), ", ".join(receivers) or "-"))
     show(("QUEUE", "MESSAGES", "BYTES", "HIGHEST", "RECEIVERS THAT WAIT"), rows, "No queues.")
@@ -341,18 +344,63 @@ def show_timers(d):
     show(("TIMER", "PERIOD", "RUNS", "LATE", "ROUTINE"), rows, "No timers.")
 
 
+def is_live():
+    """Whether the program runs on this machine, and has not left a core only."""
+    connection = getattr(gdb.selected_inferior(), "connection", None)
+    return connection is not None and connection.type == "native"
+
+
+def waited(since):
+    """How long it is since a moment in milliseconds of the wall clock, modulo 2^32. Of a core that is not known."""
+    passed = int(time.time() * 1000) - since & 0xFFFFFFFF
+    return f" for {passed if passed < 1 << 31 else 0} ms" if is_live() else ""
+
+
+def bound_to(event):
+    pipe = event.description.number(event.place("pipe"), 4, True)
+    return f"pipe {pipe}" if pipe != -1 else f"socket {event.get('socket', True)}"
+
+
+def awaited_events(wait):
+    """What the events of a wait are bound to; null ones are none."""
+    d = wait.description
+    data = memory(wait.get("events"), d.word * max(0, min(wait.get("count", True), 1024)))
+    found = [event for at in range(0, len(data), d.word) if (event := int.from_bytes(data[at:at + d.word], d.order))]
+    more = f" and {len(found) - 4} more" if len(found) > 4 else ""
+    return (", ".join(bound_to(Record(d, "event", event)) for event in found[:4]) or "nothing") + more
+
+
+def bounded_waits(d):
+    """(kind, on what, number of the thread, deadline in microseconds, whether that is of the wall clock)"""
+    micros = d.row("deadline.micros")[0]
+
+    def deadline(wait):
+        return d.number(wait.place("deadline") + micros, 8, True)
+    for wait in d.listed("sem_wait"):
+        yield ("semaphore", Record(d, "semaphore", wait.get("semaphore")).text("name"), wait.get("thread"),
+               deadline(wait), True)
+    for wait in d.listed("cond_wait"):
+        yield "condition", hex(wait.get("condition")), wait.get("thread"), deadline(wait), True
+    for i, queue in enumerate(d.entries("queue") if d.has("queue") else []):
+        for receiver in d.chain("receiver", queue.get("receivers")):
+            if deadline(receiver) != NEVER:
+                yield "message", f"queue {i}", receiver.get("thread"), deadline(receiver), True
+    for waiter in d.listed("event_waiter"):
+        if waiter.get("wait") != 0:
+            wait = Record(d, "event_wait", waiter.get("wait"))
+            yield "event", awaited_events(wait), waiter.get("thread"), deadline(wait), False
+
+
 @command
 def show_waits(d):
-    """Bounded waits: who waits for what, until when."""
+    """Bounded waits: who waits for what, how much is left, until when."""
     rows, known = [], threads()
-    micros = d.row("deadline.micros")[0] if d.has("deadline.micros") else 0
-    for kind, field in (("sem_wait", "semaphore"), ("cond_wait", "condition")):
-        for wait in d.listed(kind):
-            until = d.number(wait.place("deadline") + micros, 8, True)
-            what = wait.get(field)
-            rows.append((field, Record(d, "semaphore", what).text("name") if kind == "sem_wait" else hex(what),
-                         thread_text(wait.get("thread"), known), utc(until)))
-    show(("KIND", "ON", "THREAD", "UNTIL"), rows, "No bounded waits.")
+    for kind, what, thread, deadline, wall in bounded_waits(d):
+        left = deadline - int((time.time() if wall else time.monotonic()) * 1e6)
+        until = deadline if wall else int(time.time() * 1e6) + left
+        rows.append((kind, what, thread_text(thread, known), f"{max(left, 0) // 1000} ms" if is_live() else "-",
+                     utc(until) if wall or is_live() else "-"))
+    show(("KIND", "ON", "THREAD", "LEFT", "UNTIL"), rows, "No bounded waits.")
 
 
 @command
@@ -361,7 +409,7 @@ def show_events(d):
     rows = []
     for event in d.listed("event"):
         pipe = d.number(event.place("pipe"), 4, True)
-        rows.append((hex(event.address), f"pipe {pipe}" if pipe != -1 else f"socket {event.get('socket', True)}",
+        rows.append((hex(event.address), bound_to(event),
                      "-" if pipe != -1 else network_events(event.get("asked")),
                      "-" if pipe != -1 else network_events(event.get("found"))))
     show(("EVENT", "BOUND TO", "ASKED", "FOUND"), rows, "No events.")
@@ -525,9 +573,7 @@ def entry(record):
 
 HANDLES = {
     "VYX_SEM_S": handle("semaphore", lambda r: f"semaphore {r.text('name')}, {r.get('waits')} bounded waits"),
-    "VYX_EVENT_T": handle("event", lambda r: "event on " + (
-        f"pipe {r.description.number(r.place('pipe'), 4)}"
-        if r.description.number(r.place("pipe"), 4, True) != -1 else f"socket {r.get('socket', True)}")),
+    "VYX_EVENT_T": handle("event", lambda r: "event on " + bound_to(r)),
     "THREAD_POOL_T": handle("pool", lambda r: f"pool {entry(r)}, {r.get('workers')} workers"),
     "VYX_MQ_INTER": handle("queue", lambda r: f"queue {entry(r)}"),
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
@@ -115,11 +116,45 @@ std::vector<int64_t> Processes() {
     return processes;
 }
 
-// Says how many it had to leave out, if `tell`.
-std::vector<Report> CollectAll(bool tell) {
-    std::vector<Report> reports;
+// How far a long look at all processes has come, on a terminal; nothing stays of it.
+class Progress {
+  public:
+    Progress(size_t all, bool shown) : m_all(all), m_shown(shown && isatty(STDERR_FILENO) == 1) {}
+    ~Progress() {
+        if (m_next > kFirst)
+            (void)std::fputs("\r\033[K", stderr);
+    }
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+    void Next() {
+        m_done++;
+        const int64_t now = Millis();
+        if (!m_shown || now - m_start < m_next)
+            return;
+        (void)std::fprintf(stderr, "\rvyx-stat: %zu of %zu processes", m_done, m_all);
+        m_next = now - m_start + kStep;
+    }
+
+  private:
+    static constexpr int64_t kFirst = 300; // milliseconds, before which nothing is shown
+    static constexpr int64_t kStep = 100;
+    static int64_t Millis() {
+        timespec now = {};
+        (void)clock_gettime(CLOCK_MONOTONIC, &now); // it is there
+        return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    }
+    size_t m_all;
+    size_t m_done = 0;
+    bool m_shown;
+    int64_t m_start = Millis();
+    int64_t m_next = kFirst;
+};
+
+// Result: how many it had to leave out.
+size_t CollectEach(const std::vector<int64_t> &processes, Progress &&progress, std::vector<Report> &reports) {
     size_t closed = 0;
-    for (const int64_t number : Processes()) {
+    for (const int64_t number : processes) {
+        progress.Next();
         try {
             const auto memory = OpenProcess(number);
             if (HasLibrary(*memory))
@@ -128,7 +163,15 @@ std::vector<Report> CollectAll(bool tell) {
             closed++; // it is another user's, or has ended
         }
     }
-    if (closed > 0 && tell)
+    return closed;
+}
+
+// For the first time it says how far it is, and how many it had to leave out.
+std::vector<Report> CollectAll(bool first) {
+    std::vector<Report> reports;
+    const std::vector<int64_t> processes = Processes();
+    const size_t closed = CollectEach(processes, Progress(processes.size(), first), reports);
+    if (closed > 0 && first)
         (void)std::fprintf(stderr, "vyx-stat: %zu processes may not be looked at\n", closed);
     return reports;
 }

@@ -55,6 +55,9 @@ class Memory {
     // Whether a byte is in the pipe with that descriptor: 1 yes, 0 no, -1 not known.
     [[nodiscard]] virtual int PipeState(int64_t descriptor) const = 0;
 
+    // The monotonic clock as the process has it, in microseconds. Not of a core.
+    [[nodiscard]] virtual int64_t MonotonicMicros() const { return 0; }
+
     std::vector<Mapping> mappings;
     std::string program; // its file; empty if that is not known
     int64_t number = 0;  // of the process; 0 for a core

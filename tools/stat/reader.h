@@ -24,6 +24,9 @@ class Record {
     [[nodiscard]] uint64_t Number(const char *field) const;
     [[nodiscard]] int64_t Signed(const char *field) const;   // its first four bytes
     [[nodiscard]] uint64_t Pointer(const char *field) const; // as a place; 0 for none
+    // The moment of a deadline, in microseconds of its clock; kNever if there is none.
+    [[nodiscard]] int64_t Deadline(const char *field) const;
+    static constexpr int64_t kNever = INT64_MAX;
     [[nodiscard]] uint64_t CountBits(const char *field) const;
     [[nodiscard]] std::string Text(const char *field) const; // up to its zero
 
@@ -46,7 +49,6 @@ class Reader {
     // A single object of the library's, by its name: its place, and its value, which is no larger than eight bytes.
     [[nodiscard]] uint64_t PlaceOf(const std::string &name) const;
     [[nodiscard]] uint64_t Value(const std::string &name);
-    [[nodiscard]] uint64_t Word(uint64_t place);
 
     // Calls `read` until the lock was not taken meanwhile, or many tries have failed. `read` reads what it needs, and
     // answers whether it could. False: no try succeeded.
@@ -57,6 +59,8 @@ class Reader {
     bool Read(Record &record) { return m_memory.Read({record.ToPart()}); }
     // A record under its own lock.
     std::optional<Record> ReadLocked(const std::string &record, uint64_t place, const char *lock);
+    // All records of a registry that is an array. Empty: they are not in the memory.
+    std::vector<Record> ReadArray(const std::string &registry);
     // The records of a list from the first on. False: it was changed, and what follows cannot be read.
     bool ReadList(const std::string &record, uint64_t first, std::vector<Record> &records);
     // The list that the registry of that name begins, under the registry's lock.

@@ -16,7 +16,10 @@ namespace {
 constexpr int kQueueTries = 200;
 constexpr size_t kMostNewMessages = 200000; // that are walked through
 constexpr size_t kMostReceivers = 100000;   // of all queues, beside those of one more
-constexpr size_t kLongestName = 256;        // bytes; the library's are shorter
+constexpr int kEventTries = 200;
+constexpr size_t kMostWaited = 1024; // events of a wait that are looked at
+constexpr size_t kMostNamed = 4;     // and named
+constexpr size_t kLongestName = 256; // bytes; the library's are shorter
 
 Cell Count(uint64_t number) {
     return static_cast<int64_t>(number);
@@ -291,17 +294,19 @@ class Collector {
                         {"bytes", Metric::Gauge, "Bytes of data in them"},
                         {"highest", Metric::Gauge, "The highest priority of a message"}},
                        {}};
-        for (uint64_t i = 0; m_description.Has("queue") && i < CountOf("queue"); i++) {
-            Record queue(m_description, "queue", EntryOf("queue", i));
-            if (!m_reader.Read(queue) || queue.Pointer("newest") == m_reader.PlaceOf("queue_closed"))
+        int64_t number = -1;
+        for (const Record &queue : m_reader.ReadArray("queue")) {
+            number++;
+            if (queue.Pointer("newest") == m_reader.PlaceOf("queue_closed"))
                 continue;
             const auto state = ReadQueue(queue.Place());
-            const bool some = state && state->messages > 0;
-            table.rows.push_back({Count(i), state ? Count(state->messages) : Cell(),
-                                  state ? Count(state->bytes) : Cell(),
-                                  some    ? Cell(state->highest)
-                                  : state ? Cell(None())
-                                          : Cell()});
+            table.rows.push_back({number, Cell(), Cell(), Cell()});
+            if (!state)
+                continue;
+            std::vector<Cell> &row = table.rows.back();
+            row[1] = Count(state->messages);
+            row[2] = Count(state->bytes);
+            row[3] = state->messages > 0 ? Cell(state->highest) : Cell(None());
         }
         return table;
     }
@@ -314,23 +319,35 @@ class Collector {
             {{"queue", Metric::Label, ""},
              {"thread", Metric::Label, ""},
              {"name", Metric::None, ""},
-             {"waits_ms", Metric::Gauge, "Milliseconds for which the thread has waited for a message"}},
+             {"waits_ms", Metric::Gauge, "Milliseconds for which the thread has waited for a message"},
+             {"left_ms", Metric::Gauge, "Milliseconds until it no longer waits"}},
             {}};
-        for (uint64_t i = 0; m_description.Has("queue") && i < CountOf("queue"); i++) {
+        int64_t number = -1;
+        for (const Record &queue : m_reader.ReadArray("queue")) {
+            number++;
             std::vector<Record> receivers;
-            if (table.rows.size() > kMostReceivers || !ReadReceivers(EntryOf("queue", i), receivers)) {
+            if (queue.Pointer("receivers") == 0)
+                continue;
+            if (table.rows.size() > kMostReceivers || !ReadReceivers(queue.Place(), receivers)) {
                 table.complete = false;
                 receivers.clear();
             }
             const auto now = static_cast<uint32_t>(Micros(CLOCK_REALTIME) / 1000);
             for (const Record &receiver : receivers) {
                 const uint64_t thread = receiver.Number("thread");
+                const int64_t deadline = receiver.Deadline("deadline");
                 const auto waited =
                     static_cast<int32_t>(now - static_cast<uint32_t>(receiver.Number("since")));
-                table.rows.push_back({Count(i), Count(thread), ThreadName(thread),
-                                      m_memory.IsLive() ? Cell(int64_t{std::max(waited, 0)}) : Cell()});
+                table.rows.push_back(
+                    {number, Count(thread), ThreadName(thread),
+                     m_memory.IsLive() ? Cell(int64_t{std::max(waited, 0)}) : Cell(),
+                     deadline == Record::kNever ? Cell(None()) : Left(deadline, CLOCK_REALTIME)});
+                if (deadline != Record::kNever)
+                    m_received.push_back(
+                        WaitRow("message", "queue " + std::to_string(number), thread, deadline));
             }
         }
+        m_received_complete = table.complete;
         return table;
     }
 
@@ -357,28 +374,27 @@ class Collector {
             return table;
         table.complete = m_reader.UnderLock(m_reader.LockOf("Timers"), [&] {
             table.rows.clear();
-            for (uint64_t i = 0; i < CountOf("timer"); i++) {
-                Record entry(m_description, "timer", EntryOf("timer", i));
-                if (!m_reader.Read(entry))
-                    return false;
-                if (entry.Number("used") != 0 && !AddTimer(i, entry.Pointer("record"), table))
+            int64_t number = -1;
+            for (const Record &entry : m_reader.ReadArray("timer")) {
+                number++;
+                if (entry.Number("used") != 0 && !AddTimer(number, entry.Pointer("record"), table))
                     return false;
             }
-            return true;
+            return number >= 0;
         });
         if (!table.complete)
             table.rows.clear();
         return table;
     }
 
-    bool AddTimer(uint64_t number, uint64_t place, Table &table) {
+    bool AddTimer(int64_t number, uint64_t place, Table &table) {
         Record timer(m_description, "timer_record", place);
-        table.rows.push_back({Count(number), Cell(), Cell(), Cell(), Cell()});
+        table.rows.push_back({number, Cell(), Cell(), Cell(), Cell()});
         if (place == 0) // there was no memory for it
             return true;
         if (!m_reader.Read(timer))
             return false;
-        table.rows.back() = {Count(number), Count(timer.Number("period")), Count(timer.Number("runs")),
+        table.rows.back() = {number, Count(timer.Number("period")), Count(timer.Number("runs")),
                              Count(timer.Number("late")), Function(timer.Number("routine"))};
         return true;
     }
@@ -394,24 +410,101 @@ class Collector {
                         {"left_ms", Metric::Gauge, "Milliseconds until the wait is over"},
                         {"until", Metric::None, ""}},
                        {}};
-        const auto add = [&](const char *kind, const Record &wait, std::string on) {
-            const Row &micros = m_description.Get("deadline.micros");
-            unsigned char bytes[8] = {};
-            (void)m_memory.Read({{wait.PlaceOf("deadline") + micros.offset, bytes, sizeof bytes}});
-            const auto deadline = static_cast<int64_t>(ToNumber(bytes, 8, 0, 8, m_description.layout));
-            const int64_t left = std::max<int64_t>(deadline - Micros(CLOCK_REALTIME), 0) / 1000;
-            const uint64_t thread = wait.Number("thread");
-            table.rows.push_back({kind, std::move(on), Count(thread), ThreadName(thread),
-                                  m_memory.IsLive() ? Cell(left) : Cell(), Utc(deadline)});
-        };
         const auto semaphores = m_reader.ReadRegistry("sem_wait", "SemWaits");
         for (const Record &wait : semaphores.records)
-            add("semaphore", wait, SemaphoreName(wait.Pointer("semaphore")));
+            table.rows.push_back(WaitRow("semaphore", SemaphoreName(wait.Pointer("semaphore")),
+                                         wait.Number("thread"), wait.Deadline("deadline")));
         const auto conditions = m_reader.ReadRegistry("cond_wait", "CondWaits");
         for (const Record &wait : conditions.records)
-            add("condition", wait, Hex(wait.Number("condition")));
-        table.complete = semaphores.complete && conditions.complete;
+            table.rows.push_back(WaitRow("condition", Hex(wait.Number("condition")), wait.Number("thread"),
+                                         wait.Deadline("deadline")));
+        table.rows.insert(table.rows.end(), m_received.begin(), m_received.end());
+        const auto waiters = m_reader.ReadRegistry("event_waiter", "EventWaiters");
+        table.complete = AddEventWaits(waiters.records, table) && semaphores.complete &&
+                         conditions.complete && m_received_complete && waiters.complete;
         return table;
+    }
+
+    // What is left until a moment of one of this machine's clocks. When a core was made is not known.
+    [[nodiscard]] Cell Left(int64_t deadline, clockid_t clock) const {
+        return m_memory.IsLive() ? Cell(std::max<int64_t>(deadline - Micros(clock), 0) / 1000) : Cell();
+    }
+
+    // A row of the waits; the deadline is of the wall clock.
+    [[nodiscard]] std::vector<Cell> WaitRow(const char *kind, std::string on, uint64_t thread,
+                                            int64_t deadline) const {
+        return {
+            kind,         std::move(on), Count(thread), ThreadName(thread), Left(deadline, CLOCK_REALTIME),
+            Utc(deadline)};
+    }
+
+    // Each thread that waits for events points to a note of what for. False: some changed all the time.
+    bool AddEventWaits(const std::vector<Record> &waiters, Table &table) {
+        bool complete = true;
+        for (const Record &listed : waiters) {
+            Record waiter = listed;
+            std::string on;
+            int64_t deadline = 0;
+            bool read = false;
+            for (int i = 0; !read && i < (m_memory.IsLive() ? kEventTries : 1); i++)
+                read = m_reader.Read(waiter) && ReadEventWait(waiter, on, deadline);
+            complete = complete && read;
+            if (!read || on.empty())
+                continue;
+            const uint64_t thread = waiter.Number("thread");
+            const int64_t left = deadline - m_memory.MonotonicMicros();
+            table.rows.push_back({"event", on, Count(thread), ThreadName(thread),
+                                  m_memory.IsLive() ? Cell(std::max<int64_t>(left, 0) / 1000) : Cell(),
+                                  m_memory.IsLive() ? Cell(Utc(Micros(CLOCK_REALTIME) + left)) : Cell()});
+        }
+        return complete;
+    }
+
+    // `on` stays empty if the thread does not wait. False: it waits for something else meanwhile.
+    bool ReadEventWait(const Record &waiter, std::string &on, int64_t &deadline) {
+        on.clear();
+        if (waiter.Pointer("wait") == 0)
+            return true;
+        Record wait(m_description, "event_wait", waiter.Pointer("wait"));
+        Record after(m_description, "event_waiter", waiter.Place());
+        if (!m_reader.Read(wait))
+            return false;
+        deadline = wait.Deadline("deadline");
+        on = EventNames(wait.Pointer("events"), static_cast<int32_t>(wait.Number("count")));
+        const Row &pointer = m_description.Get("event_waiter.wait");
+        // The pointer first, as the thread changes it last.
+        unsigned char bytes[8] = {};
+        return m_memory.Read({{after.PlaceOf("wait"), bytes, pointer.size}, after.ToPart()}) &&
+               m_description.Place(ToNumber(bytes, sizeof bytes, 0, pointer.size, m_description.layout)) ==
+                   wait.Place() &&
+               after.Number("waits") == waiter.Number("waits");
+    }
+
+    // What the events of an array are bound to; null ones are none.
+    std::string EventNames(uint64_t place, int32_t count) {
+        const uint64_t word = m_description.layout.word;
+        std::vector<unsigned char> bytes(
+            std::min<size_t>(static_cast<size_t>(std::max(count, 0)), kMostWaited) * word);
+        std::string names;
+        size_t found = 0;
+        if (!bytes.empty() && !m_memory.Read({{place, bytes.data(), bytes.size()}}))
+            return Hex(place);
+        for (size_t at = 0; at < bytes.size(); at += word) {
+            const uint64_t event =
+                m_description.Place(ToNumber(bytes.data(), bytes.size(), at, word, m_description.layout));
+            if (event == 0 || found++ >= kMostNamed)
+                continue;
+            Record record(m_description, "event", event);
+            names += (names.empty() ? "" : ", ") + (m_reader.Read(record) ? BoundTo(record) : Hex(event));
+        }
+        if (found > kMostNamed)
+            names += " and " + std::to_string(found - kMostNamed) + " more";
+        return found == 0 ? "nothing" : names;
+    }
+
+    static std::string BoundTo(const Record &event) {
+        return event.Signed("pipe") != -1 ? "pipe " + std::to_string(event.Signed("pipe"))
+                                          : "socket " + std::to_string(event.Signed("socket"));
     }
 
     std::string SemaphoreName(uint64_t place) {
@@ -436,15 +529,12 @@ class Collector {
         table.complete = events.complete;
         for (const Record &event : events.records) {
             const int64_t pipe = event.Signed("pipe");
-            const int64_t socket = event.Signed("socket");
             const int state = pipe == -1 ? -1 : m_memory.PipeState(pipe);
-            table.rows.push_back(
-                {Hex(event.Place()),
-                 pipe != -1 ? "pipe " + std::to_string(pipe) : "socket " + std::to_string(socket),
-                 pipe != -1 ? Cell(None()) : Cell(BitNames(event.Number("asked"), kAsked)),
-                 pipe == -1    ? Cell(None())
-                 : state == -1 ? Cell()
-                               : Cell(state == 1 ? "yes" : "no")});
+            table.rows.push_back({Hex(event.Place()), BoundTo(event),
+                                  pipe != -1 ? Cell(None()) : Cell(BitNames(event.Number("asked"), kAsked)),
+                                  pipe == -1    ? Cell(None())
+                                  : state == -1 ? Cell()
+                                                : Cell(state == 1 ? "yes" : "no")});
         }
         return table;
     }
@@ -553,6 +643,8 @@ class Collector {
     Description m_description;
     Reader m_reader;
     std::map<uint32_t, Thread> m_threads;
+    std::vector<std::vector<Cell>> m_received; // the receivers' rows of the waits
+    bool m_received_complete = true;
 };
 
 } // namespace

@@ -139,7 +139,7 @@ void Event() {
             return torture::Judge(bDone == VYX_TRUE, bDone == VYX_FALSE, nMay, iLine);
         };
         uint32_t nFound = CALL(VYX_WaitForSingleObject)(hEvent, 1000);
-        (void)DONE(nFound == VYX_WAIT_OBJECT_0, nFound == VYX_WAIT_FAILED, may::errors);
+        (void)DONE(nFound == VYX_WAIT_OBJECT_0, nFound == VYX_WAIT_FAILED, may::errors | may::threads);
         (void)Did(CALL(VYX_ResetEvent)(hEvent), may::polls | may::interrupts | may::or_not, __LINE__);
         if (Did(CALL(VYX_SetEvent)(hEvent), may::polls | may::interrupts | may::or_not | may::descriptors,
                 __LINE__)) {
@@ -158,7 +158,7 @@ void SocketEvent() {
         constexpr uint32_t kAll = may::anything;
         OK(CALL(VYX_EventSelect)(iEnds[0], hEvent, VYX_FD_READ | VYX_FD_WRITE), kAll);
         const uint32_t nFound = CALL(VYX_WaitForMultipleObjects)(1, &hEvent, 0, 1000);
-        (void)DONE(nFound == VYX_WAIT_OBJECT_0, nFound == VYX_WAIT_TIMEOUT, may::interrupts);
+        (void)DONE(nFound == VYX_WAIT_OBJECT_0, nFound == VYX_WAIT_TIMEOUT, may::interrupts | may::threads);
         VYX_NETWORKEVENTS_T events = {};
         OK(CALL(VYX_EnumNetworkEvents)(iEnds[0], hEvent, &events), kAll);
         OK(CALL(VYX_EventSelect)(iEnds[0], hEvent, VYX_FD_CONNECT), kAll);
