@@ -168,8 +168,9 @@ int32_t VYX_SemWait(VYX_SEM_T *pSem) {
 int32_t VYX_SemPost(VYX_SEM_T *pSem) {
     if (IsEmpty_Local(pSem))
         return VYX_ERROR;
-    VYX_PROBE1(sem_post, *pSem);
-    return sem_post((*pSem)->pSem);
+    VYX_SEM_S *pRecord = *pSem;
+    VYX_PROBE1(sem_post, pRecord);
+    return sem_post(pRecord->pSem);
 }
 
 int32_t VYX_SemTimedWait(VYX_SEM_T *pSem, uint32_t nTimeOut) {

@@ -1,5 +1,5 @@
-// The conversions of the microsecond time value to calendar fields and back, and the fixed 24-character text.
-// No state. Arithmetic that could overflow is done on unsigned values and wraps.
+// The conversions of the microsecond time value to calendar fields and back, and the fixed 24-character text,
+// the last of which each thread remembers. Arithmetic that could overflow is done on unsigned values and wraps.
 #include <cstring>
 #include <vyx/time.h>
 
@@ -61,6 +61,27 @@ void PutDigits_Local(char *pOut, int32_t iValue, int iDigits) {
         iValue /= 10;
     }
 }
+
+constexpr char kLayout[] = "Www Mmm 00 00:00:00 0000";
+
+void PutText_Local(char (&szOut)[sizeof kLayout], const struct tm &fields) {
+    std::memcpy(szOut, kLayout, sizeof kLayout);
+    std::memcpy(szOut, vyx_day_snames[fields.tm_wday], 3);
+    std::memcpy(szOut + 4, vyx_month_snames[fields.tm_mon], 3);
+    PutDigits_Local(szOut + 8, fields.tm_mday, 2);
+    PutDigits_Local(szOut + 11, fields.tm_hour, 2);
+    PutDigits_Local(szOut + 14, fields.tm_min, 2);
+    PutDigits_Local(szOut + 17, fields.tm_sec, 2);
+    PutDigits_Local(szOut + 20, fields.tm_year + 1900, 4);
+}
+
+// The text of the second that a thread asked for last.
+struct Text {
+    uint32_t nEdition; // of the zone; 0: none
+    int64_t iSeconds;
+    char sz[sizeof kLayout];
+};
+thread_local Text t_text;
 
 } // namespace
 
@@ -126,17 +147,16 @@ int32_t VYX_TimeFromExpTimeGMT(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
 int32_t VYX_CTime(char *szBuf25, VYX_TIME_T t) {
     if (szBuf25 == nullptr)
         return VYX_ERROR;
-    struct tm fields = {};
-    (void)VYX_LocalTime_Inter(t / kMicrosPerSecond,
-                              &fields); // a failure shows as a Sunday in January of 1900
-    static const char szLayout[] = "Www Mmm 00 00:00:00 0000";
-    std::memcpy(szBuf25, szLayout, sizeof szLayout);
-    std::memcpy(szBuf25, vyx_day_snames[fields.tm_wday], 3);
-    std::memcpy(szBuf25 + 4, vyx_month_snames[fields.tm_mon], 3);
-    PutDigits_Local(szBuf25 + 8, fields.tm_mday, 2);
-    PutDigits_Local(szBuf25 + 11, fields.tm_hour, 2);
-    PutDigits_Local(szBuf25 + 14, fields.tm_min, 2);
-    PutDigits_Local(szBuf25 + 17, fields.tm_sec, 2);
-    PutDigits_Local(szBuf25 + 20, fields.tm_year + 1900, 4);
+    const int64_t iSeconds = t / kMicrosPerSecond;
+    const uint32_t nEdition = VYX_ZoneEdition_Inter();
+    Text &text = t_text;
+    if (text.nEdition != nEdition || text.iSeconds != iSeconds) {
+        struct tm fields = {};
+        (void)VYX_LocalTime_Inter(iSeconds, &fields); // a failure shows as a Sunday in January of 1900
+        PutText_Local(text.sz, fields);
+        text.nEdition = nEdition;
+        text.iSeconds = iSeconds;
+    }
+    std::memcpy(szBuf25, text.sz, sizeof text.sz);
     return VYX_OK;
 }

@@ -195,6 +195,7 @@ TEST(CTime, FixedText) {
         const char *szExpected;
     } kTable[] = {
         {support::kShanghai, (1793869443 - 28800) * kSecond + 999999, "Thu Nov 05 09:04:03 2026"},
+        {"UTC0", (1793869443 - 28800) * kSecond, "Thu Nov 05 01:04:03 2026"}, // the same second, elsewhere
         {"UTC0", 253402300800 * kSecond, "Sat Jan 01 00:00:00 0000"},
         {"UTC0", INT64_MAX, "Sun Jan 10 04:00:54 4247"},
         {"UTC0", INT64_MIN, "Sun Dec 21 19:59:06 0308"},
