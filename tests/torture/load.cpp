@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -27,6 +28,7 @@ namespace {
 using torture::Check;
 using torture::Held;
 using torture::Milliseconds;
+using torture::Pause;
 
 constexpr uint32_t kLimit = 60000; // milliseconds for what takes a few
 
@@ -34,11 +36,6 @@ std::atomic<bool> s_end{false};
 std::atomic<bool> s_slowDisk{false};
 bool s_alone = false; // no other load needs the library
 std::string s_folder;
-
-void Pause(int64_t microseconds) {
-    const struct timespec time = {0, static_cast<long>(microseconds * 1000)};
-    (void)nanosleep(&time, nullptr); // a load's own pace
-}
 
 template <class Predicate>
 bool Await(const char *what, Predicate predicate) {
@@ -48,37 +45,14 @@ bool Await(const char *what, Predicate predicate) {
     return true;
 }
 
-// Threads that each run the same with a number of their own; ends when all have.
-class Crew {
-  public:
-    Crew(size_t count, std::function<void(size_t)> work) : m_work(std::move(work)), m_members(count) {
-        for (size_t number = 0; number < count; ++number) {
-            m_members[number] = {this, number, VYX_INVALID_THREAD};
-            m_members[number].thread = VYX_Thread_Create(Run, &m_members[number], 262144, 0, 0, 0);
-            (void)Check(m_members[number].thread != VYX_INVALID_THREAD, "a thread cannot be started");
-        }
-    }
-    ~Crew() {
-        for (const Member &member : m_members)
-            (void)Check(VYX_Thread_Wait(member.thread) == VYX_OK, "Thread_Wait");
-    }
-    Crew(const Crew &) = delete;
-    Crew &operator=(const Crew &) = delete;
-
-  private:
-    struct Member {
-        Crew *crew;
-        size_t number;
-        VYX_THREAD_T thread;
-    };
-    static void *Run(void *pMember) {
-        const auto *member = static_cast<const Member *>(pMember);
-        member->crew->m_work(member->number);
-        return nullptr;
-    }
-    std::function<void(size_t)> m_work;
-    std::vector<Member> m_members;
-};
+// So many threads that each run the work, with a number of their own; ends when all have.
+void RunCrew(size_t count, const std::function<void(size_t)> &work) {
+    std::vector<std::thread> crew;
+    for (size_t number = 0; number < count; ++number)
+        crew.emplace_back(work, number);
+    for (std::thread &member : crew)
+        member.join();
+}
 
 // ---- Loads: each call is a cycle, its result what it counted. ----
 
@@ -96,17 +70,15 @@ int64_t Pools() {
             return 0;
     }
     (void)Check(VYX_ThreadPool_Create(0, 1) == nullptr, "one pool too many");
-    {
-        const Crew crew(8, [&](size_t number) {
-            for (size_t item = 0; item < 500; ++item) {
-                const bool wait = item % 2 == 0;
-                const bool taken = VYX_ThreadPool_WorkEx(pools[(number * 8 + item) % pools.size()], CountItem,
-                                                         &ran, wait ? 1 : 0) == VYX_OK;
-                (void)Check(taken || !wait, "WorkEx refuses");
-                accepted += taken ? 1 : 0;
-            }
-        });
-    }
+    RunCrew(8, [&](size_t number) {
+        for (size_t item = 0; item < 500; ++item) {
+            const bool wait = item % 2 == 0;
+            const bool taken = VYX_ThreadPool_WorkEx(pools[(number * 8 + item) % pools.size()], CountItem,
+                                                     &ran, wait ? 1 : 0) == VYX_OK;
+            (void)Check(taken || !wait, "WorkEx refuses");
+            accepted += taken ? 1 : 0;
+        }
+    });
     for (const VYX_HANDLE_THREADPOOL pool : pools)
         (void)Check(VYX_ThreadPool_Destroy(pool) == VYX_OK, "ThreadPool_Destroy");
     (void)Check(ran == accepted,
@@ -124,25 +96,23 @@ int64_t Queues() {
     VYX_HANDLE_MSGQ more = nullptr;
     (void)Check(VYX_MsgQCreateEx(&more) == VYX_ERROR, "one queue too many");
     std::atomic<int64_t> sent{0}, received{0};
-    {
-        const Crew crew(2 * queues.size(), [&](size_t number) {
-            VYX_MSG_BLOCK_T block;
-            const size_t self = number / 2;
-            for (size_t message = 0; message < kMessages; ++message) {
-                block.iPriority = static_cast<int32_t>((self * 7 + message) % 5);
-                block.iMsgType = static_cast<int32_t>(self * kMessages + message);
-                block.iDataLen = number % 2 == 0 ? block.iMsgType : VYX_MSG_DATA_SIZE;
-                if (number % 2 == 0) {
-                    (void)Check(VYX_MsgQSendEx(queues[(self + message) % queues.size()], &block) == VYX_OK,
-                                "MsgQSend");
-                    sent += block.iMsgType;
-                } else if (Check(VYX_MsgQReceiveEx(queues[self], &block, kLimit) == VYX_OK, "MsgQReceive")) {
-                    received += block.iMsgType;
-                    (void)Check(block.iDataLen == block.iMsgType, "another message's length");
-                }
+    RunCrew(2 * queues.size(), [&](size_t number) {
+        VYX_MSG_BLOCK_T block;
+        const size_t self = number / 2;
+        for (size_t message = 0; message < kMessages; ++message) {
+            block.iPriority = static_cast<int32_t>((self * 7 + message) % 5);
+            block.iMsgType = static_cast<int32_t>(self * kMessages + message);
+            block.iDataLen = number % 2 == 0 ? block.iMsgType : VYX_MSG_DATA_SIZE;
+            if (number % 2 == 0) {
+                (void)Check(VYX_MsgQSendEx(queues[(self + message) % queues.size()], &block) == VYX_OK,
+                            "MsgQSend");
+                sent += block.iMsgType;
+            } else if (Check(VYX_MsgQReceiveEx(queues[self], &block, kLimit) == VYX_OK, "MsgQReceive")) {
+                received += block.iMsgType;
+                (void)Check(block.iDataLen == block.iMsgType, "another message's length");
             }
-        });
-    }
+        }
+    });
     VYX_MSG_BLOCK_T block;
     for (const VYX_HANDLE_MSGQ queue : queues) {
         block.iDataLen = VYX_MSG_DATA_SIZE;
@@ -220,9 +190,7 @@ void Exchange(size_t pairs, std::atomic<int64_t> &bytes) {
 }
 int64_t Sockets() {
     std::atomic<int64_t> bytes{0};
-    {
-        const Crew crew(10, [&](size_t /*number*/) { Exchange(100, bytes); });
-    }
+    RunCrew(10, [&](size_t /*number*/) { Exchange(100, bytes); });
     return bytes;
 }
 
@@ -230,35 +198,28 @@ int64_t Sockets() {
 size_t s_waiters = 250;
 int64_t Waits() {
     std::atomic<int64_t> posts{0}, taken{0}, waits{0};
-    {
-        const Crew crew(s_waiters, [&](size_t number) {
-            VYX_SEM_T sem = nullptr;
-            if (!Check(VYX_SemCreate(&sem, 0) == VYX_OK, "SemCreate"))
-                return;
-            struct Poster {
-                VYX_SEM_T *sem;
-                std::atomic<int64_t> *posts;
-            } poster = {&sem, &posts};
-            const auto post = [](void *pPoster) -> void * {
-                const auto *own = static_cast<const Poster *>(pPoster);
+    RunCrew(s_waiters, [&](size_t number) {
+        VYX_SEM_T sem = nullptr;
+        if (!Check(VYX_SemCreate(&sem, 0) == VYX_OK, "SemCreate"))
+            return;
+        std::thread poster;
+        if (number % 5 == 0)
+            poster = std::thread([&] {
                 for (int turn = 0; turn < 20; ++turn, Pause(1000))
-                    *own->posts += VYX_SemPost(own->sem) == VYX_OK ? 1 : 0;
-                return nullptr;
-            };
-            const VYX_THREAD_T thread =
-                number % 5 == 0 ? VYX_Thread_Create(post, &poster, 65536, 0, 0, 0) : VYX_INVALID_THREAD;
-            for (uint32_t turn = 0; turn < 20; ++turn) {
-                if (thread == VYX_INVALID_THREAD && turn % 3 == 0)
                     posts += VYX_SemPost(&sem) == VYX_OK ? 1 : 0;
-                taken += VYX_SemTimedWait(&sem, 1 + turn % 2) == VYX_OK ? 1 : 0;
-                ++waits;
-            }
-            (void)(thread == VYX_INVALID_THREAD || Check(VYX_Thread_Wait(thread) == VYX_OK, "Thread_Wait"));
-            while (VYX_SemTimedWait(&sem, 0) == VYX_OK)
-                ++taken;
-            (void)Check(VYX_SemDestroy(&sem) == VYX_OK, "SemDestroy");
-        });
-    }
+            });
+        for (uint32_t turn = 0; turn < 20; ++turn) {
+            if (!poster.joinable() && turn % 3 == 0)
+                posts += VYX_SemPost(&sem) == VYX_OK ? 1 : 0;
+            taken += VYX_SemTimedWait(&sem, 1 + turn % 2) == VYX_OK ? 1 : 0;
+            ++waits;
+        }
+        if (poster.joinable())
+            poster.join();
+        while (VYX_SemTimedWait(&sem, 0) == VYX_OK)
+            ++taken;
+        (void)Check(VYX_SemDestroy(&sem) == VYX_OK, "SemDestroy");
+    });
     (void)Check(posts == taken, "posts: " + std::to_string(posts) + ", taken: " + std::to_string(taken));
     return waits;
 }
@@ -279,28 +240,26 @@ int64_t Log() {
                            slow ? 262144 : 4096, 0);
     };
     enable(0);
-    {
-        const Crew crew(5, [&](size_t number) {
-            for (int turn = 1; number == 4 && writing > 0; ++turn, Pause(3000)) {
-                (void)(turn % 2 == 0 ? DisableTarget(VYX_LOG_TARGET_CONSOLE)
-                                     : EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0));
-                if (turn % 8 == 0 && !slow) {
-                    (void)DisableTarget(VYX_LOG_TARGET_CONSOLE); // where it is on, the line goes there alone
-                    (void)DisableTarget(VYX_LOG_TARGET_FILE);
-                    enable(turn);
-                }
+    RunCrew(5, [&](size_t number) {
+        for (int turn = 1; number == 4 && writing > 0; ++turn, Pause(3000)) {
+            (void)(turn % 2 == 0 ? DisableTarget(VYX_LOG_TARGET_CONSOLE)
+                                 : EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0));
+            if (turn % 8 == 0 && !slow) {
+                (void)DisableTarget(VYX_LOG_TARGET_CONSOLE); // where it is on, the line goes there alone
+                (void)DisableTarget(VYX_LOG_TARGET_FILE);
+                enable(turn);
             }
-            for (int line = 0; number < 4 && line < (slow ? 20000 : 2000); ++line) {
-                const int32_t result = WriteLog(VYX_LOG_LEVEL_INF, "load", line, "%0100d", line);
-                taken += result == 0 ? 1 : 0;
-                full += result == -4 ? 1 : 0;
-                const bool off =
-                    !slow && (result == -5 || result == -2); // the last target, and the service with it
-                (void)Check(result == 0 || result == -4 || off, "WriteLog: " + std::to_string(result));
-            }
-            writing -= number < 4 ? 1 : 0;
-        });
-    }
+        }
+        for (int line = 0; number < 4 && line < (slow ? 20000 : 2000); ++line) {
+            const int32_t result = WriteLog(VYX_LOG_LEVEL_INF, "load", line, "%0100d", line);
+            taken += result == 0 ? 1 : 0;
+            full += result == -4 ? 1 : 0;
+            const bool off =
+                !slow && (result == -5 || result == -2); // the last target, and the service with it
+            (void)Check(result == 0 || result == -4 || off, "WriteLog: " + std::to_string(result));
+        }
+        writing -= number < 4 ? 1 : 0;
+    });
     (void)DisableTarget(VYX_LOG_TARGET_CONSOLE);
     (void)DisableTarget(VYX_LOG_TARGET_FILE);
     const int64_t lines = torture::LinesOfLog(folder);
@@ -349,17 +308,15 @@ void RunLoads(const std::vector<Load *> &loads, int64_t milliseconds) {
     s_alone = loads.size() == 1;
     std::vector<long> samples;
     const int64_t start = Milliseconds();
-    {
-        const Crew crew(loads.size() + 1, [&](size_t number) {
-            for (; number == loads.size() && !s_end; Pause(100000)) {
-                samples.push_back(torture::HeldNow().kilobytes);
-                s_end = Milliseconds() - start >= milliseconds;
-            }
-            for (; number < loads.size() && (!s_end || loads[number]->cycles < (s_alone ? 2 : 1));
-                 ++loads[number]->cycles)
-                loads[number]->count += loads[number]->cycle();
-        });
-    }
+    RunCrew(loads.size() + 1, [&](size_t number) {
+        for (; number == loads.size() && !s_end; Pause(100000)) {
+            samples.push_back(torture::HeldNow().kilobytes);
+            s_end = Milliseconds() - start >= milliseconds;
+        }
+        for (; number < loads.size() && (!s_end || loads[number]->cycles < (s_alone ? 2 : 1));
+             ++loads[number]->cycles)
+            loads[number]->count += loads[number]->cycle();
+    });
     CheckMemory(samples);
 }
 
@@ -367,10 +324,10 @@ int Main(double seconds, const std::vector<std::string> &names) {
     FILE *figures = fdopen(dup(1), "w"); // standard output is a target of the log
     if (figures == nullptr || std::freopen("/dev/null", "w", stdout) == nullptr)
         return 2;
-    struct rlimit limit = {};
-    (void)getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 8192);
-    (void)setrlimit(RLIMIT_NOFILE, &limit);
+    torture::Limit(RLIMIT_NOFILE, 8192);
+    pthread_attr_t small{}; // stacks, of which there may be thousands
+    (void)(pthread_attr_init(&small) + pthread_attr_setstacksize(&small, 262144) +
+           pthread_setattr_default_np(&small));
     std::string folder = std::filesystem::temp_directory_path() / "vyx-load-XXXXXX";
     s_folder = mkdtemp(folder.data());
     s_waiters = seconds >= 60 ? 5000 : s_waiters;
@@ -388,14 +345,13 @@ int Main(double seconds, const std::vector<std::string> &names) {
     (void)Check(after.descriptors == before.descriptors && after.names == 0,
                 "descriptors or names stay behind");
     std::filesystem::remove_all(folder);
-    std::fprintf(figures, "{\"findings\": %d, \"kilobytes\": %ld, \"rotations\": %lld, \"refused\": %lld",
-                 torture::Findings(), after.kilobytes, static_cast<long long>(s_rotations),
-                 static_cast<long long>(s_refused));
-    for (const Load *load : loads)
-        std::fprintf(figures, ", \"%s\": %lld, \"%s cycles\": %lld", load->name,
-                     static_cast<long long>(load->count), load->name, static_cast<long long>(load->cycles));
-    (void)(std::fputs("}\n", figures) >= 0 && std::fclose(figures) == 0);
-    return torture::Findings() == 0 ? 0 : 1;
+    std::map<std::string, int64_t> found = {
+        {"kilobytes", after.kilobytes}, {"rotations", s_rotations}, {"refused", s_refused}};
+    for (const Load *load : loads) {
+        found[load->name] = load->count;
+        found[load->name + std::string(" cycles")] = load->cycles;
+    }
+    return torture::PrintFigures(figures, found);
 }
 
 } // namespace

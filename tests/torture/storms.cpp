@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include <vyx/vyx.h>
@@ -27,18 +28,15 @@ namespace {
 
 using torture::Check;
 using torture::g_weather;
+using torture::Limit;
 using torture::Milliseconds;
+using torture::Pause;
 
 constexpr int kTurns = 20;
 constexpr int64_t kHang = 60000; // milliseconds for a round
 
 std::atomic<bool> s_end{false};
 std::string s_folder; // for files
-
-void Pause(int64_t microseconds) {
-    const struct timespec time = {0, static_cast<long>(microseconds * 1000)};
-    (void)nanosleep(&time, nullptr); // the storm's own pace
-}
 
 // ---- Works: each call is a round. False: the system did not grant what it needs. ----
 
@@ -353,23 +351,20 @@ void Nothing() {
     Pause(20000);
 }
 
-// Waits of one kind that are pending while the clock is set.
+// A wait that is pending while the clock is set.
 struct Pending {
     const char *name;
     std::function<void(uint32_t)> wait;
     bool follows; // the wall clock
-    uint32_t limit = 0;
     std::atomic<bool> begun{false};
     std::atomic<int64_t> took{-1};
+    void Run(uint32_t limit) {
+        const int64_t start = Milliseconds();
+        begun = true;
+        wait(limit);
+        took = Milliseconds() - start;
+    }
 };
-void *RunPending(void *pPending) {
-    auto &pending = *static_cast<Pending *>(pPending);
-    const int64_t start = Milliseconds();
-    pending.begun = true;
-    pending.wait(pending.limit);
-    pending.took = Milliseconds() - start;
-    return nullptr;
-}
 
 // Set forward by three hours, what follows the wall clock ends at once although its limit is two hours; set back, it goes
 // on when its limit is over. (Only forward for the queue: a receiver that is woken up ends where the clock was set back.)
@@ -393,11 +388,9 @@ void SetWhilePending(bool forward) {
         Pending{"events", [&](uint32_t limit) { (void)VYX_WaitForMultipleObjects(1, &event, 0, limit); },
                 false},
     };
-    std::vector<VYX_THREAD_T> threads;
-    for (Pending &pending : all) {
-        pending.limit = pending.follows && forward ? 7200000 : 300;
-        threads.push_back(VYX_Thread_Create(RunPending, &pending, 0, 0, 0, 0));
-    }
+    std::vector<std::thread> threads;
+    for (Pending &pending : all)
+        threads.emplace_back(&Pending::Run, &pending, pending.follows && forward ? 7200000 : 300);
     uint32_t timer = VYX_MAX_TIMERS;
     const int before = s_ticks;
     (void)VYX_SetTimer(Tick, nullptr, forward ? 7200000 : 300, &timer);
@@ -416,8 +409,8 @@ void SetWhilePending(bool forward) {
     }
     (void)Check((s_ticks > before) == forward, "a timer does not follow the wall clock");
     torture::SetClock(0);
-    for (const VYX_THREAD_T thread : threads)
-        (void)VYX_Thread_Wait(thread);
+    for (std::thread &thread : threads)
+        thread.join();
     (void)VYX_KillTimer(static_cast<int32_t>(timer));
     (void)VYX_MsgQDestroyEx(queue);
     (void)VYX_SemDestroy(&sem);
@@ -425,12 +418,6 @@ void SetWhilePending(bool forward) {
     ++s_figures["set while pending"];
 }
 
-void Limit(int resource, rlim_t most) {
-    struct rlimit limit = {};
-    (void)getrlimit(resource, &limit);
-    limit.rlim_cur = std::min(most, limit.rlim_max);
-    (void)setrlimit(resource, &limit);
-}
 rlim_t AddressSpace() {
     std::ifstream statm("/proc/self/statm");
     rlim_t pages = 0;
@@ -561,19 +548,13 @@ int Main(const std::string &name, double seconds, const std::vector<std::string>
     (void)Check(VYX_Fini() == VYX_OK && VYX_MsgQCreateEx(&queue) == VYX_ERROR,
                 "Fini does not stop the library");
     std::filesystem::remove_all(folder);
-    int64_t rounds = 0, refused = 0;
     for (const auto &work : s_works) {
-        rounds += work->rounds;
-        refused += work->refused;
+        s_figures["rounds"] += work->rounds;
+        s_figures["refused"] += work->refused;
         std::fprintf(stderr, "%s: %s: %lld rounds, %lld refused\n", storm->name, work->name.c_str(),
                      static_cast<long long>(work->rounds), static_cast<long long>(work->refused));
     }
-    std::printf("{\"rounds\": %lld, \"refused\": %lld, \"findings\": %d", static_cast<long long>(rounds),
-                static_cast<long long>(refused), torture::Findings());
-    for (const auto &[figure, count] : s_figures)
-        std::printf(", \"%s\": %lld", figure.c_str(), static_cast<long long>(count));
-    std::printf("}\n");
-    return torture::Findings() == 0 ? 0 : 1;
+    return torture::PrintFigures(stdout, s_figures);
 }
 
 } // namespace

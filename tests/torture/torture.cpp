@@ -22,8 +22,7 @@ namespace torture {
 
 namespace {
 
-constexpr long kNanosPerSecond = 1000000000;
-constexpr long kSliceNanos = 5000000;
+constexpr int64_t kSliceNanos = 5000000;
 
 std::atomic<int> s_findings{0};
 std::atomic<long> s_names{0};
@@ -48,20 +47,19 @@ struct timespec SystemNow() {
     return now;
 }
 
-// The moment of the system's clock until which to wait for `due` of ours, at most a slice of time from now.
-struct timespec Slice(const struct timespec &due) {
-    struct timespec end = SystemNow();
-    end.tv_nsec += kSliceNanos;
-    end.tv_sec += end.tv_nsec / kNanosPerSecond;
-    end.tv_nsec %= kNanosPerSecond;
-    const struct timespec real = {due.tv_sec - s_ahead, due.tv_nsec};
-    return real.tv_sec < end.tv_sec || (real.tv_sec == end.tv_sec && real.tv_nsec < end.tv_nsec) ? real : end;
+int64_t Nanos(const struct timespec &time) {
+    return time.tv_sec * INT64_C(1000000000) + time.tv_nsec;
 }
 
-bool HasPassed(const struct timespec &due) {
-    const struct timespec now = SystemNow();
-    const time_t seconds = now.tv_sec + s_ahead;
-    return seconds > due.tv_sec || (seconds == due.tv_sec && now.tv_nsec >= due.tv_nsec);
+// How long it is until `due` of our clock.
+int64_t NanosUntil(const struct timespec &due) {
+    return Nanos(due) - s_ahead * INT64_C(1000000000) - Nanos(SystemNow());
+}
+
+// The moment of the system's clock until which to wait for `due` of ours, at most a slice of time from now.
+struct timespec Slice(const struct timespec &due) {
+    const int64_t end = Nanos(SystemNow()) + std::min(NanosUntil(due), kSliceNanos);
+    return {end / 1000000000, end % 1000000000};
 }
 
 } // namespace
@@ -81,6 +79,13 @@ int Findings() {
     return s_findings;
 }
 
+int PrintFigures(FILE *output, const std::map<std::string, int64_t> &figures) {
+    std::fprintf(output, "{\"findings\": %d", Findings());
+    for (const auto &[name, count] : figures)
+        std::fprintf(output, ", \"%s\": %lld", name.c_str(), static_cast<long long>(count));
+    return std::fputs("}\n", output) >= 0 && std::fflush(output) == 0 && Findings() == 0 ? 0 : 1;
+}
+
 Held HeldNow() {
     const auto entries = [](const char *folder) {
         return static_cast<long>(std::distance(std::filesystem::directory_iterator(folder), {}));
@@ -96,6 +101,18 @@ int64_t Milliseconds() {
     struct timespec now = {};
     (void)syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
     return now.tv_sec * INT64_C(1000) + now.tv_nsec / 1000000;
+}
+
+void Pause(int64_t microseconds) {
+    const struct timespec time = {0, static_cast<long>(microseconds * 1000)};
+    (void)nanosleep(&time, nullptr); // the pace
+}
+
+void Limit(int resource, rlim_t most) {
+    struct rlimit limit = {};
+    (void)getrlimit(resource, &limit);
+    limit.rlim_cur = std::min(most, limit.rlim_max);
+    (void)setrlimit(resource, &limit);
 }
 
 int64_t LinesOfLog(const std::string &folder) {
@@ -139,7 +156,7 @@ int sem_timedwait(sem_t *semaphore, const struct timespec *due) {
         const struct timespec end = torture::s_clockMoves ? torture::Slice(*due) : *due;
         if (torture::s_semTimedWait(semaphore, &end) == 0)
             return 0;
-        if (errno != ETIMEDOUT || torture::HasPassed(*due))
+        if (errno != ETIMEDOUT || torture::NanosUntil(*due) <= 0)
             return -1;
     }
 }
@@ -150,7 +167,7 @@ int pthread_cond_clockwait(pthread_cond_t *condition, pthread_mutex_t *mutex, cl
         return torture::s_condClockWait(condition, mutex, clock, due);
     const struct timespec end = torture::Slice(*due);
     const int result = torture::s_condClockWait(condition, mutex, clock, &end);
-    return result == ETIMEDOUT && !torture::HasPassed(*due) ? 0 : result;
+    return result == ETIMEDOUT && torture::NanosUntil(*due) > 0 ? 0 : result;
 }
 
 sem_t *sem_open(const char *name, int flags, ...) noexcept {
