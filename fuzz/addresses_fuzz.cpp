@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstring>
 #include <optional>
+#include <regex>
 #include <vector>
 #include <vyx/net.h>
 
@@ -12,23 +13,20 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
+// Four decimal numbers of one byte each, with any number of zeros before them.
 std::optional<Bytes> ReadShort(const std::string &sText) {
+    static const std::regex s_quad("0*([0-9]{1,3})\\.0*([0-9]{1,3})\\.0*([0-9]{1,3})\\.0*([0-9]{1,3})");
+    std::smatch found;
+    if (!std::regex_match(sText, found, s_quad))
+        return std::nullopt;
     Bytes bytes;
-    size_t nAt = 0;
-    while (nAt < sText.size() && bytes.size() < 4) {
-        const size_t nEnd = std::min(sText.find_first_not_of("0123456789", nAt), sText.size());
-        const std::string sDigits = sText.substr(nAt, nEnd - nAt);
-        const size_t nFirst = std::min(sDigits.find_first_not_of('0'), sDigits.size());
-        if (sDigits.empty() || sDigits.size() - nFirst > 3 || std::atoi(sDigits.c_str() + nFirst) > 255)
+    for (size_t i = 1; i <= 4; ++i) {
+        const int iNumber = std::stoi(found[i]);
+        if (iNumber > 255)
             return std::nullopt;
-        bytes.push_back(static_cast<uint8_t>(std::atoi(sDigits.c_str() + nFirst)));
-        if (nEnd == sText.size())
-            return bytes.size() == 4 ? std::optional(bytes) : std::nullopt;
-        if (sText[nEnd] != '.')
-            return std::nullopt;
-        nAt = nEnd + 1;
+        bytes.push_back(static_cast<uint8_t>(iNumber));
     }
-    return std::nullopt;
+    return bytes;
 }
 
 // One group after the other. Each but the last is followed by ':'; the last may be followed by any one character.
