@@ -77,7 +77,7 @@ const Faulty kFaulty[] = {
     {"signal_for_broadcast", "", "deadlock", "waits: wait condition 1, at signal_for_broadcast.cpp"},
     {"skipped_tail", "", "signal", "not so: batch.Text(line)[i] == text"},
     {"two_locks", "", "deadlock", "waits: lock mutex 1, held by thread"},
-    {"worker_retires", "--seed 6", "signal", "not so: s_run == 2"},
+    {"worker_retires", "--seed 6", "signal", "not so: g_run == 2"},
 };
 
 class FaultyProgram : public testing::TestWithParam<Faulty> {};

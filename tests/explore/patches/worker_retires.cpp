@@ -1,22 +1,14 @@
 // Two items, the second about when the worker's idle time is over: both run.
-#include <atomic>
-
-#include "../scenarios/scenario.h"
-
-static std::atomic<int> s_run;
-
-static void *Count(void *) {
-    s_run++;
-    return nullptr;
-}
+#include "../scenarios/pool.h"
 
 int main() {
     CHECK(VYX_Init() == VYX_OK);
-    VYX_HANDLE_THREADPOOL pool = VYX_ThreadPool_CreateFlex(0, 1, 0, 5);
-    CHECK(pool != nullptr && VYX_ThreadPool_WorkEx(pool, Count, nullptr, 1) == VYX_OK);
+    g_pool = VYX_ThreadPool_CreateFlex(0, 1, 0, 5);
+    CHECK(g_pool != nullptr);
+    Submit(Count, 1);
     Pass(5); // the idle time-out
-    CHECK(VYX_ThreadPool_WorkEx(pool, Count, nullptr, 1) == VYX_OK);
-    CHECK(VYX_ThreadPool_Destroy(pool) == VYX_OK);
-    CHECK(s_run == 2);
+    Submit(Count, 1);
+    CHECK(VYX_ThreadPool_Destroy(g_pool) == VYX_OK);
+    CHECK(g_run == 2);
     CHECK(VYX_Fini() == VYX_OK);
 }
