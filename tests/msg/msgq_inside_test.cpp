@@ -110,6 +110,12 @@ TEST_F(MsgQueue, TimeOutCountsOverAllWakeUps) {
     EXPECT_LT(fTook, 10 * kTimeOut * support::TimeScale());
 }
 
+TEST_F(MsgQueue, AMessageBetweenTheLookAndTheSleepEndsTheWait) {
+    m_hQueue->hQueueLock.Acquire();
+    EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
+    EXPECT_TRUE(VYX_MsgQWaitTimeOut_Inter(m_hQueue, 1)) << "there is something to take";
+}
+
 TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
     for (const bool bStop : {false, true}) {
         Receiver forever(m_hQueue, -1);
