@@ -1,17 +1,22 @@
 // The check of the order of locks, what the ranks promise, and what locks show to tools.
 #include <cstring>
 #include <iterator>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "base/describe.h"
 #include "base/fork.h"
+#include "base/spin.h"
 
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Rank;
 
-extern "C" const vyx_inter::DescriptionTable<4> vyx_description_locks;
+extern "C" {
+extern const vyx_inter::DescriptionTable<4> vyx_description_locks;
+extern const vyx_inter::DescriptionTable<std::size(vyx_inter::kRanks)> vyx_description_ranks;
+}
 
 namespace {
 
@@ -30,6 +35,7 @@ TEST(LockCount, EachWayToTakeItCounts) {
     EXPECT_EQ(taken(), 1U);
     const LockGuard guard(lock);
     EXPECT_EQ(taken(), 2U);
+    EXPECT_EQ(lock.OwnThread(), static_cast<uint32_t>(gettid()));
     (void)vyx_inter::Condition().WaitUntil(lock, vyx_inter::Deadline::In(0, vyx_inter::Clock::Wall));
     EXPECT_EQ(taken(), 3U);
 }
@@ -46,9 +52,25 @@ TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
 
 TEST(LockOrder, RanksAreListedInTheirOrder) {
     ASSERT_EQ(std::size(vyx_inter::kRanks), static_cast<size_t>(Rank::SemNames) + 1);
-    for (size_t i = 1; i < std::size(vyx_inter::kRanks); ++i)
-        EXPECT_LE(vyx_inter::kRanks[i - 1].nLevel, vyx_inter::kRanks[i].nLevel)
+    for (size_t i = 0; i < std::size(vyx_inter::kRanks); ++i) {
+        EXPECT_LE(vyx_inter::kRanks[i > 0 ? i - 1 : 0].nLevel, vyx_inter::kRanks[i].nLevel)
             << vyx_inter::kRanks[i].szName;
+        EXPECT_EQ(vyx_description_ranks.rows[i].nSize, vyx_inter::kRanks[i].nLevel) << "as tools see it";
+    }
+}
+
+TEST(TryBriefly, LooksAgainForAMomentUnlessTheMachineIsCrowded) {
+    uint32_t nLooks = 0;
+    const auto look = [&nLooks] { return ++nLooks == 100; };
+    vyx_inter::g_nCrowdedCalls = 0;
+    EXPECT_FALSE(vyx_inter::TryBriefly(look));
+    EXPECT_GT(nLooks, 1U);
+    EXPECT_LE(nLooks, 1 + vyx_inter::kBriefTries);
+    vyx_inter::g_nCrowdedCalls = 2;
+    nLooks = 98;
+    EXPECT_FALSE(vyx_inter::TryBriefly(look)) << "one look";
+    EXPECT_TRUE(vyx_inter::TryBriefly(look));
+    EXPECT_EQ(vyx_inter::g_nCrowdedCalls, 1U);
 }
 
 // Without the compiler's analysis, which would not let pass what is tried here.
