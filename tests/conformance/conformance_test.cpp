@@ -112,7 +112,7 @@ void Messages() {
 
 void Addresses() {
     static VYX_ADDR_EXP_T exp;
-    REFUSED(VYX_MakeAddrByString(0, nullptr, 0, nullptr));
+    REFUSED(VYX_MakeAddrByString(AF_INET, nullptr, 0, nullptr));
     REFUSED(VYX_GetAddrType(nullptr));
     REFUSED(VYX_GetAddrPort(nullptr));
     REFUSED(VYX_MakeAddr(nullptr, 16, &addr));
@@ -123,7 +123,7 @@ void Addresses() {
     REFUSED(VYX_GetAddrInfo(nullptr, &exp));
     REFUSED(VYX_GetAddrInfo(&addr, nullptr));
     REFUSED(VYX_GetAddr6Int(nullptr, bytes));
-    REFUSED(VYX_InetPton("1.2.3.4", nullptr));
+    REFUSED(VYX_InetPton("::1", nullptr));
     REFUSED(VYX_InetPton(nullptr, bytes));
     REFUSED(VYX_InetNtop(AF_INET, nullptr, szText, 8) != nullptr);
     REFUSED(VYX_InetNtop(AF_INET, bytes, nullptr, 8) != nullptr);
@@ -138,7 +138,7 @@ void Network() {
     REFUSED(VYX_GetMacAddr(nullptr, bytes, &nNine));
     REFUSED(VYX_GetMacAddr("x", nullptr, &nNine));
     REFUSED(VYX_GetMacAddr("x", bytes, nullptr));
-    REFUSED(VYX_GetAddressInfo("x", nullptr, nullptr, nullptr));
+    REFUSED(VYX_GetAddressInfo("127.0.0.1", nullptr, nullptr, nullptr));
     REFUSED(VYX_GetHostName(nullptr, 10));
     REFUSED(VYX_GetHostName(szText, -1));
     REFUSED(VYX_GetAddressByName(nullptr) != nullptr);
