@@ -47,13 +47,14 @@ class Process : public Memory {
         DIR *directory = opendir(folder.c_str());
         if (directory == nullptr)
             return threads;
+        const bool nested = OwnNumber(std::to_string(number)) != number;
         while (const dirent *entry =
                    readdir(directory)) { // NOLINT(concurrency-mt-unsafe): there is one thread
             const auto thread = static_cast<uint32_t>(std::strtoul(entry->d_name, nullptr, 10));
             std::ifstream file(folder + "/" + entry->d_name + "/stat");
             std::string text;
             if (thread != 0 && std::getline(file, text))
-                threads.push_back(ToThread(thread, text));
+                threads.push_back(ToThread(nested ? OwnNumber(entry->d_name) : thread, text));
         }
         (void)closedir(directory);
         return threads;
@@ -97,6 +98,17 @@ class Process : public Memory {
 
     [[nodiscard]] std::string Path(const std::string &entry) const {
         return "/proc/" + std::to_string(number) + "/" + entry;
+    }
+
+    // The number that a thread has in the process itself, which may be in another namespace.
+    [[nodiscard]] uint32_t OwnNumber(const std::string &thread) const {
+        std::ifstream file(Path("task/" + thread + "/status"));
+        std::string line;
+        while (std::getline(file, line))
+            if (line.compare(0, 6, "NSpid:") == 0)
+                return static_cast<uint32_t>(
+                    std::strtoul(line.c_str() + line.find_last_of(" \t"), nullptr, 10));
+        return static_cast<uint32_t>(std::strtoul(thread.c_str(), nullptr, 10));
     }
 
     void ReadMappings() {

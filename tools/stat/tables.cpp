@@ -441,6 +441,7 @@ class Collector {
     // Each thread that waits for events points to a note of what for. False: some changed all the time.
     bool AddEventWaits(const std::vector<Record> &waiters, Table &table) {
         bool complete = true;
+        const int64_t now = waiters.empty() ? 0 : m_memory.MonotonicMicros();
         for (const Record &listed : waiters) {
             Record waiter = listed;
             std::string on;
@@ -452,7 +453,7 @@ class Collector {
             if (!read || on.empty())
                 continue;
             const uint64_t thread = waiter.Number("thread");
-            const int64_t left = deadline - m_memory.MonotonicMicros();
+            const int64_t left = deadline - now;
             table.rows.push_back({"event", on, Count(thread), ThreadName(thread),
                                   m_memory.IsLive() ? Cell(std::max<int64_t>(left, 0) / 1000) : Cell(),
                                   m_memory.IsLive() ? Cell(Utc(Micros(CLOCK_REALTIME) + left)) : Cell()});
