@@ -39,24 +39,16 @@ void Change(const std::vector<Bytes> &corpus, size_t nMost, std::mt19937 *pRando
     for (size_t nChanges = 1 + Below(6); nChanges > 0; --nChanges) {
         const auto itAt = s_input.begin() + static_cast<std::ptrdiff_t>(Below(s_input.size()));
         const auto &other = corpus[Below(corpus.size())];
-        switch (Below(s_input.empty() ? 2 : 5)) {
-        case 0:
+        const size_t nKind = Below(s_input.empty() ? 2 : 5);
+        if (nKind == 0)
             s_input.insert(itAt, static_cast<uint8_t>(Below(256)));
-            break;
-        case 1:
+        else if (nKind == 1)
             s_input.insert(itAt, other.begin() + static_cast<std::ptrdiff_t>(Below(other.size())),
                            other.end());
-            break;
-        case 2:
+        else if (nKind == 2)
             s_input.erase(itAt);
-            break;
-        case 3:
-            *itAt = static_cast<uint8_t>(Below(256));
-            break;
-        default:
-            *itAt = static_cast<uint8_t>(*itAt ^ (1U << Below(8)));
-            break;
-        }
+        else
+            *itAt = static_cast<uint8_t>(nKind == 3 ? Below(256) : *itAt ^ (1U << Below(8)));
     }
     s_input.resize(std::min(s_input.size(), nMost));
 }
