@@ -13,19 +13,12 @@ using torture::Act;
 namespace may = torture::may;
 
 // A socket of the outside world.
-class Socket {
-  public:
-    Socket(int iFamily, int iType) : m_iFd(socket(iFamily, iType, 0)) {}
-    ~Socket() {
-        if (m_iFd >= 0)
-            (void)close(m_iFd);
-    }
+struct Socket {
+    const int iFd;
+    Socket(int iFamily, int iType) : iFd(socket(iFamily, iType, 0)) {}
+    ~Socket() { (void)close(iFd); }
     Socket(const Socket &) = delete;
     Socket &operator=(const Socket &) = delete;
-    int Get() const { return m_iFd; }
-
-  private:
-    int m_iFd;
 };
 
 VYX_ADDR_T Loopback(uint16_t nPort) {
@@ -55,14 +48,14 @@ void Options() {
     VYX_ADDR_T address = {};
     MUST(VYX_MakeAddr4ByInt(htonl(0xe00000fbU), 0, &address) == VYX_OK); // 224.0.0.251
     Act([&] {
-        const int iFd = four.Get();
+        const int iFd = four.iFd;
         int32_t iValue = 0;
         int32_t iOther = 0;
         SOCKET_OK(CALL(VYX_SetTTL)(iFd, 9));
         SOCKET_OK(CALL(VYX_GetTTL)(iFd, &iValue));
         SOCKET_OK(CALL(VYX_SetTOS)(iFd, 8));
         SOCKET_OK(CALL(VYX_GetTOS)(iFd, &iValue));
-        SOCKET_OK(CALL(VYX_SetMultiCastTTL)(group.Get(), 3));
+        SOCKET_OK(CALL(VYX_SetMultiCastTTL)(group.iFd, 3));
         SOCKET_OK(CALL(VYX_SetReuseAddr)(iFd, 1));
         SOCKET_OK(CALL(VYX_SetNoDelay)(iFd, 1));
         SOCKET_OK(CALL(VYX_BroadCast)(iFd));
@@ -72,12 +65,12 @@ void Options() {
         SOCKET_OK(CALL(VYX_SetBuffSize)(iFd, 10000, 10000));
         SOCKET_OK(CALL(VYX_GetBuffSize)(iFd, &iValue, &iOther));
         OK(CALL(VYX_SetNonBlock)(iFd, 1), may::descriptors); // flags that cannot be read are not noticed
-        if (Ok(CALL(VYX_JoinMultiCastGroup)(group.Get(), &local, &address), __LINE__))
-            SOCKET_OK(CALL(VYX_LeaveMultiCastGroup)(group.Get(), &local, &address));
-        const auto IfSix = [&](int32_t iResult, int iLine) { return six.Get() < 0 || Ok(iResult, iLine); };
-        (void)IfSix(CALL(VYX_SetTTL_V6)(six.Get(), 9), __LINE__);
-        (void)IfSix(CALL(VYX_GetTTL_V6)(six.Get(), &iValue), __LINE__);
-        (void)IfSix(CALL(VYX_SetMultiCastTTL_V6)(six.Get(), 9), __LINE__);
+        if (Ok(CALL(VYX_JoinMultiCastGroup)(group.iFd, &local, &address), __LINE__))
+            SOCKET_OK(CALL(VYX_LeaveMultiCastGroup)(group.iFd, &local, &address));
+        const auto IfSix = [&](int32_t iResult, int iLine) { return six.iFd < 0 || Ok(iResult, iLine); };
+        (void)IfSix(CALL(VYX_SetTTL_V6)(six.iFd, 9), __LINE__);
+        (void)IfSix(CALL(VYX_GetTTL_V6)(six.iFd, &iValue), __LINE__);
+        (void)IfSix(CALL(VYX_SetMultiCastTTL_V6)(six.iFd, 9), __LINE__);
     });
 }
 
@@ -107,9 +100,9 @@ void Transfer(VYX_SOCK_T hNear, VYX_SOCK_T hFar) {
 
 void Connection() {
     const Socket listener(AF_INET, SOCK_STREAM);
-    const VYX_ADDR_T address = BindToLoopback(listener.Get());
-    MUST(listen(listener.Get(), 10) == 0);
-    (void)fcntl(listener.Get(), F_SETFL,
+    const VYX_ADDR_T address = BindToLoopback(listener.iFd);
+    MUST(listen(listener.iFd, 10) == 0);
+    (void)fcntl(listener.iFd, F_SETFL,
                 O_NONBLOCK); // a connection that failed does not come
     Act([&] {
         const VYX_SOCK_T hNear = CALL(VYX_CreateSocket)(AF_INET, SOCK_STREAM, 0);
@@ -119,8 +112,7 @@ void Connection() {
         const bool bConnected = OK(CALL(VYX_ConnectWithTimeOut)(hNear, &address, 1000),
                                    may::interrupts | may::descriptors | may::sockets | may::clocks);
         VYX_ADDR_T peer = {};
-        const VYX_SOCK_T hFar =
-            bConnected ? CALL(VYX_Accept)(listener.Get(), &peer, 1000) : VYX_INVALID_SOCKET;
+        const VYX_SOCK_T hFar = bConnected ? CALL(VYX_Accept)(listener.iFd, &peer, 1000) : VYX_INVALID_SOCKET;
         // Whether the listener blocks decides only where a thread can be cancelled.
         constexpr uint32_t kMay = may::interrupts | may::or_not | may::clocks | may::descriptors;
         if (bConnected && DONE(hFar >= 0, hFar == VYX_INVALID_SOCKET, kMay)) {
@@ -135,8 +127,8 @@ void Connection() {
             (void)CALL(VYX_CloseSocket)(hFar, 0);
         SOCKET_OK(CALL(VYX_CloseSocket)(hNear, 0));
     });
-    for (int iFd = accept(listener.Get(), nullptr, nullptr); iFd >= 0;
-         iFd = accept(listener.Get(), nullptr, nullptr))
+    for (int iFd = accept(listener.iFd, nullptr, nullptr); iFd >= 0;
+         iFd = accept(listener.iFd, nullptr, nullptr))
         (void)close(iFd);
 }
 

@@ -1,4 +1,5 @@
 // Files, directories, modules, the system, times, memory.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -43,28 +44,20 @@ void File() {
         if (!DONE(hFile >= 0, hFile == VYX_INVALID_FILE, may::errors))
             return;
         int32_t iWritten = -2;
-        if (OK(CALL(VYX_WriteFile)(hFile, kText, kLength, &iWritten), may::errors))
-            MUST(iWritten > 0 && iWritten <= kLength);
-        else
-            MUST(iWritten == -1);
+        const bool bWritten = OK(CALL(VYX_WriteFile)(hFile, kText, kLength, &iWritten), may::errors);
+        MUST(bWritten ? iWritten > 0 && iWritten <= kLength : iWritten == -1);
         OK(CALL(VYX_FileFlush)(hFile), may::errors);
         VYX_FINFO_T info = {};
         info.size = -7;
-        if (OK(CALL(VYX_FileStat)(hFile, &info), may::errors))
-            MUST(info.size == (iWritten < 0 ? 0 : iWritten));
-        else
-            MUST(info.size == -7);
+        const bool bTold = OK(CALL(VYX_FileStat)(hFile, &info), may::errors);
+        MUST(info.size == (bTold ? std::max(iWritten, 0) : -7));
         int64_t iPosition = -2;
-        if (OK(CALL(VYX_FileSeek)(hFile, 1, 0, &iPosition), may::errors | may::writes))
-            MUST(iPosition == 1);
-        else
-            MUST(iPosition == -1);
+        const bool bMoved = OK(CALL(VYX_FileSeek)(hFile, 1, 0, &iPosition), may::errors | may::writes);
+        MUST(iPosition == (bMoved ? 1 : -1));
         char szRead[kLength];
         int32_t iRead = -2;
-        if (OK(CALL(VYX_ReadFile)(hFile, szRead, sizeof szRead, &iRead), may::errors))
-            MUST(iRead >= 0 && iRead <= kLength);
-        else
-            MUST(iRead == -1);
+        const bool bRead = OK(CALL(VYX_ReadFile)(hFile, szRead, sizeof szRead, &iRead), may::errors);
+        MUST(bRead ? iRead >= 0 && iRead <= kLength : iRead == -1);
         OK(CALL(VYX_CloseFile)(hFile), may::errors);
         OK(CALL(VYX_AccessFile)("file", 4), may::errors);
         const char *szNow = OK(CALL(VYX_RenameFile)("file", "renamed"), may::errors) ? "renamed" : "file";
