@@ -98,20 +98,6 @@ inline int StressItems(int nFull) {
     return nFull / nDivisor;
 }
 
-// One mark for each item of a stress test: how often it ran.
-struct Marks {
-    explicit Marks(int nItems) : runs(static_cast<size_t>(nItems)) {}
-    std::vector<std::atomic<uint8_t>> runs;
-
-    static void *Item(void *pMark) {
-        ++*static_cast<std::atomic<uint8_t> *>(pMark);
-        return nullptr;
-    }
-    [[nodiscard]] int CountOf(uint8_t n) const {
-        return static_cast<int>(std::count_if(runs.begin(), runs.end(), [n](auto &run) { return run == n; }));
-    }
-};
-
 } // namespace pooltest
 
 #endif

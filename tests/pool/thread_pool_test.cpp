@@ -2,7 +2,6 @@
 #include "pool/pool_support.h"
 
 using pooltest::Gate;
-using pooltest::Marks;
 using pooltest::Shown;
 using support::ErrorsOf;
 
@@ -108,35 +107,31 @@ TEST_F(FixedPool, ClassKeepsTheHandleOnly) {
     EXPECT_EQ(gate.nLeft, 1);
 }
 
-// Hands items over, from several threads, waiting where the pool is full, until all have been or it refuses one.
-// Result: how many were accepted.
-int HandOver(VYX_HANDLE_THREADPOOL hPool, Marks &marks, const std::function<void()> &fnMeanwhile) {
-    constexpr size_t kThreads = 3;
-    std::atomic<int> nAccepted{0};
-    std::vector<std::thread> threads;
-    for (size_t nFirst = 0; nFirst < kThreads; ++nFirst)
-        threads.emplace_back([&, nFirst] {
-            for (size_t n = nFirst; n < marks.runs.size(); n += kThreads, ++nAccepted)
-                if (VYX_ThreadPool_WorkEx(hPool, Marks::Item, &marks.runs[n], 1) != 0)
-                    return;
-        });
-    fnMeanwhile();
-    for (std::thread &thread : threads)
-        thread.join();
-    return nAccepted;
+void *CountRun(void *pRuns) {
+    ++*static_cast<std::atomic<int> *>(pRuns);
+    return nullptr;
 }
 
+// Three threads hand items over, waiting where the pool is full, until it refuses one or all have been.
 TEST_F(FixedPool, DestroyAmidWorkRunsExactlyWhatWasAccepted) {
     const auto nRounds = static_cast<uint32_t>(pooltest::StressItems(200));
     for (uint32_t nRound = 0; nRound < nRounds; ++nRound) {
-        Marks marks(300);
+        std::vector<std::atomic<int>> runs(300); // of each item
+        std::atomic<int> nAccepted{0};
+        std::vector<std::thread> threads;
         VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_CreateFlex(nRound % 3, 3, 0, nRound % 2);
-        const int nAccepted = HandOver(hPool, marks, [&] {
-            EXPECT_TRUE(pooltest::YieldUntil([&] { return marks.runs[nRound % 100] == 1; }));
-            EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
-        });
-        ASSERT_EQ(marks.CountOf(1), nAccepted);
-        ASSERT_EQ(marks.CountOf(0), 300 - nAccepted);
+        for (size_t nFirst = 0; nFirst < 3; ++nFirst)
+            threads.emplace_back([&, nFirst] {
+                for (size_t n = nFirst; n < 300; n += 3, ++nAccepted)
+                    if (VYX_ThreadPool_WorkEx(hPool, CountRun, &runs[n], 1) != 0)
+                        return;
+            });
+        EXPECT_TRUE(pooltest::YieldUntil([&] { return runs[nRound % 100] == 1; }));
+        EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(VYX_ThreadPool_Destroy(hPool), 0); }));
+        for (std::thread &thread : threads)
+            thread.join();
+        ASSERT_EQ(std::count(runs.begin(), runs.end(), 1), nAccepted);
+        ASSERT_EQ(std::count(runs.begin(), runs.end(), 0), 300 - nAccepted);
     }
 }
 

@@ -2,7 +2,6 @@
 #include "pool/pool_support.h"
 
 using pooltest::Gate;
-using pooltest::Marks;
 
 namespace {
 
