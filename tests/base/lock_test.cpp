@@ -44,6 +44,12 @@ TEST(LockCount, EachWayToTakeItCounts) {
 TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
     Lock lock{Rank::SemWaits};
     vyx_inter::ForkHold hold(lock);
+    hold.Before();
+    const bool bFree = lock.TryAcquire();
+    EXPECT_FALSE(bFree) << "held until the fork is over";
+    if (bFree)
+        lock.Release();
+    hold.InParent();
     const LockGuard guard(lock);
     hold.Before();
     EXPECT_FALSE(hold.IsWhole());

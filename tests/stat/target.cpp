@@ -119,9 +119,11 @@ void Still() {
     VYX_HANDLE_THREADPOOLFLEX hFlex = VYX_ThreadPoolFlex_Create(1, -1, HandlerOfTheItems, 0);
     for (int i = 0; i < 2; ++i)
         Check(VYX_ThreadPool_Work(hPool, HoldItem, nullptr) == VYX_OK, "item");
+    const VYX_HANDLE_THREADPOOL hFull = VYX_ThreadPool_Create(1, 1);
+    Check(VYX_ThreadPool_Work(hFull, HoldItem, nullptr) == VYX_OK, "item of the full pool");
     for (int i = 0; i < 4; ++i)
         Check(VYX_ThreadPoolFlex_Work(hFlex, nullptr) == VYX_OK, "flexible item");
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 4; ++i)
         Check(VYX_SemWait(&s_hItems) == VYX_OK, "wait for items");
 
     VYX_HANDLE_MSGQ hQueue = nullptr;
@@ -131,6 +133,7 @@ void Still() {
         Send(hQueue, iPriority, 100);
     Check(Receive(hQueue, 1000), "receive"); // the others are in order now
     Send(hQueue, 12, 7);                     // and this one is not
+    (void)StartSleeper([&] { (void)VYX_ThreadPool_WorkEx(hFull, HoldItem, nullptr, 1); });
     const uint32_t nReceiver = StartSleeper([&] { (void)Receive(hEmpty, VYX_INFINITE); });
     const uint32_t nBounded = StartSleeper([&] { (void)Receive(hEmpty, kHour); });
     const uint32_t nWaiter = StartSleeper([] { (void)VYX_SemTimedWait(&s_hBounded, kHour); });
@@ -161,7 +164,8 @@ void Still() {
 
     (void)std::printf(
         R"json({"library": {"starts": 2, "version": "1.0.1"},
- "pools": [{"pool": 0, "workers": 3, "most": 5, "busy": 2, "idle": 1, "waiting": 0, "items": 2}],
+ "pools": [{"pool": 0, "workers": 3, "most": 5, "busy": 2, "idle": 1, "waiting": 0, "items": 2},
+           {"pool": 1, "workers": 1, "most": 1, "busy": 1, "idle": 0, "waiting": 1, "items": 1}],
  "flexible_pools": [{"pool": 0, "workers": 1, "most": 1, "busy": 1, "idle": 0, "queued": 3, "items": 1,
                      "handler": "HandlerOfTheItems(void*)"}],
  "queues": [{"queue": 0, "messages": 4, "bytes": 307, "highest": 12}, {"queue": 1, "messages": 0, "bytes": 0}],
