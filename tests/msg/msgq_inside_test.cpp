@@ -114,6 +114,9 @@ TEST_F(MsgQueue, AMessageBetweenTheLookAndTheSleepEndsTheWait) {
     m_hQueue->hQueueLock.Acquire();
     EXPECT_EQ(VYX_OK, Send(m_hQueue, 1));
     EXPECT_TRUE(VYX_MsgQWaitTimeOut_Inter(m_hQueue, 1)) << "there is something to take";
+    EXPECT_EQ(1, NextType(m_hQueue));
+    const LockGuard guard(m_hQueue->hQueueLock);
+    EXPECT_EQ(0U, m_hQueue->nBytes) << "as tools see it";
 }
 
 TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
