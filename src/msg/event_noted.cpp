@@ -53,8 +53,6 @@ void NotedWait::Begin(const VYX_EVENT *pEvents, int32_t iEvents) {
     m_pWaiter = &t_waiter;
     if (!m_pWaiter->bKnown)
         Register_Local(*m_pWaiter);
-    // The note may lie where the thread's last one did, which has gone before it is written.
-    std::atomic_thread_fence(std::memory_order_release);
     m_pEvents = pEvents;
     m_iEvents = iEvents;
     m_pWaiter->nWaits.store(m_pWaiter->nWaits.load(std::memory_order_relaxed) + 1, std::memory_order_release);
@@ -63,6 +61,8 @@ void NotedWait::Begin(const VYX_EVENT *pEvents, int32_t iEvents) {
 
 void NotedWait::End() {
     m_pWaiter->pWait.store(nullptr, std::memory_order_release);
+    // The thread's next note may lie in the same place, and is not to be seen there before this one has gone.
+    std::atomic_thread_fence(std::memory_order_release);
 }
 
 void ForgetOtherEventWaits() {
