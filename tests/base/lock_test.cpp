@@ -1,6 +1,7 @@
 // The check of the order of locks, what the ranks promise, and what locks show to tools.
 #include <cstring>
 #include <iterator>
+#include <thread>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,10 @@ using vyx_inter::LockGuard;
 using vyx_inter::Rank;
 
 extern "C" {
+// In place of the platform's, so that a thread's looks follow each other at once however busy the machine is.
+int sched_yield() noexcept {
+    return 0;
+}
 extern const vyx_inter::DescriptionTable<4> vyx_description_locks;
 extern const vyx_inter::DescriptionTable<std::size(vyx_inter::kRanks)> vyx_description_ranks;
 }
@@ -54,6 +59,24 @@ TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
     hold.Before();
     EXPECT_FALSE(hold.IsWhole());
     EXPECT_EQ(hold.InChild(), lock.OwnThread() == 0) << "where the platform does not tell, nobody can know";
+}
+
+// A holder that is known to work on is awaited for longer than one that nobody knows.
+TEST(ForkHold, AwaitsAHolderThatIsKnown) {
+    Lock lock{Rank::SemWaits};
+    vyx_inter::ForkHold hold(lock);
+    std::atomic<bool> bTaken{false};
+    std::thread holder([&] {
+        const LockGuard guard(lock);
+        bTaken = true;
+        usleep(3000 * vyx_inter::kForkPatienceUnknown); // that it takes so long is what is tried
+    });
+    while (!bTaken)
+        std::this_thread::yield();
+    hold.Before();
+    EXPECT_TRUE(hold.IsWhole());
+    hold.InParent();
+    holder.join();
 }
 
 TEST(LockOrder, RanksAreListedInTheirOrder) {
