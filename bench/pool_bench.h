@@ -2,7 +2,7 @@
 //
 // A pool is a class with the number of its workers as constructor argument and
 //   void Submit(PoolWork *pWork)   has pWork->Run() run once on a worker, waiting where there is no room
-//   void Drain()                   called by the submitting thread until the items are done; may do nothing
+//   void Drain()                   called by the submitting thread after its last item; may wait for the items, or do nothing
 #ifndef VYX_BENCH_POOL_BENCH_H
 #define VYX_BENCH_POOL_BENCH_H
 
@@ -23,10 +23,18 @@ struct PoolWork {
     std::chrono::nanoseconds length{0}; // of one item, spent computing
     std::atomic<Clock::rep> started{0}; // when the latest item began
     std::atomic<uint64_t> nDone{0};
+    std::atomic<uint64_t> nDue{UINT64_MAX}; // the item that posts `done`
+    sem_t done;
     sem_t permits; // of items that may be under way, where the benchmark limits them
 
-    PoolWork() { (void)sem_init(&permits, 0, 0); }
-    ~PoolWork() { (void)sem_destroy(&permits); }
+    PoolWork() {
+        (void)sem_init(&done, 0, 0);
+        (void)sem_init(&permits, 0, 0);
+    }
+    ~PoolWork() {
+        (void)sem_destroy(&done);
+        (void)sem_destroy(&permits);
+    }
     PoolWork(const PoolWork &) = delete;
     PoolWork &operator=(const PoolWork &) = delete;
 
@@ -36,11 +44,13 @@ struct PoolWork {
         while (length.count() != 0 && Clock::now() - now < length) {
         }
         (void)sem_post(&permits);
-        nDone.fetch_add(1, std::memory_order_release);
+        if (nDone.fetch_add(1) + 1 == nDue.load())
+            (void)sem_post(&done);
     }
 };
 
-// The time that an item takes off a batch: handed over by one thread, and over when its last item has run.
+// The time that an item takes off a batch: handed over by one thread, which then sleeps until the last item has run, so that
+// the workers have all processors.
 //   Limited  have no more items under way than there are workers, as a pool without a queue does by itself
 template <class Pool, bool Limited>
 void PoolItems(benchmark::State &state) {
@@ -50,20 +60,18 @@ void PoolItems(benchmark::State &state) {
     work.length = std::chrono::nanoseconds(state.range(1));
     for (int64_t n = 0; n < state.range(0); ++n)
         (void)sem_post(&work.permits);
-    uint64_t nDue = 0;
     std::vector<double> samples;
     for (auto _ : state) {
         for (int nBatch = 0; nBatch < 5; ++nBatch) {
             const auto start = bench::Clock::now();
-            nDue += kBatch;
+            work.nDue = work.nDone + kBatch;
             for (uint64_t n = 0; n < kBatch; ++n) {
                 while (Limited && sem_wait(&work.permits) != 0) {
                 }
                 pool.Submit(&work);
             }
-            while (work.nDone.load(std::memory_order_acquire) != nDue) {
-                pool.Drain();
-                std::this_thread::yield();
+            pool.Drain();
+            while (sem_wait(&work.done) != 0) {
             }
             samples.push_back(bench::MicrosecondsSince(start) / kBatch);
         }

@@ -99,13 +99,12 @@ void SignalNobody(benchmark::State &state) {
 }
 
 // A thread that goes back to sleep on a condition whenever it has been woken.
-template <class Api>
 class Sleeper {
   public:
     Sleeper() : m_thread([this] { Run(); }) {}
     ~Sleeper() {
         AwaitSleep(true);
-        (void)Api::Signal(&hCond);
+        (void)Raw::Signal(&hCond);
         m_thread.join();
     }
     Sleeper(const Sleeper &) = delete;
@@ -114,11 +113,11 @@ class Sleeper {
     // Returns when the thread is asleep, with its leave to wake up.
     void AwaitSleep(bool bStop) {
         for (bool bAsleep = false; !bAsleep;) {
-            (void)Api::Lock(&m_hMutex);
+            (void)Raw::Lock(&m_hMutex);
             bAsleep = m_bWaiting;
             m_bWoken = bAsleep;
             m_bStop = bStop;
-            (void)Api::Unlock(&m_hMutex);
+            (void)Raw::Unlock(&m_hMutex);
         }
         // The mutex was given up; the kernel needs a moment more to put the thread to sleep.
         for (const auto start = bench::Clock::now(); bench::MicrosecondsSince(start) < 20;) {
@@ -129,15 +128,15 @@ class Sleeper {
 
   private:
     void Run() {
-        (void)Api::Lock(&m_hMutex);
+        (void)Raw::Lock(&m_hMutex);
         for (bool bStop = false; !bStop; bStop = m_bStop) {
             m_bWaiting = true;
             while (!m_bWoken)
-                (void)Api::Wait(&hCond, &m_hMutex);
+                (void)Raw::Wait(&hCond, &m_hMutex);
             m_bWaiting = false;
             m_bWoken = false;
         }
-        (void)Api::Unlock(&m_hMutex);
+        (void)Raw::Unlock(&m_hMutex);
     }
 
     pthread_mutex_t m_hMutex = PTHREAD_MUTEX_INITIALIZER;
@@ -148,7 +147,7 @@ class Sleeper {
 };
 
 template <class Api>
-double MicrosecondsToSignal(Sleeper<Api> &sleeper) {
+double MicrosecondsToSignal(Sleeper &sleeper) {
     sleeper.AwaitSleep(false);
     const auto start = bench::Clock::now();
     benchmark::DoNotOptimize(Api::Signal(&sleeper.hCond));
@@ -160,15 +159,15 @@ struct SignalTimes {
     std::vector<double> vyx;
 };
 
-// What waking a thread costs depends most on what the processor that it sleeps on does meanwhile, and a virtual machine's
-// may need ten times as long a second later. So both sides take turns. Only the signal itself is timed.
+// What waking a thread costs depends most on the processor that it sleeps on, and on what that does meanwhile: a virtual
+// machine's may need ten times as long a second later. So both sides take turns and wake the same thread. Only the signal
+// itself is timed.
 SignalTimes TakeTurns() {
     SignalTimes times;
-    Sleeper<Raw> raw;
-    Sleeper<Vyx> vyx;
+    Sleeper sleeper;
     for (int i = 0; i < 500; ++i) {
-        times.raw.push_back(MicrosecondsToSignal(raw));
-        times.vyx.push_back(MicrosecondsToSignal(vyx));
+        times.raw.push_back(MicrosecondsToSignal<Raw>(sleeper));
+        times.vyx.push_back(MicrosecondsToSignal<Vyx>(sleeper));
     }
     return times;
 }

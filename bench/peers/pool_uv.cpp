@@ -28,7 +28,7 @@ class UvPool {
             &m_loop, pRequest, [](uv_work_t *pDone) { static_cast<PoolWork *>(pDone->data)->Run(); },
             [](uv_work_t *pDone, int) { delete pDone; });
     }
-    void Drain() { (void)uv_run(&m_loop, UV_RUN_NOWAIT); }
+    void Drain() { (void)uv_run(&m_loop, UV_RUN_DEFAULT); }
 
   private:
     uv_loop_t m_loop;
