@@ -60,9 +60,11 @@ using StdInt = MapTable<uint32_t, std::unordered_map<uint32_t, void *>>;
 constexpr uint32_t kRing = 65536;    // bytes that the ring holds
 constexpr uint32_t kMaxPiece = 4096; // bytes written at once
 
-// What a piece is copied out to, where the case says so.
+// What a piece is copied out to, where the case says so. Aligned as all that is copied here, so that no side has more lines
+// to write than another.
+constexpr size_t kLine = 64;
 struct Outcome {
-    uint8_t bytes[kMaxPiece];
+    alignas(kLine) uint8_t bytes[kMaxPiece];
     uint64_t nTaken = 0;
 };
 
@@ -83,7 +85,7 @@ int32_t LookOnly(uint8_t *pData, uint32_t nLen, void *pUser) {
 // One piece in, and out through the callback.
 template <VYX_CYCLEBUFFER_PROC fnCallback, uint32_t nPiece>
 void CycleVyx(benchmark::State &state) {
-    static uint8_t s_bytes[nPiece];
+    alignas(kLine) static uint8_t s_bytes[nPiece];
     Outcome outcome;
     VYX_HANDLE_CYCLEBUFFER hBuffer = nullptr;
     (void)VYX_CycleBufferInit(&hBuffer, kRing, fnCallback, &outcome);
@@ -103,8 +105,8 @@ enum class By { Hand, Mutex };
 template <VYX_CYCLEBUFFER_PROC fnCallback, uint32_t nPiece, By eBy>
 void CycleOwn(benchmark::State &state) {
     static pthread_mutex_t s_hLock = PTHREAD_MUTEX_INITIALIZER;
-    static uint8_t s_bytes[nPiece];
-    static uint8_t s_storage[kRing];
+    alignas(kLine) static uint8_t s_bytes[nPiece];
+    alignas(kLine) static uint8_t s_storage[kRing];
     Outcome outcome;
     VYX_CYCLEBUFFER_PROC fnOut = fnCallback;
     uint32_t nLen = nPiece;
