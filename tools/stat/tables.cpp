@@ -483,7 +483,7 @@ class Collector {
 
     // What the events of an array are bound to; null ones are none.
     std::string EventNames(uint64_t place, int32_t count) {
-        const uint64_t word = m_description.layout.word;
+        const auto word = static_cast<size_t>(m_description.layout.word);
         std::vector<unsigned char> bytes(
             std::min<size_t>(static_cast<size_t>(std::max(count, 0)), kMostWaited) * word);
         std::string names;
