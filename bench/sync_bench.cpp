@@ -1,6 +1,7 @@
 // Mutexes, semaphores and conditions beside the POSIX calls they rest on.
 #include <fcntl.h>
 #include <pthread.h>
+#include <random>
 #include <semaphore.h>
 #include <string>
 #include <thread>
@@ -160,15 +161,17 @@ struct SignalTimes {
 };
 
 // What waking a thread costs depends most on the processor that it sleeps on, and on what that does meanwhile: a virtual
-// machine's may need ten times as long a second later. So both sides take turns and wake the same thread. Only the signal
-// itself is timed.
+// machine's may need ten times as long a second later. So both sides wake the same thread, in a random order: the system may
+// move it at every second wake-up. Only the signal itself is timed.
 SignalTimes TakeTurns() {
     SignalTimes times;
     Sleeper sleeper;
-    for (int i = 0; i < 500; ++i) {
-        times.raw.push_back(MicrosecondsToSignal<Raw>(sleeper));
-        times.vyx.push_back(MicrosecondsToSignal<Vyx>(sleeper));
-    }
+    std::mt19937 random(1);
+    for (int i = 0; i < 1000; ++i)
+        if (random() % 2 == 0)
+            times.raw.push_back(MicrosecondsToSignal<Raw>(sleeper));
+        else
+            times.vyx.push_back(MicrosecondsToSignal<Vyx>(sleeper));
     return times;
 }
 
