@@ -231,22 +231,23 @@ class Collector {
     // at the front of their list, and leave it all at once, under the lock. So the list stays as it is behind its first.
     std::optional<QueueState> ReadQueue(uint64_t place) {
         for (int i = 0; i < (m_memory.IsLive() ? kQueueTries : 1); i++) {
+            const auto taken = TakenOf(place); // first: whatever is read after it changes under the lock only
             const auto queue = m_reader.ReadLocked("queue", place, "lock");
             if (!queue)
                 return {};
             QueueState state = {queue->Number("sorted"), queue->Number("sorted_bytes"), INT32_MIN};
-            const auto taken = TakenOf(*queue);
             if (!AddNew(queue->Pointer("newest"), state) || !AddHighest(queue->Pointer("index"), state))
                 continue;
             const auto again = m_reader.ReadLocked("queue", place, "lock");
-            if (again && TakenOf(*again) == taken)
+            if (again && TakenOf(place) == taken)
                 return state;
         }
         return {};
     }
 
     // How often the queue's lock was taken.
-    uint32_t TakenOf(const Record &queue) {
+    uint32_t TakenOf(uint64_t place) {
+        const Record queue(m_description, "queue", place);
         unsigned char bytes[4] = {};
         (void)m_memory.Read(
             {{queue.PlaceOf("lock") + m_description.Get("lock.taken").offset, bytes, sizeof bytes}});
@@ -441,7 +442,6 @@ class Collector {
     // Each thread that waits for events points to a note of what for. False: some changed all the time.
     bool AddEventWaits(const std::vector<Record> &waiters, Table &table) {
         bool complete = true;
-        const int64_t now = waiters.empty() ? 0 : m_memory.MonotonicMicros();
         for (const Record &listed : waiters) {
             Record waiter = listed;
             std::string on;
@@ -453,7 +453,7 @@ class Collector {
             if (!read || on.empty())
                 continue;
             const uint64_t thread = waiter.Number("thread");
-            const int64_t left = deadline - now;
+            const int64_t left = deadline - m_memory.MonotonicMicros();
             table.rows.push_back({"event", on, Count(thread), ThreadName(thread),
                                   m_memory.IsLive() ? Cell(std::max<int64_t>(left, 0) / 1000) : Cell(),
                                   m_memory.IsLive() ? Cell(Utc(Micros(CLOCK_REALTIME) + left)) : Cell()});
