@@ -1,9 +1,9 @@
 // What both hash tables share: open addressing with double hashing, and lists that make look-ups short.
 //
-// A table is one block: its header, which lies where slot 0 would be or before the marks, and slots 1 to size. A key's hash modulo size is
-// its home (1 instead of 0). From its home a key's path goes downward, around within 1 to size, by a step that
-// depends on the home alone. Sizes are primes, so a path visits every slot. A key is entered in the first free slot
-// of its path, and a walk along the path to the first free slot finds it again.
+// A table is one block: its header, which lies where slot 0 would be or before the marks, and slots 1 to size. A key's
+// hash modulo size is its home (1 instead of 0). From its home a key's path goes downward, around within 1 to size, by
+// a step that depends on the home alone. Sizes are primes, so a path visits every slot. A key is entered in the first
+// free slot of its path, and a walk along the path to the first free slot finds it again.
 //
 // Until something is removed no path has a gap, so the walk meets the keys of a home in the order in which they
 // were entered. Each home has a list of them in that order, which leaves out the slots of other homes:
