@@ -13,7 +13,8 @@ int main() {
     if (sema.TimedWait(20) != VYX_ERROR || thread.Create(Post, &sema, 0, 0, 0, 0) != VYX_OK ||
         sema.TimedWait(60000) != VYX_OK || thread.Wait() != VYX_OK)
         return 2;
-    const std::string text = VYX_A2UTF8("text"); // empty where the C library came without its conversion tables
+    const std::string text =
+        VYX_A2UTF8("text"); // empty where the C library came without its conversion tables
     if (!text.empty() && text != "text")
         return 3;
     vyx::vyx_time time(20);
