@@ -70,41 +70,71 @@ std::optional<Bytes> ReadLong(const std::string &sText) {
     return bytes;
 }
 
+// A text, or null for none, becomes a record of a family; without a text, it is the address of all zeros.
+void MakeRecord(int iFamily, const char *szText, const std::optional<Bytes> &expected) {
+    VYX_ADDR_T addr = {};
+    REQUIRE(VYX_MakeAddrByString(iFamily, szText, 0x1234, &addr) == (expected ? VYX_OK : VYX_ERROR));
+    if (!expected)
+        return;
+    REQUIRE(VYX_GetAddrType(&addr) == iFamily && VYX_GetAddrPort(&addr) == 0x1234);
+    REQUIRE(addr.in4.sin_port == htons(0x1234));
+    const void *const pBytes =
+        iFamily == AF_INET ? static_cast<const void *>(&addr.in4.sin_addr) : &addr.in6.sin6_addr;
+    REQUIRE(std::memcmp(pBytes, expected->data(), expected->size()) == 0);
+    char szPrinted[64];
+    const char *szExpected = VYX_InetNtop(iFamily, pBytes, szPrinted, sizeof szPrinted);
+    const char *szOwn = VYX_GetAddrString(&addr);
+    REQUIRE(szExpected == nullptr ? szOwn == nullptr : std::strcmp(szOwn, szExpected) == 0);
+}
+
 void Read(const std::string &sText) {
-    const auto expected = sText.find(':') == std::string::npos ? ReadShort(sText) : ReadLong(sText);
+    const auto quad = ReadShort(sText);
+    const auto longForm = ReadLong(sText);
+    const auto &expected = sText.find(':') == std::string::npos ? quad : longForm;
     Bytes bytes(expected ? expected->size() : 16, 0xEE);
     REQUIRE(VYX_InetPton(sText.c_str(), bytes.data()) == (expected ? VYX_OK : VYX_ERROR));
     REQUIRE(bytes == (expected ? *expected : Bytes(16, 0xEE)));
-    VYX_ADDR_T addr = {};
-    const bool bLong = sText.empty() || ReadLong(sText);
-    REQUIRE(VYX_MakeAddrByString(AF_INET6, sText.c_str(), 7, &addr) == (bLong ? VYX_OK : VYX_ERROR));
-    REQUIRE(!bLong || (VYX_GetAddrPort(&addr) == 7 && VYX_GetAddrType(&addr) == AF_INET6));
+    MakeRecord(AF_INET6, sText.empty() ? nullptr : sText.c_str(), longForm);
+    MakeRecord(AF_UNIX, sText.c_str(), std::nullopt);
+    // Of IPv4 as the platform reads it; 255.255.255.255 looks like no address to it.
+    const in_addr_t nTheirs = sText.empty() ? 0 : inet_addr(sText.c_str());
+    const auto *const pTheirs = reinterpret_cast<const uint8_t *>(&nTheirs);
+    MakeRecord(AF_INET, sText.c_str(),
+               nTheirs == INADDR_NONE ? std::nullopt : std::optional<Bytes>(Bytes(pTheirs, pTheirs + 4)));
 }
 
 // As the platform does, but that a dotted quad at the end has room for eight characters.
-void Print(int iFamily, const uint8_t *pBytes, int32_t iSize) {
+void Print(int iFamily, const uint8_t *pBytes) {
     char szTheirs[64] = "";
     const std::string sExpected = inet_ntop(iFamily, pBytes, szTheirs, sizeof szTheirs);
     const size_t nColon = sExpected.rfind(':');
     const bool bNone = nColon != std::string::npos && sExpected.find('.') != std::string::npos &&
                        sExpected.size() - nColon - 1 > 8;
     const auto nNeeded = static_cast<int32_t>(sExpected.size()) + (iFamily == AF_INET6 ? 1 : 0);
-    std::string sOut(static_cast<size_t>(iSize) + 1, '#');
-    const char *szText = VYX_InetNtop(iFamily, pBytes, sOut.data(), iSize);
-    REQUIRE((szText != nullptr) == (!bNone && iSize > 0 && iSize >= nNeeded));
-    REQUIRE(szText == nullptr || szText == sExpected);
-    REQUIRE(sOut.back() == '#' || (iFamily == AF_INET && szText != nullptr && iSize == nNeeded));
+    for (int32_t iSize = nNeeded - 1; iSize <= nNeeded + 1; ++iSize) {
+        std::string sOut(static_cast<size_t>(iSize) + 1, '#');
+        const char *szText = VYX_InetNtop(iFamily, pBytes, sOut.data(), iSize);
+        REQUIRE((szText != nullptr) == (!bNone && iSize >= nNeeded));
+        REQUIRE(szText == nullptr || szText == sExpected);
+        // On purpose: an IPv4 text of just the size has its zero behind that.
+        REQUIRE((sOut.back() == '\0') == (iFamily == AF_INET && iSize == nNeeded));
+    }
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     fuzz::Input input(pData, nSize);
-    const auto iSize = static_cast<int32_t>(input.Pick(64));
+    const unsigned nZeros = input.Byte(); // of the eight words
     std::string sBytes = input.Text(16);
     sBytes.resize(16);
-    Print(AF_INET, reinterpret_cast<const uint8_t *>(sBytes.data()), iSize);
-    Print(AF_INET6, reinterpret_cast<const uint8_t *>(sBytes.data()), iSize);
+    for (size_t i = 0; i < 16; ++i)
+        sBytes[i] = (nZeros >> i / 2 & 1) != 0 ? '\0' : sBytes[i];
+    const auto *const pBytes = reinterpret_cast<const uint8_t *>(sBytes.data());
+    Print(AF_INET, pBytes);
+    Print(AF_INET6, pBytes);
+    char szText[64];
+    REQUIRE(VYX_InetNtop(AF_UNIX, pBytes, szText, sizeof szText) == nullptr);
     Read(input.Rest().c_str());
     return 0;
 }

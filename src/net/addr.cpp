@@ -24,7 +24,7 @@ bool SetByText_Local(int32_t iFamily, const char *szText, VYX_ADDR_T *pAddr) {
     if (iFamily == AF_INET) {
         pAddr->in4.sin_addr.s_addr = inet_addr(szText);
         // Deliberate: the platform's answer for no address, so 255.255.255.255 cannot be given as text. Pinned
-        // by Addr.Records.
+        // by Fuzz.addresses.
         return pAddr->in4.sin_addr.s_addr != INADDR_NONE;
     }
     return iFamily == AF_INET6 && VYX_InetPton6_Inter(szText, pAddr->in6.sin6_addr.s6_addr) != 0;

@@ -57,7 +57,7 @@ class LongParser {
             if (*p == '\0')
                 return AddGroup(nValue, p);
             // Deliberate: one invalid character at the very end is passed over like a separator. Pinned by
-            // Addr.ParserWhereItIsItsOwn.
+            // Fuzz.addresses.
             if (*p != ':' && p[1] != '\0')
                 return *p == '.' && EndWithShortForm(pToken);
             if (!(p != pToken ? AddGroup(nValue, p + 1) : RecordGap()))
@@ -84,7 +84,7 @@ class LongParser {
         return m_iPosition >= 0; // more groups than there is room for
     }
     // Deliberate: the position stays, so a gap at the very start makes no room and ::1 is group 1 first. Pinned by
-    // Addr.ParserWhereItIsItsOwn.
+    // Fuzz.addresses.
     bool RecordGap() {
         const bool bFirst = !m_bGap;
         m_bGap = true;
