@@ -34,7 +34,7 @@ constexpr const char *kKinds[] = {FAILING_KINDS(KIND_NAME)};
 
 // A public function that a scenario called, and how many calls of the platform were made meanwhile.
 struct Called {
-    const char *szFunction;
+    char szFunction[40];
     int nReached;
 };
 
@@ -229,7 +229,7 @@ void torture::Enter(const char *szFunction) {
     if (s_pCalled == pEnd) {
         if (s_pReport->nCalled == kMostFunctions)
             std::abort();
-        *s_pCalled = {szFunction, 0};
+        (void)std::snprintf(s_pCalled->szFunction, sizeof s_pCalled->szFunction, "%s", szFunction);
         ++s_pReport->nCalled;
     }
     s_iHitsBefore = failing_hits();

@@ -113,7 +113,7 @@ void Module() {
         if (!DONE(hModule != nullptr, hModule == nullptr, may::memory))
             return;
         failing_own(hModule);
-        MUST(VYX_GetDsoSym(hModule, "cos") != nullptr);
+        MUST(CALL(VYX_GetDsoSym)(hModule, "cos") != nullptr);
         if (!OK(CALL(VYX_UnloadDSo)(hModule), 0)) {
             failing_disarm();
             (void)VYX_UnloadDSo(hModule);
@@ -201,26 +201,42 @@ void FormattedTime() {
 
 void Memory() {
     Act([] {
+        char szKey[] = "key";
+        void *pFound = nullptr;
         void *pTable = &pTable;
-        if (OK(CALL(VYX_SimpleHashCreate)(100, &pTable), 0))
-            (void)VYX_SimpleHashDestroy(pTable);
-        else
-            MUST(pTable == nullptr);
+        if (OK(CALL(VYX_SimpleHashCreate)(100, &pTable), 0)) {
+            _VYX_ENTRY entry = {szKey, szKey};
+            MUST(CALL(VYX_SimpleHashEnter)(&entry, pTable) == VYX_OK &&
+                 CALL(VYX_SimpleHashFind)(szKey, &pFound, pTable) == VYX_OK && pFound == szKey &&
+                 CALL(VYX_SimpleHashRemove)(szKey, pTable) == VYX_OK);
+            (void)CALL(VYX_SimpleHashDestroy)(pTable);
+            pTable = nullptr;
+        }
+        MUST(pTable == nullptr);
         pTable = &pTable;
-        if (OK(CALL(VYX_SimpleIntHashCreate)(100, &pTable), 0))
-            (void)VYX_SimpleIntHashDestroy(pTable);
-        else
-            MUST(pTable == nullptr);
+        if (OK(CALL(VYX_SimpleIntHashCreate)(100, &pTable), 0)) {
+            _VYX_INTITEM item = {1, szKey};
+            MUST(CALL(VYX_SimpleIntHashEnter)(&item, pTable) == VYX_OK &&
+                 CALL(VYX_SimpleIntHashFind)(1, &pFound, pTable) == VYX_OK && pFound == szKey &&
+                 CALL(VYX_SimpleIntHashRemove)(1, pTable) == VYX_OK);
+            (void)CALL(VYX_SimpleIntHashDestroy)(pTable);
+            pTable = nullptr;
+        }
+        MUST(pTable == nullptr);
         VYX_HANDLE_CYCLEBUFFER hRing = nullptr;
-        if (OK(CALL(VYX_CycleBufferInit)(
-                   &hRing, 100, [](uint8_t *, uint32_t, void *) -> int32_t { return 0; }, nullptr),
-               0))
-            (void)VYX_CycleBufferDestroy(hRing);
-        else
+        const auto Take = [](uint8_t *, uint32_t, void *) -> int32_t { return 0; };
+        if (OK(CALL(VYX_CycleBufferInit)(&hRing, 100, Take, nullptr), 0)) {
+            uint32_t nCount = 0;
+            MUST(CALL(VYX_CycleBufferWrite)(hRing, reinterpret_cast<uint8_t *>(szKey), 3) == VYX_OK &&
+                 CALL(VYX_CycleBufferValue)(hRing, &nCount) == VYX_OK && nCount == 3);
+            (void)CALL(VYX_CycleBufferRead)(hRing);
+            (void)CALL(VYX_CycleBufferDestroy)(hRing);
+        } else {
             MUST(hRing == nullptr);
+        }
         void *const pBlock = CALL(VYX_AlignedMalloc)(100, 64);
         if (DONE(pBlock != nullptr, pBlock == nullptr, 0))
-            (void)VYX_AlignedFree(pBlock);
+            (void)CALL(VYX_AlignedFree)(pBlock);
         char *szCopy = CALL(VYX_Strdup)(kText);
         (void)DONE(szCopy != nullptr, szCopy == nullptr, 0);
         std::free(szCopy);
