@@ -16,7 +16,7 @@ TOP = pathlib.Path(__file__).resolve().parent.parent
 STRING = re.compile(r'"((?:[^"\\]|\\.)*)"')
 COMMENT = re.compile(r'//[^\n]*|/\*.*?\*/|("(?:[^"\\\n]|\\.)*")', re.S)
 TEST = re.compile(r"^TEST(?:_F|_P)?\((\w+),\s*(\w+)", re.M)
-TEST_NAME = re.compile(r"[A-Z]\w*\.[A-Z]\w*|Fuzz\.[a-z]\w*")
+TEST_NAME = re.compile(r"[A-Z]\w*\.[A-Z]\w*|(?:Fuzz|Torture)\.[a-z]\w*")
 PINNED = re.compile(r"Deliberate[,:](?:(?!Deliberate).){,600}?Pinned by (" + TEST_NAME.pattern + ")")
 # What prints a text of the library's. The last two are found by what they write to.
 PRINTS = re.compile(r"\b(VYX_OutputDebug\w*|v?f?printf|v?dprintf|f?puts|f?putc|putchar|perror|psignal|v?syslog)\s*\(|"
@@ -43,6 +43,7 @@ def rows(text):
 
 def check_behaviour():
     there = {f"Fuzz.{file.name[:-len('_fuzz.cpp')]}" for file in (TOP / "fuzz").glob("*_fuzz.cpp")}
+    there |= {f"Torture.{stage.name}" for stage in (TOP / "tests/torture/stages").iterdir()}
     for file in (TOP / "tests").rglob("*.cpp"):
         there |= {".".join(names) for names in TEST.findall(file.read_text())}
     named = set()

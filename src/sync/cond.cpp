@@ -156,7 +156,7 @@ int32_t CondTimedWait(VYX_COND_T *pCond, VYX_MUTEX_T *pMutex, uint32_t nTimeOut)
     pthread_cleanup_pop(1);
     VYX_PROBE2(cond_wait_end, pCond, VYX_ERROR);
     // Deliberate: the same result for a time-out, a signal and a spurious wake-up. Callers test their own
-    // predicate. Pinned by CondTimedWait.AnswersErrorHoweverItEnds.
+    // predicate. Pinned by Torture.storms.
     return VYX_ERROR;
 }
 

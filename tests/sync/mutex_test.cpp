@@ -69,18 +69,4 @@ TEST(Mutex, UnknownTypeStillCreates) {
     }
 }
 
-// What the platform notices. ThreadSanitizer notices it too: tests/tsan.supp names this function.
-[[gnu::noinline]] void MisuseOnPurpose() {
-    Flat mutex(static_cast<uint32_t>(PTHREAD_MUTEX_ERRORCHECK));
-    EXPECT_EQ(mutex.Unlock(), VYX_ERROR);
-    EXPECT_EQ(mutex.Lock(), VYX_OK);
-    EXPECT_EQ(mutex.Lock(), VYX_ERROR);
-    EXPECT_EQ(VYX_MutexDestroy(&mutex.hMutex), VYX_ERROR);
-    EXPECT_EQ(mutex.Unlock(), VYX_OK);
-}
-
-TEST(Mutex, PlatformsErrorsBecomeMinusOne) {
-    MisuseOnPurpose();
-}
-
 } // namespace
