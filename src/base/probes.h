@@ -2,7 +2,7 @@
 // the platform's header for them is installed; elsewhere they are nothing at all.
 //
 // The arguments are values that the place has at hand, so that a probe costs the no-op alone. docs/inspection.md lists the
-// probes with their arguments; whoever adds one adds it there and to tests/install/probes.sh.
+// probes with their arguments; whoever adds one adds it there and to tests/stat/printed.cpp.
 #ifndef VYX_BASE_PROBES_H
 #define VYX_BASE_PROBES_H
 

@@ -1,11 +1,86 @@
-// Values of the public types, each with what gdb must print for it.
+// Values of the public types, each with what gdb must print for it; and the library's static probes.
 #include <arpa/inet.h>
+#include <cstdio>
 #include <cstring>
 #include <vyx/vyx.h>
 
 extern "C" __attribute__((noinline)) void Stop();
 void Stop() {
     __asm__ volatile("");
+}
+
+VYX_MUTEX_T s_hMutex;
+VYX_COND_T s_hCond;
+int s_iCalls = 0;
+
+void *Item(void *pParam) {
+    (void)VYX_MutexLock(&s_hMutex);
+    ++s_iCalls;
+    (void)(VYX_CondSignal(&s_hCond), VYX_MutexUnlock(&s_hMutex));
+    return pParam;
+}
+
+void AwaitCalls(int iCalls) {
+    while (s_iCalls < iCalls)
+        (void)VYX_CondWait(&s_hCond, &s_hMutex);
+}
+
+unsigned Low(const void *pArgument) {
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(pArgument));
+}
+
+// Passes the static probes, and prints what a tracer must see there: their arguments, the low 32 bits of each, as patterns.
+void PassProbes(VYX_SEM_T *pSem, VYX_EVENT hEvent, VYX_HANDLE_MSGQ hQueue, VYX_HANDLE_THREADPOOL hPool) {
+    (void)(VYX_Init(), VYX_Fini());
+    (void)std::printf("passed start 2\npassed stop 1\n");
+
+    (void)(VYX_SemPost(pSem), VYX_SemWait(pSem), VYX_SemTimedWait(pSem, 1000), VYX_SemTimedWait(pSem, 1));
+    const unsigned nSem = Low(*pSem);
+    (void)std::printf("passed sem_post %x\n", nSem);
+    for (const int iEnd : {0, 0, 1})
+        (void)std::printf("passed sem_wait_begin %x\npassed sem_wait_end %x %d\n", nSem, nSem, iEnd);
+
+    (void)(VYX_MutexCreate(&s_hMutex, 0), VYX_CondCreate(&s_hCond), VYX_MutexLock(&s_hMutex));
+    (void)VYX_CondTimedWait(&s_hCond, &s_hMutex, 1);
+    VYX_HANDLE_THREADPOOLFLEX hFlex = VYX_ThreadPoolFlex_Create(
+        1, 1000, [](void *p) { (void)Item(p); }, 0);
+    (void)VYX_ThreadPool_WorkEx(hPool, Item, &hFlex, 1);
+    AwaitCalls(1);
+    (void)VYX_ThreadPoolFlex_Work(hFlex, &hPool);
+    AwaitCalls(2);
+    uint32_t nTimer = 0;
+    (void)VYX_SetTimer([](uint32_t, void *p) { (void)Item(p); }, nullptr, 1, &nTimer);
+    AwaitCalls(4);
+    (void)(VYX_MutexUnlock(&s_hMutex), VYX_KillTimer(static_cast<int32_t>(nTimer)));
+    const unsigned nCond = Low(&s_hCond);
+    for (const unsigned nResult : {0xffffffffU, 0U})
+        (void)std::printf("passed cond_wait_begin %x\npassed cond_wait_end %x %x\n", nCond, nCond, nResult);
+    (void)std::printf("passed pool_hand_over %x \\w+ %x\npassed flex_hand_over %x %x\n", Low(hPool),
+                      Low(&hFlex), Low(hFlex), Low(&hPool));
+    (void)std::printf("passed timer_begin \\w+ %x\npassed timer_end \\w+\n", nTimer);
+
+    const bool bNone = VYX_WaitForSingleObject(hEvent, 0) == VYX_WAIT_TIMEOUT;
+    (void)VYX_SetEvent(hEvent);
+    const bool bSet = VYX_WaitForMultipleObjects(1, &hEvent, 0, 0) == VYX_WAIT_OBJECT_0;
+    const unsigned nEvent = Low(hEvent);
+    (void)std::printf("passed event_set %x\npassed event_wait_begin %x\npassed event_wait_end %x %d\n",
+                      nEvent, nEvent, nEvent, bNone ? 0 : 9);
+    (void)std::printf("passed event_wait_begin \\w+\npassed event_wait_end \\w+ %d\n", bSet ? 1 : 9);
+
+    static VYX_MSG_BLOCK_T s_block = {1, 1, 4, "abc"};
+    (void)(VYX_MsgQSendEx(hQueue, &s_block), VYX_MsgQSendEx(hQueue, &s_block));
+    s_block.iDataLen = VYX_MSG_DATA_SIZE;
+    for (int i = 0; i < 3; ++i)
+        (void)VYX_MsgQReceiveEx(hQueue, &s_block, 1);
+    (void)std::printf("passed queue_send %x\npassed queue_receive %x 2\npassed queue_receive %x 1\npassed "
+                      "cond_wait_end \\w+ ffffffff\n",
+                      Low(hQueue), Low(hQueue), Low(hQueue));
+
+    (void)EnableTarget(VYX_LOG_TARGET_DEBUG, nullptr, 0, 0);
+    const int32_t iResult = WriteLog(VYX_LOG_LEVEL_ERR, "printed.cpp", 7, "%s", "traced");
+    (void)(VYX_Log(0, nullptr), DisableTarget(VYX_LOG_TARGET_DEBUG));
+    (void)std::printf("passed log_line \\w+ \\w+ %d\npassed log_written 1\n", iResult);
+    (void)std::fflush(stdout);
 }
 
 template <class... Values>
@@ -60,6 +135,7 @@ int main() {
     VYX_MSG_BLOCK_T *block = nullptr;
     for (int i = 0; i < 140; i++)
         (void)(blocks.putq(&message), i % 2 == 0 && blocks.getq(&block, 0) == 0);
+    PassProbes(&sem, event, queue, pool);
     Stop();
     Use(message, events, apart, info, adapter, file, moment, entry, item, words, numbers, found, storage,
         processor, second, tick, thread, event, pool);
