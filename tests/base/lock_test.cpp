@@ -1,4 +1,4 @@
-// The check of the order of locks, what the ranks promise, and what locks show to tools.
+// Locks: what they show to tools, a fork, the check of their order; and deadlines.
 #include <cstring>
 #include <iterator>
 #include <thread>
@@ -10,6 +10,8 @@
 #include "base/fork.h"
 #include "base/spin.h"
 
+using vyx_inter::Clock;
+using vyx_inter::Deadline;
 using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Rank;
@@ -41,7 +43,7 @@ TEST(LockCount, EachWayToTakeItCounts) {
     const LockGuard guard(lock);
     EXPECT_EQ(taken(), 2U);
     EXPECT_EQ(lock.OwnThread(), static_cast<uint32_t>(gettid()));
-    (void)vyx_inter::Condition().WaitUntil(lock, vyx_inter::Deadline::In(0, vyx_inter::Clock::Wall));
+    (void)vyx_inter::Condition().WaitUntil(lock, Deadline::In(0, Clock::Wall));
     EXPECT_EQ(taken(), 3U);
 }
 
@@ -103,31 +105,9 @@ TEST(TryBriefly, LooksAgainForAMomentUnlessTheMachineIsCrowded) {
 }
 
 // Without the compiler's analysis, which would not let pass what is tried here.
-void Take(Lock &lock) VYX_UNCHECKED {
-    lock.Acquire();
-}
 void TakeInside(Lock &held, Lock &lock) VYX_UNCHECKED {
     held.Acquire();
     lock.Acquire();
-}
-void GiveBack(Lock &lock) VYX_UNCHECKED {
-    lock.Release();
-}
-
-TEST(LockOrder, AllowsTheOrderAndGivingBackInAnother) {
-    Lock outer{Rank::Queue};
-    Lock inner{Rank::QueueReceiver};
-    for (int i = 0; i < 3; ++i) {
-        Take(outer);
-        Take(inner);
-        GiveBack(outer);
-        GiveBack(inner);
-    }
-    const LockGuard inside(inner);
-    const bool bTaken = outer.TryAcquire();
-    EXPECT_TRUE(bTaken) << "a lock that is tried keeps nobody waiting";
-    if (bTaken)
-        outer.Release();
 }
 
 using LockOrderDeath = testing::Test;
@@ -142,7 +122,32 @@ TEST(LockOrderDeath, WrongNestingEndsTheProcessWithBothNames) {
     // The child takes both: a fork takes locks of its own, which must not come after these.
     EXPECT_DEATH(TakeInside(inner, outer), "lock order: QueueRegistry is taken while Queue is held");
     EXPECT_DEATH(TakeInside(inner, other), "lock order: Queue is taken while Queue is held");
-    EXPECT_DEATH(GiveBack(outer), "lock order: QueueRegistry is given back while none of its rank is held");
+}
+
+TEST(Deadline, LeftIsRoundedUpAndNeverNegative) {
+    EXPECT_TRUE(Deadline::In(UINT32_MAX, Clock::Wall).IsNever());
+    EXPECT_FALSE(Deadline::Never().HasPassed());
+    EXPECT_EQ(Deadline::Never().LeftForPoll(), -1);
+    const Deadline past = Deadline::In(0, Clock::Monotonic);
+    EXPECT_TRUE(past.HasPassed());
+    EXPECT_EQ(past.LeftForPoll(), 0);
+    const Deadline longest = Deadline::In(UINT32_MAX - 1, Clock::Wall);
+    EXPECT_EQ(longest.LeftForPoll(), INT32_MAX) << "49 days are more than poll can be asked for";
+    const int iLeft = Deadline::In(60000, Clock::Monotonic).LeftForPoll();
+    EXPECT_GT(iLeft, 50000);
+    EXPECT_LE(iLeft, 60000);
+}
+
+TEST(Deadline, ConditionKeepsItOnEitherClock) {
+    Lock lock{Rank::SemWaits};
+    vyx_inter::Condition condition;
+    for (const Clock eClock : {Clock::Wall, Clock::Monotonic}) {
+        const LockGuard guard(lock);
+        const Deadline deadline = Deadline::In(20, eClock);
+        while (condition.WaitUntil(lock, deadline)) {
+        }
+        EXPECT_GE(vyx_inter::Now(eClock), deadline.Micros());
+    }
 }
 
 } // namespace

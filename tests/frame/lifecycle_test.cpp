@@ -1,9 +1,7 @@
 // The start and stop of the library, seen through stages that the test puts into the table.
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -11,7 +9,6 @@
 #include <vyx/vyx.h>
 
 #include "frame/frame_inter.h"
-#include "support/support.h"
 
 namespace {
 
@@ -115,21 +112,6 @@ TEST_F(Lifecycle, ExceptionPassesOnAndLeavesTheMutexFree) {
     s_events.clear();
     EXPECT_EQ(VYX_Init(), VYX_OK);
     EXPECT_EQ(VYX_Fini(), VYX_OK);
-    EXPECT_EQ(s_events, kAllUpAndDown);
-}
-
-TEST_F(Lifecycle, StartsFromManyThreadsRunTheStagesOnce) {
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 16; ++i)
-        threads.emplace_back([] {
-            for (int k = 0; k < 200; ++k)
-                EXPECT_EQ(VYX_Init(), VYX_OK);
-        });
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(s_events, kAllUp);
-    for (int i = 0; i < 16 * 200; ++i)
-        VYX_Fini();
     EXPECT_EQ(s_events, kAllUpAndDown);
 }
 

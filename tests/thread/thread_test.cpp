@@ -1,17 +1,15 @@
-// Threads, the VYX_Thread class and thread-local storage.
+// Threads, the VYX_Thread class, thread-local storage, and the library's own threads.
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <fstream>
+#include <csignal>
 #include <sched.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
-#include <unistd.h>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <vyx/sync.h>
-#include <vyx/thread.h>
+
+#include "base/platform.h"
+#include "thread/service_thread.h"
 
 namespace {
 
@@ -55,59 +53,28 @@ TEST(Thread, StackIsAsLargeAsAskedForAndWaitEndsWithTheThread) {
     EXPECT_EQ(iCount.load(), 1);
 }
 
-void ExpectNotStarted(uint32_t nStackSize) {
+TEST(Thread, TooSmallAStackStartsNothing) {
+    const auto nTooSmall = static_cast<uint32_t>(PTHREAD_STACK_MIN) - 1;
     std::atomic<int> iCount{0};
-    EXPECT_EQ(VYX_Thread_Create(CountUp, &iCount, nStackSize, 0, 0, 0), VYX_INVALID_THREAD);
-    EXPECT_EQ(VYX_ThreadDetached_Create(CountUp, &iCount, nStackSize), VYX_FALSE);
+    EXPECT_EQ(VYX_Thread_Create(CountUp, &iCount, nTooSmall, 0, 0, 0), VYX_INVALID_THREAD);
+    EXPECT_EQ(VYX_ThreadDetached_Create(CountUp, &iCount, nTooSmall), VYX_FALSE);
     EXPECT_EQ(iCount.load(), 0);
 }
 
-TEST(Thread, TooSmallAStackStartsNothing) {
-    ExpectNotStarted(1);
-    ExpectNotStarted(static_cast<uint32_t>(PTHREAD_STACK_MIN) - 1);
-}
-
-TEST(Thread, PlatformThatStartsNoneIsReported) {
-    rlim_t nPages = 0;
-    std::ifstream("/proc/self/statm") >> nPages;
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
-    rlimit tight = before; // a little more than is in use
-    tight.rlim_cur = nPages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + (512U << 20);
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &tight), 0);
-    constexpr uint32_t kTooLarge = 15U << 28; // nearly all that 32 bits can address
-    if (mmap(nullptr, kTooLarge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) != MAP_FAILED)
-        GTEST_SKIP() << "no way to limit the address space here";
-    ExpectNotStarted(kTooLarge);
-    EXPECT_EQ(setrlimit(RLIMIT_AS, &before), 0);
-}
-
-TEST(Thread, ExitEndsTheThreadThereAndThen) {
-    std::atomic<int> iCount{0};
-    const VYX_THREAD_T hThread = VYX_Thread_Create(
-        [](void *pCount) -> void * {
-            if (CountUp(pCount) == nullptr)
-                VYX_Thread_Exit();
-            return CountUp(pCount);
-        },
-        &iCount, 0, 0, 0, 0);
-    ASSERT_NE(hThread, VYX_INVALID_THREAD);
-    EXPECT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
-    EXPECT_EQ(iCount.load(), 1);
-}
-
-TEST(Thread, KnowsItself) {
+TEST(Thread, KnowsItselfAndItsExitEndsItThereAndThen) {
     VYX_THREAD_T hInside = VYX_INVALID_THREAD;
     const VYX_THREAD_T hThread = VYX_Thread_Create(
         [](void *pInside) -> void * {
             *static_cast<VYX_THREAD_T *>(pInside) = VYX_Thread_GetSelfId();
+            if (pInside != nullptr)
+                VYX_Thread_Exit();
+            *static_cast<VYX_THREAD_T *>(pInside) = VYX_INVALID_THREAD;
             return nullptr;
         },
         &hInside, 0, 0, 0, 0);
     ASSERT_NE(hThread, VYX_INVALID_THREAD);
     EXPECT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
     EXPECT_NE(pthread_equal(hInside, hThread), 0);
-    EXPECT_NE(pthread_equal(VYX_Thread_GetSelfId(), pthread_self()), 0);
     EXPECT_EQ(VYX_Thread_Wait(VYX_Thread_GetSelfId()), VYX_ERROR); // would never end
 }
 
@@ -186,20 +153,29 @@ TEST(ThreadLocal, EveryThreadHasItsOwnPointer) {
     EXPECT_EQ(VYX_ThreadTls_SetValue(s_hKey, &iMine), VYX_ERROR);
 }
 
-TEST(ThreadLocal, KeysRunOutAndComeBack) {
-    size_t nKeys[2] = {};
-    for (size_t &nMade : nKeys) {
-        std::vector<VYX_TLS_T> keys;
-        VYX_TLS_T hKey = VYX_ThreadTls_Create();
-        for (; hKey != VYX_INVALID_TLS && keys.size() < 100000; hKey = VYX_ThreadTls_Create())
-            keys.push_back(hKey);
-        EXPECT_EQ(hKey, VYX_INVALID_TLS);
-        for (const VYX_TLS_T hOld : keys)
-            EXPECT_EQ(VYX_ThreadTls_Destroy(hOld), VYX_OK);
-        nMade = keys.size();
+// Many platforms put it into each thread's stack.
+thread_local volatile char t_storage[131072];
+
+// The calling thread's blocked signals, as it sees them itself.
+void *OwnMask(void *pSet) {
+    t_storage[0] = 1;
+    VYX_NameThread_Inter("probe");
+    return reinterpret_cast<void *>(
+        static_cast<intptr_t>(pthread_sigmask(SIG_BLOCK, nullptr, static_cast<sigset_t *>(pSet))));
+}
+
+TEST(ServiceThread, BlocksEverySignalAndLeavesItsStarterAlone) {
+    sigset_t setThread;
+    (void)sigemptyset(&setThread);
+    const VYX_THREAD_T hThread = VYX_StartServiceThread_Inter(OwnMask, &setThread, 262144);
+    ASSERT_NE(hThread, VYX_INVALID_THREAD) << "the storage comes on top of the stack";
+    ASSERT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
+    sigset_t setOwn;
+    (void)OwnMask(&setOwn);
+    for (const int iSignal : {SIGHUP, SIGINT, SIGSEGV, SIGTERM, SIGUSR1, SIGALRM, SIGCHLD, SIGPROF}) {
+        EXPECT_EQ(sigismember(&setThread, iSignal), 1) << iSignal;
+        EXPECT_EQ(sigismember(&setOwn, iSignal), 0) << iSignal;
     }
-    EXPECT_GT(nKeys[0], 64U);
-    EXPECT_EQ(nKeys[1], nKeys[0]);
 }
 
 } // namespace

@@ -1,12 +1,17 @@
-// A fork while other threads use semaphores, the queue and the log: the child starts the library anew and uses it.
+// A fork while other threads use the queue, an event and atomic operations: the child needs none of their locks, starts the
+// library anew and uses it.
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "scenario.h"
 
 static VYX_HANDLE_MSGQ s_queue;
+static VYX_EVENT s_event;
+static uint32_t s_value;
 
 static void Child() {
+    alarm(20); // if it waits for a thread of the parent
+    CHECK(VYX_AtomicInc(&s_value) == VYX_OK && VYX_CloseEvent(s_event) == VYX_TRUE);
     CHECK(VYX_Fini() == VYX_OK && VYX_Init() == VYX_OK);
     VYX_MUTEX_T mutex;
     CHECK(VYX_MutexCreate(&mutex, VYX_MUTEX_NORMAL) == VYX_OK && VYX_MutexLock(&mutex) == VYX_OK);
@@ -22,8 +27,10 @@ static void Child() {
 }
 
 int main() {
+    s_event = VYX_CreateEvent(0);
     CHECK(VYX_Init() == VYX_OK && VYX_MsgQCreateEx(&s_queue) == VYX_OK);
     {
+        Runner user([] { CHECK(VYX_AtomicInc(&s_value) == VYX_OK && VYX_SetEvent(s_event) == VYX_TRUE); });
         Runner receiver([] {
             static VYX_MSG_BLOCK_T block;
             block.iDataLen = VYX_MSG_DATA_SIZE;
@@ -42,5 +49,6 @@ int main() {
             CHECK(waitpid(child, &status, 0) == child && status == 0);
         });
     }
-    CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
+    CHECK(VYX_CloseEvent(s_event) == VYX_TRUE && VYX_MsgQDestroyEx(s_queue) == VYX_OK &&
+          VYX_Fini() == VYX_OK);
 }
