@@ -1,8 +1,8 @@
 // The cycle buffer: writes, reads and writes from within the callback, compared with a ring in which each byte is set on its
 // own. A read hands over up to the storage's end, at most the capacity less what is stored, and then what wrapped.
 #include <vector>
-#include <vyx/container.h>
 
+#include "container/container_inter.h"
 #include "input.h"
 
 namespace {
@@ -69,6 +69,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     const int32_t iCapacity = 1 + static_cast<int32_t>(input.Pick(64));
     Ring ring{&input, nullptr, Bytes(static_cast<size_t>(iCapacity))};
     REQUIRE(VYX_CycleBufferInit(&ring.hBuffer, iCapacity, Take, &ring) == VYX_OK);
+    ring.hBuffer->nIn = ring.hBuffer->nOut = UINT32_MAX - 20; // both counts are about to begin anew
     while (!input.AtEnd()) {
         if (input.Pick(3) == 0)
             ring.Read();

@@ -27,7 +27,7 @@ void HandOver_Local(const VYX_CYCLE_BUFFER_T &ring, uint32_t nRead, uint32_t nCo
         return;
     }
     // Deliberate: the first length is the capacity less what is stored, not less the read offset. It is only
-    // kept from running past the storage. Pinned by CycleBuffer.WrappedReadKeepsItsTwoLengths.
+    // kept from running past the storage. Pinned by Fuzz.ring.
     const uint32_t nFirst = std::min(ring.nCapacity - nCount, ring.nCapacity - nRead);
     (void)ring.fnCallback(ring.pData + nRead, nFirst, ring.pUser);
     (void)ring.fnCallback(ring.pData, Behind_Local(ring, nRead, nCount), ring.pUser);

@@ -123,7 +123,7 @@ class HashTable {
         const Slot moved = m_slots[nLast];
         m_slots[nAt] = {};
         // Deliberate: entering the moved item raises the count, which is then lowered once, so it ends unchanged
-        // although an item is gone. Pinned by HashTable.TextTableAgreesWithTheModel.
+        // although an item is gone. Pinned by Fuzz.hash.
         if (nAt != nLast) {
             if (Enter(moved.key, moved.data) != VYX_OK)
                 return VYX_ERROR;

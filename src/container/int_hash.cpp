@@ -21,7 +21,7 @@ struct IntTraits {
     static uint32_t FarHash(uint32_t nKey) { return nKey * 0x9E3779B1U; } // odd, and without a pattern
     static bool Same(const Slot &slot, uint32_t nKey) { return slot.key == nKey; }
     // Deliberate: a removal moves the last item of a path whatever its home is, and so may lose it. Pinned by
-    // HashTable.IntegerTableAgreesWithTheModel.
+    // Fuzz.hash.
     static bool OfHome(const Slot & /*slot*/, uint32_t /*nHome*/) { return true; }
     static void SetHome(Slot & /*slot*/, uint32_t /*nHome*/) {}
 };
