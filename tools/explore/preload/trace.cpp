@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <link.h>
+#include <unistd.h>
 
 #include "calls.h"
 
@@ -22,7 +23,13 @@ uint32_t ModuleOf(const Dl_info &info) {
         return 0;
     Module &module = g.mapping->modules[answer.modules++];
     module.base = base;
-    strncpy(module.path, info.dli_fname, sizeof module.path - 1);
+    // A program found through PATH is known to the loader by its name only.
+    const bool found = strchr(info.dli_fname, '/') == nullptr;
+    const ssize_t length = found ? readlink("/proc/self/exe", module.path, sizeof module.path - 1) : -1;
+    if (length > 0)
+        module.path[length] = 0;
+    else
+        strncpy(module.path, info.dli_fname, sizeof module.path - 1);
     return answer.modules;
 }
 
