@@ -1,21 +1,16 @@
 // Fault: the waiter does not look whether it happened already, so a signal before its wait is lost.
-#include <pthread.h>
+#include "run_threads.h"
 
-static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
-static pthread_cond_t s_ready = PTHREAD_COND_INITIALIZER;
+static void Await() {
+    const Guard guard;
+    pthread_cond_wait(&g_changed, &g_mutex);
+}
 
-static void *Prepare(void *) {
-    pthread_mutex_lock(&s_mutex);
-    pthread_cond_signal(&s_ready);
-    pthread_mutex_unlock(&s_mutex);
-    return nullptr;
+static void Prepare() {
+    const Guard guard;
+    pthread_cond_signal(&g_changed);
 }
 
 int main() {
-    pthread_t preparer;
-    pthread_create(&preparer, nullptr, Prepare, nullptr);
-    pthread_mutex_lock(&s_mutex);
-    pthread_cond_wait(&s_ready, &s_mutex);
-    pthread_mutex_unlock(&s_mutex);
-    pthread_join(preparer, nullptr);
+    RunThreads(Await, Prepare);
 }

@@ -1,38 +1,34 @@
 // Fault: the timer is told to stop, but nobody waits until it has: it may fire after its object has gone.
 #include <cstdlib>
-#include <pthread.h>
 #include <time.h>
 
-struct Connection {
-    bool open = true;
-};
+#include "run_threads.h"
 
-static pthread_mutex_t s_mutex = PTHREAD_MUTEX_INITIALIZER;
 static bool s_stopped;
-static Connection s_connection;
+static bool s_open = true; // the object
 
-static void *Timer(void *) {
-    const timespec period = {0, 10000000};
-    for (;;) {
-        nanosleep(&period, nullptr); // the timer's period, of the virtual clock
-        pthread_mutex_lock(&s_mutex);
-        const bool stopped = s_stopped;
-        pthread_mutex_unlock(&s_mutex);
-        if (stopped)
-            return nullptr;
-        if (!s_connection.open)
+static void Pass(long milliseconds) {
+    const timespec span = {0, milliseconds * 1000000};
+    nanosleep(&span, nullptr); // of the virtual clock
+}
+
+static bool Stop(bool stop) {
+    const Guard guard;
+    return s_stopped = s_stopped || stop;
+}
+
+static void Timer() {
+    for (Pass(10); !Stop(false); Pass(10))
+        if (!s_open)
             abort();
-    }
+}
+
+static void Close() {
+    Pass(25);
+    (void)Stop(true);
+    s_open = false;
 }
 
 int main() {
-    pthread_t timer;
-    pthread_create(&timer, nullptr, Timer, nullptr);
-    const timespec busy = {0, 25000000};
-    nanosleep(&busy, nullptr); // the work, of the virtual clock
-    pthread_mutex_lock(&s_mutex);
-    s_stopped = true;
-    pthread_mutex_unlock(&s_mutex);
-    s_connection.open = false;
-    pthread_join(timer, nullptr);
+    RunThreads(Timer, Close);
 }
