@@ -41,7 +41,7 @@ int32_t SetTimeValue_Local(VYX_SOCK_T hSocket, int iOption, int32_t iMillisecond
     struct timeval value = {};
     value.tv_sec = iMilliseconds / kPerSecond;
     // Deliberate: the remainder is stored as it is, not scaled. Pinned by
-    // Answers.OptionsReachTheirLevelAndOption.
+    // Socket.PairsReachTheirOptions.
     value.tv_usec = iMilliseconds % kPerSecond;
     return setsockopt(hSocket, SOL_SOCKET, iOption, &value, sizeof value);
 }

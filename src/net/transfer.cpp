@@ -224,6 +224,6 @@ int32_t VYX_Recvn(VYX_SOCK_T hSocket, void *pBuf, int32_t iLen, uint32_t nTimeOu
         return VYX_ERROR;
     Transfer<Receiving> transfer(hSocket, static_cast<char *>(pBuf), iLen, nTimeOut);
     // Deliberate: what came before a failure or the end is dropped with it. Pinned by
-    // Answers.TransfersEndWithTheirTimeOrTheirPeer.
+    // Fuzz.transfers.
     return transfer.All() ? transfer.Done() : VYX_ERROR;
 }

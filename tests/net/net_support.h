@@ -1,12 +1,10 @@
-// What the tests of sockets share: sockets that close themselves, connections over loopback, threads that do the same.
+// What the tests of sockets share: sockets that close themselves, connections over loopback.
 #ifndef VYX_TESTS_NET_SUPPORT_H
 #define VYX_TESTS_NET_SUPPORT_H
 
-#include <atomic>
 #include <cstring>
 #include <string>
-#include <thread>
-#include <vector>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <vyx/net.h>
@@ -77,21 +75,6 @@ struct Pair {
         return VYX_Accept(listener, nullptr, LongTime());
     }
 };
-
-// How many of 200 calls, 50 in each of four threads at once, are true.
-template <class Call>
-int CountInThreads(Call call) {
-    std::atomic<int> iTrue{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            for (int j = 0; j < 50; ++j)
-                iTrue += call() ? 1 : 0;
-        });
-    for (std::thread &thread : threads)
-        thread.join();
-    return iTrue;
-}
 
 } // namespace nettest
 
