@@ -12,27 +12,35 @@ namespace {
 
 constexpr size_t kLongest = 2046; // bytes of header and text
 
+// What a format is given: a number, a text or a null pointer, and a large number as each type that it may be.
+#define ARGUMENTS                                                                                            \
+    iNumber, (sText.empty() ? nullptr : sText.c_str()), static_cast<long long>(iLarge),                      \
+        static_cast<long>(iLarge), static_cast<size_t>(iLarge)
+
 std::string Printed(const char *szFormat, int iNumber, const std::string &sText, int64_t iLarge) {
-    std::string sOut(sText.size() + 100, '\0');
-    const int iLength = std::snprintf(sOut.data(), sOut.size(), szFormat, iNumber, sText.c_str(),
-                                      static_cast<long long>(iLarge));
+    std::string sOut(sText.size() + 200, '\0');
+    const int iLength = std::snprintf(sOut.data(), sOut.size(), szFormat, ARGUMENTS);
     return sOut.substr(0, static_cast<size_t>(iLength));
 }
 
 // Hands a line over. Adds it to those that are expected, with zeros for the digits of the time.
 void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pLines) {
-    static const char *const kFormats[] = {"%d %s|%lld", "%5d|%-9s|%lld", "%x%s%llx", "%%%+d%.3s %020lld",
-                                           "%i%s%lli"};
+    static const char *const kFormats[] = {"%d %s|%lld",        "%5d|%-9s|%lld", "%x%s%llx",
+                                           "%%%+d%.3s %020lld", "%i%9s%lli",     "%u%s%llu%lu%zu",
+                                           "%c%s%lld%ld%zd",    "%x%s%llx%lx%zx"};
     static const char *const kNames[] = {"DISABLE", "ERR", "DBG", "INF"};
     const auto iLevel = static_cast<int32_t>(pInput->Pick(7)) - 1;
     const char *szFormat = kFormats[pInput->Pick(std::size(kFormats))];
     const auto iNumber = pInput->Number<int32_t>();
     const auto iLarge = pInput->Number<int64_t>();
-    const std::string sFile = pInput->Text(pInput->Pick(24)).c_str();
-    const unsigned nRepeat = pInput->Pick(100) < 90 ? 1 : 300;
-    const std::string sText = pInput->Repeated(nRepeat, pInput->Pick(32));
-    const int32_t iResult = WriteLog(static_cast<log_level>(iLevel), sFile.c_str(), iNumber, szFormat,
-                                     iNumber, sText.c_str(), static_cast<long long>(iLarge));
+    const std::string sPart = pInput->Text(pInput->Pick(24)).c_str();
+    const unsigned nLong = pInput->Pick(100);
+    const std::string sText = pInput->Repeated(nLong < 90 ? 1 : 300, pInput->Pick(32));
+    std::string sFile;
+    for (unsigned n = nLong < 97 ? 1 : 300; n > 0; --n)
+        sFile += sPart;
+    const int32_t iResult =
+        WriteLog(static_cast<log_level>(iLevel), sFile.c_str(), iNumber, szFormat, ARGUMENTS);
     REQUIRE(iResult == (iLevel > iThreshold ? -3 : 0));
     if (iResult != 0)
         return;
@@ -43,14 +51,13 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
     pLines->push_back(sLine.substr(0, kLongest) + "\r\n");
 }
 
-// The files by their numbers; the digits of each line's time become zeros.
-std::map<int, std::string> Files(const fuzz::Folder &folder) {
-    std::map<int, std::string> files;
+// The files by their numbers.
+std::map<int, std::filesystem::path> Files(const fuzz::Folder &folder) {
+    std::map<int, std::filesystem::path> files;
     for (const auto &entry : std::filesystem::directory_iterator(folder / "")) {
         int iNumber = 0;
         REQUIRE(std::sscanf(entry.path().filename().c_str(), "vyx_log_%d", &iNumber) == 1);
-        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_read);
-        files[iNumber] = fuzz::ReadFile(entry.path());
+        files[iNumber] = entry.path();
     }
     return files;
 }
@@ -77,7 +84,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     REQUIRE(DisableTarget(VYX_LOG_TARGET_FILE) == 0); // writes them
     const auto files = Files(s_folder);
     auto itLine = lines.begin();
-    for (const auto &[iNumber, sContent] : files) {
+    for (const auto &[iNumber, path] : files) {
+        const bool bWorking = iNumber == files.rbegin()->first;
+        REQUIRE(path.filename() == "vyx_log_" + std::to_string(iNumber) + (bWorking ? "_w.log" : ".log"));
+        std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+        const std::string sContent = fuzz::ReadFile(path);
         REQUIRE(iNumber == files.begin()->first || files.count(iNumber - 1) != 0);
         size_t nAt = 0;
         for (; nAt < sContent.size(); nAt += itLine++->size()) {

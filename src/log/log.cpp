@@ -88,7 +88,7 @@ int32_t StopLogService(bool bBlock) {
 int32_t EnableTarget(log_services eTarget, const void *pParam, uint32_t nSize, uint32_t nWrap) {
     if (!IsTarget_Local(eTarget))
         return -6;
-    // Deliberate: a refused path is not told. Pinned by LogFile.RefusedPathIsNotTold.
+    // Deliberate: a refused path is not told. Pinned by LogFile.DirectoryAsGivenOrRefused.
     (void)GetLogService().SwitchOn(static_cast<uint32_t>(eTarget), pParam, nSize, nWrap);
     return 0;
 }

@@ -21,8 +21,7 @@ class LogFiles {
 
     // The arguments of EnableTarget. Result: 0; -6 for a path that is too long, which changes nothing but nWrap.
     int StartWriteFile(const char *szPath, uint32_t nSize, bool bWrap);
-    // Deliberate: the file keeps its working name. Pinned by
-    // LogFile.RotatesBeforeALineThatWouldCrossTheLimit.
+    // Deliberate: the file keeps its working name. Pinned by Fuzz.log.
     void StopWriteFile();
 
     // Writes whole lines, each to one file; changes pLines. Result: 0 written, or there is no directory to write to; -8

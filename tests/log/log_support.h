@@ -1,15 +1,11 @@
-// What the log tests share: capturing the standard streams, and reading what was logged.
+// What the log tests share: writing lines and reading what was logged.
 #ifndef VYX_TESTS_LOG_SUPPORT_H
 #define VYX_TESTS_LOG_SUPPORT_H
 
-#include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 #include "support/support.h"
@@ -23,42 +19,6 @@ using Strings = std::vector<std::string>;
 constexpr auto kConsole = VYX_LOG_TARGET_CONSOLE;
 constexpr auto kDebug = VYX_LOG_TARGET_DEBUG;
 constexpr auto kFile = VYX_LOG_TARGET_FILE;
-constexpr auto kErr = VYX_LOG_LEVEL_ERR;
-constexpr auto kInf = VYX_LOG_LEVEL_INF;
-
-// A standard stream into a file or a descriptor, for the length of a block.
-class Capture {
-  public:
-    Capture(FILE *pStream, int iTarget) : m_pStream(pStream), m_iSaved(dup(fileno(pStream))) { Set(iTarget); }
-    Capture(FILE *pStream, const std::string &path)
-        : Capture(pStream, open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0600)) {
-        m_path = path;
-    }
-    ~Capture() { Set(m_iSaved); }
-    Capture(const Capture &) = delete;
-    Capture &operator=(const Capture &) = delete;
-    std::string Text() const {
-        (void)std::fflush(m_pStream);
-        return support::ReadFile(m_path);
-    }
-
-  private:
-    // Takes the descriptor over.
-    void Set(int iTarget) const {
-        (void)std::fflush(m_pStream);
-        (void)dup2(iTarget, fileno(m_pStream));
-        (void)close(iTarget);
-    }
-    FILE *m_pStream;
-    int m_iSaved;
-    std::string m_path;
-};
-
-// A log file's text; its mode lets nobody but the superuser read it.
-inline std::string LogText(const std::string &path) {
-    (void)chmod(path.c_str(), 0600);
-    return support::ReadFile(path);
-}
 
 // The log files of a folder in the order of their numbers. A missing folder has none.
 inline Strings Names(const std::string &folder) {
@@ -74,10 +34,13 @@ inline Strings Names(const std::string &folder) {
     return sorted;
 }
 
+// The text of all files, whose modes let nobody but the superuser read them.
 inline std::string AllLogText(const std::string &folder) {
     std::string text;
-    for (const std::string &name : Names(folder))
-        text += LogText(folder + "/" + name);
+    for (const std::string &name : Names(folder)) {
+        std::filesystem::permissions(folder + "/" + name, std::filesystem::perms::owner_read);
+        text += support::ReadFile(folder + "/" + name);
+    }
     return text;
 }
 
@@ -99,36 +62,8 @@ inline Strings Lines(const std::string &text) {
 }
 
 inline int32_t Write(const std::string &text) {
-    return WriteLog(kInf, "f", 1, "%s", text.c_str());
+    return WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%s", text.c_str());
 }
-
-// Writes a line of nLength bytes, at least 49, header and line end included.
-inline int32_t WriteLength(size_t nLength, char cFill = 'x') {
-    return Write(
-        std::string(nLength - (sizeof "[2026-11-21 09:21:26.042][INF][FILE:f][LINE:1] \r\n" - 1), cFill));
-}
-
-// Every test begins and ends with the service as a process has it at first, but for the number of the next file, which
-// is kept.
-class LogTest : public testing::Test {
-  protected:
-    ~LogTest() override {
-        StopLogService(false);
-        DisableTarget(kConsole);
-        DisableTarget(kDebug);
-        AdjustLogLevel(kInf);
-    }
-    int32_t On(log_services eTarget, uint32_t nLimit = 0, uint32_t nWrap = 0) const {
-        return EnableTarget(eTarget, logs.c_str(), nLimit, nWrap);
-    }
-    // What is in the files, once all is written.
-    Strings Logged() const {
-        StopLogService(false);
-        return Lines(AllLogText(logs));
-    }
-    support::TempDir dir;
-    std::string logs = dir / "logs";
-};
 
 } // namespace log_support
 

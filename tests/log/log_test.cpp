@@ -1,0 +1,285 @@
+// Results of WriteLog, the targets' switches, the files' names. The log's fuzz target looks at the texts of lines, and at
+// where files end.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <set>
+#include <thread>
+#include <unistd.h>
+
+#include <vyx/vyx.h>
+
+#include "log/log_support.h"
+#include "support/calls.h"
+#include "time/zone.h"
+
+using namespace log_support;
+
+namespace {
+
+constexpr size_t kShortest = sizeof "[2026-11-21 09:21:26.042][INF][FILE:f][LINE:1] \r\n" - 1;
+
+// A standard stream into a file or a descriptor, for the length of a block.
+class Capture {
+  public:
+    Capture(FILE *pStream, int iTarget) : m_pStream(pStream), m_iSaved(dup(fileno(pStream))) { Set(iTarget); }
+    Capture(FILE *pStream, const std::string &path)
+        : Capture(pStream, open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND | O_CLOEXEC, 0600)) {
+        m_path = path;
+    }
+    ~Capture() { Set(m_iSaved); }
+    Capture(const Capture &) = delete;
+    Capture &operator=(const Capture &) = delete;
+    std::string Text() const {
+        (void)std::fflush(m_pStream);
+        return support::ReadFile(m_path);
+    }
+
+  private:
+    // Takes the descriptor over.
+    void Set(int iTarget) const {
+        (void)std::fflush(m_pStream);
+        (void)dup2(iTarget, fileno(m_pStream));
+        (void)close(iTarget);
+    }
+    FILE *m_pStream;
+    int m_iSaved;
+    std::string m_path;
+};
+
+// Every test begins and ends with the service as a process has it at first, but for the number of the next file, which
+// is kept.
+class Log : public testing::Test {
+  protected:
+    ~Log() override {
+        StopLogService(false);
+        DisableTarget(kConsole);
+        DisableTarget(kDebug);
+        AdjustLogLevel(VYX_LOG_LEVEL_INF);
+    }
+    int32_t On(log_services eTarget, uint32_t nLimit = 0, uint32_t nWrap = 0) const {
+        return EnableTarget(eTarget, logs.c_str(), nLimit, nWrap);
+    }
+    // What is in the files, once all is written.
+    Strings Logged() const {
+        StopLogService(false);
+        return Lines(AllLogText(logs));
+    }
+    // The files of so many lines, which are gone afterwards.
+    Strings NamesAfter(int iLines, uint32_t nLimit, uint32_t nWrap) {
+        On(kFile, nLimit, nWrap);
+        for (int n = 0; n < iLines; ++n)
+            EXPECT_EQ(Write("x"), 0);
+        DisableTarget(kFile);
+        const Strings names = Names(logs);
+        std::filesystem::remove_all(logs);
+        return names;
+    }
+    support::TempDir dir;
+    std::string logs = dir / "logs";
+};
+using LogFile = Log;
+using LogHeader = Log;
+using LogSwitch = Log;
+
+TEST_F(Log, ResultsAndTheirOrder) {
+    const char *szNull = nullptr; // not a constant, so that the compiler does not warn of it
+    EXPECT_EQ(WriteLog(log_level(9), "f", 1, szNull, 0), -6) << "before the level";
+    EXPECT_EQ(WriteLog(log_level(9), "f", 1, "x"), -3) << "before the targets";
+    EXPECT_EQ(StopLogService(true), 0);
+    EXPECT_EQ(Write("x"), -5) << "before the service";
+    EXPECT_EQ(EnableTarget(log_services(3), nullptr, 0, 0), -6);
+    EXPECT_EQ(DisableTarget(log_services(3)), -6);
+    EXPECT_EQ(On(kFile), 0);
+    EXPECT_EQ(Write("x"), -2);
+    EXPECT_EQ(StartLogService(), 0);
+    const wchar_t invalid[] = {0x7FFFFFFF, 0};
+    EXPECT_EQ(WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%ls", invalid), -7);
+    const char *szFormat = "%m"; // of the C library here; not a constant, as it is not C++'s
+    errno = ENOENT;
+    EXPECT_EQ(WriteLog(VYX_LOG_LEVEL_INF, "f", 1, szFormat, 0), 0);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(Logged(), Strings{std::strerror(ENOENT)});
+    EXPECT_EQ(Write("x"), -5) << "a stop switches the files off";
+    EXPECT_EQ(On(kFile), 0);
+    EXPECT_EQ(Write("y"), 0) << "not blocked";
+    EXPECT_EQ(Logged(), Strings{"y"}) << "the last file is emptied";
+}
+
+TEST_F(LogHeader, IsThatOfTheMoment) {
+    const auto stamp = [] {
+        char szStamp[40];
+        const time_t tNow = std::time(nullptr);
+        (void)std::strftime(szStamp, sizeof szStamp, "[%Y-%m-%d %H:%M:%S.", std::localtime(&tNow));
+        return std::string(szStamp);
+    };
+    char text[200];
+    for (const char *szZone : {"AAA-11", "BBB12"}) { // a change counts at once, also without tzset
+        const support::Zone zone(szZone);
+        std::string before;
+        do { // until it falls into one second
+            before = stamp();
+            EXPECT_EQ(FormatTimeAndName(text, sizeof text, VYX_LOG_LEVEL_ERR, "f.c", 12), 50);
+        } while (before != stamp());
+        EXPECT_EQ(std::string(text, before.size()), before);
+        EXPECT_STREQ(text + before.size() + 3, "][ERR][FILE:f.c][LINE:12] ");
+    }
+    EXPECT_EQ(FormatTimeAndName(nullptr, 0, VYX_LOG_LEVEL_ERR, "f.c", 12), 50);
+    EXPECT_EQ(FormatTimeAndName(text, 49, VYX_LOG_LEVEL_ERR, "f.c", 12), 50);
+    EXPECT_EQ(std::strlen(text), 48U);
+    EXPECT_EQ(FormatTimeAndName(nullptr, 5, VYX_LOG_LEVEL_ERR, "f.c", 12), -1);
+    EXPECT_EQ(FormatTimeAndName(text, sizeof text, VYX_LOG_LEVEL_ERR, nullptr, 12), -1);
+    EXPECT_EQ(FindLastSlash(nullptr), nullptr);
+}
+
+Strings Numbers(int iEnd) {
+    Strings numbers;
+    for (int n = 0; n < iEnd; ++n)
+        numbers.push_back(std::to_string(n));
+    return numbers;
+}
+
+// Each target alone, while another one stays on so that the service is not stopped: what was taken is there
+// when it has been switched off, and nothing later.
+TEST_F(LogSwitch, OffFirstWritesWhatIsQueued) {
+    const Strings numbers = Numbers(3000);
+    for (const log_services eTarget : {kConsole, kDebug, kFile}) {
+        SCOPED_TRACE(eTarget);
+        const log_services eOther = eTarget == kConsole ? kDebug : kConsole;
+        const Capture out(stdout, dir / "out");
+        const Capture err(stderr, dir / "err");
+        On(eOther);
+        On(eTarget);
+        for (const std::string &number : numbers)
+            ASSERT_EQ(Write(number), 0);
+        EXPECT_TRUE(support::EndsThoughCancelled([&] { EXPECT_EQ(DisableTarget(eTarget), 0); }));
+        const auto read = [&](log_services e) {
+            return Lines(e == kConsole ? out.Text() : e == kDebug ? err.Text() : AllLogText(logs));
+        };
+        ASSERT_EQ(read(eTarget), numbers);
+        EXPECT_EQ(Write("late"), 0);
+        EXPECT_EQ(DisableTarget(eOther), 0) << "the last one: stops the service";
+        EXPECT_EQ(read(eTarget), numbers);
+        EXPECT_EQ(read(eOther).size(), numbers.size() + 1);
+    }
+}
+
+TEST_F(LogSwitch, OneCall) {
+    const Strings numbers = Numbers(500);
+    const Capture out(stdout, dir / "out");
+    ASSERT_EQ(VYX_Init(), VYX_OK);
+    AdjustLogLevel(log_level(0));
+    EXPECT_EQ(VYX_Log(4, logs.c_str()), VYX_OK);
+    EXPECT_EQ(WriteLog(log_level(0), "f", 1, "x"), -5) << "only bits 0 and 1 are targets";
+    EXPECT_EQ(VYX_Log(3, logs.c_str()), VYX_OK);
+    for (const std::string &number : numbers)
+        EXPECT_EQ(Write(number), 0);
+    EXPECT_EQ(VYX_Fini(), VYX_OK) << "writes what is queued";
+    EXPECT_EQ(Lines(out.Text()), numbers);
+    EXPECT_EQ(Lines(AllLogText(logs)), numbers);
+    On(kDebug);
+    EXPECT_EQ(Write("x"), -2) << "the service is blocked";
+}
+
+// Standard output is a pipe that nobody reads: the writer is stuck, the ring fills. Then somebody reads, and the ring
+// stays almost full while it goes round many times.
+TEST_F(Log, FullRingDropsLinesAndKeepsThoseTaken) {
+    // Lines of 64 bytes, of which the ring holds a whole number; then of any length.
+    constexpr size_t kEven = 200000;
+    const auto textOf = [](size_t n) {
+        std::string text = std::to_string(n);
+        text.resize(n < kEven ? 63 - kShortest : text.size() + n % 1900, static_cast<char>('a' + n % 26));
+        return text;
+    };
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);
+    std::string text;
+    std::set<int32_t> results; // nothing may be reported while standard output is stuck
+    size_t nTaken = 0;
+    size_t nStuck = 0;
+    std::thread reader;
+    {
+        const Capture out(stdout, fds[1]);
+        On(kConsole);
+        for (size_t nFull = 0; nTaken < kEven + 40000;) {
+            const int32_t iResult = Write(textOf(nTaken));
+            results.insert(iResult);
+            nTaken += iResult == 0 ? 1 : 0;
+            if (iResult == 0 || ++nFull < 100)
+                continue;
+            if (nFull > 100) {
+                std::this_thread::yield();
+                continue;
+            }
+            nStuck = nTaken;
+            reader = std::thread([&] {
+                char buffer[5000];
+                for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
+                    text.append(buffer, static_cast<size_t>(iRead));
+            });
+        }
+        StopLogService(true);
+    }
+    reader.join();
+    (void)close(fds[0]);
+    EXPECT_EQ(results, (std::set<int32_t>{-4, 0}));
+    EXPECT_GE(nStuck, 2097152U / 64U);
+    const Strings lines = Lines(text);
+    ASSERT_EQ(lines.size(), nTaken);
+    for (size_t n = 0; n < nTaken; ++n)
+        ASSERT_EQ(lines[n], textOf(n));
+}
+
+TEST_F(LogFile, NumbersWrapOrDoNot) {
+    while (NamesAfter(2, 1, 1).front() != "vyx_log_1_w.log") { // whatever number the process has come to
+    }
+    Strings names = NamesAfter(101, 1, 1);
+    EXPECT_EQ(names.size(), 100U) << "the old first file was removed";
+    EXPECT_EQ(names.front() + names.back(), "vyx_log_1_w.logvyx_log_100.log");
+    names = NamesAfter(102, 1, 0);
+    EXPECT_EQ(names.size(), 102U);
+    EXPECT_EQ(names.back(), "vyx_log_102_w.log");
+    EXPECT_EQ(NamesAfter(2, 1, 2), (Strings{"vyx_log_3_w.log", "vyx_log_102.log"}));
+    On(kFile);
+    for (int n = 0; n < 1025;) // lines of 2 KiB
+        n += Write(std::string(2048 - kShortest, 'x')) == 0 ? 1 : 0;
+    DisableTarget(kFile);
+    EXPECT_EQ(std::filesystem::file_size(logs + "/vyx_log_3.log"), 2097152U)
+        << "the limit where none is given";
+}
+
+TEST_F(LogFile, DirectoryAsGivenOrRefused) {
+    (void)mkdir((dir / "sub").c_str(), 0700);
+    std::filesystem::current_path(dir.Path());
+    std::string longest;
+    while (longest.size() < 254)
+        longest += "./";
+    for (const auto &[given, szUsed] : {std::pair{std::string("one/"), "one"},
+                                        {"sub\\tail", "sub/tail"},
+                                        {"", "vyxlog"}, // a null pointer
+                                        {longest + "22", "22"},
+                                        {longest + "333", ""}}) {
+        EXPECT_EQ(EnableTarget(kFile, given.empty() ? nullptr : given.c_str(), 0, 0), 0);
+        EXPECT_EQ(Write("x"), *szUsed == '\0' ? -5 : 0) << given << ": a refused one leaves the target off";
+        DisableTarget(kFile);
+        EXPECT_TRUE(*szUsed == '\0' || Names(dir / szUsed).size() == 1) << given;
+    }
+    std::filesystem::current_path("/");
+}
+
+// The folder cannot be made, as its parent is missing; then it can.
+TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
+    logs = dir / "missing/logs/"; // has its slash
+    const Capture err(stderr, dir / "err");
+    On(kFile);
+    EXPECT_EQ(Write("lost"), 0);
+    EXPECT_TRUE(support::WaitUntil([&] { return err.Text().find("_w.log] failed\n") != std::string::npos; }));
+    std::filesystem::create_directories(logs);
+    EXPECT_EQ(Write("there"), 0);
+    EXPECT_EQ(Logged(), Strings{"there"});
+    EXPECT_EQ(err.Text(), "LogService OpenFile[" + logs + Names(logs).at(0) + "] failed\n");
+}
+
+} // namespace
