@@ -19,8 +19,7 @@ constexpr uint32_t kLong = 600000; // milliseconds; a wait that must not run out
 // A semaphore for the length of a block.
 struct Semaphore {
     VYX_SEM_T h = nullptr;
-    int32_t iCreated;
-    explicit Semaphore(uint32_t nInitial = 0) : iCreated(VYX_SemCreate(&h, nInitial)) {}
+    explicit Semaphore(uint32_t nInitial = 0) { (void)VYX_SemCreate(&h, nInitial); }
     ~Semaphore() { (void)VYX_SemDestroy(&h); }
     Semaphore(const Semaphore &) = delete;
     Semaphore &operator=(const Semaphore &) = delete;

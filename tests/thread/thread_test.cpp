@@ -6,9 +6,9 @@
 #include <sched.h>
 
 #include <gtest/gtest.h>
-#include <vyx/sync.h>
 
 #include "base/platform.h"
+#include "sync/timed_wait_support.h"
 #include "thread/service_thread.h"
 
 namespace {
@@ -19,23 +19,13 @@ void *CountUp(void *pCount) {
 }
 
 TEST(Thread, DetachedRunsAndIsNotJoinable) {
-    struct Shared {
-        VYX_SEM_T hDone = nullptr;
-        int iDetached = 0;
-    } shared;
-    ASSERT_EQ(VYX_SemCreate(&shared.hDone, 0), VYX_OK);
-    const auto fnRun = [](void *pShared) -> void * {
-        auto &self = *static_cast<Shared *>(pShared);
-        self.iDetached = pthread_detach(pthread_self()); // refused if it is so already
-        (void)VYX_SemPost(&self.hDone);
+    std::atomic<int> iDetached{-1};
+    const auto fnRun = [](void *pDetached) -> void * {
+        *static_cast<std::atomic<int> *>(pDetached) = pthread_detach(pthread_self()); // it is so already
         return nullptr;
     };
-    for (const uint32_t nStackSize : {0U, 1U << 20}) {
-        EXPECT_EQ(VYX_ThreadDetached_Create(fnRun, &shared, nStackSize), VYX_TRUE);
-        EXPECT_EQ(VYX_SemWait(&shared.hDone), VYX_OK);
-        EXPECT_EQ(shared.iDetached, EINVAL);
-    }
-    EXPECT_EQ(VYX_SemDestroy(&shared.hDone), VYX_OK);
+    EXPECT_EQ(VYX_ThreadDetached_Create(fnRun, &iDetached, 1U << 20), VYX_TRUE);
+    EXPECT_TRUE(support::WaitUntil([&] { return iDetached == EINVAL; }));
 }
 
 TEST(Thread, StackIsAsLargeAsAskedForAndWaitEndsWithTheThread) {
@@ -61,27 +51,11 @@ TEST(Thread, TooSmallAStackStartsNothing) {
     EXPECT_EQ(iCount.load(), 0);
 }
 
-TEST(Thread, KnowsItselfAndItsExitEndsItThereAndThen) {
-    VYX_THREAD_T hInside = VYX_INVALID_THREAD;
-    const VYX_THREAD_T hThread = VYX_Thread_Create(
-        [](void *pInside) -> void * {
-            *static_cast<VYX_THREAD_T *>(pInside) = VYX_Thread_GetSelfId();
-            if (pInside != nullptr)
-                VYX_Thread_Exit();
-            *static_cast<VYX_THREAD_T *>(pInside) = VYX_INVALID_THREAD;
-            return nullptr;
-        },
-        &hInside, 0, 0, 0, 0);
-    ASSERT_NE(hThread, VYX_INVALID_THREAD);
-    EXPECT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
-    EXPECT_NE(pthread_equal(hInside, hThread), 0);
-    EXPECT_EQ(VYX_Thread_Wait(VYX_Thread_GetSelfId()), VYX_ERROR); // would never end
-}
-
 TEST(Thread, InvalidValuesAreRefused) {
     EXPECT_EQ(VYX_Thread_Suspend(VYX_INVALID_THREAD), VYX_NOT_AVAILABLE);
     EXPECT_EQ(VYX_Thread_Resume(VYX_Thread_GetSelfId()), VYX_NOT_AVAILABLE);
     EXPECT_EQ(VYX_Thread_Wait(VYX_INVALID_THREAD), VYX_ERROR);
+    EXPECT_EQ(VYX_Thread_Wait(VYX_Thread_GetSelfId()), VYX_ERROR); // would never end
     EXPECT_EQ(VYX_Thread_SetPriority(VYX_INVALID_THREAD, 0), VYX_ERROR);
     EXPECT_EQ(VYX_Thread_SetSchedPolicy(VYX_INVALID_THREAD, SCHED_OTHER), VYX_ERROR);
     EXPECT_EQ(VYX_ThreadTls_SetValue(VYX_INVALID_TLS, nullptr), VYX_ERROR);
@@ -111,13 +85,12 @@ TEST(ThreadClass, KeepsItsHandle) {
     EXPECT_EQ(object.Wait(), VYX_ERROR);
     EXPECT_EQ(object.SetPriority(1), VYX_ERROR);
     EXPECT_EQ(object.SetSchedPolicy(SCHED_OTHER), VYX_ERROR);
-    VYX_SEM_T hRelease = nullptr;
-    ASSERT_EQ(VYX_SemCreate(&hRelease, 0), VYX_OK);
+    support::Semaphore release;
     const auto fnRun = [](void *pSem) -> void * {
         (void)VYX_SemWait(static_cast<VYX_SEM_T *>(pSem));
         return nullptr;
     };
-    ASSERT_EQ(object.Create(fnRun, &hRelease, 1 << 20, 1, 2, 3), VYX_OK);
+    ASSERT_EQ(object.Create(fnRun, &release.h, 1 << 20, 1, 2, 3), VYX_OK);
     VYX_Thread copy = object;
     EXPECT_EQ(copy.SetPriority(1), VYX_OK);
     EXPECT_EQ(object.SetSchedPolicy(SCHED_OTHER), VYX_OK);
@@ -125,9 +98,8 @@ TEST(ThreadClass, KeepsItsHandle) {
     EXPECT_EQ(object.Suspend() + object.Resume(), 2 * VYX_NOT_AVAILABLE);
     EXPECT_EQ(object.Create(fnRun, nullptr, 1, 0, 0, 0), VYX_ERROR); // forgets the old handle
     EXPECT_EQ(object.SetPriority(1), VYX_ERROR);
-    (void)VYX_SemPost(&hRelease);
+    (void)release.Post();
     EXPECT_EQ(copy.Wait(), VYX_OK);
-    EXPECT_EQ(VYX_SemDestroy(&hRelease), VYX_OK);
 }
 
 TEST(ThreadLocal, EveryThreadHasItsOwnPointer) {
@@ -136,17 +108,12 @@ TEST(ThreadLocal, EveryThreadHasItsOwnPointer) {
     ASSERT_NE(s_hKey, VYX_INVALID_TLS);
     int iMine = 0;
     EXPECT_EQ(VYX_ThreadTls_SetValue(s_hKey, &iMine), VYX_OK);
-    const VYX_THREAD_T hThread = VYX_Thread_Create(
-        [](void *) -> void * {
-            int iTheirs = 0; // not the heap's: nothing may free it when the thread ends
-            EXPECT_EQ(VYX_ThreadTls_GetValue(s_hKey), nullptr);
-            EXPECT_EQ(VYX_ThreadTls_SetValue(s_hKey, &iTheirs), VYX_OK);
-            EXPECT_EQ(VYX_ThreadTls_GetValue(s_hKey), &iTheirs);
-            return nullptr;
-        },
-        nullptr, 0, 0, 0, 0);
-    ASSERT_NE(hThread, VYX_INVALID_THREAD);
-    EXPECT_EQ(VYX_Thread_Wait(hThread), VYX_OK);
+    std::thread([] {
+        int iTheirs = 0; // not the heap's: nothing may free it when the thread ends
+        EXPECT_EQ(VYX_ThreadTls_GetValue(s_hKey), nullptr);
+        EXPECT_EQ(VYX_ThreadTls_SetValue(s_hKey, &iTheirs), VYX_OK);
+        EXPECT_EQ(VYX_ThreadTls_GetValue(s_hKey), &iTheirs);
+    }).join();
     EXPECT_EQ(VYX_ThreadTls_GetValue(s_hKey), &iMine);
     EXPECT_EQ(VYX_ThreadTls_Destroy(s_hKey), VYX_OK);
     EXPECT_EQ(VYX_ThreadTls_Destroy(s_hKey), VYX_ERROR);

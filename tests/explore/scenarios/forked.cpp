@@ -30,7 +30,10 @@ int main() {
     s_event = VYX_CreateEvent(0);
     CHECK(VYX_Init() == VYX_OK && VYX_MsgQCreateEx(&s_queue) == VYX_OK);
     {
-        Runner user([] { CHECK(VYX_AtomicInc(&s_value) == VYX_OK && VYX_SetEvent(s_event) == VYX_TRUE); });
+        Runner user([] {
+            CHECK(VYX_AtomicInc(&s_value) == VYX_OK);
+            CHECK(VYX_SetEvent(s_event) == VYX_TRUE && VYX_ResetEvent(s_event) == VYX_TRUE);
+        });
         Runner receiver([] {
             static VYX_MSG_BLOCK_T block;
             block.iDataLen = VYX_MSG_DATA_SIZE;
