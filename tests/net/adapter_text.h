@@ -12,11 +12,6 @@
 
 namespace adapter_text {
 
-inline std::string Printed(const uint8_t *pBytes16) {
-    char szText[INET6_ADDRSTRLEN];
-    return inet_ntop(AF_INET6, pBytes16, szText, sizeof szText);
-}
-
 inline std::string Hex(const uint8_t *pBytes, size_t nCount) {
     std::string text;
     for (size_t i = 0; i < nCount; ++i) {
@@ -27,14 +22,12 @@ inline std::string Hex(const uint8_t *pBytes, size_t nCount) {
     return text;
 }
 
-// One entry's two fields, whichever list it is in: text, or the bytes of an IPv6 address.
-inline std::string Entry(const void *pAddr, const void *pMask) {
-    const auto print = [](const void *pField) {
-        const auto *const pBytes = static_cast<const uint8_t *>(pField);
-        return pBytes[0] >= '0' && pBytes[0] <= '9' ? reinterpret_cast<const char *>(pBytes)
-                                                    : Printed(pBytes);
-    };
-    return print(pAddr) + "/" + print(pMask);
+// A field of an entry, whichever list it is in: text, or the bytes of an IPv6 address.
+inline std::string Field(const void *pField) {
+    char szPrinted[INET6_ADDRSTRLEN];
+    const auto *const szText = static_cast<const char *>(pField);
+    return *szText >= '0' && *szText <= '9' ? szText
+                                            : inet_ntop(AF_INET6, pField, szPrinted, sizeof szPrinted);
 }
 
 // "en0 type 6 mac 02:.. 10.0.0.1/255.0.0.0 | fd00::1/ffff::": what the list holds, in its order.
@@ -42,10 +35,10 @@ inline std::string Describe(const VYX_ADAPTER_INFO &adapter) {
     std::string text = adapter.szName;
     text += " type " + std::to_string(adapter.nType) + " mac " + Hex(adapter.byAddr, adapter.nAddrLen);
     for (const auto *p = adapter.pIpAddrList; p != nullptr; p = p->pNext)
-        text += " " + Entry(p->szAddr, p->szMask);
+        text += " " + Field(p->szAddr) + "/" + Field(p->szMask);
     text += adapter.pIp6AddrList == nullptr ? "" : " |";
     for (const auto *p = adapter.pIp6AddrList; p != nullptr; p = p->pNext)
-        text += " " + Entry(p->byAddr, p->byMask);
+        text += " " + Field(p->byAddr) + "/" + Field(p->byMask);
     return text;
 }
 

@@ -210,7 +210,8 @@ void Names() {
 void Adapters() {
     Act([] {
         VYX_ADAPTER_INFO *pList = nullptr;
-        OK(CALL(VYX_GetAdapterInfo)(&pList), may::memory | may::interrupts | may::or_not | may::descriptors);
+        OK(CALL(VYX_GetAdapterInfo)(&pList),
+           may::memory | may::interrupts | may::or_not | may::descriptors | may::errors);
         (void)VYX_FreeAdapterInfo(pList);
         uint8_t byAddr[8];
         uint32_t nLength = 8;
