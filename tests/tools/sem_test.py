@@ -1,11 +1,9 @@
-"""vyx-sem. Environment: as tool.py, HOLDER a program that has one semaphore until its input ends."""
-import fcntl
+"""vyx-sem. Environment: as tool.py."""
 import json
+import mmap
 import os
 import shutil
-import subprocess
 import tempfile
-import time
 import unittest
 from types import SimpleNamespace
 from unittest import mock
@@ -16,96 +14,55 @@ vyx_sem = tool.load("sem")
 import processes  # noqa: E402
 import semaphores  # noqa: E402
 
-SHM = "/dev/shm"
-
-
-def run(*arguments, user=None):
-    return tool.run(vyx_sem, *arguments, user=user)
-
 
 class Tool(unittest.TestCase):
-    """The semaphores of a test are linked into a folder of its own, as other tests use those of the machine meanwhile."""
+    """A semaphore in a folder of its own, as other tests use those of the machine meanwhile. This process has it mapped."""
 
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="vyx-sem-test-", dir=SHM)
+        self.folder = tempfile.mkdtemp(prefix="vyx-sem-test-", dir="/dev/shm")
         self.addCleanup(shutil.rmtree, self.folder)
-        os.chmod(self.folder, 0o755)
-        self.process = subprocess.Popen([os.environ["HOLDER"]], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-        self.addCleanup(self.process.communicate)
-        self.assertEqual(self.process.stdout.readline(), b"ready\n")
-        mapped = processes.mapped_files(self.process.pid)
-        found = [s for s in semaphores.registered(SHM) if s.file in mapped]
-        self.assertEqual(len(found), 1)
-        self.path = os.path.join(self.folder, os.path.basename(found[0].path))
-        os.link(found[0].path, self.path)
-        self.original = found[0].path
+        self.path = os.path.join(self.folder, "sem.vyx_named_semaphore_00001")
+        with open(self.path, "w+b", buffering=0) as file:
+            file.write(bytes(32))
+            self.mapping = mmap.mmap(file.fileno(), 32)
+        self.addCleanup(self.mapping.close)
 
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
-        os.unlink(self.original)
+    def run_tool(self, *arguments):
+        return tool.run(vyx_sem, "--directory", self.folder, *arguments)
 
-    def listed(self, *arguments, **keywords):
-        status, out, _ = run("--json", "--directory", self.folder, *arguments, **keywords)
-        return status, {row["path"]: row for row in json.loads(out)["semaphores"]}
+    def listed(self, *arguments):
+        status, out, _ = self.run_tool("--json", "--ask-kernel", *arguments)
+        row, = json.loads(out)["semaphores"]
+        self.assertEqual(row["path"], self.path)
+        return status, row["state"], row["removed"], [holder["pid"] for holder in row["holders"]]
 
-    def test_a_live_one_is_held_and_stays(self):
-        status, rows = self.listed("--remove-stale", "--ask-kernel")
-        self.assertEqual((status, rows[self.path]["state"], rows[self.path]["removed"]), (0, "held", False))
-        self.assertIn({"pid": self.process.pid, "command": "tools_holder"}, rows[self.path]["holders"])
-        self.assertTrue(os.path.exists(self.path))
-
-    def test_of_a_killed_process_it_is_stale_and_goes_on_request(self):
-        self.kill()
-        status, rows = 0, {}
-        deadline = time.monotonic() + 60  # who just reads the maps of the killed process keeps its memory for a moment
-        while status == 0 and time.monotonic() < deadline:
-            status, rows = self.listed("--ask-kernel")
-        self.assertEqual((status, rows[self.path]["state"]), (1, "stale"))
-        self.assertTrue(os.path.exists(self.path))
-        status, rows = self.listed("--ask-kernel", "--remove-stale")
-        self.assertEqual((status, rows[self.path]["removed"]), (0, True))
-        self.assertFalse(os.path.exists(self.path))
-
-    def test_of_a_process_that_cannot_be_looked_into_it_is_unknown_and_stays(self):
-        user = tool.NOBODY if os.geteuid() == 0 else None
-        self.process.stdin.write(b"\n")
-        self.process.stdin.flush()
-        self.assertEqual(self.process.stdout.readline(), b"hidden\n")
-        for ask in [], ["--ask-kernel"]:
-            status, rows = self.listed("--remove-stale", *ask, user=user)
-            self.assertEqual((status, rows[self.path]["state"], rows[self.path]["holders"]), (0, "unknown", []))
-            self.assertTrue(os.path.exists(self.path))
-        _, _, err = run("--directory", self.folder, user=user)
-        self.assertRegex(err, r"^vyx-sem: unknown: .*(may not be looked into|PID namespace)")
-
-    def test_nothing_else_is_listed_or_removed(self):
-        name = "sem.vyx_named_semaphore_"
-        os.symlink(self.path, os.path.join(self.folder, name + "00001"))
-        os.mkdir(os.path.join(self.folder, name + "00002"))
-        os.mkfifo(os.path.join(self.folder, name + "00003"))
-        for other in name + "1", name + "0000x", "vyx_named_semaphore_00004", "sem.other", name + "00005\n":
-            with open(os.path.join(self.folder, other), "w", encoding="ascii"):
+    def test_nothing_is_removed_but_what_nobody_holds(self):
+        name = os.path.join(self.folder, "sem.vyx_named_semaphore_")
+        os.symlink(self.path, name + "00001000")
+        os.mkdir(name + "00002")
+        os.mkfifo(name + "00003")
+        for other in name + "1", name + "0000x", os.path.join(self.folder, "sem.other"), name + "00005\n":
+            with open(other, "w", encoding="ascii"):
                 pass
-        before = sorted(os.listdir(self.folder))
-        _, rows = self.listed("--remove-stale", "--ask-kernel")
-        self.assertEqual(list(rows), [self.path])
-        self.assertEqual(sorted(os.listdir(self.folder)), before)
+        before = set(os.listdir(self.folder))
+        with mock.patch.object(vyx_sem, "lock"):  # is kept until the process ends
+            self.assertEqual(self.listed("--remove-stale"), (0, "held", False, [os.getpid()]))
+            self.mapping.close()
+            self.assertEqual(self.listed(), (1, "stale", False, []))
+            self.assertEqual(set(os.listdir(self.folder)), before)
+            self.assertEqual(self.listed("--remove-stale"), (0, "stale", True, []))
+        self.assertEqual(before - set(os.listdir(self.folder)), {os.path.basename(self.path)})
 
     def test_one_at_a_time(self):
-        other = os.open(self.folder, os.O_RDONLY)
-        self.addCleanup(os.close, other)
-        fcntl.flock(other, fcntl.LOCK_EX)
         with mock.patch.object(vyx_sem, "PATIENCE", 0):
-            status, out, err = run("--directory", self.folder, "--remove-stale")
+            self.assertEqual(self.run_tool("--remove-stale")[0], 0)
+            status, out, err = self.run_tool("--remove-stale")  # the first lock lasts until the process ends
         self.assertEqual((status, out), (2, ""))
         self.assertIn("another vyx-sem is at work", err)
 
     def test_wrong_usage(self):
-        self.assertEqual(run("--remove")[0], 2)  # no abbreviation of what removes
-        self.assertEqual(run("somewhere")[0], 2)
-        status, _, err = run("--directory", self.folder + "/none")
-        self.assertEqual((status, err), (2, "vyx-sem: %s/none: No such file or directory\n" % self.folder))
+        self.assertEqual(self.run_tool("--remove")[0], 2)  # no abbreviation of what removes
+        self.assertEqual(self.run_tool("--directory", self.folder + "/none")[0], 2)
 
 
 class Judgement(unittest.TestCase):
@@ -123,11 +80,11 @@ class Judgement(unittest.TestCase):
                     semaphores.judge([one], holders, ask)
                 self.assertEqual(one.state, state)
 
-    def test_a_process_that_has_ended_meanwhile_holds_nothing(self):
-        holders = processes.Holders(set())
-        holders.unreadable.clear()
-        holders.look_into((1 << 22) + 1, {(1, 2)})  # no process has so high a number
-        self.assertEqual((holders.by_file, holders.unreadable), ({}, []))
+    def test_a_process_that_may_not_be_looked_into_may_hold_it(self):
+        for error, blind in (PermissionError, True), (ProcessLookupError, False):  # the latter has ended
+            with mock.patch.object(processes, "hidden", return_value=None), \
+                    mock.patch.object(processes, "mapped_files", side_effect=error):
+                self.assertEqual(processes.Holders(set()).blind() is not None, blind)
 
 
 if __name__ == "__main__":

@@ -1,10 +1,10 @@
 """What the tests of the tools share. Environment: TOOLS the folder of the tools."""
+import contextlib
 import importlib.util
+import io
 import os
 import sys
-import tempfile
-
-NOBODY = 65534
+from unittest import mock
 
 
 def load(name):
@@ -17,31 +17,13 @@ def load(name):
     return module
 
 
-def run(program, *arguments, user=None, folder="/"):
-    """Runs a tool in a child, if need be as another user. Result: exit status, standard output, standard error."""
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        child = os.fork()
-        if child == 0:
-            status = 99
-            try:
-                os.dup2(out.fileno(), 1)
-                os.dup2(err.fileno(), 2)
-                if user is not None:
-                    os.setgroups([])
-                    os.setgid(user)
-                    os.setuid(user)
-                os.chdir(folder)
-                sys.argv = ["vyx-tool", *arguments]
-                sys.stdout = os.fdopen(1, "w", closefd=False)
-                sys.stderr = os.fdopen(2, "w", closefd=False)
-                status = program.main()
-            except SystemExit as end:
-                status = end.code
-            finally:
-                sys.stdout.flush()
-                sys.stderr.flush()
-                os._exit(status)
-        status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
-        out.seek(0)
-        err.seek(0)
-        return status, out.read().decode("utf-8", "surrogateescape"), err.read().decode()
+def run(program, *arguments):
+    """Runs a tool in this process. Result: exit status, standard output, standard error."""
+    streams = [io.TextIOWrapper(io.BytesIO(), "utf-8", "surrogateescape", write_through=True) for _ in range(2)]
+    with mock.patch.object(sys, "argv", ["vyx-tool", *arguments]), contextlib.redirect_stdout(streams[0]), \
+            contextlib.redirect_stderr(streams[1]):
+        try:
+            status = program.main()
+        except SystemExit as end:
+            status = end.code
+    return status, *(stream.buffer.getvalue().decode("utf-8", "surrogateescape") for stream in streams)
