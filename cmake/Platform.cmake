@@ -17,12 +17,12 @@ set(VYX_PLATFORM_WIDE_TIME)      # those of the files above that are compiled wi
 set(VYX_PLATFORM_LINK_OPTIONS)   # of the shared library
 set(VYX_PLATFORM_LIBRARIES)      # that the library needs beside the C and C++ libraries
 set(VYX_PLATFORM_MODULE_OPTIONS) # to link a module that needs symbols of another one
-# What exports, tests, benchmarks and tools ask for: elf (its linker options and readelf; else Darwin's linker), wrap (the
-# linker's --wrap), linux (the kernel's own calls and /proc, with the GNU C library).
+# What exports, tests, benchmarks and tools ask for: elf (its linker options and readelf; else Darwin's linker), linux (the
+# kernel's own calls and /proc, with the GNU C library).
 set(VYX_PLATFORM_HAS)
 
 if(VYX_PLATFORM STREQUAL "linux")
-  set(VYX_PLATFORM_HAS elf wrap linux)
+  set(VYX_PLATFORM_HAS elf linux)
   # Most functions are one platform call with a check before it, and cost little more than that call: no detour on the
   # way to it, and the library's own functions may be inlined into each other (see -Bsymbolic-functions).
   set(VYX_PLATFORM_OPTIONS -fno-semantic-interposition)

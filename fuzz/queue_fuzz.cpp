@@ -60,7 +60,7 @@ void Receive(Queue *pQueue, int32_t iRoom, int32_t iTimeOut) {
     pQueue->messages.pop_front();
     std::memset(&s_block, 0xEE, sizeof s_block);
     s_block.iDataLen = iRoom;
-    const bool bFits = static_cast<size_t>(iRoom) >= first.sData.size(); // it is lost otherwise
+    const bool bFits = iRoom >= static_cast<int32_t>(first.sData.size()); // it is lost otherwise
     REQUIRE(VYX_MsgQReceiveEx(pQueue->hQueue, &s_block, iTimeOut) == (bFits ? VYX_OK : VYX_ERROR));
     REQUIRE(s_block.iMsgType == first.iType && s_block.iPriority == first.iPriority);
     REQUIRE(s_block.iDataLen == (bFits ? static_cast<int32_t>(first.sData.size()) : iRoom));
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         } else if (nChoice < nSends) {
             SendSome(&input, &queue);
         } else if (nChoice < 30) {
-            Receive(&queue, static_cast<int32_t>(input.Byte()) * 32, nChoice % 2 == 0 ? 0 : -1);
+            Receive(&queue, static_cast<int32_t>(input.Byte()) * 32 - 32, nChoice % 2 == 0 ? 0 : -1);
         } else {
             REQUIRE(VYX_MsgQDestroyEx(queue.hQueue) == VYX_OK);
             queue = {};

@@ -186,7 +186,7 @@ int32_t Deliver_Local(VYX_MQ_MSG_S *pMsg, VYX_MSG_BLOCK_T &block) {
     block.iMsgType = taken.iMsgType;
     block.iPriority = taken.iPriority;
     // Deliberate: the message has left the queue by now, so a block with too little room loses it. Callers
-    // offer the full size. Pinned by MsgQueue.SmallBlockLosesTheMessage.
+    // offer the full size. Pinned by fuzz/queue_fuzz.cpp.
     if (block.iDataLen < taken.iDataLen)
         return VYX_ERROR;
     block.iDataLen = taken.iDataLen;

@@ -273,7 +273,7 @@ int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeri
     return VYX_OK;
 }
 
-// Deliberate: a successful kill answers -1, too. Pinned by Timer.TheTableHolds256LowestFreeFirst.
+// Deliberate: a successful kill answers -1, too. Pinned by Timer.CallsAfterEachPeriod.
 int32_t VYX_KillTimer(int32_t iTimerId) {
     if (static_cast<uint32_t>(iTimerId) >= VYX_MAX_TIMERS)
         return VYX_ERROR;

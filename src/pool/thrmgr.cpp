@@ -147,7 +147,7 @@ bool StartWorker_Local(thrmgr_pool_t &pool) VYX_REQUIRES(pool.hLock) {
     if (pool.nAlive >= pool.nMaxThreads)
         return true;
     // Deliberate: once a worker has retired, later items start no more of them, as long as there is one. Pinned by
-    // FlexPoolInside.DoesNotGrowAgainAfterItShrank.
+    // FlexPool.DoesNotGrowAgainAfterItShrankToItsLastWorker.
     if (pool.nAlive != 0 && (pool.nIdle != 0 || pool.bHasShrunk))
         return true;
     if (VYX_ThreadDetached_Create(thrmgr_worker, &pool, pool.nStackSize) == VYX_TRUE) {
@@ -293,7 +293,7 @@ int32_t VYX_ThreadPoolFlex_Work(VYX_HANDLE_THREADPOOLFLEX hPool, void *pData) {
         if (pool.eState != FlexState::Running || !pool.queue.Append(pData))
             return VYX_ERROR;
         // Deliberate: refused, but queued all the same: the next worker that starts runs it. Pinned by
-        // FlexPoolInside.ItemWithoutWorkerIsRunByTheNextOne.
+        // the scenario "flexible pool" of tests/torture/resources.
         if (!StartWorker_Local(pool))
             return VYX_ERROR;
         bWake = pool.nAsleep > pool.nWoken && pool.nWoken + pool.nLooking < pool.queue.Count();
@@ -325,7 +325,8 @@ int32_t VYX_ThreadPoolFlex_Destroy(VYX_HANDLE_THREADPOOLFLEX hPool) {
     pPool->work.Destroy();
     pPool->gone.Destroy();
     pPool->hLock.Destroy();
-    // Deliberate: what is still queued is dropped. Pinned by FlexPool.DestroyDropsWhatIsQueued.
+    // Deliberate: what is still queued is dropped. Pinned by
+    // FlexPool.RunsInOrderAndDropsWhatIsLeftAtTheEnd.
     delete pPool;
     return VYX_OK;
 }

@@ -136,6 +136,8 @@ const Row kRows[] = {
     {"--faults sem:0.3 -- odd semaphore", 1, "exit status: exit status 3"},
     {"--faults io:0.3 -- odd descriptor", 1, "exit status: exit status 3"},
     {"--faults malloc,thread:0.3 --fail-on hang -- odd thread", 0, ""},
+    // Who waits for a worker is told that none can be started.
+    {"--faults thread:0.3 --fail-on hang -- fixed_pool one", 0, ""},
     {"-- odd block", 0, ""},
     {"--fail-on leak -- odd nothing", 0, ""},
     {"--fail-on leak -- odd block", 1, "blocks of memory are left"},

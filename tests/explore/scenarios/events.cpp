@@ -1,4 +1,5 @@
-// Events: one set by hand, one that follows a socket, and waits for the first of them, with a limit and without.
+// Events: one set by hand, one that follows a socket, and waits for the first of them, with a limit and without; one that is
+// reset by two at once, and one that is closed as soon as it is set.
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -9,12 +10,20 @@ int main() {
     CHECK(VYX_Init() == VYX_OK && socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
     VYX_EVENT manual = VYX_CreateEvent(0);
     VYX_EVENT socket = VYX_CreateEvent(0);
-    CHECK(manual != nullptr && socket != nullptr);
+    VYX_EVENT twice = VYX_CreateEvent(1);
+    VYX_EVENT brief = VYX_CreateEvent(0);
+    CHECK(manual != nullptr && socket != nullptr && twice != nullptr && brief != nullptr);
     CHECK(VYX_EventSelect(ends[0], socket, VYX_FD_READ | VYX_FD_CLOSE) == VYX_OK);
     {
         Runner sender([&] { CHECK(write(ends[1], "x", 1) == 1); });
         Runner setter([&] { CHECK(VYX_SetEvent(manual) == VYX_TRUE); });
         Runner waiter([&] { CHECK(VYX_WaitForSingleObject(manual, VYX_INFINITE) == VYX_WAIT_OBJECT_0); });
+        Runner other([&] {
+            CHECK(VYX_SetEvent(brief) == VYX_TRUE);
+            CHECK(VYX_ResetEvent(twice) == VYX_TRUE);
+        });
+        CHECK(VYX_ResetEvent(twice) == VYX_TRUE);
+        CHECK(VYX_WaitForSingleObject(brief, 1000) == VYX_WAIT_OBJECT_0 && VYX_CloseEvent(brief) == VYX_TRUE);
         const VYX_EVENT events[] = {manual, socket};
         bool seen[2] = {};
         while (!seen[0] || !seen[1]) {
@@ -37,5 +46,6 @@ int main() {
         }
     }
     CHECK(VYX_CloseEvent(manual) == VYX_TRUE && VYX_CloseEvent(socket) == VYX_TRUE);
+    CHECK(VYX_WaitForSingleObject(twice, 0) == VYX_WAIT_TIMEOUT && VYX_CloseEvent(twice) == VYX_TRUE);
     CHECK(close(ends[0]) == 0 && close(ends[1]) == 0 && VYX_Fini() == VYX_OK);
 }

@@ -1,4 +1,5 @@
-// Fixed pool: destruction meets items that submit others, one of them waiting for the worker that it keeps itself.
+// Fixed pool: destruction meets items that submit others, one of them waiting for the worker that it keeps itself, and
+// callers from elsewhere.
 #include "pool.h"
 
 static void *Outer(void *) {
@@ -14,7 +15,11 @@ int main() {
     CHECK(g_pool != nullptr);
     Submit(Outer, 0);
     Submit(Outer, 1);
-    CHECK(VYX_ThreadPool_Destroy(g_pool) == VYX_OK);
+    {
+        Runner waiting([] { Submit(Count, 1); });
+        Runner late([] { Submit(Count, 0); });
+        CHECK(VYX_ThreadPool_Destroy(g_pool) == VYX_OK);
+    }
     CHECK(g_accepted == g_run && g_run >= 1);
     CHECK(VYX_Fini() == VYX_OK);
 }

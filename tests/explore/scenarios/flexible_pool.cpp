@@ -1,4 +1,5 @@
-// Flexible pool: it grows, its workers retire, and every item is handled once before the pool goes.
+// Flexible pool: it grows, its workers retire, and every item is handled once before the pool goes. A
+// second one, whose workers stay, wakes them for every item.
 #include <atomic>
 
 #include "scenario.h"
@@ -13,21 +14,23 @@ static void Handle(void *item) {
 
 int main() {
     CHECK(VYX_Init() == VYX_OK && VYX_SemCreate(&s_done, 0) == VYX_OK);
-    VYX_HANDLE_THREADPOOLFLEX pool = VYX_ThreadPoolFlex_Create(2, 5, Handle, 0);
-    CHECK(pool != nullptr);
-    {
-        const auto submit = [&](int i) {
-            CHECK(VYX_ThreadPoolFlex_Work(pool, &s_handled[i]) == VYX_OK);
-            Pass(5); // the idle time-out
-            CHECK(VYX_ThreadPoolFlex_Work(pool, &s_handled[i + 1]) == VYX_OK);
-        };
-        Runner first([&] { submit(0); });
-        Runner second([&] { submit(2); });
+    for (const int32_t idle : {5, -1}) {
+        VYX_HANDLE_THREADPOOLFLEX pool = VYX_ThreadPoolFlex_Create(2, idle, Handle, 0);
+        CHECK(pool != nullptr);
+        {
+            const auto submit = [&](int i) {
+                CHECK(VYX_ThreadPoolFlex_Work(pool, &s_handled[i]) == VYX_OK);
+                Pass(5); // the idle time-out
+                CHECK(VYX_ThreadPoolFlex_Work(pool, &s_handled[i + 1]) == VYX_OK);
+            };
+            Runner first([&] { submit(0); });
+            Runner second([&] { submit(2); });
+        }
+        for (int i = 0; i < 4; i++)
+            CHECK(VYX_SemWait(&s_done) == VYX_OK);
+        CHECK(VYX_ThreadPoolFlex_Destroy(pool) == VYX_OK);
+        for (std::atomic<int> &handled : s_handled)
+            CHECK(handled.exchange(0) == 1);
     }
-    for (int i = 0; i < 4; i++)
-        CHECK(VYX_SemWait(&s_done) == VYX_OK);
-    CHECK(VYX_ThreadPoolFlex_Destroy(pool) == VYX_OK);
-    for (const std::atomic<int> &handled : s_handled)
-        CHECK(handled == 1);
     CHECK(VYX_SemDestroy(&s_done) == VYX_OK && VYX_Fini() == VYX_OK);
 }

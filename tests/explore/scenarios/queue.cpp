@@ -1,4 +1,5 @@
-// Queue: two senders, two receivers, priorities. Every message arrives once, each sender's in order for one priority.
+// Queue: two senders, two receivers, priorities. Every message arrives once, each sender's in order for one priority, and
+// long before a receiver's time is out.
 #include "scenario.h"
 
 static VYX_HANDLE_MSGQ s_queue;
@@ -17,10 +18,9 @@ static void Send(int sender, int priority) {
 static void Receive(int (&got)[4]) {
     static thread_local VYX_MSG_BLOCK_T block;
     int last[2] = {-1, -1};
-    for (;;) {
+    for (int i = 0; i < 2; i++) {
         block.iDataLen = VYX_MSG_DATA_SIZE;
-        if (VYX_MsgQReceiveEx(s_queue, &block, 10) != VYX_OK)
-            return;
+        CHECK(VYX_MsgQReceiveEx(s_queue, &block, 1000) == VYX_OK);
         CHECK(block.iMsgType >= 0 && block.iMsgType < 4 && block.iDataLen == 1 &&
               block.szData[0] == block.iMsgType);
         CHECK(last[block.iMsgType / 2] < block.iMsgType);
@@ -39,9 +39,7 @@ int main() {
         Runner low([] { Send(0, 1); });
         Runner high([] { Send(1, 2); });
     }
-    int rest[4] = {};
-    Receive(rest);
     for (int i = 0; i < 4; i++)
-        CHECK(first_got[i] + second_got[i] + rest[i] == 1);
+        CHECK(first_got[i] + second_got[i] == 1);
     CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
 }

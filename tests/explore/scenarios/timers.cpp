@@ -14,12 +14,17 @@ static void Tick(uint32_t, void *data) {
     auto *timer = static_cast<Timer *>(data);
     CHECK(!timer->killed);
     timer->calls++;
+    Pass(1); // a kill waits for this call
+    CHECK(!timer->killed);
 }
 
 static void Once(uint32_t id, void *data) {
     auto *timer = static_cast<Timer *>(data);
     timer->calls++;
     (void)VYX_KillTimer(static_cast<int32_t>(id));
+    uint32_t next = 0;
+    CHECK(VYX_SetTimer(nullptr, nullptr, 1, &next) == VYX_OK && next <= id); // free at once
+    (void)VYX_KillTimer(static_cast<int32_t>(next));
     CHECK(VYX_SemPost(&timer->called) == VYX_OK);
 }
 
