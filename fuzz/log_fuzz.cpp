@@ -49,6 +49,8 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
         "[0000-00-00 00:00:00.000][" + sName + "][FILE:" + sFile.substr(sFile.find_last_of("/\\") + 1) +
         "][LINE:" + std::to_string(iNumber) + "] " + Printed(szFormat, iNumber, sText, iLarge);
     pLines->push_back(sLine.substr(0, kLongest) + "\r\n");
+    if (iNumber % 2 != 0)
+        (void)DisableTarget(VYX_LOG_TARGET_CONSOLE); // waits until the line is written
 }
 
 // The files by their numbers.

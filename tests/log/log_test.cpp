@@ -1,4 +1,4 @@
-// Results of WriteLog, the targets' switches, the files' names. The log's fuzz target looks at the texts of lines, and at
+// Results of WriteLog, the ring, the targets' switches, the files' names. The log's fuzz target looks at the texts of lines, and at
 // where files end.
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +11,7 @@
 
 #include <vyx/vyx.h>
 
+#include "log/log_service.h"
 #include "log/log_support.h"
 #include "support/calls.h"
 #include "time/zone.h"
@@ -160,7 +161,8 @@ TEST_F(LogSwitch, OffFirstWritesWhatIsQueued) {
         };
         ASSERT_EQ(read(eTarget), numbers);
         EXPECT_EQ(Write("late"), 0);
-        EXPECT_EQ(DisableTarget(eOther), 0) << "the last one: stops the service";
+        EXPECT_EQ(DisableTarget(eOther), 0);
+        EXPECT_FALSE(GetLogService().IsStarted()) << "that was the last one";
         EXPECT_EQ(read(eTarget), numbers);
         EXPECT_EQ(read(eOther).size(), numbers.size() + 1);
     }
@@ -183,52 +185,63 @@ TEST_F(LogSwitch, OneCall) {
     EXPECT_EQ(Write("x"), -2) << "the service is blocked";
 }
 
+// This thread both fills the ring and empties it. What the writer has in hand, and the bytes that a line leaves free at
+// the ring's end, are not there for other lines.
+TEST_F(Log, RingKeepsWhatIsInHandAndWhatWasSkipped) {
+    LogRing ring;
+    ASSERT_EQ(ring.Prepare(), 0);
+    ASSERT_TRUE(ring.Open());
+    (void)ring.Switch(0, true);
+    const auto put = [&](uint32_t nLength) { return ring.Put(std::string(nLength, 'x').c_str(), nLength); };
+    constexpr uint32_t kStart = 2000 * LogRing::kBatchLines;
+    for (uint32_t n = 0; n < LogRing::kBatchLines + 500; ++n)
+        ASSERT_EQ(put(2000), 0);
+    LogBatch batch;
+    ASSERT_TRUE(ring.Next(batch));
+    EXPECT_EQ(put(kRingSize - kStart - 2000 * 500 + 1), -4) << "the first ones are in hand";
+    ASSERT_TRUE(ring.Next(batch)); // now they are given back
+    EXPECT_EQ(put(kStart + 1), -4) << "there is room only together with what would be skipped";
+    EXPECT_EQ(put(kStart - 1000), 0) << "at the ring's start";
+    EXPECT_EQ(put(1001), -4) << "there is room at the ring's end only";
+    EXPECT_EQ(put(1000), 0);
+    EXPECT_EQ(put(1), -4);
+}
+
 // Standard output is a pipe that nobody reads: the writer is stuck, the ring fills. Then somebody reads, and the ring
 // stays almost full while it goes round many times.
 TEST_F(Log, FullRingDropsLinesAndKeepsThoseTaken) {
-    // Lines of 64 bytes, of which the ring holds a whole number; then of any length.
-    constexpr size_t kEven = 200000;
+    constexpr size_t kLines = 70000; // more than the queue holds
     const auto textOf = [](size_t n) {
-        std::string text = std::to_string(n);
-        text.resize(n < kEven ? 63 - kShortest : text.size() + n % 1900, static_cast<char>('a' + n % 26));
-        return text;
+        return std::to_string(n) + std::string(n % 900, static_cast<char>('a' + n % 26));
     };
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
     std::string text;
     std::set<int32_t> results; // nothing may be reported while standard output is stuck
-    size_t nTaken = 0;
-    size_t nStuck = 0;
     std::thread reader;
     {
         const Capture out(stdout, fds[1]);
         On(kConsole);
-        for (size_t nFull = 0; nTaken < kEven + 40000;) {
+        for (size_t nTaken = 0, nFull = 0; nTaken < kLines;) {
             const int32_t iResult = Write(textOf(nTaken));
             results.insert(iResult);
             nTaken += iResult == 0 ? 1 : 0;
-            if (iResult == 0 || ++nFull < 100)
-                continue;
-            if (nFull > 100) {
-                std::this_thread::yield();
-                continue;
-            }
-            nStuck = nTaken;
-            reader = std::thread([&] {
-                char buffer[5000];
-                for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
-                    text.append(buffer, static_cast<size_t>(iRead));
-            });
+            nFull += iResult == 0 ? 0 : 1;
+            if (nFull == 100 && !reader.joinable())
+                reader = std::thread([&] {
+                    char buffer[5000];
+                    for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
+                        text.append(buffer, static_cast<size_t>(iRead));
+                });
         }
         StopLogService(true);
     }
     reader.join();
     (void)close(fds[0]);
     EXPECT_EQ(results, (std::set<int32_t>{-4, 0}));
-    EXPECT_GE(nStuck, 2097152U / 64U);
     const Strings lines = Lines(text);
-    ASSERT_EQ(lines.size(), nTaken);
-    for (size_t n = 0; n < nTaken; ++n)
+    ASSERT_EQ(lines.size(), kLines);
+    for (size_t n = 0; n < kLines; ++n)
         ASSERT_EQ(lines[n], textOf(n));
 }
 
