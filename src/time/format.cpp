@@ -31,7 +31,7 @@ const char *Sequence_Local(char cDirective) {
     }
 }
 
-// Deliberate: counted from 1970, not 1900, so "%C" shows 21 from 2030 on. Pinned by FormatTime.CenturyCountsFrom1970.
+// Deliberate: counted from 1970, not 1900, so "%C" shows 21 from 2030 on. Pinned by Fuzz.time.
 int64_t Century_Local(const struct tm &fields) {
     return (int64_t{fields.tm_year} + 1970) / 100;
 }

@@ -137,7 +137,7 @@ int32_t VYX_TimeFromExpTimeGMT(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
     if (pIn == nullptr || pOut == nullptr)
         return VYX_ERROR;
     // Deliberate: fields that cannot be converted leave *pOut alone and still count as success. Pinned by
-    // TimeFromFields.LocalFormReportsSuccessOnFailure.
+    // Fuzz.time.
     if (VYX_TimeFromExpTime(pIn, pOut) == VYX_OK)
         *pOut = static_cast<VYX_TIME_T>(static_cast<uint64_t>(*pOut) -
                                         static_cast<uint64_t>(MicrosOf_Local(pIn->tm_gmtoff)));

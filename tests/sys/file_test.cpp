@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fstream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,12 @@
 
 static size_t s_nPath = 0;            // not 0: the length of the program's path
 static const char *s_szCut = nullptr; // the file that is cut to 100 bytes when the next call comes
+static int s_nUntilFailure = 0;       // calls up to one that fails; 0: none does
+
+static bool Fails() {
+    errno = EIO;
+    return s_nUntilFailure != 0 && --s_nUntilFailure == 0;
+}
 
 // These take the place of the platform's in this program.
 extern "C" {
@@ -23,7 +30,15 @@ off_t lseek(int iFd, off_t iOffset, int iWhence) noexcept {
     static const auto fnReal = reinterpret_cast<decltype(&lseek)>(dlsym(RTLD_NEXT, "lseek64"));
     if (s_szCut != nullptr)
         (void)truncate(std::exchange(s_szCut, nullptr), 100);
-    return fnReal(iFd, iOffset, iWhence);
+    return Fails() ? -1 : fnReal(iFd, iOffset, iWhence);
+}
+int ftruncate(int iFd, off_t iLength) noexcept {
+    static const auto fnReal = reinterpret_cast<decltype(&ftruncate)>(dlsym(RTLD_NEXT, "ftruncate64"));
+    return Fails() ? -1 : fnReal(iFd, iLength);
+}
+ssize_t write(int iFd, const void *pBuf, size_t nLength) {
+    static const auto fnReal = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
+    return Fails() ? -1 : fnReal(iFd, pBuf, nLength);
 }
 char *realpath(const char *szPath, char *szOut) noexcept {
     static const auto fnReal = reinterpret_cast<decltype(&realpath)>(dlsym(RTLD_NEXT, "realpath"));
@@ -128,6 +143,25 @@ class FileCopy : public testing::Test {
     std::string m_source = m_dir / "source";
     std::string m_target = m_dir / "target";
 };
+
+TEST_F(FileCopy, ContentUnlessACallFails) {
+    const std::string text = std::string(100000, 0) + Bytes(300001);
+    WriteFile(m_source, "");
+    ASSERT_EQ(truncate(m_source.c_str(), 100000), 0);
+    std::ofstream(m_source, std::ios::binary | std::ios::app) << text.substr(100000);
+    ASSERT_EQ(truncate(m_source.c_str(), 1 << 20), 0); // gaps at both ends
+    int32_t iResult = VYX_ERROR;
+    for (int n = 1; iResult != 1 || s_nUntilFailure == 0; ++n) {
+        s_nUntilFailure = 0;
+        WriteFile(m_target, "old");
+        s_nUntilFailure = n;
+        iResult = Copy();
+        if (iResult != 1)
+            EXPECT_TRUE(iResult == VYX_ERROR && errno == EIO && s_nUntilFailure == 0) << n;
+        else
+            EXPECT_TRUE(ReadFile(m_target) == text + std::string((1 << 20) - text.size(), 0)) << n;
+    }
+}
 
 TEST_F(FileCopy, LongGaps) {
     const int64_t iGap = VYX_TESTS_GAP;
