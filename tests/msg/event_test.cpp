@@ -17,6 +17,7 @@
 #include <vyx/msg.h>
 #include <vyx/net.h>
 
+#include "msg/event_inter.h"
 #include "net/net_support.h"
 #include "support/calls.h"
 #include "support/support.h"
@@ -112,6 +113,20 @@ TEST(Event, Interruptions) {
     EXPECT_GE(fTook, 120);
     const struct itimerval never = {};
     (void)setitimer(ITIMER_REAL, &never, nullptr);
+}
+
+TEST(Event, ClosingWaitsForASetterAboutToLeave) {
+    Event event = Make();
+    std::atomic<bool> bLeft{false};
+    ++event->nInside;
+    std::thread setter([&, pEvent = event.get()] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // meanwhile the event is closed
+        bLeft = true;
+        --pEvent->nInside;
+    });
+    event.reset();
+    EXPECT_TRUE(bLeft);
+    setter.join();
 }
 
 constexpr char kNoPipe[] = "quelby !!! VYX_WaitForSingleObject (pEvent->iPipeFd[0] == -1) return error 1\n\n";
