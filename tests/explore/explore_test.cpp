@@ -200,7 +200,7 @@ TEST_F(Explore, RunsACompressor) {
 
 TEST_F(Explore, RunsAnInterpreterWithThreads) {
     SkipWithout("/usr/bin/python3");
-    Expect("--schedules 30 -- /usr/bin/python3 " SOURCES "/programs/threads.py", 0, "threads at most 3");
+    Expect("--schedules 20 -- /usr/bin/python3 " SOURCES "/programs/threads.py", 0, "threads at most 3");
 }
 
 } // namespace
