@@ -6,7 +6,6 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <net/if_arp.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -89,9 +88,6 @@ ssize_t Receive(void *pBuf, size_t nSize, int iFlags, sockaddr_nl *pFrom) {
 } // namespace
 
 extern "C" {
-int __wrap_socket(int /*iFamily*/, int /*iType*/, int /*iProtocol*/) {
-    return dup(STDERR_FILENO);
-}
 ssize_t __wrap_sendto(int /*iFd*/, const void *pBuf, size_t nLen, int /*iFlags*/, const sockaddr * /*pTo*/,
                       socklen_t /*nToLen*/) {
     const auto &header = *static_cast<const nlmsghdr *>(pBuf);

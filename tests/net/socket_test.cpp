@@ -180,8 +180,6 @@ TEST(Socket, GroupsAreJoinedAndLeftOnOneInterface) {
     EXPECT_EQ(VYX_JoinMultiCastGroup(socket, &local, nullptr) +
                   VYX_JoinMultiCastGroup(socket, nullptr, &group),
               -2);
-    group.sa.sa_family = AF_UNIX;
-    EXPECT_EQ(VYX_JoinMultiCastGroup(socket, &local, &group), -1);
     if (six == VYX_INVALID_SOCKET)
         return;
     ipv6_mreq member6 = {{}, if_nametoindex("lo")};
@@ -295,10 +293,10 @@ TEST(Select, KeepsOrLowersTheTime) {
     EXPECT_EQ(time.tv_usec, 0) << "this platform tells what is left";
     ASSERT_EQ(VYX_Send(pair.client, "a", 1), 1);
     EXPECT_EQ(VYX_Select(pair.server + 1, only(), nullptr, nullptr, nullptr), 1);
-    const uint32_t words[] = {8, 3};
+    const uint32_t words[] = {0x80000008, 3};
     EXPECT_EQ(VYX_FdIsSet(3, words), 8) << "the bit, not 1";
     EXPECT_EQ(VYX_FdIsSet(33, words), 2);
-    EXPECT_EQ(VYX_FdIsSet(32, words), 1);
+    EXPECT_EQ(VYX_FdIsSet(31, words), INT32_MIN);
     EXPECT_EQ(VYX_FdIsSet(-1, words), 0) << "and nothing is read far away";
 }
 
@@ -366,8 +364,9 @@ TEST(Resolve, AnswersWhatThePlatformDoes) {
         const char *szNode;
         addrinfo hints;
     } cases[] = {
-        {"127.0.0.1", {AI_NUMERICHOST | AI_CANONNAME, 0, 0, 0, 0, nullptr, nullptr, nullptr}},
-        {nullptr, {AI_PASSIVE, AF_INET6, SOCK_DGRAM, IPPROTO_UDP, 0, nullptr, nullptr, nullptr}},
+        {"127.0.0.1", {AI_NUMERICHOST | AI_CANONNAME, 0, 0, IPPROTO_TCP, 0, nullptr, nullptr, nullptr}},
+        {nullptr, {AI_PASSIVE, AF_INET6, SOCK_DGRAM, 0, 0, nullptr, nullptr, nullptr}},
+        {"fe80::7", {AI_NUMERICHOST, 0, 0, 0, 0, nullptr, nullptr, nullptr}},
         {"no number", {AI_NUMERICHOST, 0, 0, 0, 0, nullptr, nullptr, nullptr}},
     };
     for (const auto &test : cases) {
