@@ -76,10 +76,9 @@ ssize_t Receive(void *pBuf, size_t nSize, int iFlags, sockaddr_nl *pFrom) {
     auto *const pBytes = static_cast<char *>(pBuf);
     std::copy_n(datagram.bytes.data(), nCount, pBytes);
     nlmsghdr header = {};
-    for (size_t n = 0; n + sizeof header <= nCount;
-         n += std::max<size_t>(NLMSG_ALIGN(header.nlmsg_len), 16)) {
+    for (size_t n = 0; n + sizeof header <= nCount; n += std::max<size_t>(NLMSG_ALIGN(header.nlmsg_len), 4)) {
         std::memcpy(&header, pBytes + n, sizeof header);
-        header.nlmsg_seq += s_nSequence;
+        header.nlmsg_seq += header.nlmsg_len < sizeof header ? 0 : s_nSequence;
         std::memcpy(pBytes + n, &header, sizeof header);
     }
     return static_cast<ssize_t>((iFlags & MSG_TRUNC) != 0 ? datagram.bytes.size() : nCount);
@@ -113,11 +112,10 @@ TEST(Netlink, AdaptersAreWhatTheKernelTells) {
     const Bytes lo = Link(1, kBoth, "lo", Bytes(6, '\0'));
     const Bytes eth = Link(3, kBoth, "eth0", mac);
     const Bytes done = Message(NLMSG_DONE, Raw(0));
-    const Bytes fine = Message(NLMSG_ERROR, Raw(0) + Bytes(16, '\0'));
     const Bytes refused = Message(NLMSG_ERROR, Raw(-EPERM) + Bytes(16, '\0'));
     const Bytes busy = Message(NLMSG_DONE, Raw(-EBUSY));
     const Bytes empty = Message(RTM_NEWLINK, "") + Message(RTM_NEWADDR, "");
-    const Bytes headless = Bytes(16, '\1') + Link(5, kBoth, "behind", mac);
+    const Bytes headless = Raw(uint32_t{4}) + Link(5, kBoth, "behind", mac);
     const Answer changing = {{Link(8, kBoth, "old", mac, NLM_F_DUMP_INTR) + done}};
     const Answer none = {{done}};
     // Of two ends the own counts.
@@ -153,7 +151,7 @@ TEST(Netlink, AdaptersAreWhatTheKernelTells) {
          {changing, changing, changing, changing, changing, none},
          "8: old type 1 mac 02:11:22:33:44:55\n",
          "LLLLLA"},
-        {"no adapter, an error that is none", {{{fine}}, addresses}, ""},
+        {"no adapter", {none, addresses}, ""},
         {"messages cut, without a header and without a record",
          {{{empty + eth + done + lo.substr(0, 48)}}, addresses},
          ethText},
@@ -162,7 +160,6 @@ TEST(Netlink, AdaptersAreWhatTheKernelTells) {
          {{{Link(7, kBoth, Bytes(500, 'n'), "123456789") + done}}, none},
          "7: " + Bytes(391, 'n') + " type 1 mac 31:32:33:34:35:36:37:38\n"},
         {"a refusal", {{{refused}}}, std::strerror(EPERM), "L"},
-        {"a refusal of addresses", {{{lo + done}}, {{refused}}}, std::strerror(EPERM)},
         {"a failure at the end", {{{eth}, {busy}}}, std::strerror(EBUSY), "L"},
         {"no end", {{{lo + done}}, {{ends}}}, std::strerror(ENOBUFS)},
     };
