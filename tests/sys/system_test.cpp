@@ -88,8 +88,6 @@ TEST(System, SignalEndsTheSleepAndTheRead) {
     EXPECT_EQ(VYX_ReadFile(aPipe[0], &c, 1, &iCount), VYX_ERROR);
     EXPECT_EQ(errno, EINTR);
     EXPECT_EQ(iCount, -1);
-    const struct itimerval off = {};
-    (void)setitimer(ITIMER_REAL, &off, nullptr);
 }
 
 TEST(System, RandRepeatsWithinAMillisecond) {

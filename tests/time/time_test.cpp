@@ -1,5 +1,8 @@
-// Local time, and what all conversions refuse. Their results are compared with the platform's by the fuzz target.
-#include <cstring>
+// Local time, what the conversions refuse, and the two classes. What the conversions give, the fuzz target compares with the
+// platform's.
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -7,13 +10,15 @@
 #include <gtest/gtest.h>
 #include <vyx/time.h>
 
-#include "time/zone.h"
-
 namespace {
 
-using support::Zone;
+// Zones as POSIX strings, so that no zone files are needed.
+constexpr char kBerlin[] = "CET-1CEST,M3.5.0,M10.5.0/3"; // one hour east, two in summer
+constexpr char kShanghai[] = "CST-8";                    // eight hours east, the whole year
+constexpr char kNewYork[] = "EST5EDT,M3.2.0,M11.1.0";    // five hours west, four in summer
 
 constexpr int64_t kSecond = 1000000;
+constexpr int64_t kSummer = 1784116800; // Wednesday, 2026-07-15 12:00:00 UTC
 
 TEST(Time, NullPointers) {
     VYX_TIME_EXP_T fields = {};
@@ -34,7 +39,6 @@ TEST(Time, NullPointers) {
 
 TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
     constexpr int64_t kWinter = 1768478400; // 2026-01-15 12:00:00 UTC
-    constexpr int64_t kSummer = 1784116800; // 2026-07-15 12:00:00 UTC
     const struct {
         const char *szZone;
         int64_t iSeconds;
@@ -42,15 +46,15 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
         int32_t iOffset;
         int64_t iSaving; // seconds that the way back is off
     } kTable[] = {
-        {support::kBerlin, kWinter, "Thu Jan 15 13:00:00 2026", 3600, 0},
-        {support::kBerlin, kSummer, "Wed Jul 15 14:00:00 2026", 3600, 3600},
-        {support::kNewYork, kSummer, "Wed Jul 15 08:00:00 2026", -18000, 3600},
+        {kBerlin, kWinter, "Thu Jan 15 13:00:00 2026", 3600, 0},
+        {kBerlin, kSummer, "Wed Jul 15 14:00:00 2026", 3600, 3600},
+        {kNewYork, kSummer, "Wed Jul 15 08:00:00 2026", -18000, 3600},
         {"NPT-5:45", kWinter, "Thu Jan 15 17:45:00 2026", 20700, 0},
         {"LMT0:53:28", kWinter, "Thu Jan 15 11:06:32 2026", -3180, -28},
     };
     for (const auto &row : kTable) {
         SCOPED_TRACE(row.szZone);
-        const Zone zone(row.szZone); // changed between calls: each call follows
+        setenv("TZ", row.szZone, 1); // changed between calls: each call follows
         VYX_TIME_EXP_T fields;
         ASSERT_EQ(VYX_ExpTimeFromTimeLocal(row.iSeconds * kSecond + 7, &fields), VYX_OK);
         EXPECT_EQ(fields.tm_gmtoff, row.iOffset);
@@ -66,7 +70,7 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
 
 // Each thread goes back and forth between two seconds, so that it remembers neither.
 TEST(LocalTime, ExactWhileOthersConvert) {
-    const Zone zone(support::kBerlin);
+    setenv("TZ", kBerlin, 1);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i)
         threads.emplace_back([i] {
@@ -86,6 +90,170 @@ TEST(LocalTime, ExactWhileOthersConvert) {
         });
     for (std::thread &thread : threads)
         thread.join();
+}
+
+using vyx::vyx_time;
+using vyx::vyx_time_tick;
+
+// That t has the local fields of that second.
+void ExpectFields(const vyx_time &t, int64_t iSeconds) {
+    const auto tSeconds = static_cast<time_t>(iSeconds);
+    const struct tm fields = *localtime(&tSeconds);
+    EXPECT_EQ(t.get_year(), fields.tm_year + 1900);
+    EXPECT_EQ(t.get_mon(), fields.tm_mon);
+    EXPECT_EQ(t.get_day(), fields.tm_mday);
+    EXPECT_EQ(t.get_mon_day(), fields.tm_mday);
+    EXPECT_EQ(t.get_hour(), fields.tm_hour);
+    EXPECT_EQ(t.get_min(), fields.tm_min);
+    EXPECT_EQ(t.get_sec(), fields.tm_sec);
+    EXPECT_EQ(t.get_week_day(), fields.tm_wday);
+    EXPECT_EQ(t.get_year_day(), fields.tm_yday);
+}
+
+TEST(AnsiTime, TruncatesTowardZero) {
+    EXPECT_EQ(VYX_TimeFromAnsiTime(1234567890), 1234567890 * INT64_C(1000000));
+    EXPECT_EQ(VYX_AnsiTimeFromTime(1999999), 1);
+    EXPECT_EQ(VYX_AnsiTimeFromTime(-1999999), -1);
+}
+
+TEST(TimeClass, NowFollowsTheClock) {
+    const int64_t iBefore = time(nullptr);
+    EXPECT_GE(vyx_time().get_time(), iBefore);
+    vyx_time old(0);
+    EXPECT_GE(old.update_time(), iBefore);
+    ExpectFields(old, old.get_time());
+    EXPECT_LE(old.get_time(), static_cast<int64_t>(time(nullptr)));
+}
+
+// Also where subtraction stops at zero, and in years that no fields can hold.
+TEST(TimeClass, FieldsFollowTheTimeUnlessItIsNegative) {
+    const struct {
+        int64_t iBefore;
+        char cOperation; // 'c' is a new object from the operand
+        int64_t iOperand, iAfter, iShown;
+    } kTable[] = {
+        {0, 'c', kSummer + 61, kSummer + 61, kSummer + 61},
+        {0, 'c', -1, -1, -1},
+        {kSummer, '=', kSummer - 1, kSummer - 1, kSummer - 1},
+        {kSummer, '=', -86400, -86400, kSummer},
+        {-1, '+', 2, 1, 1},
+        {-1, '+', 1, 0, 0},
+        {-86400, '+', 86399, -1, -86400},
+        {10, '-', 20, 0, 0},
+        {kSummer, '-', 1, kSummer - 1, kSummer - 1},
+        {kSummer, '+', INT64_MAX - kSummer, INT64_MAX, kSummer},     // a year that does not fit
+        {kSummer, '+', INT64_MAX, INT64_MIN + kSummer - 1, kSummer}, // wraps
+        {INT64_MIN, '-', INT64_MAX, 1, 1},                           // wraps
+    };
+    for (const char *szZone : {kBerlin, kShanghai}) {
+        setenv("TZ", szZone, 1);
+        for (const auto &row : kTable) {
+            SCOPED_TRACE(testing::Message() << row.iBefore << ' ' << row.cOperation << ' ' << row.iOperand);
+            const vyx_time operand(row.iOperand);
+            vyx_time t(row.cOperation == 'c' ? operand : vyx_time(row.iBefore));
+            if (row.cOperation == '=')
+                t = operand;
+            else if (row.cOperation == '+')
+                t += operand;
+            else if (row.cOperation == '-')
+                t -= operand;
+            EXPECT_EQ(t.get_time(), row.iAfter);
+            ExpectFields(t, row.iShown);
+        }
+    }
+}
+
+TEST(TimeClass, Time2tm) {
+    setenv("TZ", kShanghai, 1);
+    struct tm fields = {};
+    fields.tm_hour = 99;
+    for (const int64_t iRefused : {INT64_C(-1), INT64_MAX})
+        EXPECT_EQ(vyx_time::time2tm(iRefused, &fields), nullptr);
+    EXPECT_EQ(fields.tm_hour, 99);
+    EXPECT_EQ(vyx_time::time2tm(0, nullptr), nullptr);
+    EXPECT_EQ(vyx_time::time2tm(0, &fields), &fields);
+    EXPECT_EQ(fields.tm_hour, 8);
+}
+
+// Also with equal seconds and other fields.
+TEST(TimeClass, ComparesSecondsOnly) {
+    vyx_time kept(kSummer);
+    kept = vyx_time(-3);
+    const vyx_time fresh(-3), later(4);
+    EXPECT_TRUE(kept == fresh && !(kept != fresh) && !(kept < fresh) && !(kept > fresh));
+    EXPECT_TRUE(kept < later && later > kept && kept != later && !(kept == later) && !(kept > later));
+    const vyx_time_tick tick(-3), same(tick), next(-2);
+    EXPECT_TRUE(tick == same && !(tick < same) && !(tick > same));
+    EXPECT_TRUE(tick < next && next > tick && !(tick == next) && !(tick > next));
+}
+
+TEST(TickClass, ArithmeticDoesNotClamp) {
+    vyx_time_tick t(10);
+    t -= vyx_time_tick(20);
+    EXPECT_EQ(t.get_time(), -10);
+    t = vyx_time_tick(INT64_MAX);
+    t += vyx_time_tick(1); // wraps
+    EXPECT_EQ(t.get_time(), INT64_MIN);
+}
+
+TEST(TickClass, WholeUnitsRoundHalfUp) {
+    const struct {
+        int64_t (*fnConvert)(int64_t);
+        int64_t iUnit;
+    } kConversions[] = {
+        {vyx_time_tick::us2ms, 1000}, {vyx_time_tick::us2s, 1000000}, {vyx_time_tick::ms2s, 1000}};
+    for (const auto &[fnConvert, iUnit] : kConversions) {
+        SCOPED_TRACE(iUnit);
+        EXPECT_EQ(fnConvert(0), 0);
+        EXPECT_EQ(fnConvert(iUnit + iUnit / 2 - 1), 1);
+        EXPECT_EQ(fnConvert(iUnit + iUnit / 2), 2);
+        EXPECT_EQ(fnConvert(-5 * iUnit), -1);
+        EXPECT_EQ(fnConvert(INT64_MAX), INT64_MAX / iUnit + 1) << "both end in 775807 and 807";
+    }
+}
+
+TEST(TickClass, FromTimeval) {
+    const struct {
+        int64_t iSeconds, iMicros, iExpectedMs, iExpectedUs;
+    } kTable[] = {
+        {2, 999500, 3000, 2999500},
+        {2, 999499, 2999, 2999499},
+        {-1, 5, -1, -1},
+        {5, -1, -1, -1},
+        {0, -1501, -1, -1501},
+        {1, INT32_MAX, 2148484, 2148483647},
+        {INT64_MAX, 0, -1000, -1000000},   // wraps
+        {INT64_MIN, 999999, 1000, 999999}, // wraps
+    };
+    for (const auto &row : kTable) {
+        struct timeval tv = {static_cast<time_t>(row.iSeconds), static_cast<suseconds_t>(row.iMicros)};
+        if (tv.tv_sec != row.iSeconds)
+            continue; // a narrow time_t has no such second
+        EXPECT_EQ(vyx_time_tick::timeval2ms(&tv), row.iExpectedMs) << row.iSeconds << " s " << row.iMicros;
+        EXPECT_EQ(vyx_time_tick::timeval2us(&tv), row.iExpectedUs) << row.iSeconds << " s " << row.iMicros;
+    }
+    EXPECT_EQ(vyx_time_tick::timeval2ms(nullptr), -1);
+    EXPECT_EQ(vyx_time_tick::timeval2us(nullptr), -1);
+}
+
+TEST(TickClass, ToTimevalTruncates) {
+    const struct {
+        struct timeval *(*fnConvert)(int64_t, struct timeval *);
+        int64_t iValue, iSeconds, iMicros; // -1 seconds: refused
+    } kTable[] = {
+        {vyx_time_tick::ms2timeval, 1234, 1, 234000},
+        {vyx_time_tick::ms2timeval, INT64_MAX, INT64_MAX / 1000, 807000},
+        {vyx_time_tick::ms2timeval, -1, -1, 8},
+        {vyx_time_tick::us2timeval, 1999999, 1, 999999},
+        {vyx_time_tick::us2timeval, -1, -1, 8},
+    };
+    for (const auto &row : kTable) {
+        struct timeval tv = {-1, 8};
+        EXPECT_EQ(row.fnConvert(row.iValue, &tv), row.iSeconds == -1 ? nullptr : &tv);
+        EXPECT_EQ(tv.tv_sec, static_cast<time_t>(row.iSeconds));
+        EXPECT_EQ(tv.tv_usec, row.iMicros);
+        EXPECT_EQ(row.fnConvert(1, nullptr), nullptr);
+    }
 }
 
 } // namespace
