@@ -109,11 +109,8 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
         ASSERT_TRUE(OneMoreWaits(m_hQueue));
         m_hQueue->bRecvWaits.store(1);
         ASSERT_EQ(VYX_OK, bStop ? VYX_Fini() : VYX_MsgQDestroyEx(m_hQueue));
-        EXPECT_EQ(VYX_ERROR, Send(m_hQueue, 1));
-        EXPECT_EQ(bStop ? VYX_ERROR : VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
         VYX_HANDLE_MSGQ hNext = nullptr;
         if (bStop) {
-            EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(&hNext));
             ASSERT_EQ(VYX_OK, VYX_Init());
         }
         ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hNext));
@@ -125,6 +122,13 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
     }
     EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, nullptr));
     EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, nullptr, 0));
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(VYX_OK, VYX_MsgQDestroyEx(m_hQueue));
+    EXPECT_EQ(VYX_ERROR, Send(m_hQueue, 1));
+    ASSERT_EQ(VYX_OK, VYX_Fini());
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQCreateEx(&m_hQueue));
+    EXPECT_EQ(VYX_ERROR, VYX_MsgQDestroyEx(m_hQueue));
+    ASSERT_EQ(VYX_OK, VYX_Init());
 }
 
 TEST(MsgqClass, GivesBackThePointersInTheirOrderOrForgetsThem) {
