@@ -1,24 +1,27 @@
 #include "torture/channels.h"
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <string>
 #include <unistd.h>
 
 #include <vyx/vyx.h>
 
 #include "torture/torture.h"
+#include "torture/works.h"
 
 namespace torture {
-
-Weather g_weather{};
 
 namespace {
 
 // A limit that is never reached unless the weather is such that a wait has to look up.
 uint32_t Long() {
-    return g_weather.little || g_weather.stops ? 50 : 20000;
+    return In(kLittle | kStops) ? 50 : 60000;
+}
+// With the wall clock on the move, limits of transfers end early or late.
+uint32_t NetLimit() {
+    return In(kClock) ? VYX_INFINITE : 60000;
 }
 
 // The result of a wait that took nothing: whether that is as promised. Always false.
@@ -26,8 +29,11 @@ bool Nothing(bool allowed, const char *what) {
     (void)Check(allowed, what);
     return false;
 }
-bool Interrupted(const char *what) {
-    return Nothing(errno == EINTR && g_weather.signals, what);
+bool MayTimeOut(const char *what) {
+    return Nothing(In(kClock | kStops | kLittle), what);
+}
+bool Interrupted() {
+    return errno == EINTR && In(kSignals);
 }
 
 // A wait for `limit` ms that can only time out: not too early.
@@ -35,240 +41,212 @@ template <class Wait>
 void TimesOut(const char *what, int64_t limit, Wait wait) {
     const int64_t start = Milliseconds();
     (void)Check(wait(), std::string(what) + ": no time-out");
-    (void)Check(g_weather.clock || g_weather.stops || Milliseconds() - start >= limit - 1,
+    (void)Check(In(kClock | kStops) || Milliseconds() - start >= limit - 1,
                 std::string(what) + ": too early");
 }
 
-class Semaphores : public Channel {
+class Semaphore : public Channel {
   public:
-    ~Semaphores() override {
-        for (VYX_SEM_T &sem : m_sems)
-            if (sem != nullptr)
-                (void)Check(VYX_SemDestroy(&sem) == VYX_OK, "SemDestroy");
+    explicit Semaphore(bool bounded) : m_bounded(bounded) { granted = VYX_SemCreate(&m_sem, 0) == VYX_OK; }
+    ~Semaphore() override { (void)(!granted || Check(VYX_SemDestroy(&m_sem) == VYX_OK, "SemDestroy")); }
+    bool Give() override { return VYX_SemPost(&m_sem) == VYX_OK; }
+    bool Take() override {
+        if (!m_bounded) // with a restart sem_wait goes on
+            return VYX_SemWait(&m_sem) == VYX_OK || Nothing(errno == EINTR && In(kInterrupted), "SemWait");
+        m_brief = !m_brief; // a limit that ends when the post comes
+        return VYX_SemTimedWait(&m_sem, m_brief ? 1 : Long()) == VYX_OK ||
+               (m_brief ? false : MayTimeOut("SemTimedWait"));
     }
-    bool Open() override {
-        return VYX_SemCreate(&m_sems[0], 0) == VYX_OK && VYX_SemCreate(&m_sems[1], 0) == VYX_OK;
-    }
-    bool Give(size_t to) override { return VYX_SemPost(&m_sems[to]) == VYX_OK; }
-    bool Take(size_t me) override { // with a restart sem_wait goes on
-        return VYX_SemWait(&m_sems[me]) == VYX_OK ||
-               Nothing(errno == EINTR && g_weather.interrupted, "SemWait");
-    }
-    bool Empty() override {
-        TimesOut("SemTimedWait", 2, [&] { return VYX_SemTimedWait(&m_sems[0], 2) == VYX_ERROR; });
-        return VYX_SemTimedWait(&m_sems[0], 0) == VYX_ERROR && VYX_SemTimedWait(&m_sems[1], 0) == VYX_ERROR;
+    int64_t Left() override {
+        int64_t left = 0;
+        while (VYX_SemTimedWait(&m_sem, 0) == VYX_OK)
+            ++left;
+        TimesOut("SemTimedWait", 2, [&] { return VYX_SemTimedWait(&m_sem, 2) == VYX_ERROR; });
+        return left;
     }
 
-  protected:
-    std::array<VYX_SEM_T, 2> m_sems{};
+  private:
+    const bool m_bounded;
+    bool m_brief = false;
+    VYX_SEM_T m_sem = nullptr;
 };
 
-class BoundedSemaphores : public Semaphores {
-    bool Take(size_t me) override {
-        return VYX_SemTimedWait(&m_sems[me], Long()) == VYX_OK ||
-               Nothing(g_weather.clock || g_weather.stops || g_weather.little, "SemTimedWait");
-    }
-};
-
-class Objects : public Channel { // the class with a maximum
-    bool Open() override {       // one that could not be made takes nothing
-        return m_semas[0].Post() == 0 && m_semas[0].TimedWait(0) == 0 && m_semas[1].Post() == 0 &&
-               m_semas[1].TimedWait(0) == 0;
-    }
-    bool Give(size_t to) override { return m_semas[to].Post() == 0; }
-    bool Take(size_t me) override {
-        return m_semas[me].TimedWait(Long()) == 0 ||
-               Nothing(g_weather.clock || g_weather.stops || g_weather.little, "VYX_Sema::TimedWait");
-    }
-    VYX_Sema m_semas[2] = {{0, 1}, {0, 1}};
-};
-
-class Conditions : public Channel {
+class Object : public Channel { // the class with a maximum
   public:
-    explicit Conditions(bool bounded) : m_bounded(bounded) {
-        (void)VYX_MutexCreate(&m_mutex, VYX_MUTEX_NORMAL);
-        (void)VYX_CondCreate(&m_cond);
+    Object() {
+        granted = m_sema.Post() == 0 && m_sema.TimedWait(0) == 0;
+    } // one without a semaphore takes nothing
+    bool Give() override { return m_sema.Post() == 0; }
+    bool Take() override { return m_sema.TimedWait(Long()) == 0 || MayTimeOut("VYX_Sema::TimedWait"); }
+    int64_t Left() override { return m_sema.TimedWait(0) == 0 ? 1 : 0; }
+
+  private:
+    VYX_Sema m_sema{0, 1};
+};
+
+class Condition : public Channel {
+  public:
+    explicit Condition(bool bounded) : m_bounded(bounded) {
+        (void)(VYX_MutexCreate(&m_mutex, VYX_MUTEX_NORMAL) + VYX_CondCreate(&m_cond));
     }
-    ~Conditions() override {
+    ~Condition() override {
+        (void)Check(VYX_MutexTryLock(&m_mutex) == VYX_OK && VYX_MutexUnlock(&m_mutex) == VYX_OK,
+                    "a mutex stays locked");
         (void)Check(VYX_CondDestroy(&m_cond) == 0 && VYX_MutexDestroy(&m_mutex) == VYX_OK,
                     "CondDestroy, MutexDestroy");
     }
-    bool Open() override { return true; }
-    bool Give(size_t to) override {
+    bool Give() override {
         const bool good = VYX_MutexLock(&m_mutex) == VYX_OK;
-        ++m_turns[to];
+        ++m_turns;
         return good && VYX_CondBroadCast(&m_cond) == 0 && VYX_MutexUnlock(&m_mutex) == VYX_OK;
     }
-    bool Take(size_t me) override {
+    bool Take() override {
         (void)VYX_MutexLock(&m_mutex);
-        while (m_turns[me] == 0 && !over)
+        const Finally unlock([this] { (void)VYX_MutexUnlock(&m_mutex); });
+        while (m_turns == 0 && !over)
             (void)Check(VYX_CondTimedWait(&m_cond, &m_mutex, m_bounded ? Long() : VYX_INFINITE) ==
                             (m_bounded ? VYX_ERROR : 0),
                         "CondTimedWait");
-        const bool good = m_turns[me] > 0;
-        m_turns[me] -= good ? 1 : 0;
-        return VYX_MutexUnlock(&m_mutex) == VYX_OK && good;
+        const bool good = m_turns > 0;
+        m_turns -= good ? 1 : 0;
+        return good;
     }
-    bool Empty() override { return m_turns[0] == 0 && m_turns[1] == 0; }
+    int64_t Left() override { return m_turns; }
 
   private:
     const bool m_bounded;
     VYX_MUTEX_T m_mutex;
     VYX_COND_T m_cond;
-    int m_turns[2] = {0, 0};
+    int m_turns = 0;
 };
 
-class Queues : public Channel {
+class Queue : public Channel { // for several threads
   public:
-    ~Queues() override {
-        for (VYX_HANDLE_MSGQ queue : m_queues)
-            if (queue != nullptr)
-                (void)VYX_MsgQDestroyEx(queue); // refused without the started library
+    Queue() { granted = VYX_MsgQCreateEx(&m_queue) == VYX_OK; }
+    ~Queue() override { // refused without the started library
+        (void)(!granted || Check(VYX_MsgQDestroyEx(m_queue) == VYX_OK || In(kStops), "MsgQDestroy"));
     }
-    bool Open() override {
-        return VYX_MsgQCreateEx(&m_queues[0]) == VYX_OK && VYX_MsgQCreateEx(&m_queues[1]) == VYX_OK;
-    }
-    bool Give(size_t to) override {
-        static thread_local VYX_MSG_BLOCK_T block;
-        block.iPriority = m_turn[to];
+    bool Give() override {
+        thread_local VYX_MSG_BLOCK_T block;
+        block.iPriority = m_turn++ % 100;
         block.iDataLen = 1000;
-        std::memset(block.szData, m_turn[to] & 0x7f, 1000);
-        const bool good = VYX_MsgQSendEx(m_queues[to], &block) == VYX_OK;
-        m_turn[to] += good ? 1 : 0;
-        over = over || (g_weather.stops && !good);
+        std::memset(block.szData, block.iPriority, 1000);
+        const bool good = VYX_MsgQSendEx(m_queue, &block) == VYX_OK;
+        m_sum += good ? block.iPriority : 0;
         return good;
     }
-    bool Take(size_t me) override {
-        static thread_local VYX_MSG_BLOCK_T block;
-        block.iDataLen = VYX_MSG_DATA_SIZE;
-        const bool bounded = g_weather.little || g_weather.stops || m_taken[me] % 2 == 0;
-        if (VYX_MsgQReceiveEx(m_queues[me], &block, bounded ? static_cast<int32_t>(Long()) : -1) != VYX_OK) {
-            over = over || g_weather.stops;
-            return Nothing(g_weather.stops || g_weather.clock || g_weather.little, "MsgQReceive");
-        }
-        const int turn = m_taken[me]++;
-        return g_weather.stops ||
-               Check(block.iPriority == turn && block.iDataLen == 1000 && block.szData[0] == (turn & 0x7f) &&
-                         block.szData[999] == (turn & 0x7f),
-                     "MsgQReceive: another message");
-    }
-    bool Empty() override {
-        VYX_MSG_BLOCK_T block;
-        block.iDataLen = VYX_MSG_DATA_SIZE;
-        TimesOut("MsgQReceive", 2, [&] { return VYX_MsgQReceiveEx(m_queues[0], &block, 2) == VYX_ERROR; });
-        return true;
+    bool Take() override { return Receive(In(kLittle | kStops) || taken % 2 == 0 ? Long() : VYX_INFINITE); }
+    int64_t Left() override {
+        int64_t left = 0;
+        while (Receive(1))
+            ++left;
+        TimesOut("MsgQReceive", 2, [this] { return !Receive(2); });
+        (void)Check(m_sum == 0, "other messages than were sent");
+        return left;
     }
 
   private:
-    std::array<VYX_HANDLE_MSGQ, 2> m_queues{};
-    int m_turn[2] = {0, 0}, m_taken[2] = {0, 0}; // each only for one thread
+    bool Receive(uint32_t limit) {
+        thread_local VYX_MSG_BLOCK_T block;
+        block.iDataLen = VYX_MSG_DATA_SIZE;
+        if (VYX_MsgQReceiveEx(m_queue, &block, static_cast<int32_t>(limit)) != VYX_OK) {
+            over = over || In(kStops);
+            return limit < 50 ? false : MayTimeOut("MsgQReceive");
+        }
+        m_sum -= block.iPriority;
+        return Check(block.iDataLen == 1000 && block.szData[0] == block.iPriority &&
+                         std::memcmp(block.szData, block.szData + 1, 999) == 0,
+                     "MsgQReceive: another message");
+    }
+    VYX_HANDLE_MSGQ m_queue = nullptr;
+    std::atomic<int> m_turn{0};
+    std::atomic<int64_t> m_sum{0}; // of the priorities in the queue
 };
 
-class Events : public Channel {
+class Event : public Channel {
   public:
-    explicit Events(bool several) : m_several(several) {}
-    ~Events() override {
-        for (VYX_EVENT event : m_events)
-            (void)VYX_CloseEvent(event);
-    }
-    bool Open() override {
-        for (VYX_EVENT &event : m_events)
-            event = VYX_CreateEvent(0);
-        return m_events[0] != nullptr && m_events[1] != nullptr && m_events[2] != nullptr;
-    }
-    bool Give(size_t to) override { return VYX_SetEvent(m_events[to]) == VYX_TRUE; }
-    bool Take(size_t me) override {
-        const VYX_EVENT two[] = {m_events[2], m_events[me]};
+    explicit Event(bool several) : m_several(several) { granted = m_event != nullptr && m_never != nullptr; }
+    ~Event() override { (void)(VYX_CloseEvent(m_event) + VYX_CloseEvent(m_never)); }
+    bool Give() override { return VYX_SetEvent(m_event) == VYX_TRUE; }
+    bool Take() override {
+        const VYX_EVENT two[] = {m_never, m_event};
         const uint32_t result = m_several ? VYX_WaitForMultipleObjects(2, two, 0, Long())
-                                          : VYX_WaitForSingleObject(m_events[me], Long());
+                                          : VYX_WaitForSingleObject(m_event, Long());
         if (result == VYX_WAIT_OBJECT_0 + (m_several ? 1 : 0))
-            return Check(VYX_ResetEvent(m_events[me]) == VYX_TRUE, "ResetEvent");
+            return Check(VYX_ResetEvent(m_event) == VYX_TRUE, "ResetEvent");
         if (result == VYX_WAIT_TIMEOUT)
             return Nothing(Long() < 1000, "a wait for events times out");
-        return Nothing(!m_several && result == VYX_WAIT_FAILED && errno == EINTR && g_weather.signals,
-                       "WaitForObject");
+        return Nothing(!m_several && result == VYX_WAIT_FAILED && Interrupted(), "WaitForObject");
     }
-    bool Empty() override {
-        if (m_several)
-            TimesOut("WaitForMultipleObjects", 2, [&] {
-                return VYX_WaitForMultipleObjects(3, m_events.data(), 0, 2) == VYX_WAIT_TIMEOUT;
-            });
-        return VYX_WaitForSingleObject(m_events[0], 0) != VYX_WAIT_OBJECT_0;
+    int64_t Left() override {
+        TimesOut("WaitForMultipleObjects", 2,
+                 [this] { return VYX_WaitForMultipleObjects(1, &m_never, 0, 2) == VYX_WAIT_TIMEOUT; });
+        const bool set = VYX_WaitForSingleObject(m_event, 0) == VYX_WAIT_OBJECT_0;
+        return over ? given - taken : set ? 1 : 0;
     }
 
   private:
     const bool m_several;
-    std::array<VYX_EVENT, 3> m_events{};
+    const VYX_EVENT m_event = VYX_CreateEvent(0), m_never = VYX_CreateEvent(0);
 };
 
-// Sockets; each turn is a record of bytes.
+// A pair of sockets; each turn is a record of bytes.
+constexpr int32_t kRecord = 20000; // more than the buffers hold
 class Bytes : public Channel {
   public:
     using Send = bool(VYX_SOCK_T socket, const char *data);
     using Receive = bool(VYX_SOCK_T socket, char *data);
-    static constexpr int32_t kSize = 40000; // more than the buffers hold
-    Bytes(Send *send, Receive *receive) : m_send(send), m_receive(receive) {}
+    Bytes(Send *send, Receive *receive) : m_send(send), m_receive(receive) {
+        granted = socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends) == 0 &&
+                  VYX_SetBuffSize(m_ends[0], 4096, 4096) == 0 && VYX_SetBuffSize(m_ends[1], 4096, 4096) == 0;
+    }
     ~Bytes() override {
-        for (VYX_SOCK_T socket : m_sockets)
-            if (socket != VYX_INVALID_SOCKET)
-                (void)Check(VYX_CloseSocket(socket, 0) == 0, "CloseSocket");
+        for (const VYX_SOCK_T end : m_ends)
+            (void)(end == VYX_INVALID_SOCKET ||
+                   (Check((fcntl(end, F_GETFL) & O_NONBLOCK) == 0, "a socket stays non-blocking") &&
+                    Check(VYX_CloseSocket(end, 0) == 0, "CloseSocket")));
     }
-    bool Open() override {
-        int pair[2];
-        if (socketpair(AF_UNIX, SOCK_STREAM, 0, pair) != 0)
-            return false;
-        m_sockets = {pair[0], pair[1]};
-        return VYX_SetBuffSize(pair[0], 4096, 4096) == 0 && VYX_SetBuffSize(pair[1], 4096, 4096) == 0;
+    bool Give() override {
+        thread_local char data[kRecord];
+        std::memset(data, static_cast<int>(given & 0x7f), kRecord);
+        return m_send(m_ends[0], data) || Nothing(over, "a send");
     }
-    bool Give(size_t to) override {
-        thread_local char data[kSize];
-        std::memset(data, ++m_given[to] & 0x7f, kSize);
-        return Check(m_send(m_sockets[1 - to], data), "a send");
+    bool Take() override {
+        thread_local char data[kRecord];
+        return (m_receive(m_ends[1], data) && data[0] == static_cast<char>(taken & 0x7f) &&
+                std::memcmp(data, data + 1, kRecord - 1) == 0) ||
+               Nothing(over, "other bytes than were sent");
     }
-    bool Take(size_t me) override {
-        thread_local char data[kSize];
-        if (!m_receive(m_sockets[me], data))
-            return false;
-        const auto turn = static_cast<char>(++m_taken[me] & 0x7f);
-        return Check(data[0] == turn && data[kSize - 1] == turn &&
-                         std::memcmp(data, data + 1, kSize - 1) == 0,
-                     "other bytes than were sent");
-    }
-    bool Empty() override {
+    int64_t Left() override {
         char byte;
-        if (g_weather.clock) // set back, it prolongs the wait, which does not look up
-            return true;
-        TimesOut("Recvn", 2, [&] {
-            const int32_t count = VYX_Recvn(m_sockets[0], &byte, 1, 2);
-            return count == 0 || (count == -1 && errno == EINTR && g_weather.signals);
-        });
-        return true;
+        if (!over && !In(kClock)) // set back, it prolongs the wait, which does not look up
+            TimesOut("Recvn", 2, [&] {
+                const int32_t count = VYX_Recvn(m_ends[1], &byte, 1, 2);
+                return count == 0 || (count == -1 && Interrupted());
+            });
+        return given - taken;
     }
+    void Wake() override { (void)shutdown(m_ends[0], SHUT_RDWR); }
 
   private:
     Send *const m_send;
     Receive *const m_receive;
-    std::array<VYX_SOCK_T, 2> m_sockets{VYX_INVALID_SOCKET, VYX_INVALID_SOCKET};
-    int m_given[2] = {0, 0}, m_taken[2] = {0, 0};
+    VYX_SOCK_T m_ends[2] = {VYX_INVALID_SOCKET, VYX_INVALID_SOCKET};
 };
 
-// With the wall clock on the move, their limits end early or late.
-uint32_t NetLimit() {
-    return g_weather.clock ? VYX_INFINITE : 20000;
-}
 bool SendWhole(VYX_SOCK_T socket, const char *data) {
-    return VYX_Sendn(socket, data, Bytes::kSize, NetLimit()) == Bytes::kSize;
+    return VYX_Sendn(socket, data, kRecord, NetLimit()) == kRecord;
 }
 bool ReceiveWhole(VYX_SOCK_T socket, char *data) {
-    return Check(VYX_Recvn(socket, data, Bytes::kSize, NetLimit()) == Bytes::kSize, "Recvn");
+    return VYX_Recvn(socket, data, kRecord, NetLimit()) == kRecord;
 }
-// One call after the other for each part: `transfer` gives a count, or -1 and whether that may be.
+// One call after the other for each part.
 template <class Byte, class Transfer>
 bool InParts(Byte *data, Transfer transfer) {
-    for (int32_t done = 0; done < Bytes::kSize;) {
-        const int32_t count = transfer(data + done, Bytes::kSize - done);
-        if (count == 0 || (count < 0 && !Check(errno == EINTR && g_weather.signals, "a transfer")))
-            return Check(false, "the end of a stream");
+    for (int32_t done = 0; done < kRecord;) {
+        const int32_t count = transfer(data + done, kRecord - done);
+        if (count == 0 || (count < 0 && !Interrupted()))
+            return false;
         done += count > 0 ? count : 0;
     }
     return true;
@@ -283,100 +261,88 @@ bool ReceiveLimited(VYX_SOCK_T socket, char *data) {
     return InParts(
         data, [=](char *part, int32_t size) { return VYX_RecvWithTimeOut(socket, part, size, NetLimit()); });
 }
+// Each of the calls that look whether there is something.
 bool ReceivePolled(VYX_SOCK_T socket, char *data) {
     return InParts(data, [=](char *part, int32_t size) {
         struct pollfd look = {socket, POLLIN, 0};
         uint32_t limit = VYX_INFINITE;
-        switch (size % 3) {
-        case 0:
+        fd_set set;
+        FD_ZERO(&set);
+        FD_SET(socket % FD_SETSIZE, &set);
+        if (size % 3 == 0)
             (void)Check(VYX_PollEx(&look, 1, &limit) == 1, "PollEx");
-            break;
-        case 1:
-            while (VYX_Poll(&look, 1, -1) == -1)
-                (void)Interrupted("Poll");
-            break;
-        default:
-            fd_set set;
-            FD_ZERO(&set);
-            FD_SET(socket, &set);
-            if (VYX_Select(socket + 1, &set, nullptr, nullptr, nullptr) == -1)
-                (void)Interrupted("Select");
-        }
+        else if (size % 3 == 1 || socket >= FD_SETSIZE)
+            (void)Check(VYX_Poll(&look, 1, -1) == 1 || Interrupted(), "Poll");
+        else
+            (void)Check(VYX_Select(socket + 1, &set, nullptr, nullptr, nullptr) == 1 || Interrupted(),
+                        "Select");
+        return VYX_Recv(socket, part, size);
+    });
+}
+bool ReceiveSelected(VYX_SOCK_T socket, char *data) {
+    const VYX_EVENT event = VYX_CreateEvent(0);
+    const Finally close([=] { (void)(VYX_CloseEvent(event) + VYX_SetNonBlock(socket, 0)); });
+    if (event == nullptr || VYX_EventSelect(socket, event, VYX_FD_READ) != VYX_OK)
+        return Check(In(kLittle), "EventSelect") && ReceiveWhole(socket, data);
+    return InParts(data, [=](char *part, int32_t size) {
+        while (VYX_WaitForMultipleObjects(1, &event, 0, Long()) != VYX_WAIT_OBJECT_0)
+            (void)Check(Long() < 1000, "a wait for a socket times out");
         return VYX_Recv(socket, part, size);
     });
 }
 
-// Each turn is a connection.
-class Connections : public Channel {
+class Connection : public Channel { // each turn is one
   public:
-    ~Connections() override {
-        for (VYX_SOCK_T socket : m_sockets)
-            if (socket != VYX_INVALID_SOCKET)
-                (void)VYX_CloseSocket(socket, 0);
+    Connection() {
+        granted = m_socket != VYX_INVALID_SOCKET &&
+                  VYX_MakeAddrByString(AF_INET, "127.0.0.1", 0, &m_address) == VYX_OK &&
+                  VYX_Bind(m_socket, &m_address) == 0 && VYX_Listen(m_socket, 16) == 0 &&
+                  VYX_SetNonBlock(m_socket, 1) == 0 &&
+                  VYX_GetAddrBySockFd(m_socket, &m_address, nullptr) == VYX_OK;
     }
-    bool Open() override {
-        for (size_t side = 0; side < 2; ++side) {
-            VYX_SOCK_T &socket = m_sockets[side];
-            socket = VYX_CreateSocket(AF_INET, SOCK_STREAM, 0);
-            VYX_ADDR_T &address = m_addresses[side];
-            if (socket == VYX_INVALID_SOCKET ||
-                VYX_MakeAddrByString(AF_INET, "127.0.0.1", 0, &address) != VYX_OK ||
-                VYX_Bind(socket, &address) != 0 || VYX_Listen(socket, 4) != 0 ||
-                VYX_SetNonBlock(socket, 1) != 0 || VYX_GetAddrBySockFd(socket, &address, nullptr) != VYX_OK)
-                return false;
-        }
-        return true;
-    }
-    bool Give(size_t to) override {
+    ~Connection() override { (void)Closed(m_socket); }
+    bool Give() override {
         const VYX_SOCK_T socket = VYX_CreateSocket(AF_INET, SOCK_STREAM, 0);
-        const bool good = socket != VYX_INVALID_SOCKET &&
-                          VYX_ConnectWithTimeOut(socket, &m_addresses[to], NetLimit() / 4) == 0 &&
-                          VYX_LingerOn(socket, 0) == 0; // no port stays taken
-        return socket != VYX_INVALID_SOCKET && VYX_CloseSocket(socket, 0) == 0 && good;
+        const Finally close([=] { (void)Closed(socket); });
+        return socket != VYX_INVALID_SOCKET && VYX_LingerOn(socket, 0) == 0 && // no port stays taken
+               VYX_ConnectWithTimeOut(socket, &m_address, NetLimit() / 4) == 0;
     }
-    bool Take(size_t me) override {
-        const VYX_SOCK_T socket = VYX_Accept(m_sockets[me], nullptr, g_weather.little ? 50 : 20000);
-        return socket != VYX_INVALID_SOCKET ? Check(VYX_CloseSocket(socket, 0) == 0, "CloseSocket")
-                                            : Nothing(g_weather.little || g_weather.clock, "Accept");
+    bool Take() override {
+        const VYX_SOCK_T socket = VYX_Accept(m_socket, nullptr, Long());
+        const Finally close([=] { (void)Closed(socket); });
+        return socket != VYX_INVALID_SOCKET || Nothing(In(kLittle | kClock | kStops), "Accept");
     }
 
   private:
-    std::array<VYX_SOCK_T, 2> m_sockets{VYX_INVALID_SOCKET, VYX_INVALID_SOCKET};
-    std::array<VYX_ADDR_T, 2> m_addresses{};
+    static bool Closed(VYX_SOCK_T socket) {
+        return socket == VYX_INVALID_SOCKET || Check(VYX_CloseSocket(socket, 0) == 0, "CloseSocket");
+    }
+    const VYX_SOCK_T m_socket = VYX_CreateSocket(AF_INET, SOCK_STREAM, 0);
+    VYX_ADDR_T m_address{};
 };
 
-template <class Kind>
+template <class Kind, auto... kArguments>
 std::unique_ptr<Channel> Make() {
-    return std::make_unique<Kind>();
-}
-template <class Kind, bool kArgument>
-std::unique_ptr<Channel> Make() {
-    return std::make_unique<Kind>(kArgument);
-}
-template <Bytes::Send *kSend, Bytes::Receive *kReceive>
-std::unique_ptr<Channel> Make() {
-    return std::make_unique<Bytes>(kSend, kReceive);
+    return std::make_unique<Kind>(kArguments...);
 }
 
 } // namespace
 
-const std::vector<ChannelKind> &ChannelKinds() {
-    static const std::vector<ChannelKind> kinds = {
-        {"sem", Make<Semaphores>},
-        {"bounded-sem", Make<BoundedSemaphores>},
-        {"sema", Make<Objects>},
-        {"cond", Make<Conditions, false>},
-        {"bounded-cond", Make<Conditions, true>},
-        {"queue", Make<Queues>},
-        {"event", Make<Events, false>},
-        {"events", Make<Events, true>},
-        {"sendn-recvn", Make<SendWhole, ReceiveWhole>},
-        {"send-recv", Make<SendParts, ReceiveParts>},
-        {"recv-limited", Make<SendWhole, ReceiveLimited>},
-        {"polls", Make<SendParts, ReceivePolled>},
-        {"connect-accept", Make<Connections>},
-    };
-    return kinds;
-}
+const std::vector<ChannelKind> kChannelKinds = {
+    {"sem", Make<Semaphore, false>},
+    {"bounded-sem", Make<Semaphore, true>, 2500},
+    {"sema", Make<Object>},
+    {"cond", Make<Condition, false>},
+    {"bounded-cond", Make<Condition, true>},
+    {"queue", Make<Queue>, 50, kMostPartners},
+    {"event", Make<Event, false>},
+    {"events", Make<Event, true>},
+    {"sendn-recvn", Make<Bytes, SendWhole, ReceiveWhole>},
+    {"send-recv", Make<Bytes, SendParts, ReceiveParts>},
+    {"recv-limited", Make<Bytes, SendWhole, ReceiveLimited>},
+    {"polls", Make<Bytes, SendParts, ReceivePolled>},
+    {"selected", Make<Bytes, SendWhole, ReceiveSelected>, 500},
+    {"connect-accept", Make<Connection>},
+};
 
 } // namespace torture

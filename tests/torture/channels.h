@@ -1,45 +1,39 @@
-// Ways in which one thread waits for another one, with every call that blocks: what storms.cpp disturbs.
+// Ways in which threads wait for each other, with every call that blocks.
 #ifndef VYX_TORTURE_CHANNELS_H
 #define VYX_TORTURE_CHANNELS_H
 
 #include <atomic>
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
 namespace torture {
 
-// What the storm does, as far as the calls' results depend on it.
-struct Weather {
-    bool stops = false;       // the library stops and starts: bounded waits fail, queues go
-    bool little = false;      // the system grants little: what makes something may fail
-    bool clock = false;       // the wall clock is set: bounded waits end early or late
-    bool interrupted = false; // signal handlers run, and do not have calls restarted
-    bool signals = false;     // signal handlers run
-};
-extern Weather g_weather;
-
-// Two threads, 0 and 1, give each other turns.
+// Some threads give turns, others take them.
 class Channel {
   public:
     virtual ~Channel() = default;
-    // False if the system does not grant it.
-    virtual bool Open() = 0;
-    virtual bool Give(size_t to) = 0;
+    virtual bool Give() = 0;
     // Waits for a turn. False if there was none yet although the call may say so now; it is then called again.
-    virtual bool Take(size_t me) = 0;
-    // After the last turn: nothing is left.
-    virtual bool Empty() { return true; }
+    virtual bool Take() = 0;
+    // Turns given and not taken, when nobody gives or takes any more; takes them where they can be counted.
+    virtual int64_t Left() { return given - taken; }
+    // Has a thread that gives or takes look up after `over` has been set.
+    virtual void Wake() { given += Give() ? 1 : 0; }
 
-    std::atomic<bool> over{
-        false}; // given up: the library took the channel, or what a turn needs is not granted
+    bool granted = true;           // by the system, when it was made
+    std::atomic<bool> over{false}; // given up: the library took it, or what a turn needs is not granted
+    std::atomic<int64_t> given{0}, taken{0};
 };
 
 struct ChannelKind {
     const char *name;
     std::unique_ptr<Channel> (*make)();
+    int many = 1;     // pairs of channels at once under load
+    int partners = 1; // threads at the far side of a pair
 };
-const std::vector<ChannelKind> &ChannelKinds();
+constexpr int kMostPartners = 3;
+extern const std::vector<ChannelKind> kChannelKinds;
 
 } // namespace torture
 

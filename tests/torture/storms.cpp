@@ -1,15 +1,16 @@
-// All calls that block, each in a loop whose every result is checked, while a storm goes on around them.
-//   storms STORM SECONDS [WORK...]    the works that it tells with "storms list"; all if none is named
+// All works, each in a thread of its own, while a storm goes on around them.
+//   storms                            the storms, an empty line, the works
+//   storms STORM SECONDS [WORK...]    all works if none is named
 // Prints figures as JSON. Exit status: 0 nothing was found, 1 findings, on standard error.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
+#include <list>
 #include <map>
 #include <random>
 #include <sys/resource.h>
@@ -17,255 +18,32 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include <vyx/vyx.h>
 
-#include "torture/cancellation.h"
-#include "torture/channels.h"
+#include "torture/resources/failing.h"
 #include "torture/torture.h"
+#include "torture/works.h"
 
 namespace {
 
 using torture::Check;
-using torture::g_weather;
-using torture::Limit;
+using torture::Held;
+using torture::In;
 using torture::Milliseconds;
 using torture::Pause;
-
-constexpr int kTurns = 20;
-constexpr int64_t kHang = 60000; // milliseconds for a round
-
-std::atomic<bool> s_end{false};
-std::string s_folder; // for files
-
-// ---- Works: each call is a round. False: the system did not grant what it needs. ----
-
-bool TakeTurn(torture::Channel &channel, size_t me) {
-    while (!channel.over)
-        if (channel.Take(me))
-            return true;
-    return false;
-}
-bool GiveTurn(torture::Channel &channel, size_t to) {
-    for (int attempt = 0; !channel.over && attempt < 1000; ++attempt) {
-        if (channel.Give(to))
-            return true;
-        if (!Check(g_weather.little || g_weather.stops, "a turn cannot be given"))
-            break;
-        Pause(100);
-    }
-    channel.over = true;
-    (void)channel.Give(to); // for one who waits without a limit
-    return false;
-}
-
-void *Partner(void *pChannel) {
-    auto &channel = *static_cast<torture::Channel *>(pChannel);
-    for (int turn = 0; turn < kTurns && TakeTurn(channel, 1) && GiveTurn(channel, 0); ++turn) {
-    }
-    return nullptr;
-}
-
-bool TakeTurns(const torture::ChannelKind &kind) {
-    const auto channel = kind.make();
-    if (!channel->Open())
-        return false;
-    const VYX_THREAD_T partner = VYX_Thread_Create(Partner, channel.get(), 0, 0, 0, 0);
-    if (partner == VYX_INVALID_THREAD)
-        return false;
-    for (int turn = 0; turn < kTurns && GiveTurn(*channel, 1) && TakeTurn(*channel, 0); ++turn) {
-    }
-    (void)Check(VYX_Thread_Wait(partner) == VYX_OK, "Thread_Wait");
-    (void)(channel->over || Check(channel->Empty(), std::string(kind.name) + ": something is left"));
-    return !channel->over;
-}
-
-std::atomic<int> s_items{0};
-void *Item(void * /*pParam*/) {
-    ++s_items;
-    return nullptr;
-}
-bool FixedPool() {
-    const int before = s_items;
-    int accepted = 0;
-    const VYX_HANDLE_THREADPOOL pool = VYX_ThreadPool_CreateFlex(1, 3, 0, 1);
-    if (pool == nullptr)
-        return false;
-    for (int item = 0; item < kTurns; ++item)
-        accepted += VYX_ThreadPool_WorkEx(pool, Item, nullptr, 1) == VYX_OK ? 1 : 0;
-    (void)Check(VYX_ThreadPool_Destroy(pool) == VYX_OK, "ThreadPool_Destroy");
-    (void)Check(s_items - before == accepted, "items ran that were refused, or not that were accepted");
-    return Check(accepted == kTurns || g_weather.little, "ThreadPool_WorkEx refuses");
-}
-
-VYX_SEM_T s_handled = nullptr;
-void Handle(void * /*pData*/) {
-    (void)VYX_SemPost(&s_handled);
-}
-bool FlexiblePool() {
-    if (VYX_SemCreate(&s_handled, 0) != VYX_OK)
-        return false;
-    const VYX_HANDLE_THREADPOOLFLEX pool = VYX_ThreadPoolFlex_Create(3, 1, Handle, 0);
-    bool first = pool != nullptr;
-    for (int item = 0; first && item < kTurns; ++item) {
-        const bool queued = VYX_ThreadPoolFlex_Work(pool, nullptr) == VYX_OK;
-        first = queued || item > 0; // without a first worker nobody handles what is queued
-        while (queued && VYX_SemWait(&s_handled) != VYX_OK)
-            (void)Check(errno == EINTR && g_weather.interrupted, "SemWait");
-    }
-    (void)Check(VYX_ThreadPoolFlex_Destroy(pool) == VYX_OK && VYX_SemDestroy(&s_handled) == VYX_OK,
-                "ThreadPoolFlex_Destroy");
-    return first;
-}
-
-std::atomic<int> s_ticks{0};
-void Tick(uint32_t /*nTimerId*/, void * /*pUserData*/) {
-    ++s_ticks;
-}
-bool Timer() {
-    uint32_t id = VYX_MAX_TIMERS;
-    const int before = s_ticks;
-    if (VYX_SetTimer(Tick, nullptr, 1, &id) != VYX_OK)
-        return false;
-    const int64_t start = Milliseconds(); // without a thread it never calls
-    while (s_ticks < before + 2 && !s_end && (!g_weather.little || Milliseconds() - start < 50))
-        Pause(500);
-    (void)VYX_KillTimer(static_cast<int32_t>(id));
-    const int killed = s_ticks;
-    Pause(2000);
-    return Check(s_ticks == killed, "a timer calls after its end");
-}
-
-int64_t s_taken = 0;    // lines
-bool s_logIsOff = true; // as it is at first, and after a stop
-bool Log() {
-    static int folder = 0;
-    if (g_weather.stops)
-        Pause(3000); // a stop takes as long as writing what is queued
-    for (int line = 0; line < kTurns; ++line) {
-        const int32_t result = WriteLog(VYX_LOG_LEVEL_INF, "storms", line, "%0500d", line);
-        s_taken += result == 0 ? 1 : 0;
-        if (result == 0)
-            continue;
-        (void)Check(result == -4 || (result == -5 && s_logIsOff) || g_weather.stops ||
-                        (g_weather.little && result == -1),
-                    "WriteLog: " + std::to_string(result));
-        if (result == -4) {
-            Pause(1000);
-            continue;
-        }
-        // The library's stop switches the log off. In a folder of its own, as the file written last would be emptied.
-        (void)StartLogService();
-        if (result == -5 || result == -2)
-            (void)EnableTarget(VYX_LOG_TARGET_FILE, (s_folder + "log" + std::to_string(folder++)).c_str(),
-                               100000, 0);
-        if (g_weather.little)
-            return false;
-    }
-    return true;
-}
-
-bool CopyFile() {
-    const std::string source = s_folder + "source", target = s_folder + "target";
-    if (VYX_CopyFile(source.c_str(), target.c_str(), 0) != 1)
-        return Check(g_weather.little, "CopyFile") && false;
-    VYX_FINFO_T info{};
-    const VYX_FILE_T file = VYX_OpenFile(target.c_str(), VYX_OPEN_READ, 0);
-    if (file == VYX_INVALID_FILE)
-        return false;
-    return Check(VYX_FileStat(file, &info) == 0 && info.size == 300000 && VYX_CloseFile(file) == 0,
-                 "CopyFile: the size");
-}
-
-bool Small() { // what only looks
-    VYX_TIME_EXP_T fields;
-    VYX_ADAPTER_INFO *adapters = nullptr;
-    const bool listed = VYX_GetAdapterInfo(&adapters) == VYX_OK;
-    if (listed)
-        (void)VYX_FreeAdapterInfo(adapters);
-    (void)Check(VYX_Sleep(1) == 0 || (errno == EINTR && g_weather.signals), "Sleep");
-    return Check(VYX_ExpTimeFromTimeLocal(VYX_TimeNow(), &fields) == VYX_OK, "ExpTimeFromTimeLocal") &&
-           listed;
-}
-
-VYX_MUTEX_T s_mutex = PTHREAD_MUTEX_INITIALIZER;
-int64_t s_locked = 0;
-void *Lock(void * /*pParam*/) {
-    for (int turn = 0; turn < 1000; ++turn) {
-        (void)Check(VYX_MutexLock(&s_mutex) == VYX_OK, "MutexLock");
-        ++s_locked;
-        (void)Check(VYX_MutexUnlock(&s_mutex) == VYX_OK, "MutexUnlock");
-    }
-    return nullptr;
-}
-bool Mutex() {
-    const int64_t before = s_locked;
-    const VYX_THREAD_T partner = VYX_Thread_Create(Lock, nullptr, 0, 0, 0, 0);
-    (void)Lock(nullptr);
-    const bool two = partner != VYX_INVALID_THREAD && VYX_Thread_Wait(partner) == VYX_OK;
-    (void)Check(s_locked - before == (two ? 2000 : 1000), "a mutex lets two in");
-    return two;
-}
-
-struct Work {
-    std::string name;
-    std::function<bool()> round;
-    std::atomic<int64_t> rounds{0}, refused{0}, last{0}; // last: when a round ended
-    VYX_THREAD_T thread = VYX_INVALID_THREAD;
-};
-std::vector<std::unique_ptr<Work>> s_works;
-
-void AddWork(const std::string &name, std::function<bool()> round) {
-    s_works.push_back(std::make_unique<Work>());
-    s_works.back()->name = name;
-    s_works.back()->round = std::move(round);
-}
-
-void MakeWorks() {
-    for (const torture::ChannelKind &kind : torture::ChannelKinds())
-        AddWork(kind.name, [&kind] { return TakeTurns(kind); });
-    AddWork("mutex", Mutex);
-    AddWork("pool", FixedPool);
-    AddWork("flexible-pool", FlexiblePool);
-    AddWork("timer", Timer);
-    AddWork("log", Log);
-    AddWork("copy", CopyFile);
-    AddWork("small", Small);
-}
-
-bool Round(Work &work) {
-    bool done = false;
-    try {
-        done = work.round();
-    } catch (const std::bad_alloc &) { // of this program
-        (void)Check(g_weather.little, "memory is short");
-    }
-    ++(done ? work.rounds : work.refused);
-    work.last = Milliseconds();
-    (void)Check(done || g_weather.little || g_weather.stops, work.name + ": not granted");
-    return done;
-}
-
-void *RunWork(void *pWork) {
-    auto &work = *static_cast<Work *>(pWork);
-    while (!s_end)
-        if (!Round(work))
-            Pause(1000);
-    return nullptr;
-}
-
-// ---- Storms: each is called until its time is over; a figure tells how often something was done. ----
+using torture::Work;
 
 std::map<std::string, int64_t> s_figures;
-std::mt19937 s_random{1}; // NOLINT(cert-msc32-c): the same every time
+std::mt19937 s_random{1}; // the same every time
 unsigned Random(unsigned limit) {
     return static_cast<unsigned>(s_random() % limit);
 }
 
+// ---- Storms: each is called until its time is over; a figure tells how often something was done. ----
+
 std::atomic<int64_t> s_handlers{0};
-void Handler(int /*signal*/) {
-    ++s_handlers;
-}
 
 // Ten thousand a second, to all threads in turn, those of the library too.
 void Signals() {
@@ -287,31 +65,25 @@ void Signals() {
 }
 void CatchSignals(int flags) {
     struct sigaction action = {};
-    action.sa_handler = Handler; // NOLINT(cppcoreguidelines-pro-type-union-access)
+    action.sa_handler = [](int /*signal*/) {
+        ++s_handlers;
+    }; // NOLINT(cppcoreguidelines-pro-type-union-access)
     action.sa_flags = flags;
     (void)sigaction(SIGUSR1, &action, nullptr);
 }
 
-// What a child can do. The status is the first thing that it could not.
+// What a child can do, in the order in which it does it. The status is the first work that did not go well.
 int Child() {
+    constexpr std::array<const char *, 6> kWorks = {"bounded-sem", "queue", "sendn-recvn",
+                                                    "pool",        "timer", "flexible-pool"};
     (void)alarm(30);
-    VYX_SEM_T sem = nullptr;
-    if (VYX_Fini() != VYX_OK || VYX_Init() != VYX_OK)
+    if (VYX_Fini() != VYX_OK || VYX_Init() != VYX_OK || WriteLog(VYX_LOG_LEVEL_INF, "c", 1, "x") != -5)
         return 1;
-    if (VYX_SemCreate(&sem, 1) != VYX_OK || VYX_SemTimedWait(&sem, 5000) != VYX_OK ||
-        VYX_SemTimedWait(&sem, 1) != VYX_ERROR || VYX_SemDestroy(&sem) != VYX_OK)
-        return 2;
-    if (!TakeTurns(torture::ChannelKinds()[5]) || !TakeTurns(torture::ChannelKinds()[7]))
-        return 3;
-    if (!FixedPool())
-        return 4;
-    if (!FlexiblePool() || !Timer())
-        return 5;
-    VYX_TIME_EXP_T fields;
-    if (VYX_ExpTimeFromTimeLocal(VYX_TimeNow(), &fields) != VYX_OK ||
-        WriteLog(VYX_LOG_LEVEL_INF, "c", 1, "x") != -5)
-        return 6;
-    return torture::Findings() == 0 ? 0 : 7;
+    for (size_t number = 0; number < kWorks.size(); ++number)
+        for (const Work &work : torture::Works())
+            if (work.name == std::string(kWorks[number]) && (!work.round() || torture::Findings() > 0))
+                return static_cast<int>(2 + number);
+    return 0;
 }
 // Waits for children that end, until so many are left at most.
 int s_children = 0;
@@ -324,11 +96,8 @@ void Reap(int most) {
 }
 void Forks() {
     const pid_t child = fork();
-    if (child == 0) {
-        const int before = torture::Findings();
-        const int status = Child();
-        _exit(before == 0 ? status : 0);
-    }
+    if (child == 0)
+        _exit(torture::Findings() > 0 ? 0 : Child());
     s_children += Check(child > 0, "fork") ? 1 : 0;
     Reap(5);
 }
@@ -341,14 +110,46 @@ void StopsAndStarts() {
     ++s_figures["starts"];
 }
 
-void ClockJumps() {
-    torture::SetClock((static_cast<int>(Random(9)) - 4) * 3600);
-    Pause(20000);
-    ++s_figures["jumps"];
+// A thread in rounds of a work, which cancels itself before a call, or is cancelled at any moment.
+struct Cancelled {
+    const Work *work;
+    int call; // 0: at any moment
+};
+void *RunCancelled(void *pCancelled) {
+    const auto *cancelled = static_cast<const Cancelled *>(pCancelled);
+    torture::CancelBeforeCall(cancelled->call);
+    for (;;) {
+        (void)cancelled->work->round();
+        pthread_testcancel();
+    }
+}
+void CancelIn(const Work &work) {
+    Cancelled cancelled = {&work, Random(3) == 0 ? static_cast<int>(1 + Random(8)) : 0};
+    pthread_t thread{};
+    if (!Check(pthread_create(&thread, nullptr, RunCancelled, &cancelled) == 0, "pthread_create"))
+        return;
+    Pause(Random(3000)); // to the moment of the cancellation
+    (void)(cancelled.call > 0 || Check(pthread_cancel(thread) == 0, "pthread_cancel"));
+    void *result = nullptr;
+    for (const int64_t start = Milliseconds(); pthread_tryjoin_np(thread, &result) != 0; Pause(200)) {
+        if (Milliseconds() - start > 10000)
+            (void)pthread_cancel(thread); // a round may make fewer calls
+        if (Milliseconds() - start > 60000 &&
+            !Check(false, work.name + std::string(": cancelled, and goes on")))
+            _exit(1);
+    }
+    (void)Check(result == PTHREAD_CANCELED, work.name + std::string(": not cancelled"));
+    ++s_figures["cancellations"];
+}
+void Cancellations() {
+    for (const Work &work : torture::Works())
+        CancelIn(work);
 }
 
-void Nothing() {
+void ClockJumps() {
+    failing_set_clock((static_cast<int>(Random(9)) - 4) * 3600);
     Pause(20000);
+    ++s_figures["jumps"];
 }
 
 // A wait that is pending while the clock is set.
@@ -356,11 +157,9 @@ struct Pending {
     const char *name;
     std::function<void(uint32_t)> wait;
     bool follows; // the wall clock
-    std::atomic<bool> begun{false};
     std::atomic<int64_t> took{-1};
     void Run(uint32_t limit) {
         const int64_t start = Milliseconds();
-        begun = true;
         wait(limit);
         took = Milliseconds() - start;
     }
@@ -374,199 +173,234 @@ void SetWhilePending(bool forward) {
     VYX_HANDLE_MSGQ queue = nullptr;
     const VYX_EVENT event = VYX_CreateEvent(0);
     static VYX_MSG_BLOCK_T block;
+    static std::atomic<bool> called{false};
+    std::atomic<bool> end{false};
     (void)Check(VYX_SemCreate(&sem, 0) == VYX_OK && VYX_MsgQCreateEx(&queue) == VYX_OK && event != nullptr,
                 "not granted");
-    std::array<Pending, 4> all = {
-        Pending{"sem", [&](uint32_t limit) { (void)VYX_SemTimedWait(&sem, limit); }, true},
-        Pending{"queue",
-                [&](uint32_t limit) {
-                    block.iDataLen = VYX_MSG_DATA_SIZE;
-                    (void)VYX_MsgQReceiveEx(queue, &block, static_cast<int32_t>(limit));
-                },
-                true},
-        Pending{"event", [&](uint32_t limit) { (void)VYX_WaitForSingleObject(event, limit); }, false},
-        Pending{"events", [&](uint32_t limit) { (void)VYX_WaitForMultipleObjects(1, &event, 0, limit); },
-                false},
+    const auto await = [&](uint32_t limit) {
+        uint32_t timer = VYX_MAX_TIMERS;
+        called = false;
+        (void)VYX_SetTimer([](uint32_t, void *) { called = true; }, nullptr, limit, &timer);
+        while (!called && !end)
+            Pause(1000);
+        (void)VYX_KillTimer(static_cast<int32_t>(timer));
     };
+    block.iDataLen = VYX_MSG_DATA_SIZE;
+    std::array<Pending, 5> all = {{
+        {"sem", [&](uint32_t limit) { (void)VYX_SemTimedWait(&sem, limit); }, true},
+        {"timer", await, true},
+        {"event", [&](uint32_t limit) { (void)VYX_WaitForSingleObject(event, limit); }, false},
+        {"events", [&](uint32_t limit) { (void)VYX_WaitForMultipleObjects(1, &event, 0, limit); }, false},
+        {"queue",
+         [&](uint32_t limit) { (void)VYX_MsgQReceiveEx(queue, &block, static_cast<int32_t>(limit)); }, true},
+    }};
     std::vector<std::thread> threads;
     for (Pending &pending : all)
         threads.emplace_back(&Pending::Run, &pending, pending.follows && forward ? 7200000 : 300);
-    uint32_t timer = VYX_MAX_TIMERS;
-    const int before = s_ticks;
-    (void)VYX_SetTimer(Tick, nullptr, forward ? 7200000 : 300, &timer);
-    while (!std::all_of(all.begin(), all.end(), [](const Pending &pending) { return pending.begun.load(); }))
-        Pause(1000);
-    Pause(100000); // from there to the sleep
-    torture::SetClock(forward ? 10800 : -10800);
-    Pause(600000); // for the limits to be over, if they were not prolonged
-    for (Pending &pending : all) {
-        if (!forward && std::strcmp(pending.name, "queue") == 0)
-            continue;
-        (void)Check((pending.took >= 0) == (!pending.follows || forward),
-                    std::string(pending.name) + ": a pending wait does not follow its clock");
-        (void)Check(pending.follows || pending.took >= 299,
-                    "a wait that does not follow the wall clock is shortened");
-    }
-    (void)Check((s_ticks > before) == forward, "a timer does not follow the wall clock");
-    torture::SetClock(0);
+    Pause(200000); // from there to the sleep
+    failing_set_clock(forward ? 10800 : -10800);
+    Pause(500000); // for the limits to be over, if they were not prolonged
+    for (size_t number = 0; number < (forward ? 5 : 4); ++number)
+        (void)Check((all[number].took >= 0) == (forward || !all[number].follows) &&
+                        (all[number].follows || all[number].took >= 299),
+                    std::string(all[number].name) + ": a pending wait does not follow its clock");
+    failing_set_clock(0);
+    end = true;
     for (std::thread &thread : threads)
         thread.join();
-    (void)VYX_KillTimer(static_cast<int32_t>(timer));
-    (void)VYX_MsgQDestroyEx(queue);
-    (void)VYX_SemDestroy(&sem);
-    (void)VYX_CloseEvent(event);
+    (void)(VYX_MsgQDestroyEx(queue) + VYX_SemDestroy(&sem) + VYX_CloseEvent(event));
     ++s_figures["set while pending"];
 }
 
-rlim_t AddressSpace() {
-    std::ifstream statm("/proc/self/statm");
-    rlim_t pages = 0;
-    statm >> pages;
-    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+// At most so much of what setrlimit names, and not more than the process may have.
+void Limit(int resource, rlim_t most) {
+    struct rlimit limit = {};
+    (void)getrlimit(resource, &limit);
+    limit.rlim_cur = std::min(most, limit.rlim_max);
+    (void)setrlimit(resource, &limit);
+}
+void Wait() {
+    Pause(20000);
 }
 void LittleMemory() { // more than at the first call
-    static const rlim_t held = AddressSpace();
+    static const auto held = static_cast<rlim_t>(torture::HeldNow().addresses) * 1024;
     Limit(RLIMIT_AS, held + (24 << 20));
-    Nothing();
+    Wait();
 }
 
-void Cancellations() {
-    s_figures["cancellations"] += torture::CancelInEveryCall();
-    s_taken += torture::LinesOfCancelled();
+// Of the samples of memory since the first quarter of the time: the last quarter's least is not more than the first's.
+std::vector<long> s_samples; // KiB
+void Sample() {
+    s_samples.push_back(torture::HeldNow().kilobytes);
+    Pause(100000);
+}
+void CheckMemory() {
+    const auto quarter = static_cast<long>(s_samples.size() / 4);
+    const auto least = [&](long number) {
+        return *std::min_element(s_samples.begin() + number * quarter,
+                                 s_samples.begin() + (number + 1) * quarter);
+    };
+    if (quarter >= 50) // a few seconds
+        (void)Check(least(3) <= least(1) + least(1) / 20 + 4096,
+                    "memory grows: " + std::to_string(least(1)) + " KiB, then " + std::to_string(least(3)));
 }
 
 void NoMore() {}
 struct Storm {
     const char *name;
-    torture::Weather weather;
-    std::function<void()> blow, begin = NoMore, end = NoMore;
-    std::vector<std::string> without = {}; // works that it makes impossible
+    unsigned weather;
+    void (*blow)(), (*begin)() = NoMore, (*end)() = NoMore;
+    const char *without = ""; // the work that it makes impossible
 };
-const std::vector<Storm> &Storms() {
-    constexpr torture::Weather kStops{true}, kLittle{false, true}, kClock{false, false, true};
-    constexpr torture::Weather kInterrupted{false, false, false, true, true},
-        kSignals{false, false, false, false, true};
-    static const std::vector<Storm> storms = {
-        {"calm", {}, Nothing}, // stopped and continued from outside, for instance
-        {"restarting-signals", kSignals, Signals, [] { CatchSignals(SA_RESTART); }},
-        {"signals", kInterrupted, Signals, [] { CatchSignals(0); }},
-        {"forks", {}, Forks, NoMore, [] { Reap(0); }},
-        {"starts", kStops, StopsAndStarts, NoMore, NoMore, {"pool"}},
-        {"cancellation",
-         {},
-         Cancellations,
-         [] { torture::BeginCancellation(s_folder); },
-         torture::EndCancellation},
-        // At its end everything is over that was prolonged.
-        {"clock", kClock, ClockJumps,
-         [] { torture::SetClock(0), SetWhilePending(true), SetWhilePending(false); },
-         [] { torture::SetClock(36000); }},
-        {"descriptors", kLittle, [] { Limit(RLIMIT_NOFILE, 16), Nothing(); }, NoMore,
-         [] { Limit(RLIMIT_NOFILE, RLIM_INFINITY); }},
-        {"memory", kLittle, LittleMemory, NoMore, [] { Limit(RLIMIT_AS, RLIM_INFINITY); }},
-    };
-    return storms;
+constexpr Storm kStorms[] = {
+    {"calm", 0, Wait}, // stopped and continued from outside, for instance
+    {"restarting-signals", torture::kSignals, Signals, [] { CatchSignals(SA_RESTART); }},
+    {"signals", torture::kSignals | torture::kInterrupted, Signals, [] { CatchSignals(0); }},
+    {"forks", 0, Forks, NoMore, [] { Reap(0); }, "starts"},
+    {"starts", torture::kStops, StopsAndStarts, NoMore, NoMore, "pool"},
+    {"cancellation", torture::kCancels, Cancellations},
+    // At its end everything is over that was prolonged.
+    {"clock", torture::kClock, ClockJumps,
+     [] { failing_set_clock(0), SetWhilePending(true), SetWhilePending(false); },
+     [] { failing_set_clock(36000); }},
+    {"descriptors", torture::kLittle, [] { Limit(RLIMIT_NOFILE, 16), Wait(); }, NoMore,
+     [] { Limit(RLIMIT_NOFILE, RLIM_INFINITY); }},
+    {"memory", torture::kLittle, LittleMemory, NoMore, [] { Limit(RLIMIT_AS, RLIM_INFINITY); }},
+    {"load", torture::kLoad, Sample, [] { Limit(RLIMIT_NOFILE, 16384); }, CheckMemory},
+};
+
+// ---- The works' threads ----
+
+struct Worker {
+    explicit Worker(const Work &one) : work(&one) {}
+    const Work *work;
+    std::atomic<int64_t> rounds{0}, refused{0}, last{Milliseconds()}; // last: when a round ended
+    VYX_THREAD_T thread = VYX_INVALID_THREAD;
+};
+using Workers = std::list<Worker>;
+
+void Round(Worker &worker) {
+    bool done = false;
+    try {
+        done = worker.work->round();
+    } catch (const std::bad_alloc &) { // of this program
+        (void)Check(In(torture::kLittle), "memory is short");
+    }
+    ++(done ? worker.rounds : worker.refused);
+    worker.last = Milliseconds();
+    if (!done &&
+        Check(In(torture::kLittle | torture::kStops), worker.work->name + std::string(": not granted")))
+        Pause(1000);
 }
 
-[[noreturn]] void Hang(const Work &work) {
-    (void)Check(false, work.name + ": a round takes longer than a minute");
-    _exit(1);
+void *RunWorker(void *pWorker) {
+    do
+        Round(*static_cast<Worker *>(pWorker));
+    while (!torture::g_end);
+    return nullptr;
 }
 
-void Blow(const Storm &storm, int64_t milliseconds) {
+void LookAt(const Worker &worker) {
+    if (Milliseconds() - worker.last > (In(torture::kLoad) ? 300000 : 60000)) {
+        (void)Check(false, worker.work->name + std::string(": a round takes longer than a minute"));
+        _exit(1);
+    }
+}
+
+void RunStorm(const Storm &storm, int64_t milliseconds, Workers &workers) {
     const int64_t start = Milliseconds();
-    for (int64_t now = start; now - start < milliseconds; now = Milliseconds()) {
+    for (Worker &worker : workers)
+        worker.thread = VYX_Thread_Create(RunWorker, &worker, 0, 0, 0, 0);
+    while (Milliseconds() - start < milliseconds) {
         storm.blow();
-        for (const auto &work : s_works)
-            if (now - work->last > kHang)
-                Hang(*work);
+        for (Worker &worker : workers)
+            LookAt(worker);
     }
-    s_end = true;
+    torture::g_end = true;
     storm.end();
-    for (const auto &work : s_works) {
-        for (const int64_t end = Milliseconds();
-             work->thread != VYX_INVALID_THREAD && pthread_tryjoin_np(work->thread, nullptr) != 0;) {
-            if (Milliseconds() - end > kHang)
-                Hang(*work);
-            Pause(2000);
-        }
-    }
+    for (Worker &worker : workers)
+        for (; worker.thread != VYX_INVALID_THREAD && pthread_tryjoin_np(worker.thread, nullptr) != 0;
+             Pause(2000))
+            LookAt(worker);
 }
 
-void RunStorm(const Storm &storm, int64_t milliseconds) {
-    const torture::Held start = torture::HeldNow();
-    torture::Held before = start;
-    g_weather = storm.weather;
-    storm.begin();
-    for (const auto &work : s_works) {
-        work->last = Milliseconds();
-        work->thread = VYX_Thread_Create(RunWork, work.get(), 0, 0, 0, 0);
-    }
-    Blow(storm, milliseconds);
-    g_weather = {};
-    s_figures["lines"] = s_taken;
-    for (int again = 0; again < 2; ++again) { // in the calm everything works, and nothing grows
-        for (const auto &work : s_works)
-            (void)Round(*work);
-        (void)StopLogService(false);
-        s_logIsOff = true;
-        const torture::Held held = torture::HeldNow();
-        (void)Check(again == 0 || (held.descriptors == before.descriptors && held.threads == before.threads &&
-                                   held.names == before.names),
-                    "descriptors, threads or names stay behind");
+// In the calm everything works, and nothing stays behind.
+void CheckCalm(const Held &start, Workers &workers) {
+    Held before = start;
+    const bool little = In(torture::kLittle);
+    torture::g_weather = 0;
+    torture::Lines lines{};
+    for (int again = 0; again < 2; ++again) {
+        const Work *last = nullptr;
+        for (Worker &worker : workers)
+            if (std::exchange(last, worker.work) != worker.work)
+                Round(worker);
+        lines = torture::EndLog();
+        const Held held = torture::HeldNow();
+        (void)Check(again == 0 || (held.descriptors == before.descriptors && held.threads == before.threads),
+                    "descriptors or threads stay behind");
         before = held;
     }
-    const int64_t lines = torture::LinesOfLog(s_folder);
-    (void)Check(lines == s_taken || (storm.weather.little && lines <= s_taken),
-                "lines taken: " + std::to_string(s_taken) + ", written: " + std::to_string(lines));
-    (void)Check(before.descriptors == start.descriptors && before.names == 0,
+    (void)Check(lines.written == lines.taken || (little && lines.written <= lines.taken),
+                "lines taken: " + std::to_string(lines.taken) +
+                    ", written: " + std::to_string(lines.written));
+    (void)Check(before.descriptors == start.descriptors && before.names == start.names,
                 std::to_string(before.descriptors) + " descriptors and " + std::to_string(before.names) +
                     " names stay behind");
+    s_figures["lines"] = lines.taken;
+    s_figures["lines refused"] = lines.refused;
+    s_figures["kilobytes"] = before.kilobytes;
 }
 
-int Main(const std::string &name, double seconds, const std::vector<std::string> &works) {
-    const auto storm =
-        std::find_if(Storms().begin(), Storms().end(), [&](const Storm &s) { return s.name == name; });
-    if (storm == Storms().end())
-        return 2;
-    MakeWorks();
-    s_works.erase(std::remove_if(s_works.begin(), s_works.end(),
-                                 [&](const std::unique_ptr<Work> &work) {
-                                     const auto has = [&](const std::vector<std::string> &names) {
-                                         return std::count(names.begin(), names.end(), work->name) > 0;
-                                     };
-                                     return has(storm->without) || (!works.empty() && !has(works));
-                                 }),
-                  s_works.end());
+int Main(const Storm &storm, double seconds, const std::vector<std::string> &works) {
+    FILE *const figures = fdopen(dup(1), "w"); // standard output is a target of the log
     std::string folder = std::filesystem::temp_directory_path() / "vyx-storms-XXXXXX";
-    s_folder = std::string(mkdtemp(folder.data())) + "/";
-    std::filesystem::resize_file(
-        (std::fclose(std::fopen((s_folder + "source").c_str(), "w")), s_folder + "source"), 300000);
+    torture::g_folder = std::string(mkdtemp(folder.data())) + "/";
+    (void)std::ofstream(torture::g_folder + "source");
+    std::filesystem::resize_file(torture::g_folder + "source", 300000);
+    pthread_attr_t small{}; // stacks, of which there may be thousands
+    if (std::freopen("/dev/null", "w", stdout) == nullptr || pthread_attr_init(&small) != 0 ||
+        pthread_attr_setstacksize(&small, 262144) != 0 || pthread_setattr_default_np(&small) != 0)
+        return 2;
+    Workers workers;
+    for (const Work &work : torture::Works()) {
+        const int many = storm.weather != torture::kLoad ? 1
+                         : seconds < 60                  ? std::min(work.many, 500)
+                                                         : work.many;
+        const bool named = works.empty() || std::count(works.begin(), works.end(), work.name) > 0;
+        for (int number = 0; named && work.name != std::string(storm.without) && number < many; ++number)
+            workers.emplace_back(work);
+    }
     (void)Check(VYX_Init() == VYX_OK, "Init");
-    RunStorm(*storm, static_cast<int64_t>(seconds * 1000));
+    const Held start = torture::HeldNow();
+    torture::g_weather = storm.weather;
+    storm.begin();
+    RunStorm(storm, static_cast<int64_t>(seconds * 1000), workers);
+    for (Worker &worker : workers) {
+        (void)Check(worker.rounds > 0 || In(torture::kLittle | torture::kStops),
+                    worker.work->name + std::string(": not a single round"));
+        s_figures["rounds"] += worker.rounds;
+        s_figures["refused"] += worker.refused;
+        s_figures[worker.work->name] += worker.rounds;
+    }
+    CheckCalm(start, workers);
     VYX_HANDLE_MSGQ queue = nullptr;
     (void)Check(VYX_Fini() == VYX_OK && VYX_MsgQCreateEx(&queue) == VYX_ERROR,
                 "Fini does not stop the library");
     std::filesystem::remove_all(folder);
-    for (const auto &work : s_works) {
-        s_figures["rounds"] += work->rounds;
-        s_figures["refused"] += work->refused;
-        std::fprintf(stderr, "%s: %s: %lld rounds, %lld refused\n", storm->name, work->name.c_str(),
-                     static_cast<long long>(work->rounds), static_cast<long long>(work->refused));
-    }
-    return torture::PrintFigures(stdout, s_figures);
+    return torture::PrintFigures(figures, s_figures);
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
-    if (argc >= 3)
-        return Main(argv[1], std::atof(argv[2]), {argv + 3, argv + argc}); // NOLINT(cert-err34-c)
-    for (const Storm &storm : Storms())
+    for (const Storm &storm : kStorms)
+        if (argc >= 3 && storm.name == std::string(argv[1]))
+            return Main(storm, std::atof(argv[2]), {argv + 3, argv + argc});
+    for (const Storm &storm : kStorms)
         std::printf("%s\n", storm.name);
-    MakeWorks();
     std::printf("\n");
-    for (const auto &work : s_works)
-        std::printf("%s\n", work->name.c_str());
-    return argc == 2 ? 0 : 2;
+    for (const Work &work : torture::Works())
+        std::printf("%s\n", work.name);
+    return argc == 1 ? 0 : 2;
 }

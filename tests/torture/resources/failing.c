@@ -3,8 +3,8 @@
  * fails if it is its turn, and otherwise passes on. What gives something back (close, sem_unlink, ...) does so and
  * then reports a failure, as Linux does.
  *
- * Not here, as it cannot fail: clock_gettime for the library's clocks, and locking, unlocking and signalling what
- * only the library knows. Waits on conditions end early instead of failing, and a try of a mutex finds it taken.
+ * Never failing: clock_gettime, whose wall clock can be set, and locking, unlocking and signalling what only the
+ * library knows. Waits on conditions end early instead of failing, and a try of a mutex finds it taken.
  */
 #define _GNU_SOURCE
 #include "failing.h"
@@ -31,6 +31,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/uio.h>
 #include <time.h>
@@ -42,6 +43,7 @@ enum { MOST_OWNED = 16, MOST_RETRIES = 100 };
 
 static atomic_int s_armed, s_hits, s_error, s_calls[failing_kinds + 1];
 static atomic_long s_blocks, s_names;
+static atomic_int s_watched; /* somebody asks for s_blocks */
 static int s_kind, s_nth, s_on;
 static const void *s_owned[MOST_OWNED];
 static _Thread_local int s_spared, s_acting;
@@ -138,6 +140,7 @@ int failing_error(void) {
     return atomic_load(&s_error);
 }
 long failing_blocks(void) {
+    atomic_store(&s_watched, 1);
     return atomic_load(&s_blocks);
 }
 long failing_sem_names(void) {
@@ -172,7 +175,7 @@ static _Thread_local int s_creating;
 static _Atomic(void *) s_kept[256];
 
 static void *taken(void *block) {
-    int place = s_creating && block != NULL ? 0 : 256;
+    int place = s_creating && s_watched && block != NULL ? 0 : 256;
     for (void *none = NULL; place < 256 && !atomic_compare_exchange_strong(&s_kept[place], &none, block);
          none = NULL)
         ++place;
@@ -180,7 +183,7 @@ static void *taken(void *block) {
     return block;
 }
 static void given_back(void *block) {
-    int place = block != NULL ? 0 : 256;
+    int place = s_watched && block != NULL ? 0 : 256;
     for (void *kept = block; place < 256 && !atomic_compare_exchange_strong(&s_kept[place], &kept, NULL);
          kept = block)
         ++place;
@@ -267,6 +270,34 @@ void failing_refuse_copies(void) {
         }                                                                                                    \
     }
 
+/* The wall clock, so many seconds ahead of the system's. Waits until a moment of it are cut into slices. */
+enum { SLICE_NANOS = 5000000, NANOS = 1000000000 };
+static atomic_int s_ahead, s_clock_moves;
+void failing_set_clock(int ahead) {
+    atomic_store(&s_clock_moves, 1);
+    atomic_store(&s_ahead, ahead);
+}
+int clock_gettime(clockid_t clock, struct timespec *t) {
+    const int result = (int)syscall(SYS_clock_gettime, clock, t);
+    t->tv_sec += clock == CLOCK_REALTIME ? atomic_load(&s_ahead) : 0;
+    return result;
+}
+static int64_t nanos_until(const struct timespec *due) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return (int64_t)(due->tv_sec - now.tv_sec) * NANOS + due->tv_nsec - now.tv_nsec;
+}
+/* A moment of the system's clock, not later than that of ours. */
+static struct timespec slice_until(const struct timespec *due) {
+    const int64_t left = nanos_until(due);
+    struct timespec end;
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &end);
+    end.tv_nsec += left < SLICE_NANOS ? (left > 0 ? left : 0) : SLICE_NANOS;
+    end.tv_sec += end.tv_nsec / NANOS;
+    end.tv_nsec %= NANOS;
+    return end;
+}
+
 int pthread_create(pthread_t *t, const pthread_attr_t *a, void *(*f)(void *), void *p) {
     NEXT(pthread_create);
     if (fate_of(fails_threads, EAGAIN, 0) != passes)
@@ -303,21 +334,36 @@ static int wakes_early(pthread_mutex_t *mutex) {
     sched_yield();
     return pthread_mutex_lock(mutex);
 }
-#define ENDS_EARLY(name, parameters, arguments)                                                              \
-    int name parameters {                                                                                    \
-        NEXT(name);                                                                                          \
-        if (fate_of(fails_locks, EINVAL, 0) == passes)                                                       \
-            return next arguments;                                                                           \
-        return is_owned(c) ? EINVAL : wakes_early(m);                                                        \
-    }
-ENDS_EARLY(pthread_cond_wait, (pthread_cond_t * c, pthread_mutex_t *m), (c, m))
-ENDS_EARLY(pthread_cond_timedwait, (pthread_cond_t * c, pthread_mutex_t *m, const struct timespec *t),
-           (c, m, t))
-ENDS_EARLY(pthread_cond_clockwait,
-           (pthread_cond_t * c, pthread_mutex_t *m, clockid_t k, const struct timespec *t), (c, m, k, t))
+int pthread_cond_wait(pthread_cond_t *c, pthread_mutex_t *m) {
+    NEXT(pthread_cond_wait);
+    if (fate_of(fails_locks, EINVAL, 0) == passes)
+        return next(c, m);
+    return is_owned(c) ? EINVAL : wakes_early(m);
+}
+int pthread_cond_clockwait(pthread_cond_t *c, pthread_mutex_t *m, clockid_t k, const struct timespec *t) {
+    NEXT(pthread_cond_clockwait);
+    if (fate_of(fails_locks, EINVAL, 0) != passes)
+        return is_owned(c) ? EINVAL : wakes_early(m);
+    if (k != CLOCK_REALTIME || !atomic_load(&s_clock_moves))
+        return next(c, m, k, t);
+    const struct timespec end = slice_until(t);
+    const int result = next(c, m, k, &end);
+    return result == ETIMEDOUT && nanos_until(t) > 0 ? 0 : result;
+}
 
 FAILS(interrupts, sem_wait, (sem_t * s), (s), EINTR)
-FAILS_OR_ENDS(semaphores, sem_timedwait, (sem_t * s, const struct timespec *t), (s, t), ETIMEDOUT)
+int sem_timedwait(sem_t *s, const struct timespec *t) {
+    NEXT(sem_timedwait);
+    if (fate_of(fails_semaphores, ETIMEDOUT, INTERRUPTIBLE) != passes)
+        return -1;
+    for (;;) {
+        const struct timespec end = atomic_load(&s_clock_moves) ? slice_until(t) : *t;
+        if (next(s, &end) == 0)
+            return 0;
+        if (errno != ETIMEDOUT || nanos_until(t) <= 0)
+            return -1;
+    }
+}
 GIVES_BACK(semaphores, sem_close, (sem_t * s), (s), EINVAL)
 FAILS_OWNER(semaphores, sem_trywait, (sem_t * s), (s), s, EAGAIN)
 FAILS_OWNER(semaphores, sem_post, (sem_t * s), (s), s, EOVERFLOW)
@@ -439,8 +485,22 @@ GIVES_BACK(iconv, iconv_close, (iconv_t c), (c), EINVAL)
 
 FAILS_WITH(random, ssize_t, getrandom, (void *b, size_t n, unsigned f), (b, n, f), -1, ENOSYS, INTERRUPTIBLE)
 
-FAILS_WITH(clocks, int, gettimeofday, (struct timeval *restrict t, void *restrict z), (t, z), -1, EPERM, 0)
-FAILS_WITH(clocks, time_t, time, (time_t * t), (t), -1, EPERM, 0)
+int gettimeofday(struct timeval *restrict t, void *restrict z) {
+    NEXT(gettimeofday);
+    if (fate_of(fails_clocks, EPERM, 0) != passes || next(t, z) != 0)
+        return -1;
+    t->tv_sec += atomic_load(&s_ahead);
+    return 0;
+}
+time_t time(time_t *t) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (fate_of(fails_clocks, EPERM, 0) != passes)
+        return -1;
+    if (t != NULL)
+        *t = now.tv_sec;
+    return now.tv_sec;
+}
 FAILS_WITH(clocks, struct tm *, localtime_r, (const time_t *t, struct tm *f), (t, f), NULL, EOVERFLOW, 0)
 FAILS_WITH(clocks, struct tm *, gmtime_r, (const time_t *t, struct tm *f), (t, f), NULL, EOVERFLOW, 0)
 FAILS(interrupts, usleep, (useconds_t n), (n), EINTR)

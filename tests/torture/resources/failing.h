@@ -60,6 +60,10 @@ void failing_refuse_copies(void);
 /* Calls of the calling thread neither count nor fail from now on: it plays a part of the outside world. */
 void failing_spare(void);
 
+/* From now on this process sees the wall clock so many seconds ahead of the system's. Waits until a moment of that clock
+   follow it within 5 ms; conditions do so by waking up, which they may do at any time. */
+void failing_set_clock(int ahead);
+
 /* What is there now: blocks of memory, and names of semaphores that this process has made. */
 long failing_blocks(void);
 long failing_sem_names(void);
