@@ -116,15 +116,6 @@ TEST(AnsiTime, TruncatesTowardZero) {
     EXPECT_EQ(VYX_AnsiTimeFromTime(-1999999), -1);
 }
 
-TEST(TimeClass, NowFollowsTheClock) {
-    const int64_t iBefore = time(nullptr);
-    EXPECT_GE(vyx_time().get_time(), iBefore);
-    vyx_time old(0);
-    EXPECT_GE(old.update_time(), iBefore);
-    ExpectFields(old, old.get_time());
-    EXPECT_LE(old.get_time(), static_cast<int64_t>(time(nullptr)));
-}
-
 // Also where subtraction stops at zero, and in years that no fields can hold.
 TEST(TimeClass, FieldsFollowTheTimeUnlessItIsNegative) {
     const struct {
