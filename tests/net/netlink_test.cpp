@@ -144,7 +144,7 @@ TEST(Netlink, AdaptersAreWhatTheKernelTells) {
          {{{eth + done, 77}, {lo}, {eth, 77}, {eth + done}}, addresses},
          loText + ethText},
         {"the end of another request",
-         {{{Message(NLMSG_DONE, Raw(0), 0, 5) + lo}, {done}}, addresses},
+         {{{Message(NLMSG_DONE, Raw(0), 0, 5)}, {lo + done}}, addresses},
          loText},
         {"a list that changed", {changing, changing, {{lo + done}}, addresses}, loText, "LLLA"},
         {"a list that keeps changing",
