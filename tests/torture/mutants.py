@@ -147,7 +147,7 @@ class Tree:
         self.tests, self.starts = [], {}
         self.commands, self.used_by = {}, {}
         state = hashlib.sha256()
-        for file in sorted(f for folder in ("src", "tests", "include") for f in (self.path / folder).rglob("*")
+        for file in sorted(f for folder in ("src", "tests", "include", "fuzz") for f in (self.path / folder).rglob("*")
                            if f.is_file() and "torture" not in f.parts[-3:]):
             state.update(str(file).encode() + file.read_bytes())
         self.state = state.hexdigest()[:16]
@@ -188,7 +188,7 @@ class Tree:
             return self.command(objects[0]) and all(pool.map(self.command, objects[1:]))
 
     def prepare(self):
-        """Builds the library and all tests, and lists them."""
+        """Builds the library, all tests and the fuzz targets, which replay their corpus, and lists them."""
         (self.path / "touched").mkdir(exist_ok=True)
         for name in ("touched.cmake", "touched.cpp"):
             update(self.path / "touched" / name, (HERE / name).read_bytes())
@@ -197,12 +197,12 @@ class Tree:
             return False
         rooms = self.own or [f.parent.name for f in sorted(self.path.glob("tests/*/CMakeLists.txt"))
                              if (self.path / "src" / f.parent.name).is_dir() or f.parent.name == "conformance"]
-        if not self.make("vyx", *(f"tests/{room}/all" for room in rooms)):
+        if not self.make("vyx", "fuzz_targets", *(f"tests/{room}/all" for room in rooms)):
             return False
-        for room in rooms:
-            listed = subprocess.run(["ctest", "--test-dir", self.build / "tests" / room, "--show-only=json-v1"], check=True,
+        for folder in [*(f"tests/{room}" for room in rooms), "fuzz"]:
+            listed = subprocess.run(["ctest", "--test-dir", self.build / folder, "--show-only=json-v1"], check=True,
                                     stdout=subprocess.PIPE).stdout
-            self.tests += [Test(room, test) for test in json.loads(listed)["tests"]
+            self.tests += [Test(folder.split("/")[-1], test) for test in json.loads(listed)["tests"]
                            if test["command"][0].startswith(str(self.build))]
         return True
 
@@ -376,7 +376,7 @@ def copy_tree(work, revision):
         for name in names:
             update(work / name, (source / name).read_bytes())
             (work / name).chmod((source / name).stat().st_mode)
-        for folder in ("src", "tests", "include"):
+        for folder in ("src", "tests", "include", "fuzz"):
             for file in (work / folder).rglob("*"):
                 if file.is_file() and str(file.relative_to(work)) not in names:
                     file.unlink()
