@@ -1,4 +1,5 @@
 // Message queues: a program of operations against lists in the order of the priorities.
+#include <algorithm>
 #include <cstring>
 #include <list>
 #include <vyx/frame.h>
@@ -43,8 +44,8 @@ void SendSome(fuzz::Input *pInput, Queue *pQueue) {
     int64_t iPriority = nSpread == 0  ? static_cast<int32_t>(pInput->Pick(3))
                         : nSpread < 3 ? pInput->Number<int8_t>()
                                       : pInput->Number<int32_t>();
-    const auto iLength =
-        static_cast<int32_t>(pInput->Byte()) * 32 - 32; // -32 to 8128: below and above what is allowed
+    // -1 to 8128: below and above what is allowed.
+    const auto iLength = std::max(-1, static_cast<int32_t>(pInput->Byte()) * 32 - 32);
     const auto iStep = pInput->Number<int8_t>();
     for (unsigned n = iType % 4 == 0 ? pInput->Pick(64) : 1; n > 0; --n, iPriority += iStep)
         Send(pQueue, iType, static_cast<int32_t>(iPriority), iLength);

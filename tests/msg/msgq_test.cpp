@@ -59,14 +59,13 @@ class Receiver {
     std::thread m_thread;
 };
 
-// Whether one more sleeps now: the flag is set before hQueueLock is released, and hRecvLock is held until the receiver
+// Returns when one more sleeps: the flag is set before hQueueLock is released, and hRecvLock is held until the receiver
 // sleeps.
-bool OneMoreWaits(VYX_HANDLE_MSGQ hQueue) {
-    if (!WaitUntil([hQueue] { return hQueue->bRecvWaits.load() != 0; }))
-        return false;
+void AwaitOneMore(VYX_HANDLE_MSGQ hQueue) {
+    while (hQueue->bRecvWaits.load() == 0)
+        std::this_thread::yield();
     const LockGuard guard(hQueue->hRecvLock);
     hQueue->bRecvWaits.store(0);
-    return true;
 }
 
 // Also beside a receiver that takes it: one send wakes all.
@@ -75,9 +74,9 @@ TEST_F(MsgQueue, TimeOutZeroWaitsForASendAndLeavesIt) {
         const bool bTaken = iType % 2 != 0;
         m_hQueue->bRecvWaits.store(0); // the last look at the empty queue has left it
         Receiver watcher(m_hQueue, 0);
-        ASSERT_TRUE(OneMoreWaits(m_hQueue));
+        AwaitOneMore(m_hQueue);
         Receiver other(m_hQueue, bTaken ? -1 : 0);
-        ASSERT_TRUE(OneMoreWaits(m_hQueue));
+        AwaitOneMore(m_hQueue);
         EXPECT_FALSE(watcher.Done());
         m_hQueue->bRecvWaits.store(1);
         ASSERT_EQ(VYX_OK, Send(m_hQueue, iType));
@@ -104,9 +103,9 @@ TEST_F(MsgQueue, TimeOutCountsOverAllWakeUps) {
 TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
     for (const bool bStop : {false, true}) {
         Receiver forever(m_hQueue, -1);
-        ASSERT_TRUE(OneMoreWaits(m_hQueue));
+        AwaitOneMore(m_hQueue);
         Receiver watcher(m_hQueue, 0);
-        ASSERT_TRUE(OneMoreWaits(m_hQueue));
+        AwaitOneMore(m_hQueue);
         m_hQueue->bRecvWaits.store(1);
         ASSERT_EQ(VYX_OK, bStop ? VYX_Fini() : VYX_MsgQDestroyEx(m_hQueue));
         VYX_HANDLE_MSGQ hNext = nullptr;

@@ -17,7 +17,10 @@ int main() {
     Submit(Outer, 1);
     {
         Runner waiting([] { Submit(Count, 1); });
-        Runner late([] { Submit(Count, 0); });
+        Runner late([] {
+            for (int i = 0; i < 4; i++)
+                Submit(Count, 0);
+        });
         CHECK(VYX_ThreadPool_Destroy(g_pool) == VYX_OK);
     }
     CHECK(g_accepted == g_run && g_run >= 1);
