@@ -4,29 +4,22 @@
 
 #include "run_threads.h"
 
-struct Settings {
-    std::atomic<int> size{0};
-};
+static std::atomic<int> s_size;
+static std::atomic<std::atomic<int> *> s_settings;
 
-static std::atomic<Settings *> s_settings;
-
-static Settings *Get() {
-    Settings *settings = s_settings.load();
-    if (settings != nullptr)
-        return settings;
-    const Guard guard;
-    settings = s_settings.load();
-    if (settings == nullptr) {
-        static Settings storage;
-        settings = &storage;
-        s_settings.store(settings);
-        settings->size.store(64);
+static int Size() {
+    if (s_settings.load() == nullptr) {
+        const Guard guard;
+        if (s_settings.load() == nullptr) {
+            s_settings.store(&s_size);
+            s_size.store(64);
+        }
     }
-    return settings;
+    return s_settings.load()->load();
 }
 
 static void Use() {
-    if (Get()->size.load() != 64)
+    if (Size() != 64)
         abort();
 }
 

@@ -13,28 +13,17 @@ static int s_ring[kPlaces];
 static int s_begin;
 static int s_count;
 
-static void Put(int item) {
-    pthread_mutex_lock(&g_mutex);
-    const int count = s_count;
-    const int end = s_begin + count;
-    pthread_mutex_unlock(&g_mutex);
-    const Guard guard;
-    s_ring[end % kPlaces] = item;
-    s_count = end >= kPlaces ? count + 1 : s_count + 1; // wrapped: the old count
-}
-
-static int Get() {
-    const Guard guard;
-    const int got = s_ring[s_begin];
-    s_begin = (s_begin + 1) % kPlaces;
-    s_count--;
-    return got;
-}
-
 static void Write() {
     for (int item = 1; item <= kItems; item++) {
         sem_wait(&s_room);
-        Put(item);
+        pthread_mutex_lock(&g_mutex);
+        const int count = s_count;
+        const int end = s_begin + count;
+        pthread_mutex_unlock(&g_mutex);
+        pthread_mutex_lock(&g_mutex);
+        s_ring[end % kPlaces] = item;
+        s_count = end >= kPlaces ? count + 1 : s_count + 1; // wrapped: the old count
+        pthread_mutex_unlock(&g_mutex);
         sem_post(&s_filled);
     }
 }
@@ -42,8 +31,11 @@ static void Write() {
 static void Read() {
     for (int item = 1; item <= kItems; item++) {
         sem_wait(&s_filled);
-        if (Get() != item)
+        const Guard guard;
+        if (s_ring[s_begin] != item)
             abort();
+        s_begin = (s_begin + 1) % kPlaces;
+        s_count--;
         sem_post(&s_room);
     }
 }

@@ -31,5 +31,4 @@ int main() {
             Pass(1);
     }
     ring.Close();
-    writer.Wait();
 }

@@ -62,6 +62,7 @@ void NamedSemaphores() {
     CHECK(named != SEM_FAILED && sem_open(name, O_CREAT | O_EXCL, 0600, 1) == SEM_FAILED && errno == EEXIST);
     CHECK(sem_open(name, 0) == named && sem_close(named) == 0 && sem_unlink(name) == 0);
     CHECK(sem_unlink(name) == -1 && errno == ENOENT && sem_open(name, 0) == SEM_FAILED && errno == ENOENT);
+    CHECK(sem_open(name, O_CREAT, 0600, 0) != named && sem_unlink(name) == 0); // the first one is still open
     CHECK(sem_wait(named) == 0 && sem_trywait(named) == 0 && sem_close(named) == 0);
     CHECK(sem_open("/a/b", O_CREAT, 0600, 1) == SEM_FAILED && errno == EINVAL);
 }
@@ -107,8 +108,8 @@ void Others() {
         CHECK(pthread_rwlock_rdlock(&lock) == 0 && pthread_rwlock_tryrdlock(&lock) == 0);
         CHECK(pthread_rwlock_trywrlock(&lock) == EBUSY && pthread_rwlock_unlock(&lock) == 0);
         CHECK(pthread_rwlock_unlock(&lock) == 0 && pthread_rwlock_wrlock(&lock) == 0);
-        CHECK(pthread_spin_lock(&spin) == 0 && ++written > 0 && pthread_spin_unlock(&spin) == 0);
-        CHECK(pthread_rwlock_unlock(&lock) == 0);
+        CHECK(++written > 0 && pthread_rwlock_unlock(&lock) == 0);
+        CHECK(pthread_spin_lock(&spin) == 0 && sched_yield() == 0 && pthread_spin_unlock(&spin) == 0);
         serial += pthread_barrier_wait(&barrier) == PTHREAD_BARRIER_SERIAL_THREAD ? 1 : 0;
         CHECK(written == 2);
     };

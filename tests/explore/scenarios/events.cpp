@@ -1,5 +1,6 @@
 // Events: one set by hand, one that follows a socket, and waits for the first of them, with a limit and without; one that is
 // reset by two at once.
+#include <optional>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,7 +17,8 @@ int main() {
     {
         Runner sender([&] { CHECK(write(ends[1], "x", 1) == 1); });
         Runner setter([&] { CHECK(VYX_SetEvent(manual) == VYX_TRUE); });
-        Runner waiter([&] { CHECK(VYX_WaitForSingleObject(manual, VYX_INFINITE) == VYX_WAIT_OBJECT_0); });
+        std::optional<Runner> waiter(
+            [&] { CHECK(VYX_WaitForSingleObject(manual, VYX_INFINITE) == VYX_WAIT_OBJECT_0); });
         Runner other([&] { CHECK(VYX_ResetEvent(twice) == VYX_TRUE); });
         CHECK(VYX_ResetEvent(twice) == VYX_TRUE);
         const VYX_EVENT events[] = {manual, socket};
@@ -33,7 +35,7 @@ int main() {
                 seen[1] = true;
             } else if (result == VYX_WAIT_OBJECT_0) {
                 seen[0] = true;
-                waiter.Wait();
+                waiter.reset();
                 CHECK(VYX_ResetEvent(manual) == VYX_TRUE);
             } else {
                 CHECK(result == VYX_WAIT_TIMEOUT);

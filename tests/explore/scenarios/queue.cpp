@@ -1,8 +1,11 @@
 // Queue: two senders, two receivers, priorities. Every message arrives once, each sender's in order for one priority, and
 // long before a receiver's time is out.
+#include <atomic>
+
 #include "scenario.h"
 
 static VYX_HANDLE_MSGQ s_queue;
+static std::atomic<int> s_got[4];
 
 static void Send(int sender, int priority) {
     static thread_local VYX_MSG_BLOCK_T block;
@@ -15,7 +18,7 @@ static void Send(int sender, int priority) {
     }
 }
 
-static void Receive(int (&got)[4]) {
+static void Receive() {
     static thread_local VYX_MSG_BLOCK_T block;
     int last[2] = {-1, -1};
     for (int i = 0; i < 2; i++) {
@@ -25,21 +28,19 @@ static void Receive(int (&got)[4]) {
               block.szData[0] == block.iMsgType);
         CHECK(last[block.iMsgType / 2] < block.iMsgType);
         last[block.iMsgType / 2] = block.iMsgType;
-        got[block.iMsgType]++;
+        s_got[block.iMsgType]++;
     }
 }
 
 int main() {
     CHECK(VYX_Init() == VYX_OK && VYX_MsgQCreateEx(&s_queue) == VYX_OK);
-    int first_got[4] = {};
-    int second_got[4] = {};
     {
-        Runner first([&] { Receive(first_got); });
-        Runner second([&] { Receive(second_got); });
+        Runner first(Receive);
+        Runner second(Receive);
         Runner low([] { Send(0, 1); });
         Runner high([] { Send(1, 2); });
     }
-    for (int i = 0; i < 4; i++)
-        CHECK(first_got[i] + second_got[i] == 1);
+    for (const std::atomic<int> &got : s_got)
+        CHECK(got == 1);
     CHECK(VYX_MsgQDestroyEx(s_queue) == VYX_OK && VYX_Fini() == VYX_OK);
 }

@@ -16,21 +16,16 @@
         }                                                                                                    \
     } while (false)
 
-// A thread of the library's that runs a routine and is waited for at the end of its scope, or before.
+// A thread of the library's that runs a routine and is waited for at the end of its scope.
 class Runner {
   public:
     explicit Runner(std::function<void()> routine) : m_routine(std::move(routine)) {
         m_thread = VYX_Thread_Create(Run, this, 0, 0, 0, 0);
         CHECK(m_thread != VYX_INVALID_THREAD);
     }
-    ~Runner() { Wait(); }
+    ~Runner() { CHECK(VYX_Thread_Wait(m_thread) == VYX_OK); }
     Runner(const Runner &) = delete;
     Runner &operator=(const Runner &) = delete;
-    void Wait() {
-        if (!m_waited)
-            CHECK(VYX_Thread_Wait(m_thread) == VYX_OK);
-        m_waited = true;
-    }
 
   private:
     static void *Run(void *runner) {
@@ -40,7 +35,6 @@ class Runner {
 
     std::function<void()> m_routine;
     VYX_THREAD_T m_thread;
-    bool m_waited = false;
 };
 
 // Lets time pass; under vyx-explore, that of the virtual clock.
