@@ -54,17 +54,21 @@ void ExitInHandler() {
         s_iNext += WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%d%s", s_iNext, tail.c_str()) == 0 ? 1 : 0;
 }
 
-// A child that was made without the handlers of a fork, while the writer is busy.
-void ForkBare() {
-    const auto iChild =
-        static_cast<pid_t>(support::kThreadsAfterFork ? syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0) : fork());
-    if (iChild == 0) {
-        (void)alarm(60); // a child that cannot end dies
-        (void)VYX_Log(0, nullptr);
-        _exit(0);
+// Children that are made while the writer is busy, with the handlers of a fork and without.
+void Fork() {
+    (void)DisableTarget(kConsole);
+    WriteNumbers(2 * kLines);
+    for (const bool bBare : {false, support::kThreadsAfterFork}) {
+        const auto iChild = static_cast<pid_t>(bBare ? syscall(SYS_clone, SIGCHLD, 0, 0, 0, 0) : fork());
+        if (iChild == 0) {
+            (void)alarm(60); // a child that cannot end dies
+            Require(bBare || Write("x") == -5, "the file target is off in a child");
+            (void)VYX_Log(0, nullptr);
+            _exit(0);
+        }
+        int iStatus = 0;
+        Require(waitpid(iChild, &iStatus, 0) == iChild && iStatus == 0, "the child ends well");
     }
-    int iStatus = 0;
-    Require(waitpid(iChild, &iStatus, 0) == iChild && iStatus == 0, "the child ends well");
 }
 
 struct Way {
@@ -83,7 +87,7 @@ const Way kWays[] = {
     {"return", 0, kLines, kLines, [] {}},
     {"exit_in_thread", 0, kLines, kLines, [] { std::thread([] { std::exit(0); }).join(); }},
     {"exit_in_handler", 0, kLines, kLines, ExitInHandler},
-    {"fork_bare", 0, kLines, kLines, ForkBare},
+    {"fork", 0, 2 * kLines, kLines, Fork},
     {"abort", 128 + SIGABRT, 0, 0, [] { std::abort(); }},
     {"await_and_exec", 0, kLines, 0,
      [] {
