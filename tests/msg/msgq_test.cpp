@@ -108,17 +108,20 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
         AwaitOneMore(m_hQueue);
         m_hQueue->bRecvWaits.store(1);
         ASSERT_EQ(VYX_OK, bStop ? VYX_Fini() : VYX_MsgQDestroyEx(m_hQueue));
-        VYX_HANDLE_MSGQ hNext = nullptr;
+        EXPECT_EQ(-1, forever.Join());
+        EXPECT_EQ(-1, watcher.Join());
         if (bStop) {
             ASSERT_EQ(VYX_OK, VYX_Init());
         }
-        ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&hNext));
-        ASSERT_EQ(m_hQueue, hNext);
-        ASSERT_EQ(VYX_OK, Send(hNext, 5));
-        EXPECT_EQ(-1, forever.Join());
-        EXPECT_EQ(-1, watcher.Join());
-        EXPECT_EQ(5, Receive(hNext, 1)) << "a receiver of the destroyed queue took it";
+        ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&m_hQueue));
     }
+    Receiver late(m_hQueue, -1);
+    AwaitOneMore(m_hQueue);
+    m_hQueue->nGeneration.fetch_add(1); // before it wakes up, there is another queue in the place
+    m_hQueue->bRecvWaits.store(1);
+    ASSERT_EQ(VYX_OK, Send(m_hQueue, 5));
+    EXPECT_EQ(-1, late.Join());
+    EXPECT_EQ(5, Receive(m_hQueue, 1));
     EXPECT_EQ(VYX_ERROR, VYX_MsgQSendEx(m_hQueue, nullptr));
     EXPECT_EQ(VYX_ERROR, VYX_MsgQReceiveEx(m_hQueue, nullptr, 0));
     for (int i = 0; i < 2; ++i)
