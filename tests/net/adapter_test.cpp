@@ -189,32 +189,55 @@ TEST(Adapters, AddressesAreLinkedBehindTheLastOfEitherFamily) {
     }
 }
 
-TEST(Adapters, ShortOfMemory) {
-    auto *const pUntouched = reinterpret_cast<VYX_ADAPTER_INFO *>(8);
-    Report(Ethernet() + Loopback() + Address(4, IpMask(4, {}), Ip({1})) + Address6(4, {2}));
-    std::string results; // e: an error; else how many adapters
-    results.reserve(100);
+// What a call for a list answers with memory for no block, one, two ... until there is enough: e for an error, else how many
+// are in the list.
+template <class Node, class Ask>
+std::string AnswersWithMoreAndMoreMemory(Ask ask, int32_t (*pfnFree)(Node *pList)) {
+    auto *const pUntouched = reinterpret_cast<Node *>(8);
+    std::string answers;
+    answers.reserve(100);
     const long iBlocks = failing_memory::Alive();
-    for (int iLeft = 0; iLeft < 100 && results.find('2') == std::string::npos; ++iLeft) {
-        VYX_ADAPTER_INFO *pList = pUntouched;
-        int32_t iResult = 0;
+    while (answers.find_first_of("123456789") == std::string::npos && answers.size() < 99) {
+        Node *pList = pUntouched;
+        char cAnswer = 'e';
         {
-            const failing_memory::Limit memory(iLeft);
-            iResult = VYX_GetAdapterInfo(&pList);
+            const failing_memory::Limit memory(static_cast<int>(answers.size()));
+            cAnswer = ask(&pList) == VYX_OK ? '0' : 'e';
         }
-        EXPECT_EQ(iResult == VYX_OK, pList != pUntouched) << iLeft;
-        results += iResult != VYX_OK ? 'e' : pList == nullptr ? '0' : pList->pNext == nullptr ? '1' : '2';
-        if (iResult == VYX_OK)
-            (void)VYX_FreeAdapterInfo(pList);
-        EXPECT_EQ(failing_memory::Alive(), iBlocks) << iLeft;
+        EXPECT_EQ(cAnswer == 'e', pList == pUntouched) << answers;
+        for (const Node *p = cAnswer == 'e' ? nullptr : pList; p != nullptr; p = p->pNext)
+            ++cAnswer;
+        if (cAnswer != 'e')
+            (void)pfnFree(pList);
+        answers += cAnswer;
+        EXPECT_EQ(failing_memory::Alive(), iBlocks) << answers;
     }
-    EXPECT_TRUE(std::regex_match(results, std::regex("00eee+2")))
-        << results << ": none if the second cannot be";
+    return answers;
+}
+
+TEST(Adapters, ShortOfMemory) {
+    Report(Ethernet() + Loopback() + Address(4, IpMask(4, {}), Ip({1})) + Address6(4, {2}));
+    const std::string answers = AnswersWithMoreAndMoreMemory(VYX_GetAdapterInfo, VYX_FreeAdapterInfo);
+    EXPECT_TRUE(std::regex_match(answers, std::regex("00eee+2"))) << answers << ": none if one cannot be";
+    const long iBlocks = failing_memory::Alive();
     auto *const pAdapter = new VYX_ADAPTER_INFO();
     pAdapter->pReservedList1 = new VYX_IPADDR_STRING();
     pAdapter->pReservedList2 = new VYX_IPADDR_STRING();
     EXPECT_EQ(VYX_FreeAdapterInfo(pAdapter), 0);
     EXPECT_EQ(failing_memory::Alive(), iBlocks);
+}
+
+TEST(Resolve, ShortOfMemory) {
+    VYX_ADDRESS_INFO_T hints = {};
+    const auto answers = [&hints] {
+        return AnswersWithMoreAndMoreMemory<VYX_ADDRESS_INFO_T>(
+            [&](auto **ppList) { return VYX_GetAddressInfo("127.0.0.1", "80", &hints, ppList); },
+            VYX_FreeAddressInfo);
+    };
+    hints.iFlags = AI_NUMERICHOST | AI_CANONNAME;
+    EXPECT_TRUE(std::regex_match(answers(), std::regex("eee+[2-9]"))) << "a name and several nodes";
+    hints.iSockType = SOCK_STREAM;
+    EXPECT_EQ(answers(), "ee1");
 }
 
 TEST(MacAddress, ComparesTheRawBytes) {

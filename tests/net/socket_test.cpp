@@ -156,6 +156,7 @@ TEST(Socket, PairsReachTheirOptions) {
     EXPECT_EQ(VYX_LingerOff(socket), 0);
     EXPECT_EQ(OptionOf<linger>(socket, SOL_SOCKET, SO_LINGER).l_onoff, 0);
     EXPECT_EQ(VYX_SetTimeOut(socket, 5000, 2900) + VYX_SetTimeOut(socket, 3000, 0), 0);
+    EXPECT_EQ(VYX_SetTimeOut(socket, 3000, -1) + VYX_SetTimeOut(socket, -1, 2900), -2);
     EXPECT_EQ(OptionOf<timeval>(socket, SOL_SOCKET, SO_SNDTIMEO).tv_sec, 3);
     const auto time = OptionOf<timeval>(socket, SOL_SOCKET, SO_RCVTIMEO);
     EXPECT_TRUE(time.tv_sec == 2 && time.tv_usec < 100000)
