@@ -52,10 +52,7 @@ class Explore : public testing::Test {
         EXPECT_EQ(traces[0], traces[1]);
     }
 
-    void SkipWithout(const std::string &program) {
-        if (Run("command -v " + program).status != 0)
-            GTEST_SKIP() << program << " is not installed";
-    }
+    bool IsInstalled(const std::string &program) { return Run("command -v " + program).status == 0; }
 
     const TempDir m_folder;
 };
@@ -178,7 +175,8 @@ TEST_F(Explore, FindsOrRefuses) {
 
 // A debugger sees the program in the recorded schedule, at the line where it goes wrong.
 TEST_F(Explore, ReplaysUnderADebugger) {
-    SkipWithout("gdb");
+    if (!IsInstalled("gdb"))
+        GTEST_SKIP() << "gdb is not installed";
     Expect("--first -- last_reference", 1, "");
     const Result result =
         Run("gdb -nx -q -batch -ex 'set breakpoint pending on' -ex 'set startup-with-shell off' "
@@ -189,7 +187,8 @@ TEST_F(Explore, ReplaysUnderADebugger) {
 
 // A program that knows nothing of this library.
 TEST_F(Explore, RunsACompressor) {
-    SkipWithout("pigz");
+    if (!IsInstalled("pigz"))
+        GTEST_SKIP() << "pigz is not installed";
     support::WriteFile(m_folder / "text", std::string(300000, 'x'));
     Expect("--schedules 30 -- pigz -p 3 -b 32 -f -k text", 0, "threads at most 5");
     EXPECT_EQ(Run("gzip -dc text.gz | cmp - text").status, 0);

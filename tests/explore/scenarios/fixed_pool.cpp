@@ -16,9 +16,9 @@ static void *Waiting(void *) {
     return nullptr;
 }
 
-int main() {
+int main(int argc, char ** /*argv*/) { // with an argument: one worker instead of two
     CHECK(VYX_Init() == VYX_OK);
-    g_pool = VYX_ThreadPool_Create(1, 2);
+    g_pool = VYX_ThreadPool_Create(1, argc > 1 ? 1 : 2);
     CHECK(g_pool != nullptr);
     {
         const auto submit = [] {
