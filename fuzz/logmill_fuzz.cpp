@@ -18,11 +18,7 @@
 
 namespace {
 
-struct Stored {
-    int32_t iLine;
-    std::string sText;
-    bool operator==(const Stored &other) const { return iLine == other.iLine && sText == other.sText; }
-};
+using Stored = std::pair<int32_t, std::string>; // a line's number and text
 
 struct Sender {
     std::string sBytes;
@@ -33,7 +29,7 @@ struct Sender {
     std::string sName = {}; // under which the log was told the lines
     std::vector<Stored> stored = {};
 };
-Sender *s_pSender = nullptr;
+Sender s_sender;
 
 // Greeting, name and line feed are taken off the text. False if it is no sender's.
 bool Greet(std::string *pText, std::string *pName) {
@@ -66,18 +62,16 @@ std::vector<Stored> Expected(std::string sText, bool bTorn, int32_t *pLines) {
 
 extern "C" {
 ssize_t __wrap_recv(int /*iSocket*/, void *pBytes, size_t nLen, int /*iFlags*/) {
-    Sender &sender = *s_pSender;
-    const size_t nCount = std::min({nLen, sender.nPiece, sender.sBytes.size() - sender.nAt});
-    std::copy_n(sender.sBytes.begin() + static_cast<std::ptrdiff_t>(sender.nAt), nCount,
-                static_cast<char *>(pBytes));
-    sender.nAt += nCount;
-    if (nCount > 0 || !sender.bTorn)
+    const size_t nCount =
+        s_sender.sBytes.copy(static_cast<char *>(pBytes), std::min(nLen, s_sender.nPiece), s_sender.nAt);
+    s_sender.nAt += nCount;
+    if (nCount > 0 || !s_sender.bTorn)
         return static_cast<ssize_t>(nCount);
     errno = ECONNRESET;
     return -1;
 }
 ssize_t __wrap_send(int /*iSocket*/, const void *pBytes, size_t nLen, int /*iFlags*/) {
-    s_pSender->sAnswer.append(static_cast<const char *>(pBytes), nLen);
+    s_sender.sAnswer.append(static_cast<const char *>(pBytes), nLen);
     return static_cast<ssize_t>(nLen);
 }
 int __wrap_poll(struct pollfd *pFds, nfds_t /*nFds*/, int /*iTimeOut*/) {
@@ -98,8 +92,8 @@ int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, con
     va_start(args, szFormat);
     sText.resize(static_cast<size_t>(std::vsnprintf(sText.data(), sText.size(), szFormat, args)));
     va_end(args);
-    s_pSender->sName = szFile;
-    s_pSender->stored.push_back({iLine, sText});
+    s_sender.sName = szFile;
+    s_sender.stored.push_back({iLine, sText});
     return 0;
 }
 }
@@ -109,10 +103,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     static const bool s_bStarted = VYX_Init() == VYX_OK;
     REQUIRE(s_bStarted);
     fuzz::Input input(pData, nSize);
-    Sender sender{"", 1 + size_t{input.Byte()} * input.Byte(), input.Pick(2) != 0};
+    s_sender = {"", 1 + size_t{input.Byte()} * input.Byte(), input.Pick(2) != 0};
     for (const char c : input.Rest()) // long lines of short inputs
-        sender.sBytes.append(c == '\x01' ? 950 : 1, c == '\x01' ? 'x' : c);
-    s_pSender = &sender;
+        s_sender.sBytes.append(c == '\x01' ? 950 : 1, c == '\x01' ? 'x' : c);
     int sockets[2] = {-1, -1};
     REQUIRE(socketpair(AF_UNIX, SOCK_STREAM, 0, sockets) == 0);
     {
@@ -125,12 +118,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         collector.GetStore().Close();
     }
     (void)close(sockets[1]);
-    std::string sText = sender.sBytes;
+    std::string sText = s_sender.sBytes;
     std::string sName;
     int32_t iLines = 0;
     const bool bSender = Greet(&sText, &sName);
-    REQUIRE(sender.stored == (bSender ? Expected(sText, sender.bTorn, &iLines) : std::vector<Stored>()));
-    REQUIRE(sender.sAnswer == (bSender ? "STORED " + std::to_string(iLines) + "\n" : ""));
-    REQUIRE(sender.stored.empty() || sender.sName == sName);
+    REQUIRE(s_sender.stored == (bSender ? Expected(sText, s_sender.bTorn, &iLines) : std::vector<Stored>()));
+    REQUIRE(s_sender.sAnswer == (bSender ? "STORED " + std::to_string(iLines) + "\n" : ""));
+    REQUIRE(s_sender.stored.empty() || s_sender.sName == sName);
     return 0;
 }
