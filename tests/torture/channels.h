@@ -29,8 +29,9 @@ class Channel {
 struct ChannelKind {
     const char *name;
     std::unique_ptr<Channel> (*make)();
-    int many = 1;     // pairs of channels at once under load
-    int partners = 1; // threads at the far side of a pair
+    int many = 1;      // pairs of channels at once under load
+    int partners = 1;  // threads at the far side of a pair
+    bool alone = true; // a turn that is given waits for nobody
 };
 constexpr int kMostPartners = 3;
 extern const std::vector<ChannelKind> kChannelKinds;

@@ -81,7 +81,7 @@ int Child() {
         return 1;
     for (size_t number = 0; number < kWorks.size(); ++number)
         for (const Work &work : torture::Works())
-            if (work.name == std::string(kWorks[number]) && (!work.round() || torture::Findings() > 0))
+            if (work.name == kWorks[number] && (!work.round() || torture::Findings() > 0))
                 return static_cast<int>(2 + number);
     return 0;
 }
@@ -134,11 +134,10 @@ void CancelIn(const Work &work) {
     for (const int64_t start = Milliseconds(); pthread_tryjoin_np(thread, &result) != 0; Pause(200)) {
         if (Milliseconds() - start > 10000)
             (void)pthread_cancel(thread); // a round may make fewer calls
-        if (Milliseconds() - start > 60000 &&
-            !Check(false, work.name + std::string(": cancelled, and goes on")))
+        if (Milliseconds() - start > 60000 && !Check(false, work.name + ": cancelled, and goes on"))
             _exit(1);
     }
-    (void)Check(result == PTHREAD_CANCELED, work.name + std::string(": not cancelled"));
+    (void)Check(result == PTHREAD_CANCELED, work.name + ": not cancelled");
     ++s_figures["cancellations"];
 }
 void Cancellations() {
@@ -288,8 +287,7 @@ void Round(Worker &worker) {
     }
     ++(done ? worker.rounds : worker.refused);
     worker.last = Milliseconds();
-    if (!done &&
-        Check(In(torture::kLittle | torture::kStops), worker.work->name + std::string(": not granted")))
+    if (!done && Check(In(torture::kLittle | torture::kStops), worker.work->name + ": not granted"))
         Pause(1000);
 }
 
@@ -302,7 +300,7 @@ void *RunWorker(void *pWorker) {
 
 void LookAt(const Worker &worker) {
     if (Milliseconds() - worker.last > (In(torture::kLoad) ? 300000 : 60000)) {
-        (void)Check(false, worker.work->name + std::string(": a round takes longer than a minute"));
+        (void)Check(false, worker.work->name + ": a round takes longer than a minute");
         _exit(1);
     }
 }
@@ -368,7 +366,7 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
                          : seconds < 60                  ? std::min(work.many, 500)
                                                          : work.many;
         const bool named = works.empty() || std::count(works.begin(), works.end(), work.name) > 0;
-        for (int number = 0; named && work.name != std::string(storm.without) && number < many; ++number)
+        for (int number = 0; named && work.name != storm.without && number < many; ++number)
             workers.emplace_back(work);
     }
     (void)Check(VYX_Init() == VYX_OK, "Init");
@@ -378,7 +376,7 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
     RunStorm(storm, static_cast<int64_t>(seconds * 1000), workers);
     for (Worker &worker : workers) {
         (void)Check(worker.rounds > 0 || In(torture::kLittle | torture::kStops),
-                    worker.work->name + std::string(": not a single round"));
+                    worker.work->name + ": not a single round");
         s_figures["rounds"] += worker.rounds;
         s_figures["refused"] += worker.refused;
         s_figures[worker.work->name] += worker.rounds;
@@ -401,6 +399,6 @@ int main(int argc, char **argv) {
         std::printf("%s\n", storm.name);
     std::printf("\n");
     for (const Work &work : torture::Works())
-        std::printf("%s\n", work.name);
+        std::printf("%s\n", work.name.c_str());
     return argc == 1 ? 0 : 2;
 }

@@ -100,19 +100,23 @@ void *Partner(void *pPair) {
     return nullptr;
 }
 
-bool TakeTurns(const ChannelKind &kind) {
+// Alone: a thread takes the turns that it gives, so that hardly a call waits.
+bool TakeTurns(const ChannelKind &kind, bool alone) {
     Pair pair{kind.name, kind.make(), kind.make()};
     bool done = false;
     const Finally close([&] { pair.Close(done); });
     done = !pair.there->granted || !pair.back->granted;
     if (done)
         return false;
-    for (; pair.threads < static_cast<size_t>(kind.partners); ++pair.threads) {
+    for (int turn = 0; alone && turn < 10 * kTurns; ++turn)
+        if (!pair.Give(*pair.there) || !pair.Take(*pair.there))
+            return false;
+    for (; !alone && pair.threads < static_cast<size_t>(kind.partners); ++pair.threads) {
         pair.partners[pair.threads] = VYX_Thread_Create(Partner, &pair, 0, 0, 0, 0);
         if (pair.partners[pair.threads] == VYX_INVALID_THREAD)
             return false;
     }
-    for (int turn = 0; turn < kTurns; ++turn) {
+    for (int turn = 0; !alone && turn < kTurns; ++turn) {
         for (size_t thread = 0; thread < pair.threads; ++thread)
             if (!pair.Give(*pair.there))
                 return false;
@@ -305,6 +309,18 @@ bool Small() { // a call or two each
            listed && directory != nullptr;
 }
 
+bool Make() {
+    for (int turn = 0; turn < kTurns; ++turn) {
+        BeforeCall();
+        VYX_SEM_T sem = nullptr;
+        const bool made = VYX_SemCreate(&sem, 1) == VYX_OK && VYX_SemDestroy(&sem) == VYX_OK;
+        const VYX_EVENT event = VYX_CreateEvent(1);
+        if (event == nullptr || !Check(VYX_CloseEvent(event) == VYX_TRUE, "CloseEvent") || !made)
+            return false;
+    }
+    return true;
+}
+
 bool Starts() { // counted only
     for (int turn = 0; turn < 1000; ++turn) {
         BeforeCall();
@@ -324,11 +340,14 @@ const std::vector<Work> &Works() {
     static const std::vector<Work> works = [] {
         std::vector<Work> all;
         for (const ChannelKind &kind : kChannelKinds)
-            all.push_back({kind.name, [&kind] { return TakeTurns(kind); }, kind.many});
+            all.push_back({kind.name, [&kind] { return TakeTurns(kind, false); }, kind.many});
+        for (const ChannelKind &kind : kChannelKinds)
+            if (kind.alone)
+                all.push_back({kind.name + std::string("-alone"), [&kind] { return TakeTurns(kind, true); }});
         for (const Work &work :
              {Work{"mutex", Mutex}, Work{"pool", FixedPool, VYX_MAX_THREADPOOLS},
               Work{"flexible-pool", FlexiblePool}, Work{"timer", Timer, VYX_MAX_TIMERS}, Work{"log", Log, 4},
-              Work{"copy", CopyFile}, Work{"small", Small}, Work{"starts", Starts}})
+              Work{"copy", CopyFile}, Work{"small", Small}, Work{"make", Make}, Work{"starts", Starts}})
             all.push_back(work);
         return all;
     }();

@@ -31,7 +31,7 @@ extern std::atomic<bool> g_end; // rounds are to end
 extern std::string g_folder;    // for files
 
 struct Work {
-    const char *name;
+    std::string name;
     std::function<bool()> round; // false: the system did not grant what it needs
     int many = 1;                // at once under load
 };

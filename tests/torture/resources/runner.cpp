@@ -1,24 +1,23 @@
 // Runs a scenario with failures, each run in a child process.
-//   torture_resources                               the names of the scenarios
-//   torture_resources SCENARIO --short | --full     the first failure of each kind, or all of them; prints figures as JSON
-//   torture_resources SCENARIO KIND N [on] [warm]   one run, with its output; on: all calls from the N-th on fail; warm: a
-//                                                   run without failures goes before
+//   torture_resources                         the names of the scenarios
+//   torture_resources SCENARIO MOST [KIND]    the first MOST failures of each kind, or of one kind with their output; prints
+//                                             figures as JSON. Each alone and with all after it, at first and after a run
+//                                             without failures ("warm")
 // Exit status: 0 nothing was found, 1 findings, on standard error.
 #include "scenario.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <set>
 #include <sys/mman.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
+
+#include "torture/torture.h"
 
 namespace {
 
@@ -38,19 +37,12 @@ struct Called {
     int nReached;
 };
 
-// What a process has of what can be left behind.
-struct Holdings {
-    long nBlocks, nDescriptors, nThreads, nNames;
-    // Fewer is no leak: what failed once need not be tried again.
-    bool IsWithin(const Holdings &other) const {
-        return nBlocks <= other.nBlocks && nDescriptors <= other.nDescriptors && nThreads <= other.nThreads &&
-               nNames <= other.nNames;
-    }
-};
+// What can be left behind.
+enum Holding { kBlocks, kDescriptors, kThreads, kNames, kHoldings };
 
 // What a child tells its parent, in memory that both have.
 struct Report {
-    Holdings holdings;
+    long nHeld[kHoldings];
     int nCalls[failing_kinds + 1];
     Called called[kMostFunctions];
     size_t nCalled;
@@ -66,8 +58,7 @@ struct Run {
 Report *s_pReport; // the child's
 Run s_run;         // likewise
 long s_nInherited; // blocks of memory, from the parent
-int s_nRuns;       // the parent's
-int s_nFindings;   // likewise
+int64_t s_nRuns;   // the parent's
 int s_iRound;      // 0, 1, ...
 int s_iFailing;    // the round with failures
 int s_iHitsBefore; // the last call
@@ -90,100 +81,81 @@ void Leave() {
     s_iReachedBefore = nReached;
 }
 
-long CountEntries(const char *szFolder) {
-    const std::filesystem::directory_iterator all(szFolder);
-    return std::distance(begin(all), end(all));
-}
-
-Holdings Held() {
-    return {failing_blocks() - s_nInherited, CountEntries("/proc/self/fd"), CountEntries("/proc/self/task"),
-            failing_sem_names()};
-}
-
 // What is held when the scenario's threads have gone, as they all do.
-Holdings Settled() {
-    for (int i = 0; i < kSettleMillis && CountEntries("/proc/self/task") > 1; ++i)
-        std::this_thread::sleep_for(
-            std::chrono::milliseconds(1)); // no condition tells that a detached thread is gone
-    return Held();
-}
-
-std::string Text(const Holdings &held) {
-    return std::to_string(held.nBlocks) + " blocks, " + std::to_string(held.nDescriptors) + " descriptors, " +
-           std::to_string(held.nThreads) + " threads, " + std::to_string(held.nNames) + " names";
+void Settle(long (&nHeld)[kHoldings]) {
+    torture::Held held = torture::HeldNow();
+    for (int i = 0; i < kSettleMillis && held.threads > 1; ++i, held = torture::HeldNow())
+        torture::Pause(1000); // no condition tells that a detached thread is gone
+    nHeld[kBlocks] = failing_blocks() - s_nInherited;
+    nHeld[kDescriptors] = held.descriptors;
+    nHeld[kThreads] = held.threads;
+    nHeld[kNames] = held.names;
 }
 
 // The child: runs the scenario, and compares what it holds with what it held when nothing failed.
-void RunScenario(const Holdings *pExpected) {
+void RunScenario(const Report *pClean) {
     s_iFailing = s_run.bWarm ? 1 : 0;
-    const int iRounds = s_iFailing + 2;
-    for (s_iRound = 0; s_iRound < iRounds; ++s_iRound)
+    for (s_iRound = 0; s_iRound < s_iFailing + 2; ++s_iRound)
         s_run.pScenario->fnRun();
-    if (pExpected == nullptr) { // without failures: another round changes nothing
-        s_pReport->holdings = Settled();
+    if (pClean == nullptr) { // without failures: another round changes nothing
+        Settle(s_pReport->nHeld);
         s_run.pScenario->fnRun();
-        pExpected = &s_pReport->holdings;
+        pClean = s_pReport;
     }
-    const Holdings held = Settled();
-    if (!held.IsWithin(*pExpected))
-        Find("leaves " + Text(held) + " instead of " + Text(*pExpected));
+    long nHeld[kHoldings];
+    Settle(nHeld);
+    constexpr const char *kNamesOf[] = {"blocks", "descriptors", "threads", "names"};
+    for (int i = 0; i < kHoldings; ++i)
+        if (nHeld[i] > pClean->nHeld[i]) // fewer is no leak: what failed once need not be tried again
+            Find("leaves " + std::to_string(nHeld[i]) + " " + kNamesOf[i] + " instead of " +
+                 std::to_string(pClean->nHeld[i]));
 }
 
-[[noreturn]] void Child(const Run &run, const Holdings *pExpected, Report *pReport, bool bShow) {
+[[noreturn]] void Child(const Run &run, const Report *pClean, Report *pReport, bool bShow) {
     s_pReport = pReport;
     s_run = run;
     alarm(kLimit);
-    if (!bShow) {
-        const int fd = open("/dev/null", O_RDWR);
-        for (int i = 0; i < 3; ++i)
-            (void)dup2(fd, i);
-        (void)close(fd);
-    }
+    const int fd = open("/dev/null", O_RDWR);
+    for (int i = 0; i < 3 && !bShow; ++i)
+        (void)dup2(fd, i);
+    (void)close(fd);
     (void)std::puts(""); // which takes the stream's buffer
     s_nInherited = failing_blocks();
     try {
-        RunScenario(pExpected);
+        RunScenario(pClean);
     } catch (const std::exception &error) {
         Find(LastCall() + " throws " + error.what());
     }
     _exit(0);
 }
 
-std::string EndOf(int iStatus) {
-    if (WIFSIGNALED(iStatus))
-        return WTERMSIG(iStatus) == SIGALRM ? "does not end"
-                                            : std::string("dies: ") + strsignal(WTERMSIG(iStatus));
-    return WEXITSTATUS(iStatus) == 0 ? "" : "exits with status " + std::to_string(WEXITSTATUS(iStatus));
-}
-
-std::string Text(const Run &run) {
-    std::string text =
-        std::string(run.pScenario->szName) + ' ' + kKinds[run.iKind] + ' ' + std::to_string(run.iNth);
-    return text + (run.bOn ? " on" : "") + (run.bWarm ? " warm" : "");
-}
-
-// Runs it in a child. *pExpected: what may be held at its end; null if nothing fails, and the report tells it.
-Report RunChild(const Run &run, const Holdings *pExpected, bool bShow = false) {
+// Runs it in a child. pClean: the report without failures, which tells what may be held at its end; null to make it.
+Report RunChild(const Run &run, const Report *pClean, bool bShow = false) {
     static auto *const pReport = static_cast<Report *>(
         mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     *pReport = {};
     const pid_t pid = fork();
     if (pid == 0)
-        Child(run, pExpected, pReport, bShow);
+        Child(run, pClean, pReport, bShow);
     int iStatus = 0;
     (void)waitpid(pid, &iStatus, 0);
     ++s_nRuns;
-    const std::string end = EndOf(iStatus);
-    if (!end.empty() || pReport->szFinding[0] != '\0') {
-        ++s_nFindings;
-        std::fprintf(stderr, "finding: %s: %s %s\n", Text(run).c_str(), end.c_str(), pReport->szFinding);
-    }
+    const std::string end = iStatus == 0            ? ""
+                            : !WIFSIGNALED(iStatus) ? "exits with " + std::to_string(WEXITSTATUS(iStatus))
+                            : WTERMSIG(iStatus) == SIGALRM
+                                ? "does not end"
+                                : std::string("dies: ") + strsignal(WTERMSIG(iStatus));
+    (void)torture::Check(end.empty() && pReport->szFinding[0] == '\0',
+                         std::string(run.pScenario->szName) + ' ' + kKinds[run.iKind] + ' ' +
+                             std::to_string(run.iNth) + (run.bOn ? " on" : "") + (run.bWarm ? " warm" : "") +
+                             ": " + end + pReport->szFinding);
     return *pReport;
 }
 
 // The figures: what was called, with its calls of the platform, and the kinds of these.
 void TellFigures(const Scenario &scenario, const Report &clean) {
-    std::printf("{\"runs\": %d, \"findings\": %d, \"plain\": %s, \"kinds\": [\"any\"", s_nRuns, s_nFindings,
+    std::printf("{\"runs\": %lld, \"findings\": %d, \"plain\": %s, \"kinds\": [\"any\"",
+                static_cast<long long>(s_nRuns), torture::Findings(),
                 scenario.bReachesNothing ? "true" : "false");
     for (int iKind = 0; iKind < failing_kinds; ++iKind)
         if (clean.nCalls[iKind] > 0)
@@ -194,28 +166,18 @@ void TellFigures(const Scenario &scenario, const Report &clean) {
     std::puts("}}");
 }
 
-void RunFailures(const Scenario &scenario, int nMostNth) {
+void RunFailures(const Scenario &scenario, int nMostNth, const char *szKind) {
     const Report clean = RunChild({&scenario, 0, 0, false, false}, nullptr);
     for (int iKind = 0; iKind < failing_kinds; ++iKind) {
         const bool bLimit = iKind == fails_mappings || iKind == fails_openings;
         const int nCalls = clean.nCalls[bLimit ? failing_kinds : iKind];
-        for (int iNth = 1; iNth <= std::min(nCalls, nMostNth); ++iNth)
-            for (const bool bOn : {false, true})
-                for (const bool bWarm : {false, true})
-                    (void)RunChild({&scenario, iKind, iNth, bOn, bWarm}, &clean.holdings);
+        const bool bWanted = szKind == nullptr || std::strcmp(szKind, kKinds[iKind]) == 0;
+        for (int iNth = 1; bWanted && iNth <= std::min(nCalls, nMostNth); ++iNth)
+            for (const int iForm : {0, 1, 2, 3})
+                (void)RunChild({&scenario, iKind, iNth, iForm % 2 == 1, iForm > 1}, &clean,
+                               szKind != nullptr);
     }
     TellFigures(scenario, clean);
-}
-
-void RunOne(const Scenario &scenario, char **pArgs, int nArgs) {
-    const auto *const pKind = std::find(std::begin(kKinds), std::end(kKinds), std::string(pArgs[2]));
-    const std::set<std::string> words(pArgs + 4, pArgs + nArgs);
-    const Report clean = RunChild({&scenario, 0, 0, false, false}, nullptr);
-    for (size_t i = 0; i < clean.nCalled; ++i)
-        std::printf("%s: %d calls\n", clean.called[i].szFunction, clean.called[i].nReached);
-    (void)RunChild({&scenario, static_cast<int>(pKind - kKinds), std::atoi(pArgs[3]), words.count("on") != 0,
-                    words.count("warm") != 0},
-                   &clean.holdings, true);
 }
 
 } // namespace
@@ -291,29 +253,21 @@ bool torture::Must(bool bHolds, const char *szCondition, int iLine) {
 }
 
 int main(int nArgs, char **pArgs) {
-    std::vector<Scenario> scenarios;
-    for (const auto *pTable :
-         {&torture::kSyncScenarios, &torture::kServiceScenarios, &torture::kSystemScenarios,
-          &torture::kNetScenarios, &torture::kPlainScenarios})
-        scenarios.insert(scenarios.end(), pTable->begin(), pTable->end());
-    const auto it = std::find_if(scenarios.begin(), scenarios.end(), [=](const Scenario &scenario) {
-        return nArgs > 2 && std::strcmp(scenario.szName, pArgs[1]) == 0;
-    });
-    for (size_t i = 0; nArgs == 1 && i < scenarios.size(); ++i)
-        std::puts(scenarios[i].szName);
-    if (it == scenarios.end())
-        return nArgs == 1 ? 0 : 2;
     // A file of a zone that cannot be read is the C library's matter.
     (void)setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     std::string folder = (std::filesystem::temp_directory_path() / "vyx_torture_XXXXXX").string();
     if (mkdtemp(folder.data()) == nullptr)
         return 77;
     std::filesystem::current_path(folder);
-    if (nArgs == 3)
-        RunFailures(*it, pArgs[2] == std::string("--short") ? 1 : 100); // of a loop's calls the first ones
-    else
-        RunOne(*it, pArgs, nArgs);
+    for (const auto *pTable :
+         {&torture::kSyncScenarios, &torture::kServiceScenarios, &torture::kSystemScenarios,
+          &torture::kNetScenarios, &torture::kPlainScenarios})
+        for (const Scenario &scenario : *pTable)
+            if (nArgs == 1)
+                std::puts(scenario.szName);
+            else if (nArgs > 2 && std::strcmp(scenario.szName, pArgs[1]) == 0)
+                RunFailures(scenario, std::atoi(pArgs[2]), pArgs[3]);
     std::filesystem::current_path("/");
     std::filesystem::remove_all(folder);
-    return s_nFindings == 0 ? 0 : 1;
+    return torture::Findings() == 0 && (nArgs == 1 || s_nRuns > 0) ? 0 : 1;
 }
