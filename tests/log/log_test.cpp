@@ -231,8 +231,10 @@ TEST_F(Log, FullRingDropsLinesAndKeepsThoseTaken) {
             const int32_t iResult = Write(textOf(nTaken));
             results.insert(iResult);
             nTaken += iResult == 0 ? 1 : 0;
-            nFull += iResult == 0 ? 0 : 1;
-            if (nFull == 100 && !reader.joinable())
+            if (iResult == 0)
+                continue;
+            std::this_thread::yield();
+            if (++nFull == 100)
                 reader = std::thread([&] {
                     char buffer[5000];
                     for (ssize_t iRead = 0; (iRead = read(fds[0], buffer, sizeof buffer)) > 0;)
