@@ -13,9 +13,9 @@
 #include <vyx/vyx.h>
 
 #include "description.h"
-#include "folder.h"
 #include "input.h"
 #include "print.h"
+#include "support/temp_dir.h"
 
 extern "C" char __executable_start, _end; // of this program, by the linker
 
@@ -108,7 +108,7 @@ size_t BaseCore::OffsetOf(uint64_t nAddress) const {
 }
 
 void BaseCore::AddHead() {
-    static const fuzz::Folder s_folder;
+    static const support::TempDir s_folder("/dev/shm");
     const std::string sImage = s_folder / "image"; // nobody may wait for what the core names
     REQUIRE(mkfifo(sImage.c_str(), 0600) == 0);
     const size_t nImage = OffsetOf(AddressOf(&__executable_start));

@@ -5,8 +5,8 @@
 #include <vector>
 #include <vyx/log.h>
 
-#include "folder.h"
 #include "input.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
 }
 
 // The files by their numbers.
-std::map<int, std::filesystem::path> Files(const fuzz::Folder &folder) {
+std::map<int, std::filesystem::path> Files(const support::TempDir &folder) {
     std::map<int, std::filesystem::path> files;
     for (const auto &entry : std::filesystem::directory_iterator(folder / "")) {
         int iNumber = 0;
@@ -73,8 +73,9 @@ void HideTime(std::string *pLine) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
-    static const fuzz::Folder s_folder;
-    s_folder.Empty();
+    static const support::TempDir s_folder("/dev/shm");
+    for (const auto &file : Files(s_folder))
+        std::filesystem::remove(file.second);
     fuzz::Input input(pData, nSize);
     const uint32_t nLimit = input.Byte() * 16;
     const auto iThreshold = static_cast<int32_t>(input.Pick(5));
@@ -90,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
         const bool bWorking = iNumber == files.rbegin()->first;
         REQUIRE(path.filename() == "vyx_log_" + std::to_string(iNumber) + (bWorking ? "_w.log" : ".log"));
         std::filesystem::permissions(path, std::filesystem::perms::owner_read);
-        const std::string sContent = fuzz::ReadFile(path);
+        const std::string sContent = support::ReadFile(path);
         REQUIRE(iNumber == files.begin()->first || files.count(iNumber - 1) != 0);
         size_t nAt = 0;
         for (; nAt < sContent.size(); nAt += itLine++->size()) {

@@ -13,8 +13,8 @@
 
 #include "collector.h"
 #include "connection.h"
-#include "folder.h"
 #include "input.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -99,7 +99,7 @@ int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, con
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
-    static const fuzz::Folder s_folder;
+    static const support::TempDir s_folder("/dev/shm");
     static const bool s_bStarted = VYX_Init() == VYX_OK;
     REQUIRE(s_bStarted);
     fuzz::Input input(pData, nSize);

@@ -1,13 +1,13 @@
 // Stands in for libFuzzer where there is none: runs a target with each file of its corpus and then, up to -runs=N, with
-// inputs made from these by a few random changes. The same -seed=N makes the same inputs. Other options are ignored.
+// inputs made from these by a few random changes. Each run makes the same. Other options are ignored.
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <random>
 #include <vector>
 
-#include "folder.h"
 #include "input.h"
+#include "support/temp_dir.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize);
 
@@ -58,17 +58,15 @@ void Change(const std::vector<Bytes> &corpus, size_t nMost, std::mt19937 *pRando
 int main(int argc, char **argv) {
     size_t nRuns = 0;
     size_t nMost = 4096;
-    size_t nSeed = 1;
     std::vector<Bytes> corpus(1); // an empty one
     for (int i = 1; i < argc; ++i) {
         const std::string sArgument = argv[i];
         nRuns = Option(sArgument, "-runs=", nRuns);
         nMost = Option(sArgument, "-max_len=", nMost);
-        nSeed = Option(sArgument, "-seed=", nSeed);
         if (sArgument[0] == '-' || !std::filesystem::is_directory(sArgument))
             continue;
         for (const auto &file : std::filesystem::directory_iterator(sArgument)) {
-            const std::string sBytes = fuzz::ReadFile(file.path());
+            const std::string sBytes = support::ReadFile(file.path());
             corpus.emplace_back(sBytes.begin(), sBytes.end());
         }
     }
@@ -79,7 +77,7 @@ int main(int argc, char **argv) {
         s_input = corpus[nDone];
         Run();
     }
-    for (std::mt19937 random(static_cast<uint32_t>(nSeed)); nDone < nRuns; ++nDone) {
+    for (std::mt19937 random(1); nDone < nRuns; ++nDone) {
         s_input = corpus[random() % corpus.size()];
         Change(corpus, nMost, &random);
         Run();

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "support/support.h"
 #include "support/temp_dir.h"
 #include <vyx/log.h>

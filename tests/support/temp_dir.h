@@ -9,13 +9,12 @@
 #include <stdlib.h>
 #include <string>
 
-#include <gtest/gtest.h>
-
 namespace support {
 
 class TempDir {
   public:
-    explicit TempDir(const std::string &parent = testing::TempDir()) : m_path(parent + "/vyx_test_XXXXXX") {
+    explicit TempDir(const std::string &parent = std::filesystem::temp_directory_path().string())
+        : m_path(parent + "/vyx_test_XXXXXX") {
         if (mkdtemp(m_path.data()) == nullptr)
             throw std::runtime_error("no folder for the test in " + parent);
     }
