@@ -1,6 +1,5 @@
 // Stands in for libFuzzer where there is none: runs a target with each file of its corpus and then, up to -runs=N, with
 // inputs made from these by a few random changes. Each run makes the same. Other options are ignored.
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <random>
@@ -15,14 +14,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 Bytes s_input; // of this moment
-
-// An input that brings the target down is printed before the process ends.
-void PrintInput(int) {
-    std::fputs("input: ", stderr);
-    for (const uint8_t byte : s_input)
-        std::fprintf(stderr, "\\x%02x", byte);
-    std::fputc('\n', stderr);
-}
 
 size_t Option(const std::string &sArgument, const char *szName, size_t nDefault) {
     const size_t nName = std::strlen(szName);
@@ -71,7 +62,6 @@ int main(int argc, char **argv) {
         }
     }
     std::sort(corpus.begin(), corpus.end()); // folders have no order
-    (void)std::signal(SIGABRT, PrintInput);
     size_t nDone = 0;
     for (; nDone < corpus.size(); ++nDone) {
         s_input = corpus[nDone];

@@ -12,25 +12,22 @@ block() { sed -n "/^\`\`\`[a-z]* $1\$/,/^\`\`\`\$/p" "$page" | sed '/^```/d'; }
 block service.c >service.c
 "$cc" -std=c11 -I "$prefix/include" service.c -o service -L "$libdir" -Wl,-rpath,"$libdir" -lvyx
 export PATH="$prefix/bin:$PATH"
+mkfifo input
 vyx-sem --help >/dev/null || fail "vyx-sem does not start"
 lines() { vyx-log --chmod "$@" 2>/dev/null | wc -l; } # a run may just rename a file
 
 # run_and_kill START LINES FOLDERS: waits until all lines are there, then kills the service.
 run_and_kill() {
     block "$1" >"$1"
-    rm -f input
-    mkfifo input
-    sh "./$1" <input &
+    sh "./$1" 0<>input & # whose end never comes
     service=$!
-    exec 3>input
     for _ in $(seq 300); do
-        if [ "$(lines $3)" -eq "$2" ]; then break; fi
+        [ "$(lines $3)" -ne "$2" ] || break
         sleep 0.2 # between two looks
     done
     [ "$(lines $3)" -eq "$2" ] || fail "$1: $(lines $3) lines instead of $2"
     kill -KILL "$service"
     wait "$service" || true
-    exec 3>&-
 }
 for start in start-in-one start-in-new; do
     folders='runs/*'
