@@ -309,11 +309,11 @@ void RunStorm(const Storm &storm, int64_t milliseconds, Workers &workers) {
     const int64_t start = Milliseconds();
     for (Worker &worker : workers)
         worker.thread = VYX_Thread_Create(RunWorker, &worker, 0, 0, 0, 0);
-    while (Milliseconds() - start < milliseconds) {
+    do {
         storm.blow();
         for (Worker &worker : workers)
             LookAt(worker);
-    }
+    } while (Milliseconds() - start < milliseconds);
     torture::g_end = true;
     storm.end();
     for (Worker &worker : workers)

@@ -3,6 +3,8 @@
  * fails if it is its turn, and otherwise passes on. What gives something back (close, sem_unlink, ...) does so and
  * then reports a failure, as Linux does.
  *
+ * Of calls with offsets of two sizes only those of 64 bits are here, which the library makes.
+ *
  * Never failing: clock_gettime, whose wall clock can be set, and locking, unlocking and signalling what only the
  * library knows. Waits on conditions end early instead of failing, and a try of a mutex finds it taken.
  */
@@ -387,17 +389,14 @@ int sem_unlink(const char *name) {
     return fate_of(fails_semaphores, EACCES, 0) == passes ? result : -1;
 }
 
-#define OPENS(name)                                                                                          \
-    int name(const char *path, int flags, ...) {                                                             \
-        NEXT(name);                                                                                          \
-        va_list rest;                                                                                        \
-        va_start(rest, flags);                                                                               \
-        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;                               \
-        va_end(rest);                                                                                        \
-        return fate_of(fails_descriptors, EMFILE, 0) == passes ? next(path, flags, mode) : -1;               \
-    }
-OPENS(open)
-OPENS(open64)
+int open64(const char *path, int flags, ...) {
+    NEXT(open64);
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    return fate_of(fails_descriptors, EMFILE, 0) == passes ? next(path, flags, mode) : -1;
+}
 #define CONTROLS(name, type, error)                                                                          \
     int name(int fd, type request, ...) {                                                                    \
         NEXT(name);                                                                                          \
@@ -407,7 +406,6 @@ OPENS(open64)
         va_end(rest);                                                                                        \
         return fate_of(fails_descriptors, error, 0) == passes ? next(fd, request, argument) : -1;            \
     }
-CONTROLS(fcntl, int, ENOLCK)
 CONTROLS(fcntl64, int, ENOLCK)
 CONTROLS(ioctl, unsigned long, ENOTTY)
 GIVES_BACK(descriptors, close, (int fd), (fd), EIO)
@@ -417,30 +415,24 @@ int access(const char *path, int mode) { /* not of a semaphore's name, which may
     const int named = strncmp(path, "/dev/shm/", 9) == 0;
     return !named && fate_of(fails_files, EIO, 0) != passes ? -1 : next(path, mode);
 }
-FAILS(files, fstat, (int fd, struct stat *s), (fd, s), EIO)
 FAILS(files, fstat64, (int fd, struct stat64 *s), (fd, s), EIO)
-FAILS(files, fstatat, (int fd, const char *p, struct stat *s, int f), (fd, p, s, f), EIO)
 FAILS(files, fstatat64, (int fd, const char *p, struct stat64 *s, int f), (fd, p, s, f), EIO)
 FAILS(files, chmod, (const char *p, mode_t m), (p, m), EIO)
 FAILS(files, mkdir, (const char *p, mode_t m), (p, m), ENOSPC)
 FAILS(files, remove, (const char *p), (p), EIO)
 FAILS(files, rename, (const char *p, const char *q), (p, q), ENOSPC)
-FAILS_OR_ENDS(files, ftruncate, (int fd, off_t n), (fd, n), EIO)
 FAILS_OR_ENDS(files, ftruncate64, (int fd, off64_t n), (fd, n), EIO)
 FAILS_OR_ENDS(files, fsync, (int fd), (fd), EIO)
-FAILS_WITH(files, off_t, lseek, (int fd, off_t n, int w), (fd, n, w), -1, EIO, 0)
 FAILS_WITH(files, off64_t, lseek64, (int fd, off64_t n, int w), (fd, n, w), -1, EIO, 0)
 FAILS_WITH(files, ssize_t, readlink, (const char *p, char *b, size_t n), (p, b, n), -1, EACCES, 0)
 FAILS_WITH(files, char *, realpath, (const char *p, char *b), (p, b), NULL, EACCES, 0)
 
 TRANSFERS(reads, ssize_t, read, (int fd, void *b, size_t n), (fd, b, n), n, EIO)
-TRANSFERS(reads, ssize_t, pread, (int fd, void *b, size_t n, off_t o), (fd, b, n, o), n, EIO)
 TRANSFERS(reads, ssize_t, pread64, (int fd, void *b, size_t n, off64_t o), (fd, b, n, o), n, EIO)
 TRANSFERS(reads, ssize_t, recv, (int fd, void *b, size_t n, int f), (fd, b, n, f), n, ECONNRESET)
 FAILS_WITH(reads, ssize_t, recvfrom, (int fd, void *b, size_t n, int f, __SOCKADDR_ARG a, socklen_t *l),
            (fd, b, n, f, a, l), -1, ENOMEM, INTERRUPTIBLE)
 TRANSFERS(writes, ssize_t, write, (int fd, const void *b, size_t n), (fd, b, n), n, ENOSPC)
-TRANSFERS(writes, ssize_t, pwrite, (int fd, const void *b, size_t n, off_t o), (fd, b, n, o), n, ENOSPC)
 TRANSFERS(writes, ssize_t, pwrite64, (int fd, const void *b, size_t n, off64_t o), (fd, b, n, o), n, ENOSPC)
 TRANSFERS(writes, ssize_t, writev, (int fd, const struct iovec *v, int n), (fd, v, n), n, ENOSPC)
 TRANSFERS(writes, ssize_t, send, (int fd, const void *b, size_t n, int f), (fd, b, n, f), n, EPIPE)
@@ -468,7 +460,6 @@ FAILS_OR_ENDS(polls, select, (int n, fd_set *r, fd_set *w, fd_set *e, struct tim
               ENOMEM)
 
 FAILS_WITH(directories, DIR *, opendir, (const char *p), (p), NULL, EMFILE, 0)
-FAILS_WITH(directories, struct dirent *, readdir, (DIR * d), (d), NULL, EIO, 0)
 FAILS_WITH(directories, struct dirent64 *, readdir64, (DIR * d), (d), NULL, EIO, 0)
 GIVES_BACK(directories, closedir, (DIR * d), (d), EIO)
 
