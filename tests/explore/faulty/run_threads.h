@@ -2,8 +2,8 @@
 #ifndef VYX_TESTS_RUN_THREADS_H
 #define VYX_TESTS_RUN_THREADS_H
 
-#include <cstddef>
 #include <pthread.h>
+#include <thread>
 
 inline pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
 inline pthread_cond_t g_changed = PTHREAD_COND_INITIALIZER;
@@ -19,15 +19,9 @@ struct Guard {
 // Runs each routine in a thread of its own and waits for all of them.
 template <class... Routine>
 void RunThreads(Routine... routines) {
-    pthread_t threads[sizeof...(routines)];
-    size_t count = 0;
-    const auto start = [&](auto *routine) {
-        const auto run = [](void *it) -> void * { return (*static_cast<decltype(routine)>(it))(), nullptr; };
-        pthread_create(&threads[count++], nullptr, run, routine);
-    };
-    (start(&routines), ...);
-    for (const pthread_t thread : threads)
-        pthread_join(thread, nullptr);
+    std::thread threads[] = {std::thread(routines)...};
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 #endif

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <semaphore.h>
@@ -12,29 +11,16 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "../check.h"
 #include "../faulty/run_threads.h"
-
-#define CHECK(condition)                                                                                     \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            std::fprintf(stderr, "line %d: not so: %s (errno %d)\n", __LINE__, #condition, errno);           \
-            std::abort();                                                                                    \
-        }                                                                                                    \
-    } while (false)
 
 namespace {
 
 constexpr timespec kPast = {1, 0};
 
 void Mutexes() {
-    pthread_mutexattr_t attributes;
-    pthread_mutex_t recursive;
-    pthread_mutex_t checking;
-    CHECK(pthread_mutexattr_init(&attributes) == 0);
-    CHECK(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0);
-    CHECK(pthread_mutex_init(&recursive, &attributes) == 0);
-    CHECK(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK) == 0);
-    CHECK(pthread_mutex_init(&checking, &attributes) == 0);
+    pthread_mutex_t recursive = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    pthread_mutex_t checking = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
     CHECK(pthread_mutex_lock(&recursive) == 0 && pthread_mutex_lock(&recursive) == 0);
     CHECK(pthread_mutex_lock(&checking) == 0 && pthread_mutex_lock(&checking) == EDEADLK);
     RunThreads([&] {

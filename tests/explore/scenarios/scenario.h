@@ -2,19 +2,11 @@
 #ifndef VYX_TESTS_SCENARIO_H
 #define VYX_TESTS_SCENARIO_H
 
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <utility>
 #include <vyx/vyx.h>
 
-#define CHECK(condition)                                                                                     \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            std::fprintf(stderr, "%s:%d: not so: %s\n", __FILE__, __LINE__, #condition);                     \
-            std::abort();                                                                                    \
-        }                                                                                                    \
-    } while (false)
+#include "../check.h"
 
 // A thread of the library's that runs a routine and is waited for at the end of its scope.
 class Runner {

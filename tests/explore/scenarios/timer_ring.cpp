@@ -4,10 +4,8 @@
 #include "scenario.h"
 
 static std::atomic<uint32_t> s_ids[2];
-static std::atomic<int> s_calls;
 
 static void KillOther(uint32_t, void *data) {
-    s_calls++;
     (void)VYX_KillTimer(static_cast<int32_t>(s_ids[data == nullptr ? 1 : 0].load()));
 }
 
@@ -21,6 +19,5 @@ int main() {
     Pass(7);
     for (const uint32_t id : ids)
         (void)VYX_KillTimer(static_cast<int32_t>(id));
-    CHECK(s_calls <= 4);
     CHECK(VYX_Fini() == VYX_OK);
 }
