@@ -148,6 +148,7 @@ TEST_F(FixedPool, PlaceDecidesWhoRetires) {
 
 TEST_F(FixedPool, CallersThatWaitAreServedInTheOrderOfTheirArrival) {
     static std::string s_order;
+    s_order.clear();
     Gate gate;
     VYX_HANDLE_THREADPOOL hPool = VYX_ThreadPool_Create(1, 1);
     EXPECT_EQ(VYX_ThreadPool_Work(hPool, Gate::Item, &gate), 0);
@@ -317,7 +318,8 @@ TEST(FlexPool, DoesNotGrowAgainAfterItShrankToItsLastWorker) {
 // One worker, and more items than one of the queue's blocks holds. Item 300 goes on until destruction has begun.
 TEST(FlexPool, RunsInOrderAndDropsWhatIsLeftAtTheEnd) {
     static VYX_HANDLE_THREADPOOLFLEX s_hPool;
-    static std::atomic<int> s_nRuns{0};
+    static std::atomic<int> s_nRuns;
+    s_nRuns = 0;
     static char s_items[600];
     const VYX_THRMGR_PROC fnCount = [](void *pItem) {
         EXPECT_EQ(pItem, &s_items[s_nRuns]);
