@@ -100,7 +100,7 @@ TEST_F(CycleBuffer, WritersAndAReaderMayWorkAtOnce) {
         for (size_t i = 0; i < all.size(); i += sizeof nDue[0], ++nDone, ++iPermits) {
             uint32_t nPiece = 0;
             std::memcpy(&nPiece, &all[i], sizeof nPiece);
-            EXPECT_EQ(nPiece / kWriters, nDue[nPiece % kWriters]++);
+            ASSERT_EQ(nPiece / kWriters, nDue[nPiece % kWriters]++);
         }
     }
     bDone = true;
