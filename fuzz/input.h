@@ -45,14 +45,6 @@ class Input {
         m_nLeft -= s.size();
         return s;
     }
-    // As far as a zero, so many times.
-    std::string Repeated(unsigned nTimes, size_t nMost) {
-        const std::string sPart = Text(nMost).c_str();
-        std::string s;
-        for (; nTimes > 0; --nTimes)
-            s += sPart;
-        return s;
-    }
     std::string Rest() { return Text(m_nLeft); }
 
   private:

@@ -35,7 +35,10 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
     const auto iLarge = pInput->Number<int64_t>();
     const std::string sPart = pInput->Text(pInput->Pick(24)).c_str();
     const unsigned nLong = pInput->Pick(100);
-    const std::string sText = pInput->Repeated(nLong < 90 ? 1 : 300, pInput->Pick(32));
+    const std::string sWord = pInput->Text(pInput->Pick(32)).c_str(); // as far as a zero
+    std::string sText;
+    for (unsigned n = nLong < 90 ? 1 : 300; n > 0; --n)
+        sText += sWord;
     std::string sFile;
     for (unsigned n = nLong < 97 ? 1 : 300; n > 0; --n)
         sFile += sPart;

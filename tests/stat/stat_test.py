@@ -143,25 +143,15 @@ class Still(Case):
         watching.communicate(timeout=PATIENCE)
         self.assertEqual(watching.returncode, 0)
 
-    def test_core_whole_and_cut(self):
-        program, text = self.start("still")
-        core = self.core_of(program)
-        self.check(json.loads(stat("--json", core))[0], json.loads(text), False)
-
-        with open(core, "rb") as file:
-            data = file.read()
-        for size in (0, 10, 64, 3000, data.index(b"pool.items\0")):
-            with open(core, "wb") as file:
-                file.write(data[:size])
-            stat(core, status=1)
-
-    def test_gdb_live_and_on_a_core(self):
+    def test_gdb_and_a_core(self):
         program, text = self.start("still")
         known = json.loads(text)
+        core = self.core_of(program)
+        self.check(json.loads(stat("--json", core))[0], known, False)
         commands = [part for name in ("pools", "queues", "timers", "waits", "events", "log", "locks")
                     for part in ("-ex", f"vyx {name}")]
         for arguments, waited, left in ((["-p", str(program.pid)], r" for \d+ ms", r"3\d{6} ms +2"),
-                                        ([TARGET, self.core_of(program)], "", "- +")):
+                                        ([TARGET, core], "", "- +")):
             output = self.gdb(*arguments, *commands)
             thread = r'thread \d+ ("[^"]+"|\(\d+\))'
             for expected in (r"pool 0 +3 +5 +2 +1 +0 +2 ", r"flexible 0 +1 +1 +1 +0 +3 +1 +HandlerOfTheItems",
@@ -174,6 +164,11 @@ class Still(Case):
                              r"Deadlock: thread (\d+)[^;]* waits for .*, held by thread (\d+)[^;]*; "
                              r"thread \2[^;]* waits for .*, held by thread \1"):
                 self.assertRegex(output, expected)
+        with open(core, "rb") as file:
+            data = file.read()
+        for size in (data.index(b"pool.items\0"), 3000, 64, 10, 0):
+            os.truncate(core, size)
+            stat(core, status=1)
 
 
 PROBES = """
@@ -228,7 +223,6 @@ class Refusals(Case):
         for old, new, message in (
                 (struct.pack(ORDER + "II", 1, word), struct.pack(ORDER + "II", 9, word), "in format 9"),
                 (b"VYX\0", b"OLD\0", "older than this program"), (b"pool.items\0", b"pool.other\0", '"pool.items"')):
-            self.assertIn(old, data)
             with open(self.library, "wb") as file:
                 file.write(data.replace(old, new))
             program, _ = self.start("still")
