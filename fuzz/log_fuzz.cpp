@@ -25,9 +25,9 @@ std::string Printed(const char *szFormat, int iNumber, const std::string &sText,
 
 // Hands a line over. Adds it to those that are expected, with zeros for the digits of the time.
 void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pLines) {
-    static const char *const kFormats[] = {"%d %s|%lld",        "%5d|%-9s|%lld", "%x%s%llx",
-                                           "%%%+d%.3s %020lld", "%i%9s%lli",     "%u%s%llu%lu%zu",
-                                           "%c%s%lld%ld%zd",    "%x%s%llx%lx%zx"};
+    static const char *const kFormats[] = {"%d %s|%lld",        "%5d|%-9s|%lld",  "%x%s%llx",
+                                           "%%%+d%.3s %020lld", "%i%9s%lli",      "%u%s%llu%lu%zu",
+                                           "%c%s%lld%ld%zd",    "%x%s%llx%lx%zx", "%9d"};
     static const char *const kNames[] = {"DISABLE", "ERR", "DBG", "INF"};
     const auto iLevel = static_cast<int32_t>(pInput->Pick(7)) - 1;
     const char *szFormat = kFormats[pInput->Pick(std::size(kFormats))];
