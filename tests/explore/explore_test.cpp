@@ -152,7 +152,7 @@ const Row kRows[] = {
     {"--strategy luck -- true", 2, "no such value for --strategy: luck"},
     {"--strategy pct:0 -- true", 2, "no such value for --strategy: pct:0"},
     {"--faults malloc:2 -- true", 2, "no such value for --faults: malloc:2"},
-    {"--fail-on nothing -- true", 2, "no such value for --fail-on: nothing"},
+    {"--fail-on exit,nothing -- true", 2, "no such value for --fail-on: exit,nothing"},
     {"--schedules -1 -- true", 2, "no such value for --schedules: -1"},
     {"--seed", 2, "no such value for --seed"},
     {"--what -- true", 2, "unknown option --what"},

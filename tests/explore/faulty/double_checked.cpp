@@ -9,7 +9,7 @@ static std::atomic<std::atomic<int> *> s_settings;
 
 static int Size() {
     if (s_settings.load() == nullptr) {
-        const Guard guard;
+        const Guard guard(g_mutex);
         if (s_settings.load() == nullptr) {
             s_settings.store(&s_size);
             s_size.store(64);

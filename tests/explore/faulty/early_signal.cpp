@@ -2,13 +2,13 @@
 #include "run_threads.h"
 
 static void Await() {
-    const Guard guard;
-    pthread_cond_wait(&g_changed, &g_mutex);
+    Guard guard(g_mutex);
+    g_changed.wait(guard);
 }
 
 static void Prepare() {
-    const Guard guard;
-    pthread_cond_signal(&g_changed);
+    Guard guard(g_mutex);
+    g_changed.notify_one();
 }
 
 int main() {

@@ -6,18 +6,18 @@
 static int s_items;
 
 static void Consume() {
-    const Guard guard;
+    Guard guard(g_mutex);
     if (s_items == 0)
-        pthread_cond_wait(&g_changed, &g_mutex);
+        g_changed.wait(guard);
     if (--s_items < 0)
         abort();
 }
 
 static void Produce() {
     for (int i = 0; i < 2; i++) {
-        const Guard guard;
+        Guard guard(g_mutex);
         s_items++;
-        pthread_cond_signal(&g_changed);
+        g_changed.notify_one();
     }
 }
 

@@ -7,7 +7,7 @@ static int s_references = 2;
 static bool s_gone; // stands for the free store, so that the use shows without a sanitizer
 
 static bool IsLast() {
-    const Guard guard;
+    const Guard guard(g_mutex);
     return --s_references == 0;
 }
 
@@ -15,7 +15,7 @@ static void Use() {
     const bool last = IsLast();
     if (last)
         s_gone = true;
-    const Guard guard;
+    const Guard guard(g_mutex);
     if (!last && s_gone)
         abort();
 }

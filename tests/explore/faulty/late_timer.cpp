@@ -13,7 +13,7 @@ static void Pass(long milliseconds) {
 }
 
 static bool Stop(bool stop) {
-    const Guard guard;
+    const Guard guard(g_mutex);
     return s_stopped = s_stopped || stop;
 }
 

@@ -16,14 +16,14 @@ static int s_count;
 static void Write() {
     for (int item = 1; item <= kItems; item++) {
         sem_wait(&s_room);
-        pthread_mutex_lock(&g_mutex);
+        g_mutex.lock();
         const int count = s_count;
         const int end = s_begin + count;
-        pthread_mutex_unlock(&g_mutex);
-        pthread_mutex_lock(&g_mutex);
+        g_mutex.unlock();
+        g_mutex.lock();
         s_ring[end % kPlaces] = item;
         s_count = end >= kPlaces ? count + 1 : s_count + 1; // wrapped: the old count
-        pthread_mutex_unlock(&g_mutex);
+        g_mutex.unlock();
         sem_post(&s_filled);
     }
 }
@@ -31,7 +31,7 @@ static void Write() {
 static void Read() {
     for (int item = 1; item <= kItems; item++) {
         sem_wait(&s_filled);
-        const Guard guard;
+        const Guard guard(g_mutex);
         if (s_ring[s_begin] != item)
             abort();
         s_begin = (s_begin + 1) % kPlaces;

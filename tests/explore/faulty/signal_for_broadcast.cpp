@@ -5,11 +5,11 @@ static int s_turn; // the number of the thread whose turn it is
 
 template <int mine>
 static void Work() {
-    const Guard guard;
+    Guard guard(g_mutex);
     while (s_turn != mine)
-        pthread_cond_wait(&g_changed, &g_mutex);
+        g_changed.wait(guard);
     s_turn++;
-    pthread_cond_signal(&g_changed);
+    g_changed.notify_one();
 }
 
 int main() {

@@ -1,18 +1,18 @@
 // Fault: two locks taken in opposite order.
 #include "run_threads.h"
 
-static pthread_mutex_t s_other = PTHREAD_MUTEX_INITIALIZER;
+static std::mutex s_other;
 
 static void Forth() {
-    const Guard guard;
-    pthread_mutex_lock(&s_other);
-    pthread_mutex_unlock(&s_other);
+    const Guard guard(g_mutex);
+    s_other.lock();
+    s_other.unlock();
 }
 
 static void Back() {
-    pthread_mutex_lock(&s_other);
-    { const Guard guard; }
-    pthread_mutex_unlock(&s_other);
+    s_other.lock();
+    { const Guard guard(g_mutex); }
+    s_other.unlock();
 }
 
 int main() {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <sys/syscall.h>
 #include <threads.h>
@@ -35,9 +36,9 @@ void Mutexes() {
 void Limits() {
     const timespec invalid = {0, -1};
     sem_t sem;
-    const Guard guard;
-    CHECK(pthread_cond_timedwait(&g_changed, &g_mutex, &invalid) == EINVAL);
-    CHECK(pthread_cond_timedwait(&g_changed, &g_mutex, &kPast) == ETIMEDOUT);
+    const Guard guard(g_mutex);
+    CHECK(pthread_cond_timedwait(g_changed.native_handle(), g_mutex.native_handle(), &invalid) == EINVAL);
+    CHECK(pthread_cond_timedwait(g_changed.native_handle(), g_mutex.native_handle(), &kPast) == ETIMEDOUT);
     CHECK(sem_init(&sem, 0, 0) == 0 && sem_timedwait(&sem, &kPast) == -1 && errno == ETIMEDOUT);
 }
 
