@@ -107,7 +107,7 @@ void StopsAndStarts() {
     Pause(Random(3) * 300);
     (void)Check(VYX_Init() == VYX_OK, "Init");
     Pause(Random(5) * 1000);
-    ++s_figures["starts"];
+    ++s_figures["stops and starts"];
 }
 
 // A thread in rounds of a work, which cancels itself before a call, or is cancelled at any moment.
@@ -227,6 +227,15 @@ void LittleMemory() { // more than at the first call
     Wait();
 }
 
+// Thousands of descriptors, and of threads, whose stacks are small.
+void ManyThreads() {
+    pthread_attr_t small{};
+    Limit(RLIMIT_NOFILE, 16384);
+    (void)Check(pthread_attr_init(&small) == 0 && pthread_attr_setstacksize(&small, 262144) == 0 &&
+                    pthread_setattr_default_np(&small) == 0,
+                "small stacks");
+}
+
 // Of the samples of memory since the first quarter of the time: the last quarter's least is not more than the first's.
 std::vector<long> s_samples; // KiB
 void Sample() {
@@ -249,14 +258,14 @@ struct Storm {
     const char *name;
     unsigned weather;
     void (*blow)(), (*begin)() = NoMore, (*end)() = NoMore;
-    const char *without = ""; // the work that it makes impossible
+    const char *without = ""; // works that it makes impossible, a space around each
 };
 constexpr Storm kStorms[] = {
     {"calm", 0, Wait}, // stopped and continued from outside, for instance
     {"restarting-signals", torture::kSignals, Signals, [] { CatchSignals(SA_RESTART); }},
     {"signals", torture::kSignals | torture::kInterrupted, Signals, [] { CatchSignals(0); }},
-    {"forks", 0, Forks, NoMore, [] { Reap(0); }, "starts"},
-    {"starts", torture::kStops, StopsAndStarts, NoMore, NoMore, "pool"},
+    {"forks", 0, Forks, NoMore, [] { Reap(0); }, " starts "},
+    {"starts", torture::kStops, StopsAndStarts, NoMore, NoMore, " pool starts "},
     {"cancellation", torture::kCancels, Cancellations},
     // At its end everything is over that was prolonged.
     {"clock", torture::kClock, ClockJumps,
@@ -265,7 +274,7 @@ constexpr Storm kStorms[] = {
     {"descriptors", torture::kLittle, [] { Limit(RLIMIT_NOFILE, 16), Wait(); }, NoMore,
      [] { Limit(RLIMIT_NOFILE, RLIM_INFINITY); }},
     {"memory", torture::kLittle, LittleMemory, NoMore, [] { Limit(RLIMIT_AS, RLIM_INFINITY); }},
-    {"load", torture::kLoad, Sample, [] { Limit(RLIMIT_NOFILE, 16384); }, CheckMemory},
+    {"load", torture::kLoad, Sample, ManyThreads, CheckMemory},
 };
 
 // ---- The works' threads ----
@@ -356,9 +365,7 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
     torture::g_folder = std::string(mkdtemp(folder.data())) + "/";
     (void)std::ofstream(torture::g_folder + "source");
     std::filesystem::resize_file(torture::g_folder + "source", 300000);
-    pthread_attr_t small{}; // stacks, of which there may be thousands
-    if (std::freopen("/dev/null", "w", stdout) == nullptr || pthread_attr_init(&small) != 0 ||
-        pthread_attr_setstacksize(&small, 262144) != 0 || pthread_setattr_default_np(&small) != 0)
+    if (std::freopen("/dev/null", "w", stdout) == nullptr)
         return 2;
     Workers workers;
     for (const Work &work : torture::Works()) {
@@ -366,7 +373,10 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
                          : seconds < 60                  ? std::min(work.many, 500)
                                                          : work.many;
         const bool named = works.empty() || std::count(works.begin(), works.end(), work.name) > 0;
-        for (int number = 0; named && work.name != storm.without && number < many; ++number)
+        for (int number = 0;
+             named && std::string(storm.without).find(" " + work.name + " ") == std::string::npos &&
+             number < many;
+             ++number)
             workers.emplace_back(work);
     }
     (void)Check(VYX_Init() == VYX_OK, "Init");
