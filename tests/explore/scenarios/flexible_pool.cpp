@@ -38,13 +38,16 @@ int main() {
         CHECK(handled == 1);
     CHECK(VYX_SemCreate(&s_met[0], 0) == VYX_OK && VYX_SemCreate(&s_met[1], 0) == VYX_OK);
     pool = VYX_ThreadPoolFlex_Create(2, -1, Meet, 0);
-    for (int round = 0; round < 3; round++)
+    for (int round = 0; round < 6; round++) {
+        Pass(round % 2 == 0 ? 0 : 5); // they look for work, or sleep
         for (void *second : {static_cast<void *>(nullptr), static_cast<void *>(&pool)}) {
             CHECK(VYX_ThreadPoolFlex_Work(pool, second) == VYX_OK);
-            if (round == 0 || second != nullptr) // in the first round each item starts a worker
+            if (round == 0) // each item starts a worker
                 CHECK(VYX_SemWait(&s_done) == VYX_OK);
         }
-    CHECK(VYX_SemWait(&s_done) == VYX_OK && VYX_SemWait(&s_done) == VYX_OK);
+        if (round != 0)
+            CHECK(VYX_SemWait(&s_done) == VYX_OK && VYX_SemWait(&s_done) == VYX_OK);
+    }
     CHECK(VYX_ThreadPoolFlex_Destroy(pool) == VYX_OK);
     for (VYX_SEM_T *sem : {&s_done, &s_met[0], &s_met[1]})
         CHECK(VYX_SemDestroy(sem) == VYX_OK);
