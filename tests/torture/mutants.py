@@ -36,6 +36,7 @@ BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_C
          "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
          "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
+STAGES = {"Torture.load", "Torture.storms"} # that are tried like tests; failing resources are tried one by one
 ANALYSIS = "the analysis of locks"
 
 # Kind, what is looked for, what it becomes. The formatter puts blanks around operators, but none into templates.
@@ -143,7 +144,8 @@ class Tree:
     def __init__(self, options):
         self.path, self.build = options.work, options.work / "build"
         self.jobs, self.beside = options.jobs, options.beside
-        self.own, self.slow = options.only if options.own else None, options.slow
+        self.own, self.slow, self.most = options.only if options.own else None, options.slow, options.most
+        self.torture = [] if options.own else ["torture_programs"]
         self.tests, self.starts = [], {}
         self.commands, self.used_by = {}, {}
         state = hashlib.sha256()
@@ -197,14 +199,23 @@ class Tree:
             return False
         rooms = self.own or [f.parent.name for f in sorted(self.path.glob("tests/*/CMakeLists.txt"))
                              if (self.path / "src" / f.parent.name).is_dir() or f.parent.name == "conformance"]
-        if not self.make("vyx", "fuzz_targets", *(f"tests/{room}/all" for room in rooms)):
+        if not self.make("vyx", "fuzz_targets", *(f"tests/{room}/all" for room in rooms), *self.torture):
             return False
-        for folder in [*(f"tests/{room}" for room in rooms), "fuzz"]:
+        for folder in [*(f"tests/{room}" for room in rooms), "fuzz", *(["tests/torture"] if self.torture else [])]:
             listed = subprocess.run(["ctest", "--test-dir", self.build / folder, "--show-only=json-v1"], check=True,
                                     stdout=subprocess.PIPE).stdout
             self.tests += [Test(folder.split("/")[-1], test) for test in json.loads(listed)["tests"]
-                           if test["command"][0].startswith(str(self.build))]
+                           if test["command"][0].startswith(str(self.build)) or test["name"] in STAGES]
+        if self.torture:
+            self.tests += self.scenarios(self.build / "tests/torture/resources/torture_resources")
         return True
+
+    def scenarios(self, program):
+        """Those with failing resources, each as a test."""
+        names = subprocess.run([program], check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
+        properties = [{"name": "WORKING_DIRECTORY", "value": str(self.build)}]
+        return [Test("resources", {"name": f"Resources.{name}", "properties": properties,
+                                   "command": [str(program), name, "--short"]}) for name in names]
 
     def enter(self, test):
         """Runs a test alone: how long it takes, and which bytes of which modules it leaves behind."""
@@ -266,7 +277,7 @@ class Tree:
         return first + more
 
     def first_failure(self, tests, touched=None):
-        """Runs tests, some beside each other, until one fails: what it was. Nothing if all passed."""
+        """Runs tests, some beside each other, until one fails, or --most: what they were. Nothing if all passed."""
         running = []
         try:
             return self.first_of(list(tests), running, touched)
@@ -275,14 +286,13 @@ class Tree:
                 test.end()
 
     def first_of(self, waiting, running, touched):
-        made, failed = set(), ""
-        while (waiting or running) and not failed:
-            while waiting and not failed and (not running or (len(running) < self.beside and not waiting[0].serial)):
+        made, failed = set(), []
+        while (waiting or running) and len(failed) < self.most:
+            while waiting and (not running or (len(running) < self.beside and not waiting[0].serial)):
                 test = waiting.pop(0)
                 program = os.path.relpath(test.command[0], self.build)
                 if test.inside and not touched and program not in made and not self.command(program):
-                    failed = f"{test.name} does not build"
-                    continue
+                    return f"{test.name} does not build"
                 made.add(program)
                 test.start(touched)
                 running.append(test)
@@ -291,8 +301,8 @@ class Tree:
                 result = test.ended()
                 if result is not None:
                     running.remove(test)
-                    failed = failed or result
-        return failed
+                    failed += [result] if result else []
+        return ", ".join(failed)
 
     def analysed(self, file):
         """Whether Clang's analysis of the locks, which every change has to pass, objects to the file."""
@@ -302,8 +312,8 @@ class Tree:
                  "-Wno-invalid-offsetof", "-Werror=thread-safety", "-Werror=thread-safety-beta"]
         return "" if self.quietly("clang++", *flags, unit) else ANALYSIS
 
-    def try_fault(self, fault):
-        """What noticed the fault, "" if nothing did, None if it does not compile."""
+    def try_fault(self, fault, before):
+        """What noticed the fault, "" if nothing did, None if it does not compile. What noticed it before goes first."""
         _, file, number, _, line, _ = fault
         text = file.read_text()
         lines = text.split("\n")
@@ -315,7 +325,8 @@ class Tree:
             if not self.rebuild(self.objects(file)) or not self.command(self.library):
                 return None
             self.command("src/libvyx.a")
-            return self.first_failure(self.tests_for(file, number)) or self.analysed(file)
+            tests = sorted(self.tests_for(file, number), key=lambda test: test.name not in before)
+            return self.first_failure(tests) or self.analysed(file)
         finally:
             end_descendants()
             file.write_text(text)
@@ -400,6 +411,7 @@ def arguments():
     parser.add_argument("--results", type=pathlib.Path,
                         help="a line of JSON for each fault; those in it are not tried again while no file changes")
     parser.add_argument("--slow", type=float, default=10, help="seconds: tests of other folders that take longer are left out")
+    parser.add_argument("--most", type=int, default=1, help="look for so many tests that notice the same fault (1)")
     parser.add_argument("--again", action="store_true", help="tests have changed: try only those that survived before")
     parser.add_argument("--own", action="store_true", help="only with the tests of the rooms of --only: quick, and less sharp")
     parser.add_argument("--list", action="store_true", help="print the faults and plant none")
@@ -436,6 +448,7 @@ def main():
         return 0
     tree = Tree(options)
     known = [json.loads(line) for line in options.results.read_text().split("\n") if line] if options.results.is_file() else []
+    before = {r["key"]: re.split(", | hangs", r["noticed"] or "") for r in known}
     known = {r["key"]: r for r in known if r["state"] == tree.state or (options.again and r["noticed"] != "")}
     failing = tree.measure() if tree.prepare() else ["the copy does not build"]
     tree.learn()
@@ -451,7 +464,7 @@ def main():
             key = f"{room}|{fault[5]}"
             if key not in known:
                 start = time.monotonic()
-                noticed = tree.try_fault(fault)
+                noticed = tree.try_fault(fault, before.get(key, ()))
                 known[key] = {"key": key, "state": tree.state, "room": room, "kind": fault[3], "noticed": noticed,
                               "seconds": round(time.monotonic() - start, 2)}
                 options.results.write_text("".join(json.dumps(r) + "\n" for r in known.values()))
