@@ -8,23 +8,7 @@
 #include "input.h"
 #include "support/temp_dir.h"
 
-namespace {
-
 enum Kind : unsigned { Directory, LostLink }; // the others are files of so many thousand bytes
-
-void Make(const std::string &sPath, unsigned nKind) {
-    if (nKind == Directory)
-        REQUIRE(VYX_MakeDir(sPath.c_str()) == VYX_OK);
-    else if (nKind == LostLink)
-        REQUIRE(symlink("nowhere/at/all", sPath.c_str()) == 0);
-    else {
-        VYX_FILE_T hFile =
-            VYX_OpenFile(sPath.c_str(), VYX_OPEN_WRITE | VYX_OPEN_CREATE | VYX_OPEN_EXCL, VYX_UREAD);
-        REQUIRE(hFile >= 0 && ftruncate(hFile, nKind * 1000) == 0 && VYX_CloseFile(hFile) == VYX_OK);
-    }
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     static const support::TempDir s_folder("/dev/shm");
@@ -45,8 +29,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
             sName += sPart;
         sName = sName.substr(0, 255);
         std::replace(sName.begin(), sName.end(), '/', '\\');
-        if (!sName.empty() && expected.emplace(sName, nKind).second)
-            Make(sFolder + "/" + sName, nKind);
+        if (sName.empty() || !expected.emplace(sName, nKind).second)
+            continue;
+        const std::string sPath = sFolder + "/" + sName;
+        if (nKind == Directory) {
+            REQUIRE(VYX_MakeDir(sPath.c_str()) == VYX_OK);
+        } else if (nKind == LostLink) {
+            REQUIRE(symlink("nowhere/at/all", sPath.c_str()) == 0);
+        } else {
+            VYX_FILE_T hFile = VYX_OpenFile(sPath.c_str(), VYX_OPEN_WRITE | VYX_OPEN_CREATE, VYX_UREAD);
+            REQUIRE(hFile >= 0 && ftruncate(hFile, nKind * 1000) == 0 && VYX_CloseFile(hFile) == VYX_OK);
+        }
     }
     VYX_DIR_T hDir = VYX_OpenDir(sFolder.c_str());
     REQUIRE(hDir != nullptr);
