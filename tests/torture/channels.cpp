@@ -1,5 +1,6 @@
 #include "torture/channels.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -293,6 +294,68 @@ bool ReceiveSelected(VYX_SOCK_T socket, char *data) {
     });
 }
 
+// Many pairs of sockets, all watched by one wait; each turn is a record through every pair.
+class Watched : public Channel {
+  public:
+    Watched() : m_pairs(In(kLoad) ? 100 : 2) {
+        for (Watch &pair : m_pairs) {
+            granted = granted && pair.event != nullptr &&
+                      socketpair(AF_UNIX, SOCK_STREAM, 0, pair.ends) == 0 &&
+                      VYX_EventSelect(pair.ends[1], pair.event, VYX_FD_READ) == VYX_OK;
+            m_events.push_back(pair.event);
+        }
+    }
+    ~Watched() override {
+        for (const Watch &pair : m_pairs) {
+            (void)(pair.event == nullptr || Check(VYX_CloseEvent(pair.event) == VYX_TRUE, "CloseEvent"));
+            for (const VYX_SOCK_T end : pair.ends)
+                (void)(end == VYX_INVALID_SOCKET || Check(VYX_CloseSocket(end, 0) == 0, "CloseSocket"));
+        }
+    }
+    bool Give() override {
+        const std::string record(kSize, static_cast<char>(given & 0x7f));
+        return std::all_of(m_pairs.begin(), m_pairs.end(), [&](const Watch &pair) {
+            return VYX_Sendn(pair.ends[0], record.data(), kSize, NetLimit()) == kSize;
+        });
+    }
+    bool Take() override { // from one pair; a turn when the records of all are whole
+        const uint32_t index =
+            VYX_WaitForMultipleObjects(static_cast<int32_t>(m_events.size()), m_events.data(), 0, Long());
+        if (index >= m_events.size())
+            return Nothing(index == VYX_WAIT_TIMEOUT && Long() < 1000, "a wait for sockets");
+        Watch &pair = m_pairs[index];
+        char data[kSize];
+        const int32_t count = VYX_Recv(pair.ends[1], data, kSize - pair.received);
+        if (count <= 0)
+            return Nothing(over || (count < 0 && Interrupted()), "a socket whose event is set has nothing");
+        (void)Check(std::count(data, data + count, static_cast<char>(taken & 0x7f)) == count,
+                    "other bytes than were sent");
+        pair.received += count;
+        m_whole += pair.received == kSize ? 1 : 0;
+        if (m_whole < m_pairs.size())
+            return false;
+        m_whole = 0;
+        for (Watch &each : m_pairs)
+            each.received = 0;
+        return true;
+    }
+    void Wake() override {
+        for (const Watch &pair : m_pairs)
+            (void)shutdown(pair.ends[0], SHUT_RDWR);
+    }
+
+  private:
+    static constexpr int32_t kSize = 1000;
+    struct Watch {
+        VYX_SOCK_T ends[2] = {VYX_INVALID_SOCKET, VYX_INVALID_SOCKET};
+        VYX_EVENT event = VYX_CreateEvent(0);
+        int32_t received = 0; // of the record
+    };
+    std::vector<Watch> m_pairs;
+    std::vector<VYX_EVENT> m_events;
+    size_t m_whole = 0; // records of this turn
+};
+
 class Connection : public Channel { // each turn is one
   public:
     Connection() {
@@ -343,7 +406,8 @@ const std::vector<ChannelKind> kChannelKinds = {
     {"send-recv", Make<Bytes, SendParts, ReceiveParts>, 1, 1, false},
     {"recv-limited", Make<Bytes, SendWhole, ReceiveLimited>, 1, 1, false},
     {"polls", Make<Bytes, SendParts, ReceivePolled>, 1, 1, false},
-    {"selected", Make<Bytes, SendWhole, ReceiveSelected>, 500, 1, false},
+    {"selected", Make<Bytes, SendWhole, ReceiveSelected>, 50, 1, false},
+    {"watched", Make<Watched>, 5}, // 2,000 sockets
     {"connect-accept", Make<Connection>},
 };
 

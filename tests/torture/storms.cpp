@@ -110,6 +110,31 @@ void StopsAndStarts() {
     ++s_figures["stops and starts"];
 }
 
+// Two threads at once start the library from nothing, and stop it to nothing; nothing else runs.
+void StartsAlone() {
+    pthread_barrier_t both{};
+    (void)pthread_barrier_init(&both, nullptr, 2);
+    const auto turns = [&both](bool judges) {
+        for (int turn = 0; turn < 500; ++turn) {
+            VYX_HANDLE_MSGQ queue = nullptr;
+            (void)(judges && Check(VYX_MsgQCreateEx(&queue) == VYX_ERROR, "a stop does not reach nothing"));
+            (void)pthread_barrier_wait(&both);
+            (void)Check(VYX_Init() == VYX_OK, "Init");
+            (void)pthread_barrier_wait(&both);
+            (void)(judges && Check(VYX_MsgQCreateEx(&queue) == VYX_OK, "a start brings nothing"));
+            (void)pthread_barrier_wait(&both);
+            (void)Check(VYX_Fini() == VYX_OK, "Fini");
+            (void)pthread_barrier_wait(&both);
+        }
+    };
+    std::thread partner(turns, false);
+    turns(true);
+    partner.join();
+    (void)pthread_barrier_destroy(&both);
+    s_figures["starts alone"] += 1000;
+    s_figures["from nothing and to nothing"] += 500;
+}
+
 // A thread in rounds of a work, which cancels itself before a call, or is cancelled at any moment.
 struct Cancelled {
     const Work *work;
@@ -258,7 +283,7 @@ struct Storm {
     const char *name;
     unsigned weather;
     void (*blow)(), (*begin)() = NoMore, (*end)() = NoMore;
-    const char *without = ""; // works that it makes impossible, a space around each
+    const char *without = ""; // works that it makes impossible, a space around each; null: all
 };
 constexpr Storm kStorms[] = {
     {"calm", 0, Wait}, // stopped and continued from outside, for instance
@@ -275,6 +300,8 @@ constexpr Storm kStorms[] = {
      [] { Limit(RLIMIT_NOFILE, RLIM_INFINITY); }},
     {"memory", torture::kLittle, LittleMemory, NoMore, [] { Limit(RLIMIT_AS, RLIM_INFINITY); }},
     {"load", torture::kLoad, Sample, ManyThreads, CheckMemory},
+    {"starts-alone", 0, StartsAlone, [] { (void)Check(VYX_Fini() == VYX_OK, "Fini"); },
+     [] { (void)Check(VYX_Init() == VYX_OK, "Init"); }, nullptr},
 };
 
 // ---- The works' threads ----
@@ -314,15 +341,25 @@ void LookAt(const Worker &worker) {
     }
 }
 
+bool s_wholeLoad = false;        // all works under load
+bool LimitsReached(long first) { // so many of them
+    return std::all_of(torture::g_limits.begin(), torture::g_limits.begin() + (s_wholeLoad ? first : 0),
+                       [](const torture::Limit &limit) { return limit.refused > 0; });
+}
+
 void RunStorm(const Storm &storm, int64_t milliseconds, Workers &workers) {
     const int64_t start = Milliseconds();
-    for (Worker &worker : workers)
+    for (Worker &worker : workers) {
+        // All timers and pools are there before thousands of threads keep them from the processors.
+        while (worker.work->name == "mutex" && !LimitsReached(2) && Milliseconds() - start < 60000)
+            Pause(20000);
         worker.thread = VYX_Thread_Create(RunWorker, &worker, 0, 0, 0, 0);
+    }
     do {
         storm.blow();
         for (Worker &worker : workers)
             LookAt(worker);
-    } while (Milliseconds() - start < milliseconds);
+    } while (Milliseconds() - start < milliseconds + (LimitsReached(3) ? 0 : 60000));
     torture::g_end = true;
     storm.end();
     for (Worker &worker : workers)
@@ -355,8 +392,32 @@ void CheckCalm(const Held &start, Workers &workers) {
                 std::to_string(before.descriptors) + " descriptors and " + std::to_string(before.names) +
                     " names stay behind");
     s_figures["lines"] = lines.taken;
+    s_figures["lines without a target"] = lines.off;
+    s_figures["targets switched"] = lines.switches;
+    s_figures["rotations"] = lines.rotations;
     s_figures["lines refused"] = lines.refused;
     s_figures["kilobytes"] = before.kilobytes;
+}
+
+// Everything has been asked for, and stopped, the library holds what it held before its first start.
+void CheckEnd(const Storm &storm, double seconds, const Held &before) {
+    for (const torture::Limit &limit : torture::g_limits)
+        if (s_wholeLoad) {
+            s_figures[std::string(limit.name) + " refused at the limit"] = limit.refused;
+            (void)Check(limit.refused > 0, std::string(limit.name) + ": the limit is not reached");
+        }
+    if (seconds >= 60) { // the full form
+        (void)Check(!s_wholeLoad || s_figures["rotations"] >= 500, "rotations");
+        (void)Check(storm.without != nullptr || s_figures["from nothing and to nothing"] >= 100000, "starts");
+    }
+    Held after = torture::HeldNow();
+    for (int part = 0; part < 1000 && after.threads != before.threads; ++part, after = torture::HeldNow())
+        Pause(10000); // until threads that were joined are gone
+    (void)Check(after.descriptors == before.descriptors && after.threads == before.threads &&
+                    after.names == before.names,
+                "stopped: " + std::to_string(after.descriptors - before.descriptors) + " descriptors, " +
+                    std::to_string(after.threads - before.threads) + " threads and " +
+                    std::to_string(after.names - before.names) + " names more than before");
 }
 
 int Main(const Storm &storm, double seconds, const std::vector<std::string> &works) {
@@ -373,15 +434,16 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
                          : seconds < 60                  ? std::min(work.many, 500)
                                                          : work.many;
         const bool named = works.empty() || std::count(works.begin(), works.end(), work.name) > 0;
-        for (int number = 0;
-             named && std::string(storm.without).find(" " + work.name + " ") == std::string::npos &&
-             number < many;
-             ++number)
+        const bool possible = storm.without != nullptr &&
+                              std::string(storm.without).find(" " + work.name + " ") == std::string::npos;
+        for (int number = 0; named && possible && number < many; ++number)
             workers.emplace_back(work);
     }
+    const Held before = torture::HeldNow();
     (void)Check(VYX_Init() == VYX_OK, "Init");
     const Held start = torture::HeldNow();
     torture::g_weather = storm.weather;
+    s_wholeLoad = In(torture::kLoad) && works.empty();
     storm.begin();
     RunStorm(storm, static_cast<int64_t>(seconds * 1000), workers);
     for (Worker &worker : workers) {
@@ -395,6 +457,7 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
     VYX_HANDLE_MSGQ queue = nullptr;
     (void)Check(VYX_Fini() == VYX_OK && VYX_MsgQCreateEx(&queue) == VYX_ERROR,
                 "Fini does not stop the library");
+    CheckEnd(storm, seconds, before);
     std::filesystem::remove_all(folder);
     return torture::PrintFigures(figures, s_figures);
 }

@@ -1,13 +1,12 @@
 #include "torture/works.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
+#include <set>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -24,9 +23,41 @@ unsigned g_weather = 0;
 std::atomic<bool> g_end{false};
 std::string g_folder;
 
+std::array<Limit, 3> g_limits = {{
+    {"timers", VYX_MAX_TIMERS,
+     [] { return VYX_SetTimer([](uint32_t, void *) {}, nullptr, 1, nullptr) == VYX_OK; }},
+    {"pools", VYX_MAX_THREADPOOLS, [] { return VYX_ThreadPool_Create(0, 1) != nullptr; }},
+    {"queues", VYX_MAX_MSGQ,
+     [] {
+         VYX_HANDLE_MSGQ queue = nullptr;
+         return VYX_MsgQCreateEx(&queue) == VYX_OK;
+     }},
+}};
+
+void Limit::Hold(int count) {
+    if (!In(kLoad))
+        return;
+    std::unique_lock<std::mutex> lock(mutex);
+    held += count;
+    const int64_t before = refused;
+    if (held == most) {
+        (void)Check(!more(), std::string(name) + ": one more than there may be");
+        ++refused;
+        reached.notify_all();
+    }
+    for (int part = 0; part < 100 && refused == before && !g_end; ++part)
+        (void)reached.wait_for(lock, std::chrono::milliseconds(300));
+}
+
+void Limit::GiveBack(int count) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    held -= In(kLoad) ? count : 0;
+}
+
 namespace {
 
 constexpr int kTurns = 20;
+Limit &s_timers = g_limits[0], &s_pools = g_limits[1], &s_queues = g_limits[2];
 
 thread_local int t_cancelIn = 0;
 void BeforeCall() {
@@ -108,6 +139,10 @@ bool TakeTurns(const ChannelKind &kind, bool alone) {
     done = !pair.there->granted || !pair.back->granted;
     if (done)
         return false;
+    const int queues = kind.name == std::string("queue") ? 2 : 0;
+    if (queues > 0)
+        s_queues.Hold(queues);
+    const Finally giveBack([&] { s_queues.GiveBack(queues); });
     for (int turn = 0; alone && turn < 10 * kTurns; ++turn)
         if (!pair.Give(*pair.there) || !pair.Take(*pair.there))
             return false;
@@ -166,7 +201,9 @@ bool FixedPool() {
     const VYX_HANDLE_THREADPOOL pool = VYX_ThreadPool_CreateFlex(1, 3, 65536, 1);
     if (pool == nullptr)
         return false;
+    s_pools.Hold(1);
     const Finally destroy([&] {
+        s_pools.GiveBack(1);
         (void)Check(VYX_ThreadPool_Destroy(pool) == VYX_OK, "ThreadPool_Destroy");
         (void)Check(ran == accepted || (In(kCancels) && ran == accepted + 1),
                     "items accepted: " + std::to_string(accepted) + ", run: " + std::to_string(ran));
@@ -208,21 +245,26 @@ void Tick(uint32_t /*nTimerId*/, void *pTicks) {
 }
 bool Timer() {
     static std::atomic<size_t> number{0};
-    std::atomic<int> &ticks = s_ticks[number++ % s_ticks.size()];
+    const size_t self = number++;
+    std::atomic<int> &ticks = s_ticks[self % s_ticks.size()];
     const int before = ticks;
     uint32_t id = VYX_MAX_TIMERS;
+    bool holds = false;
     const Finally kill([&] {
+        s_timers.GiveBack(holds ? 1 : 0);
         (void)VYX_KillTimer(static_cast<int32_t>(id));
         const int killed = ticks;
         Pause(2000);
         (void)Check(ticks == killed, "a timer calls after its end");
     });
     BeforeCall();
-    if (VYX_SetTimer(Tick, &ticks, 1, &id) != VYX_OK)
+    if (VYX_SetTimer(Tick, &ticks, In(kLoad) ? 1 + self % 16 : 1, &id) != VYX_OK)
         return false;
+    holds = true;
+    s_timers.Hold(1);
     const int64_t start = Milliseconds(); // without a thread it never calls
     while (ticks < before + 2 && !g_end && (!In(kLittle) || Milliseconds() - start < 50))
-        Pause(500);
+        Pause(In(kLoad) ? 20000 : 500);
     return true;
 }
 
@@ -230,13 +272,15 @@ bool Timer() {
 
 constexpr int64_t kSlowMicros = 2000; // what a slow disk takes for a write
 
-std::atomic<int64_t> s_taken{0}, s_refused{0}; // lines
+std::atomic<int64_t> s_taken{0}, s_refused{0}, s_off{0}; // lines
+std::atomic<int64_t> s_switches{0};                      // of targets
 std::atomic<bool> s_slowDisk{false};
 std::mutex s_targets; // held by whoever switches them
 
 // Into a folder of its own each time, as the file written last would be emptied.
 void OpenFiles() {
     static int folder = 0;
+    ++s_switches;
     (void)StartLogService();
     (void)EnableTarget(VYX_LOG_TARGET_FILE, (g_folder + "log" + std::to_string(folder++)).c_str(), 10000, 0);
 }
@@ -249,6 +293,7 @@ void SwitchTargets() {
         (void)(DisableTarget(VYX_LOG_TARGET_CONSOLE) + DisableTarget(VYX_LOG_TARGET_FILE));
         OpenFiles();
     } else if (!s_slowDisk) {
+        ++s_switches;
         (void)(turn % 2 == 0 ? EnableTarget(VYX_LOG_TARGET_CONSOLE, nullptr, 0, 0)
                              : DisableTarget(VYX_LOG_TARGET_CONSOLE));
     }
@@ -263,6 +308,7 @@ bool Log() {
         const int32_t result = WriteLog(VYX_LOG_LEVEL_INF, "storms", line, "%0500d", line);
         s_taken += result == 0 ? 1 : 0;
         s_refused += result == -4 ? 1 : 0;
+        s_off += result == -5 || result == -2 ? 1 : 0;
         (void)Check(result == 0 || result == -4 || result == -5 || (result == -2 && In(kLoad)) ||
                         (result == -1 && In(kLittle)) || In(kStops),
                     "WriteLog: " + std::to_string(result));
@@ -338,17 +384,20 @@ void CancelBeforeCall(int number) {
 
 const std::vector<Work> &Works() {
     static const std::vector<Work> works = [] {
-        std::vector<Work> all;
+        std::vector<Work> all = {{"timer", Timer, VYX_MAX_TIMERS},
+                                 {"pool", FixedPool, VYX_MAX_THREADPOOLS},
+                                 {"mutex", Mutex},
+                                 {"flexible-pool", FlexiblePool},
+                                 {"log", Log, 4},
+                                 {"copy", CopyFile},
+                                 {"small", Small},
+                                 {"make", Make},
+                                 {"starts", Starts}};
         for (const ChannelKind &kind : kChannelKinds)
             all.push_back({kind.name, [&kind] { return TakeTurns(kind, false); }, kind.many});
         for (const ChannelKind &kind : kChannelKinds)
             if (kind.alone)
                 all.push_back({kind.name + std::string("-alone"), [&kind] { return TakeTurns(kind, true); }});
-        for (const Work &work :
-             {Work{"mutex", Mutex}, Work{"pool", FixedPool, VYX_MAX_THREADPOOLS},
-              Work{"flexible-pool", FlexiblePool}, Work{"timer", Timer, VYX_MAX_TIMERS}, Work{"log", Log, 4},
-              Work{"copy", CopyFile}, Work{"small", Small}, Work{"make", Make}, Work{"starts", Starts}})
-            all.push_back(work);
         return all;
     }();
     return works;
@@ -358,10 +407,12 @@ Lines EndLog() {
     s_slowDisk = false;
     (void)DisableTarget(VYX_LOG_TARGET_CONSOLE);
     (void)StopLogService(false);
-    Lines lines = {s_taken, 0, s_refused};
+    Lines lines = {s_taken, 0, s_refused, s_off, s_switches, 0};
+    std::set<std::string> folders; // the first file of each follows none
     for (const auto &entry : std::filesystem::recursive_directory_iterator(g_folder)) {
         if (!entry.is_regular_file() || entry.path().parent_path().filename().string().rfind("log", 0) != 0)
             continue;
+        lines.rotations += folders.insert(entry.path().parent_path()).second ? 0 : 1;
         (void)chmod(entry.path().c_str(), 0600);
         std::ifstream file(entry.path(), std::ios::binary);
         lines.written += std::count(std::istreambuf_iterator<char>(file), {}, '\n');

@@ -3,9 +3,12 @@
 #ifndef VYX_TORTURE_WORKS_H
 #define VYX_TORTURE_WORKS_H
 
+#include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <pthread.h>
 #include <string>
 #include <vector>
@@ -40,9 +43,25 @@ const std::vector<Work> &Works();
 // The calling thread is cancelled before the so manieth of the next calls that block.
 void CancelBeforeCall(int number);
 
-// Switches the log off. Lines that it has taken since the beginning, those in its files, and those refused.
+// What there may be only so many of. Under load each round holds its own until all are held; then one more is asked for.
+struct Limit {
+    const char *name;
+    int most;
+    bool (*more)(); // asks for one more: whether it is granted
+    std::atomic<int64_t> refused{0};
+    int held = 0;
+    std::mutex mutex{};
+    std::condition_variable reached{};
+    // Before the first is given back all are; nothing is done but under load.
+    void Hold(int count);
+    void GiveBack(int count);
+};
+extern std::array<Limit, 3> g_limits;
+
+// Switches the log off. Lines that it has taken since the beginning, those in its files, those refused, those that had no
+// target; how often targets were switched and files were full and followed by the next.
 struct Lines {
-    int64_t taken, written, refused;
+    int64_t taken, written, refused, off, switches, rotations;
 };
 Lines EndLog();
 
