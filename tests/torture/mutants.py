@@ -32,10 +32,11 @@ import time
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
 BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_CHECK_LOCKS=ON", "-DVYX_BUILD_TESTS=ON",
-         "-DVYX_PRECOMPILE_TESTS=ON", "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF",
+         "-DVYX_PRECOMPILE_TESTS=ON", "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF", "-DVYX_BUILD_EXPLORE=ON",
          "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
          "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
+OF_ALL = {"conformance", "explore"} # tests of no room
 STAGES = {"Torture.load", "Torture.storms"} # that are tried like tests; failing resources are tried one by one
 ANALYSIS = "the analysis of locks"
 
@@ -198,7 +199,7 @@ class Tree:
                             f"-DCMAKE_PROJECT_vyx_INCLUDE={self.path}/touched/touched.cmake"):
             return False
         rooms = self.own or [f.parent.name for f in sorted(self.path.glob("tests/*/CMakeLists.txt"))
-                             if (self.path / "src" / f.parent.name).is_dir() or f.parent.name == "conformance"]
+                             if (self.path / "src" / f.parent.name).is_dir() or f.parent.name in OF_ALL]
         if not self.make("vyx", "fuzz_targets", *(f"tests/{room}/all" for room in rooms), *self.torture):
             return False
         for folder in [*(f"tests/{room}" for room in rooms), "fuzz", *(["tests/torture"] if self.torture else [])]:
@@ -215,7 +216,7 @@ class Tree:
         names = subprocess.run([program], check=True, stdout=subprocess.PIPE, text=True).stdout.splitlines()
         properties = [{"name": "WORKING_DIRECTORY", "value": str(self.build)}]
         return [Test("resources", {"name": f"Resources.{name}", "properties": properties,
-                                   "command": [str(program), name, "--short"]}) for name in names]
+                                   "command": [str(program), name, "1"]}) for name in names]
 
     def enter(self, test):
         """Runs a test alone: how long it takes, and which bytes of which modules it leaves behind."""
@@ -271,7 +272,7 @@ class Tree:
                 and (start is None or path.suffix == ".h" or any(entered == file for entered, _ in test.touched))]
         first = [test for test in first if test.took < self.slow or test.room == room]
         if path.suffix == ".h": # those with a copy of their own of what is in it take long to build
-            first = [test for test in first if not test.inside or test.room == room]
+            first = [test for test in first if not test.inside or test.room in (room, "fuzz")]
         for tests in (first, more):
             tests.sort(key=lambda test: (test.serial, test.room != room, test.took))
         return first + more
