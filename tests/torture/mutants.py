@@ -411,7 +411,7 @@ def arguments():
     parser.add_argument("--beside", type=int, default=os.cpu_count() + 1, help="how many tests run at once")
     parser.add_argument("--results", type=pathlib.Path,
                         help="a line of JSON for each fault; those in it are not tried again while no file changes")
-    parser.add_argument("--slow", type=float, default=10, help="seconds: tests of other folders that take longer are left out")
+    parser.add_argument("--slow", type=float, default=30, help="seconds: tests of other folders that take longer are left out (30)")
     parser.add_argument("--most", type=int, default=1, help="look for so many tests that notice the same fault (1)")
     parser.add_argument("--again", action="store_true", help="tests have changed: try only those that survived before")
     parser.add_argument("--own", action="store_true", help="only with the tests of the rooms of --only: quick, and less sharp")
