@@ -21,7 +21,8 @@ extern "C" char __executable_start, _end; // of this program, by the linker
 
 namespace {
 
-constexpr unsigned long long kTooLarge = 1 << 23; // bytes, of a mapping
+constexpr unsigned long long kTooLarge = 1 << 22;     // bytes, of a mapping
+constexpr unsigned long long kTooLargeHere = 1 << 26; // of the program's, where a sanitizer has its own
 constexpr size_t kMostSegments = 100;
 
 // How the core begins; the memory follows.
@@ -85,8 +86,10 @@ void BaseCore::AddMemory() {
         unsigned long long nEnd = 0;
         char szRights[8] = "";
         REQUIRE(std::sscanf(sLine.c_str(), "%llx-%llx %7s", &nStart, &nEnd, szRights) == 3);
-        std::string sMapping(static_cast<size_t>(std::min(nEnd - nStart, kTooLarge)), '\0');
-        if (szRights[2] == 'x' || sMapping.size() == kTooLarge ||
+        const bool bHere = nStart >= AddressOf(&__executable_start) && nStart < AddressOf(&_end);
+        const unsigned long long nLimit = bHere ? kTooLargeHere : kTooLarge;
+        std::string sMapping(static_cast<size_t>(std::min(nEnd - nStart, nLimit)), '\0');
+        if (szRights[2] == 'x' || sMapping.size() == nLimit ||
             pread64(iMemory, sMapping.data(), sMapping.size(), static_cast<off_t>(nStart)) < 0)
             continue;
         ElfW(Phdr) &segment = head.segments[nSegments++];
