@@ -16,9 +16,16 @@ using vyx_inter::Lock;
 using vyx_inter::LockGuard;
 using vyx_inter::Rank;
 
+static uint32_t s_nLooks = 0;
+static int64_t s_iLookTakes = 0; // microseconds
+
 extern "C" {
-// In place of the platform's, so that a thread's looks follow each other at once however busy the machine is.
+// In place of the platform's, so that a thread's looks follow each other as a test wants, however busy the machine is.
 int sched_yield() noexcept {
+    const int64_t iStart = vyx_inter::Now(Clock::Monotonic);
+    while (vyx_inter::Now(Clock::Monotonic) - iStart < s_iLookTakes) {
+    }
+    ++s_nLooks;
     return 0;
 }
 extern const vyx_inter::DescriptionTable<4> vyx_description_locks;
@@ -79,6 +86,41 @@ TEST(ForkHold, AwaitsAHolderThatIsKnown) {
     EXPECT_TRUE(hold.IsWhole());
     hold.InParent();
     holder.join();
+}
+
+// A lock that is just passed on is nobody's.
+TEST(ForkHold, GivesUpAfterATimeAndSomeLooks) {
+    Lock lock{Rank::SemWaits};
+    pthread_mutex_t passed = vyx_inter::kSleepingMutex;
+    passed.__data.__lock = 1;
+    std::memcpy(static_cast<void *>(&lock), &passed, sizeof passed);
+    vyx_inter::ForkHold hold(lock);
+    const int64_t iStart = vyx_inter::Now(Clock::Monotonic);
+    hold.Before();
+    EXPECT_GT(vyx_inter::Now(Clock::Monotonic) - iStart,
+              vyx_inter::kForkPatienceAtEdge * vyx_inter::kMicrosPerMilli);
+    s_nLooks = 0;
+    s_iLookTakes = 100;
+    hold.Before();
+    s_iLookTakes = 0;
+    EXPECT_EQ(s_nLooks + 1, vyx_inter::kForkLeastLooks);
+    EXPECT_TRUE(hold.IsWhole());
+    lock.Renew();
+}
+
+TEST(Lock, IsOfItsKindAlsoWhenMadeAnew) {
+    const struct {
+        vyx_inter::Taken eTaken;
+        const pthread_mutex_t *pMutex;
+    } kinds[] = {{vyx_inter::Taken::Spin, &vyx_inter::kSpinningMutex},
+                 {vyx_inter::Taken::Sleep, &vyx_inter::kSleepingMutex}};
+    for (const auto &kind : kinds) {
+        Lock lock{Rank::SemWaits, kind.eTaken};
+        EXPECT_EQ(std::memcmp(&lock, kind.pMutex, sizeof *kind.pMutex), 0);
+        std::memset(static_cast<void *>(&lock), 1, sizeof *kind.pMutex);
+        lock.Renew();
+        EXPECT_EQ(std::memcmp(&lock, kind.pMutex, sizeof *kind.pMutex), 0);
+    }
 }
 
 TEST(LockOrder, RanksAreListedInTheirOrder) {
