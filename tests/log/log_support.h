@@ -40,7 +40,8 @@ inline Strings Names(const std::string &folder) {
 inline std::string AllLogText(const std::string &folder) {
     std::string text;
     for (const std::string &name : Names(folder)) {
-        std::filesystem::permissions(folder + "/" + name, std::filesystem::perms::owner_read);
+        std::filesystem::permissions(folder + "/" + name, std::filesystem::perms::owner_read,
+                                     std::filesystem::perm_options::add);
         text += support::ReadFile(folder + "/" + name);
     }
     return text;
