@@ -133,6 +133,23 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
     ASSERT_EQ(VYX_OK, VYX_Init());
 }
 
+// Who looks from outside is told how full it is.
+TEST_F(MsgQueue, CountsWhatItHolds) {
+    const auto holds = [this] {
+        const LockGuard guard(m_hQueue->hQueueLock);
+        return std::pair<uint64_t, uint64_t>(m_hQueue->nSorted, m_hQueue->nBytes);
+    };
+    VYX_MSG_BLOCK_T block = {};
+    for (const int32_t iLength : {10, 20, 30}) {
+        block.iDataLen = iLength;
+        ASSERT_EQ(VYX_MsgQSendEx(m_hQueue, &block), VYX_OK);
+    }
+    EXPECT_EQ(Receive(m_hQueue, 1), 0); // sorts them in
+    EXPECT_EQ(holds(), (std::pair<uint64_t, uint64_t>(2, 50)));
+    ASSERT_EQ(VYX_MsgQDestroyEx(m_hQueue), VYX_OK);
+    EXPECT_EQ(holds(), (std::pair<uint64_t, uint64_t>(0, 0)));
+}
+
 TEST(MsgqClass, GivesBackThePointersInTheirOrderOrForgetsThem) {
     vyx::vyx_msgq queue;
     VYX_MSG_BLOCK_T blocks[2] = {};

@@ -284,6 +284,23 @@ uint32_t Alive(VYX_HANDLE_THREADPOOLFLEX hPool) {
     return pool.nAlive;
 }
 
+TEST(FlexPool, WorkersAreNamedByPoolAndStart) {
+    Gate gates[2];
+    VYX_HANDLE_THREADPOOLFLEX pools[3];
+    for (VYX_HANDLE_THREADPOOLFLEX &hPool : pools)
+        hPool = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0);
+    EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(pools[1]), 0);
+    pools[1] = VYX_ThreadPoolFlex_Create(2, -1, Gate::Handler, 0); // has the number that has become free
+    for (Gate &gate : gates) {
+        EXPECT_EQ(VYX_ThreadPoolFlex_Work(pools[1], &gate), 0);
+        ASSERT_TRUE(gate.WaitEntered(1));
+    }
+    gates[0].bOpen = gates[1].bOpen = true;
+    for (VYX_HANDLE_THREADPOOLFLEX hPool : pools)
+        EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(hPool), 0);
+    EXPECT_EQ(gates[0].lastName + " " + gates[1].lastName, "vyx-flex1.0 vyx-flex1.1");
+}
+
 TEST(FlexPool, DoesNotGrowAgainAfterItShrankToItsLastWorker) {
     VYX_HANDLE_THREADPOOLFLEX hFirst = VYX_ThreadPoolFlex_Create(1, 0, Gate::Handler, 0);
     VYX_HANDLE_THREADPOOLFLEX hOther = VYX_ThreadPoolFlex_Create(1, 0, Gate::Handler, 0);
