@@ -101,6 +101,10 @@ TEST_F(Log, ResultsAndTheirOrder) {
     EXPECT_EQ(GetLogService().ServiceStart() + GetLogService().ServiceStop(true), 0);
     EXPECT_EQ(failing_memory::Alive(), iBlocks) << "no memory stays";
     EXPECT_EQ(On(kFile), 0);
+    failing_memory::g_bNone = true;
+    const int32_t iWithoutMemory = Write("x");
+    failing_memory::g_bNone = false;
+    EXPECT_EQ(iWithoutMemory, -1) << "and it is tried again";
     const wchar_t invalid[] = {0x7FFFFFFF, 0};
     EXPECT_EQ(WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%ls", invalid), -7);
     const char *szFormat = "%m"; // of the C library here; not a constant, as it is not C++'s
