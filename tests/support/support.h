@@ -18,7 +18,13 @@ using Clock = std::chrono::steady_clock;
 
 // ThreadSanitizer cannot follow threads that a forked child starts, nor can the emulator; and AddressSanitizer may fork
 // while another thread holds a lock of its allocator.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(VYX_TESTS_EMULATED)
+#if defined(__has_feature) // Clang's way to tell
+#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
+#define VYX_TESTS_SANITIZED
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(VYX_TESTS_SANITIZED) ||         \
+    defined(VYX_TESTS_EMULATED)
 constexpr bool kThreadsAfterFork = false;
 #else
 constexpr bool kThreadsAfterFork = true;
