@@ -263,13 +263,15 @@ class Tree:
 
     def tests_for(self, path, number):
         """Those that enter the function, then the room's own that enter the file; each the quick ones first. For what is in
-        no function: all if it is in a header, else the room's own."""
+        no function: all if it is in a header, else the room's own and those that enter the file."""
         file, room = str(path), path.parent.name
         start = max((line for line in self.starts.get(file, ()) if line <= number + 1), default=None)
         everywhere = start is None and path.suffix == ".h" # constants and types
         first = [test for test in self.tests if everywhere or (file, start) in test.touched]
-        more = [test for test in self.tests if test.room == room and test not in first
-                and (start is None or path.suffix == ".h" or any(entered == file for entered, _ in test.touched))]
+        inside = [test for test in self.tests if any(entered == file for entered, _ in test.touched)]
+        more = [test for test in self.tests if test not in first and (
+            test in inside and (test.room == room or start is None) or
+            test.room == room and (start is None or path.suffix == ".h"))]
         first = [test for test in first if test.took < self.slow or test.room == room]
         if path.suffix == ".h": # those with a copy of their own of what is in it take long to build
             first = [test for test in first if not test.inside or test.room in (room, "fuzz")]
