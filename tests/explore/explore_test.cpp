@@ -57,6 +57,13 @@ class Explore : public testing::Test {
     const TempDir m_folder;
 };
 
+// The C++ library's own calls are points, too: a seed finds another schedule with another one.
+#if defined(_LIBCPP_VERSION)
+#define WORKER_RETIRES "--seed 5"
+#else
+#define WORKER_RETIRES "--seed 6"
+#endif
+
 struct Faulty {
     const char *name;
     const char *options;
@@ -78,8 +85,8 @@ const Faulty kFaulty[] = {
     {"service_order", "", "deadlock: threads wait for each other's mutexes"},
     {"signal_for_broadcast", "--strategy pct:3", "waits: wait condition 1, at signal_for_broadcast.cpp"},
     {"skipped_tail", "", "not so: batch.Text(line)[i] == text"},
-    {"two_locks", "--strategy round", "waits: lock mutex 1, held by thread"},
-    {"worker_retires", "--seed 6", "not so: g_accepted == 4 && g_run == 4"},
+    {"two_locks", "--strategy round", "deadlock: threads wait for each other's mutexes"},
+    {"worker_retires", WORKER_RETIRES, "not so: g_accepted == 4 && g_run == 4"},
 };
 
 class FaultyProgram : public Explore, public testing::WithParamInterface<Faulty> {};
