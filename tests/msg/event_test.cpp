@@ -120,7 +120,7 @@ TEST(Event, ClosingWaitsForASetterAboutToLeave) {
     std::atomic<bool> bLeft{false};
     ++event->nInside;
     std::thread setter([&, pEvent = event.get()] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // meanwhile the event is closed
+        std::this_thread::sleep_for(std::chrono::milliseconds(20)); // nothing tells that the closing waits
         bLeft = true;
         --pEvent->nInside;
     });

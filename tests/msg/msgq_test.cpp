@@ -186,7 +186,7 @@ TEST(MsgqClass, QuickLooksUseUpNoTime) {
         EXPECT_EQ(0, queue.getq(&pOut, kTimeOut));
         bDone.store(true);
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(3 * kTimeOut)); // time that must not end it
+    std::this_thread::sleep_for(std::chrono::milliseconds(3 * kTimeOut)); // it must not end meanwhile
     EXPECT_FALSE(bDone.load());
     EXPECT_EQ(0, queue.putq(&block));
     getter.join();

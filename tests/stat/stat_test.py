@@ -305,7 +305,7 @@ class Bpftrace(Case):
             for line in tracer.stdout:
                 text += line
                 if line.startswith("Tracing"):
-                    time.sleep(SECONDS)  # while it counts
+                    time.sleep(SECONDS)  # it counts, and tells nothing before its end
                     program.stdin.close()  # its end is that of the trace
         self.assertEqual(tracer.returncode, 0)
         return text

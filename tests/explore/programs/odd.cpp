@@ -42,7 +42,7 @@ int main(int, char **arguments) {
         return 3;
     s_spin = false;
     if (what == "day")
-        sleep(86400); // tried itself
+        sleep(86400); // of the virtual clock, and tried itself
     const bool early = s_done;
     if (early && !Make(what))
         return 3;

@@ -57,7 +57,7 @@ for thread in threads:
 for thread in threads:
     thread.join()
 start = time.time(), time.monotonic()
-time.sleep(86400)
+time.sleep(86400)  # of the virtual clock, and tried itself
 assert all(86400 <= now - then < 86500 for now, then in zip((time.time(), time.monotonic()), start))
 child = os.fork()
 if child == 0:
