@@ -121,8 +121,9 @@ TEST_F(Log, ResultsAndTheirOrder) {
 TEST_F(LogHeader, IsThatOfTheMoment) {
     const auto stamp = [] {
         char szStamp[40];
-        const time_t tNow = std::time(nullptr);
-        (void)std::strftime(szStamp, sizeof szStamp, "[%Y-%m-%d %H:%M:%S.", std::localtime(&tNow));
+        timespec now; // not time(): its second may begin a tick later than that of the exact clock
+        clock_gettime(CLOCK_REALTIME, &now);
+        (void)std::strftime(szStamp, sizeof szStamp, "[%Y-%m-%d %H:%M:%S.", std::localtime(&now.tv_sec));
         return std::string(szStamp);
     };
     char text[200];
