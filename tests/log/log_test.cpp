@@ -1,12 +1,14 @@
 // Results of WriteLog, the ring, the targets' switches, the files' names. The log's fuzz target looks at the texts of lines, and at
 // where files end.
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <set>
+#include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 
@@ -305,6 +307,33 @@ TEST_F(LogFile, UnopenedFileIsReportedAndTriedAgain) {
     EXPECT_EQ(Write("there"), 0);
     EXPECT_EQ(Logged(), Strings{"there"});
     EXPECT_EQ(err.Text(), "LogService OpenFile[" + logs + Names(logs).at(0) + "] failed\n");
+}
+
+// A limit on a file's size is what a full disk is: the line that crosses it is cut, with one byte in the second case.
+TEST_F(LogFile, FullDiskLosesLinesWhole) {
+    const auto fnBefore = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    for (const size_t nLimit : {2000U, 2001U, 2099U}) {
+        On(kFile);
+        const rlimit limit = {nLimit, before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        Strings fitting;
+        size_t nUsed = 0;
+        for (size_t n = 0; n < 60; ++n) {
+            const size_t nSize = n < 40 ? 100 : 60 + n % 20; // some of the short ones still find room
+            const std::string text(nSize - kShortest, static_cast<char>('0' + n % 10));
+            EXPECT_EQ(Write(text), 0);
+            if (nUsed + nSize > nLimit)
+                continue;
+            fitting.push_back(text);
+            nUsed += nSize;
+        }
+        EXPECT_EQ(Logged(), fitting) << nLimit;
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+        std::filesystem::remove_all(logs);
+    }
+    (void)std::signal(SIGXFSZ, fnBefore);
 }
 
 } // namespace

@@ -116,9 +116,10 @@ void RunScenario(const Report *pClean) {
     s_run = run;
     alarm(kLimit);
     const int fd = open("/dev/null", O_RDWR);
-    for (int i = 0; i < 3 && !bShow; ++i)
+    for (int i = 1; i < 3 && !bShow; ++i)
         (void)dup2(fd, i);
     (void)close(fd);
+    (void)close(0);      // so that the library gets this one, too
     (void)std::puts(""); // which takes the stream's buffer
     s_nInherited = failing_blocks();
     try {
