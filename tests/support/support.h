@@ -17,7 +17,8 @@ namespace support {
 using Clock = std::chrono::steady_clock;
 
 // ThreadSanitizer cannot follow threads that a forked child starts, nor can the emulator; and AddressSanitizer may fork
-// while another thread holds a lock of its allocator.
+// while another thread holds a lock of its allocator. ThreadSanitizer's _exit also flushes standard output, unless it saw
+// the fork of several threads: what the parent had not flushed would be written twice.
 #if defined(__has_feature) // Clang's way to tell
 #if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
 #define VYX_TESTS_SANITIZED
