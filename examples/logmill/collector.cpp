@@ -163,14 +163,10 @@ std::string Collector::UniqueName(std::string name) {
 void Collector::ShowProgress(uint32_t /*timer*/, void *pCollector) {
     auto *collector = static_cast<Collector *>(pCollector);
     const uint64_t lines = collector->m_store.Lines();
-    const bool more = lines != collector->m_shown;
-    if (more)
+    if (lines != collector->m_shown)
         VYX_OutputDebug("logmill: %s lines so far", std::to_string(lines).c_str());
     collector->m_shown = lines;
-    // Once more after the last lines, which are counted before they are written.
-    if (more || collector->m_more)
-        collector->m_store.MakeFinishedReadable();
-    collector->m_more = more;
+    collector->m_store.MakeFinishedReadable();
 }
 
 void Collector::PrintSummary(int64_t microseconds) {

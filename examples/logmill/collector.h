@@ -56,7 +56,6 @@ class Collector {
     VYX_HANDLE_THREADPOOL m_pool = nullptr;
     uint32_t m_timer = VYX_MAX_TIMERS; // an id that no timer has: none
     uint64_t m_shown = 0;              // lines that the progress line has told of; the timer's
-    bool m_more = false;               // there were more lines the last time; the timer's
     VYX_Mutex m_mutex;                 // guards what follows
     uint32_t m_active = 0;
     VYX_TIME_T m_first = 0;                  // when the first sender came

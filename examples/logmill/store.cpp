@@ -113,7 +113,18 @@ void Store::Close() {
     m_queue = nullptr;
 }
 
-void Store::MakeFinishedReadable() const {
+// A file is renamed when it is finished, which changes the directory. The lines do not tell when: the log service writes
+// them after they have been counted, on a slow disk seconds later. Times are whole seconds, so one that is not older
+// than the last look may hide another change.
+void Store::MakeFinishedReadable() {
+    const time_t now = std::time(nullptr);
+    struct stat directory;
+    if (stat(m_directory.c_str(), &directory) == 0) {
+        if (directory.st_mtime == m_changed && m_changed + 1 < m_looked)
+            return;
+        m_changed = directory.st_mtime;
+    }
+    m_looked = now;
     MakeReadable(false);
 }
 

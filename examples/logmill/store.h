@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <sys/types.h>
 #include <vyx/msg.h>
@@ -31,8 +32,9 @@ class Store {
     // Writes what is queued, ends the thread, closes the files and makes all of them readable. Nobody may put any more.
     void Close();
 
-    // Makes those files readable that will not be written any more. For one thread at a time.
-    void MakeFinishedReadable() const;
+    // Makes those files readable that will not be written any more; to be called again and again. Looks at the files only
+    // if there may be such ones. For one thread at a time.
+    void MakeFinishedReadable();
 
     // What has been stored so far; for any thread.
     uint64_t Lines() const { return m_lines; }
@@ -49,6 +51,8 @@ class Store {
 
     std::string m_directory;
     mode_t m_fileMode = 0;
+    time_t m_changed = 0; // when the directory had changed, as MakeFinishedReadable saw it
+    time_t m_looked = 0;  // when it last looked at the files
     VYX_HANDLE_MSGQ m_queue = nullptr;
     VYX_Thread m_thread;
     bool m_open = false;

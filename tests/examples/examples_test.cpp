@@ -38,18 +38,48 @@ Outcome Shell(const std::string &command) {
     return EndOf(popen(("( " + command + " ) 2>&1").c_str(), "re"));
 }
 
+// A collector that stores into the folder's "logs", until it is ended.
+struct Collector {
+    std::string logs;
+    FILE *pSaid;
+    pid_t iProcess = 0;
+    unsigned nPort = 0;
+
+    Collector(const support::TempDir &dir, const std::string &options)
+        : logs(dir / "logs"),
+          pSaid(
+              popen(("umask 027; echo $$; exec " + kMill + " collect -d " + logs + options).c_str(), "re")) {
+        EXPECT_EQ(fscanf(pSaid, "%d collecting at %*s port %u into", &iProcess, &nPort), 2);
+    }
+    std::string Send(const std::string &path) const {
+        return kMill + " send -p " + std::to_string(nPort) + " " + path;
+    }
+    // Whether all log files whose names have this form are readable as the mask has it, soon.
+    bool AreReadable(const std::string &form) const {
+        return support::WaitUntil([this, &form] {
+            return Shell("cd " + logs + " && stat -c %a " + form + " | sort -u").out == "640\n";
+        });
+    }
+    // What is there, for the case of a failure.
+    std::string Files() const { return Shell("ls -l " + logs + "; df " + logs).out; }
+    Outcome End() const {
+        EXPECT_EQ(kill(iProcess, SIGINT), 0);
+        return EndOf(pSaid);
+    }
+};
+
+// The number behind a word of the collector's summary.
+int NumberOf(const char *szWord, const Outcome &said) {
+    const size_t nAt = said.out.find(szWord);
+    return nAt == std::string::npos ? -1 : std::stoi(said.out.substr(nAt + strlen(szWord)));
+}
+
 // A line in three says error, one in five of the others is a warning; one in a thousand is stored in several pieces.
 TEST(Mill, ManySendersAtOnceLoseNothingAndKeepTheirOrder) {
     constexpr int kSenders = 12;
     constexpr int kLines = 6000;
     const support::TempDir dir;
-    FILE *pSaid = popen(("umask 027; echo $$; exec " + kMill + " collect -d " + dir / "logs" +
-                         " --connections 5 --file-size 65536") // so that some wait for their turn
-                            .c_str(),
-                        "re");
-    pid_t iCollector = 0;
-    unsigned nPort = 0;
-    ASSERT_EQ(fscanf(pSaid, "%d collecting at %*s port %u into", &iCollector, &nPort), 2);
+    const Collector collector(dir, " --connections 5 --file-size 65536"); // so that some wait for their turn
     std::string command;
     for (int iSender = 0; iSender < kSenders; ++iSender) {
         const std::string path = dir / ("sender" + std::to_string(iSender));
@@ -61,29 +91,31 @@ TEST(Mill, ManySendersAtOnceLoseNothingAndKeepTheirOrder) {
                        "\n";
         }
         support::WriteFile(path, content);
-        command += kMill + " send -p " + std::to_string(nPort) + " " + path + " || echo failed & ";
+        command += collector.Send(path) + " || echo " + path + " failed: $? & ";
     }
     const Outcome sent = Shell(command + "wait");
     EXPECT_EQ(sent.out.find("failed"), std::string::npos) << sent.out;
-    const auto modesOf = [&dir](const std::string &form) {
-        return Shell("cd " + dir / "logs" + " && stat -c %a " + form + " | sort -u").out;
-    };
-    EXPECT_TRUE(support::WaitUntil([&] { return modesOf("vyx_log_*[0-9].log") == "640\n"; }));
-    EXPECT_EQ(kill(iCollector, SIGINT), 0);
-    const Outcome said = EndOf(pSaid);
+    EXPECT_TRUE(collector.AreReadable("vyx_log_*[0-9].log")) << collector.Files();
+    const Outcome said = collector.End();
     EXPECT_EQ(said.iStatus, 0);
-    EXPECT_EQ(modesOf("*"), "640\n");
+    EXPECT_TRUE(collector.AreReadable("*"));
     for (const auto &[szKey, iNumber] :
-         {std::pair{"lines", kLines}, {"error", 2000}, {"warning", 800}, {"none", 3200}, {"senders", 1}}) {
-        const size_t nAt = said.out.find(szKey);
-        ASSERT_NE(nAt, std::string::npos) << said.out;
-        EXPECT_EQ(std::stoi(said.out.substr(nAt + strlen(szKey))), kSenders * iNumber) << said.out;
-    }
+         {std::pair{"lines", kLines}, {"error", 2000}, {"warning", 800}, {"none", 3200}, {"senders", 1}})
+        EXPECT_EQ(NumberOf(szKey, said), kSenders * iNumber) << szKey << said.out << sent.out;
     const Outcome checked = Shell(
         "cd " + dir.Path() + " && mkdir out && cd logs && ls | sort -t_ -k3n | LC_ALL=C xargs cat | " +
         "LC_ALL=C awk -v directory=../out -f " SOURCE_DIR "/examples/logmill/check.awk && cd ../out && " +
         "[ $(ls | wc -l) = 12 ] && for name in *; do cmp $name ../$name || exit; done");
-    EXPECT_EQ(checked.iStatus, 0) << checked.out;
+    EXPECT_EQ(checked.iStatus, 0) << checked.out << collector.Files() << said.out << sent.out;
+}
+
+// On a slow disk long after its last line has been counted.
+TEST(Mill, MakesAFileReadableWheneverItIsFinished) {
+    const support::TempDir dir;
+    const Collector collector(dir, "");
+    EXPECT_EQ(Shell("umask 577; >" + collector.logs + "/vyx_log_9.log").out, "");
+    EXPECT_TRUE(collector.AreReadable("*")) << collector.Files();
+    EXPECT_EQ(collector.End().iStatus, 0);
 }
 
 TEST(Mill, SaysWhatIsWrong) {
