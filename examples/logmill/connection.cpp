@@ -29,15 +29,15 @@ bool IsName(std::string_view name) {
 
 Connection::Connection(Collector &collector, VYX_SOCK_T socket)
     : m_collector(collector), m_socket(socket), m_readable(VYX_CreateEvent(0)), m_batch(this),
-      m_stored(0, 1) {
-    if (m_readable == nullptr || VYX_EventSelect(socket, m_readable, VYX_FD_READ | VYX_FD_CLOSE) == VYX_OK)
-        return;
-    (void)VYX_CloseEvent(m_readable);
-    m_readable = nullptr;
+      m_stored(1, 1) {
+    m_usable = m_readable != nullptr &&
+               VYX_EventSelect(socket, m_readable, VYX_FD_READ | VYX_FD_CLOSE) == VYX_OK &&
+               m_stored.TimedWait(0) == VYX_OK; // its count is there if the system has granted it
 }
 
 Connection::~Connection() {
-    (void)VYX_CloseEvent(m_readable);
+    if (m_readable != nullptr)
+        (void)VYX_CloseEvent(m_readable);
     (void)VYX_CloseSocket(m_socket, 0);
 }
 

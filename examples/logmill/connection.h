@@ -34,7 +34,7 @@ class Connection {
 
     Collector &GetCollector() const { return m_collector; }
     // Whether the system granted what a connection needs.
-    bool Usable() const { return m_readable != nullptr; }
+    bool Usable() const { return m_usable; }
 
     // For a thread of the pool: serves the sender to its end, or until the collector ends.
     void Serve();
@@ -60,6 +60,7 @@ class Connection {
     Collector &m_collector;
     VYX_SOCK_T m_socket;
     VYX_EVENT m_readable;   // the socket has data, or its end
+    bool m_usable = false;  // the system has granted everything
     std::string m_name;     // empty until the sender has said it
     std::string m_text;     // what was read and not yet cut
     uint32_t m_line = 0;    // the line that the next piece belongs to has this number, or the next

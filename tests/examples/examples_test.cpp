@@ -118,6 +118,38 @@ TEST(Mill, MakesAFileReadableWheneverItIsFinished) {
     EXPECT_EQ(collector.End().iStatus, 0);
 }
 
+// The sender's socket and pipe take what descriptors there are, so that it gets no semaphore.
+TEST(Mill, TurnsASenderAwayWhomItCannotServe) {
+    const support::TempDir dir;
+    const Collector collector(dir, "");
+    std::string content;
+    for (int i = 0; i < 5000; ++i)
+        content += std::to_string(i) + "\n";
+    support::WriteFile(dir / "in", content);
+    const std::string process = std::to_string(collector.iProcess);
+    int iLimit = 0;
+    for (int iFree = 0; iFree < 3; ++iLimit) {
+        std::error_code error;
+        const auto target =
+            std::filesystem::read_symlink("/proc/" + process + "/fd/" + std::to_string(iLimit), error);
+        iFree += error || target == collector.logs ? 1 : 0; // which it closes again at once
+    }
+    const auto setLimit = [&process](int iDescriptors) {
+        EXPECT_EQ(Shell("prlimit --pid " + process + " --nofile=" + std::to_string(iDescriptors) + ":").out,
+                  "");
+    };
+    setLimit(iLimit);
+    const Outcome refused = Shell(collector.Send(dir / "in"));
+    EXPECT_EQ(refused.iStatus, 1) << refused.out;
+    setLimit(200);
+    const Outcome served = Shell(collector.Send(dir / "in"));
+    EXPECT_EQ(served.iStatus, 0) << served.out;
+    const Outcome said = collector.End();
+    EXPECT_EQ(said.iStatus, 0);
+    EXPECT_EQ(NumberOf("lines", said), 5000) << said.out;
+    EXPECT_EQ(NumberOf("senders", said), 1) << said.out;
+}
+
 TEST(Mill, SaysWhatIsWrong) {
     const struct {
         const char *szArguments;
