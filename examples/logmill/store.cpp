@@ -2,6 +2,7 @@
 
 #include <climits>
 #include <cstring>
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vyx/log.h>
@@ -31,25 +32,27 @@ bool WriteLine(const char *sender, const Piece &piece) {
     return result == 0;
 }
 
-// Calls visit for each log file in the directory. Their number, or -1 if the directory cannot be read.
+// Calls visit with the name of each log file in the directory. Their number, or -1 if the directory cannot be read.
+// With the platform's own call: VYX_FindFileInDir looks at each file, and prints a line into standard output where one
+// has been renamed meanwhile, as the log service does.
 template <class Visit>
 int64_t ForEachLogFile(const std::string &directory, Visit visit) {
-    VYX_DIR_T handle = VYX_OpenDir(directory.c_str());
+    DIR *handle = opendir(directory.c_str());
     if (handle == nullptr)
         return -1;
     int64_t count = 0;
-    for (_FILE_FIND_INFO entry; VYX_FindFileInDir(handle, &entry) == 0;) {
-        if (std::strncmp(entry.name, "vyx_log_", 8) != 0)
+    while (const dirent *entry = readdir(handle)) {
+        if (std::strncmp(entry->d_name, "vyx_log_", 8) != 0)
             continue;
         ++count;
-        visit(entry);
+        visit(entry->d_name);
     }
-    (void)VYX_CloseDir(handle);
+    (void)closedir(handle);
     return count;
 }
 
 int64_t CountLogFiles(const std::string &directory) {
-    return ForEachLogFile(directory, [](const _FILE_FIND_INFO &) {});
+    return ForEachLogFile(directory, [](const char *) {});
 }
 
 // The file that is being written has a name of its own.
@@ -130,11 +133,14 @@ void Store::MakeFinishedReadable() {
 
 // The log service makes files that can only be written.
 void Store::MakeReadable(bool workingFile) const {
-    (void)ForEachLogFile(m_directory, [&](const _FILE_FIND_INFO &file) {
-        if ((file.finfo.perm & VYX_UREAD) != 0 || (IsWorkingFile(file.name) && !workingFile))
+    (void)ForEachLogFile(m_directory, [&](const char *name) {
+        if (IsWorkingFile(name) && !workingFile)
             return;
-        if (chmod((m_directory + "/" + file.name).c_str(), m_fileMode) != 0)
-            (void)Complain("cannot make readable: ", m_directory + "/" + file.name);
+        const std::string path = m_directory + "/" + name;
+        struct stat file;
+        if ((stat(path.c_str(), &file) != 0 || (file.st_mode & S_IRUSR) == 0) &&
+            chmod(path.c_str(), m_fileMode) != 0)
+            (void)Complain("cannot make readable: ", path);
     });
 }
 

@@ -98,6 +98,7 @@ TEST(Mill, ManySendersAtOnceLoseNothingAndKeepTheirOrder) {
     EXPECT_TRUE(collector.AreReadable("vyx_log_*[0-9].log")) << collector.Files();
     const Outcome said = collector.End();
     EXPECT_EQ(said.iStatus, 0);
+    EXPECT_EQ(said.out.find("failed"), std::string::npos) << said.out;
     EXPECT_TRUE(collector.AreReadable("*"));
     for (const auto &[szKey, iNumber] :
          {std::pair{"lines", kLines}, {"error", 2000}, {"warning", 800}, {"none", 3200}, {"senders", 1}})
