@@ -1,7 +1,9 @@
 // What a sender may say to logmill's collector, in pieces of any size, ended or torn off. A greeting that is none stores nothing
 // and gets no answer; otherwise each line is stored once, in order, under its number and name, and the answer counts them.
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
+#include <ctime>
 #include <poll.h>
 #include <regex>
 #include <sstream>
@@ -58,6 +60,19 @@ std::vector<Stored> Expected(std::string sText, bool bTorn, int32_t *pLines) {
     return stored;
 }
 
+// Signals at 10,000 a second interrupt its waits.
+bool Interrupt() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGUSR2;
+    const itimerspec interval = {{0, 100000}, {0, 100000}};
+    timer_t timer;
+    return sigaction(SIGUSR2, &action, nullptr) == 0 && timer_create(CLOCK_MONOTONIC, &event, &timer) == 0 &&
+           timer_settime(timer, 0, &interval, nullptr) == 0;
+}
+
 } // namespace
 
 extern "C" {
@@ -100,7 +115,7 @@ int32_t __wrap_WriteLog(log_level eLevel, const char *szFile, int32_t iLine, con
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     static const support::TempDir s_folder("/dev/shm");
-    static const bool s_bStarted = VYX_Init() == VYX_OK;
+    static const bool s_bStarted = VYX_Init() == VYX_OK && Interrupt();
     REQUIRE(s_bStarted);
     fuzz::Input input(pData, nSize);
     s_sender = {"", 1 + size_t{input.Byte()} * input.Byte(), input.Pick(2) != 0};

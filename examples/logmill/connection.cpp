@@ -144,8 +144,8 @@ bool Connection::Flush() {
 }
 
 void Connection::AwaitStored() {
-    if (m_pending)
-        (void)m_stored.Wait();
+    while (m_pending && m_stored.Wait() != VYX_OK) { // a signal handler ran: the store still has the batch
+    }
     m_pending = false;
 }
 
