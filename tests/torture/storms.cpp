@@ -335,8 +335,9 @@ void *RunWorker(void *pWorker) {
 }
 
 void LookAt(const Worker &worker) {
-    if (Milliseconds() - worker.last > (In(torture::kLoad) ? 300000 : 60000)) {
-        (void)Check(false, worker.work->name + ": a round takes longer than a minute");
+    const int64_t limit = In(torture::kLoad) ? 300 : 60; // seconds
+    if (Milliseconds() - worker.last > limit * 1000) {
+        (void)Check(false, worker.work->name + ": a round takes longer than " + std::to_string(limit) + " s");
         _exit(1);
     }
 }
@@ -353,6 +354,7 @@ void RunStorm(const Storm &storm, int64_t milliseconds, Workers &workers) {
         // All timers and pools are there before thousands of threads keep them from the processors.
         while (worker.work->name == "mutex" && !LimitsReached(2) && Milliseconds() - start < 60000)
             Pause(20000);
+        worker.last = Milliseconds(); // the threads before may have taken long
         worker.thread = VYX_Thread_Create(RunWorker, &worker, 0, 0, 0, 0);
     }
     do {

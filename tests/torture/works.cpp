@@ -45,7 +45,9 @@ void Limit::Hold(int count) {
         ++refused;
         reached.notify_all();
     }
-    for (int part = 0; part < 100 && refused == before && !g_end; ++part)
+    // Others may hold fewer for good.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (refused == before && !g_end && std::chrono::steady_clock::now() < end)
         (void)reached.wait_for(lock, std::chrono::milliseconds(300));
 }
 
