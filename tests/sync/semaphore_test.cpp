@@ -131,7 +131,9 @@ TEST(Semaphore, TakenNamesCostTwoOpeningsInAll) {
     s_nLooks = 0;
     const Semaphore one;
     EXPECT_LE(s_nLooks, 20) << "then one at all";
-    EXPECT_EQ(s_opened, (std::vector<std::string>{Name(iFirst + 1), Name(iFirst + 41)}));
+    ASSERT_EQ(s_opened.size(), 2U);
+    EXPECT_EQ(s_opened[0], Name(iFirst + 1));
+    EXPECT_GE(s_opened[1], Name(iFirst + 41)) << "other processes may have some";
 }
 
 TEST(Semaphore, EachNameIsTriedOnce) {
