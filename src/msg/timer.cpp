@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <new>
 #include <pthread.h>
+#include <utility>
 #include <vyx/sync.h>
 #include <vyx/thread.h>
 
@@ -46,7 +47,7 @@ Place s_VyxTimerEvents[VYX_MAX_TIMERS] VYX_GUARDED_BY(s_VyxTimerMutex);
 uint32_t s_bVyxTimerInit VYX_GUARDED_BY(s_VyxTimerMutex) = 0;
 Condition s_freedCond; // broadcast when a killer has freed a place; with s_VyxTimerMutex
 
-// One timer. What is not guarded is settled before VYX_SetTimer lets go of the lock.
+// One timer. What is not guarded is settled before its thread starts.
 struct TIMER_EVENT_T {
     uint32_t nTimerId;          // its place in the table
     VYX_TIMER_PROC fnTimerProc; // null: nothing is ever called
@@ -64,23 +65,41 @@ struct TIMER_EVENT_T {
     uint32_t nUsers VYX_GUARDED_BY(s_VyxTimerMutex);
     // The timer whose end this one's routine is waiting for in a kill.
     TIMER_EVENT_T *pAwaited VYX_GUARDED_BY(s_VyxTimerMutex);
+    TIMER_EVENT_T *pNextUnused; // of those that nobody uses any more
 };
 
-// One user less.
-void Drop_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
-    if (--pTimer->nUsers != 0)
-        return;
-    (void)VYX_SemDestroy(&pTimer->hSem);
-    delete pTimer;
-}
+// Timers that nobody uses any more. They are freed at the end of the block, after the lock: making and destroying
+// semaphores takes long where many threads do so, and the other timers are not to wait for that.
+class Unused {
+  public:
+    Unused() = default;
+    ~Unused() {
+        while (m_pFirst != nullptr) {
+            TIMER_EVENT_T *const pTimer = std::exchange(m_pFirst, m_pFirst->pNextUnused);
+            (void)VYX_SemDestroy(&pTimer->hSem);
+            delete pTimer;
+        }
+    }
+    Unused(const Unused &) = delete;
+    Unused &operator=(const Unused &) = delete;
+    // One user less.
+    void Drop(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
+        if (--pTimer->nUsers == 0)
+            pTimer->pNextUnused = std::exchange(m_pFirst, pTimer);
+    }
+
+  private:
+    TIMER_EVENT_T *m_pFirst = nullptr;
+};
 
 // The timer on whose thread this is, else null; until the thread ends, in whatever way.
 thread_local TIMER_EVENT_T *t_pOwn = nullptr;
 
 void EndOfThread_Local(void *pTimer) {
+    Unused unused;
     const LockGuard guard(s_VyxTimerMutex);
     t_pOwn = nullptr;
-    Drop_Local(static_cast<TIMER_EVENT_T *>(pTimer));
+    unused.Drop(static_cast<TIMER_EVENT_T *>(pTimer));
 }
 
 // The key under which a timer's thread keeps its timer, so that the platform tells when it ends, after all destructors of
@@ -97,23 +116,31 @@ Place *FindFree_Local() VYX_REQUIRES(s_VyxTimerMutex) {
     return nullptr;
 }
 
-// Result: a timer without a thread, or null.
-TIMER_EVENT_T *Make_Local(uint32_t nTimerId, VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod)
-    VYX_REQUIRES(s_VyxTimerMutex) {
+// Result: a timer without a thread and a place, or null.
+TIMER_EVENT_T *Make_Local(VYX_TIMER_PROC fnTimerProc, void *pUserData,
+                          uint32_t nPeriod) VYX_UNCHECKED { // nobody has it
     auto *pTimer = new (std::nothrow) TIMER_EVENT_T();
     if (pTimer == nullptr)
         return nullptr;
-    pTimer->nTimerId = nTimerId;
     pTimer->fnTimerProc = fnTimerProc;
     pTimer->pUserData = pUserData;
     // Without a routine nothing is ever called, so the length of the sleeps does not show.
     pTimer->nPeriod = fnTimerProc == nullptr ? VYX_INFINITE : nPeriod;
     pTimer->hThread = VYX_INVALID_THREAD;
     pTimer->nUsers = 1;
+    (void)VYX_SemCreate(&pTimer->hSem, 0);
     return pTimer;
 }
 
+bool IsFull_Local() {
+    const LockGuard guard(s_VyxTimerMutex);
+    return FindFree_Local() == nullptr;
+}
+
+// Only a timer with a semaphore gets a thread.
 void StartThread_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
+    if (pTimer->hSem == nullptr)
+        return;
     s_bEndKeyMade = s_bEndKeyMade || pthread_key_create(&s_hEndKey, EndOfThread_Local) == 0;
     if (!s_bEndKeyMade)
         return;
@@ -130,7 +157,7 @@ void Stop_Local(TIMER_EVENT_T *pTimer) {
 }
 
 // Frees the place of a timer that nobody kills. Its thread ends by itself.
-void LetGo_Local(Place &place) VYX_REQUIRES(s_VyxTimerMutex) {
+void LetGo_Local(Place &place, Unused &unused) VYX_REQUIRES(s_VyxTimerMutex) {
     TIMER_EVENT_T *const pTimer = place.pTimer;
     place = {};
     if (pTimer == nullptr)
@@ -138,7 +165,7 @@ void LetGo_Local(Place &place) VYX_REQUIRES(s_VyxTimerMutex) {
     if (pTimer->hThread != VYX_INVALID_THREAD)
         (void)pthread_detach(pTimer->hThread);
     Stop_Local(pTimer);
-    Drop_Local(pTimer);
+    unused.Drop(pTimer);
 }
 
 // In a forked child, where only the forking thread exists. The semaphores are the parent's, so the records stay.
@@ -169,29 +196,30 @@ void NoteAwaited_Local(TIMER_EVENT_T *pAwaited) VYX_REQUIRES(s_VyxTimerMutex) {
 }
 
 // Sleeps until somebody else has killed the timer.
-void AwaitKiller_Local(TIMER_EVENT_T *pTimer) VYX_REQUIRES(s_VyxTimerMutex) {
+void AwaitKiller_Local(TIMER_EVENT_T *pTimer, Unused &unused) VYX_REQUIRES(s_VyxTimerMutex) {
     ++pTimer->nUsers;
     while (s_VyxTimerEvents[pTimer->nTimerId].pTimer == pTimer)
         s_freedCond.Wait(s_VyxTimerMutex);
     NoteAwaited_Local(nullptr);
-    Drop_Local(pTimer);
+    unused.Drop(pTimer);
 }
 
 // Kills a timer as far as that needs no joining. Result: null, or the timer whose thread the caller is to join before
 // it frees the place.
 TIMER_EVENT_T *BeginKill_Local(uint32_t nTimerId) {
+    Unused unused;
     const LockGuard guard(s_VyxTimerMutex);
     Place &place = s_VyxTimerEvents[nTimerId];
     TIMER_EVENT_T *const pTimer = place.pTimer;
     const bool bStopping = pTimer != nullptr && pTimer->bStop.load() != 0; // somebody else kills it
     if (pTimer == nullptr || (t_pOwn != nullptr && DependsOn_Local(pTimer, t_pOwn))) {
         if (!bStopping)
-            LetGo_Local(place);
+            LetGo_Local(place, unused);
         return nullptr;
     }
     NoteAwaited_Local(pTimer);
     if (bStopping) {
-        AwaitKiller_Local(pTimer);
+        AwaitKiller_Local(pTimer, unused);
         return nullptr;
     }
     Stop_Local(pTimer);
@@ -199,11 +227,12 @@ TIMER_EVENT_T *BeginKill_Local(uint32_t nTimerId) {
 }
 
 void FinishKill_Local(TIMER_EVENT_T *pTimer) {
+    Unused unused;
     const LockGuard guard(s_VyxTimerMutex);
     NoteAwaited_Local(nullptr);
     s_VyxTimerEvents[pTimer->nTimerId] = {};
     s_freedCond.Broadcast();
-    Drop_Local(pTimer);
+    unused.Drop(pTimer);
 }
 
 // One sleep of a timer's thread. Result: false if the library's stop ended it.
@@ -257,17 +286,25 @@ void *VYX_OnTimer(void *pParam) {
 
 int32_t VYX_SetTimer(VYX_TIMER_PROC fnTimerProc, void *pUserData, uint32_t nPeriod, uint32_t *pTimerId) {
     const vyx_inter::Uncancelled uncancelled; // a place with a timer that is half made
+    if (IsFull_Local())
+        return VYX_ERROR;
+    TIMER_EVENT_T *const pTimer = Make_Local(fnTimerProc, pUserData, nPeriod);
+    Unused unused;
     const LockGuard guard(s_VyxTimerMutex);
     Place *const pPlace = FindFree_Local();
-    if (pPlace == nullptr)
+    if (pPlace == nullptr) { // others have taken what was free
+        if (pTimer != nullptr)
+            unused.Drop(pTimer);
         return VYX_ERROR;
+    }
     const auto nTimerId = static_cast<uint32_t>(pPlace - s_VyxTimerEvents);
-    TIMER_EVENT_T *const pTimer = Make_Local(nTimerId, fnTimerProc, pUserData, nPeriod);
     *pPlace = {true, pTimer};
     // Deliberate: a failure to get memory, a semaphore or a thread is not reported. The timer never calls its
     // routine. Pinned by Timer.SilentWithoutSemaphoreOrThread.
-    if (pTimer != nullptr && VYX_SemCreate(&pTimer->hSem, 0) == VYX_OK)
+    if (pTimer != nullptr) {
+        pTimer->nTimerId = nTimerId;
         StartThread_Local(pTimer);
+    }
     if (pTimerId != nullptr)
         *pTimerId = nTimerId;
     return VYX_OK;
@@ -288,13 +325,14 @@ int32_t VYX_KillTimer(int32_t iTimerId) {
 
 int32_t VYX_InitTimer(void) {
     const vyx_inter::Uncancelled uncancelled;
+    Unused unused;
     const LockGuard guard(s_VyxTimerMutex);
     if (s_bVyxTimerInit != 0)
         return VYX_OK;
     s_bVyxTimerInit = 1;
     for (Place &place : s_VyxTimerEvents)
         if (place.pTimer == nullptr || place.pTimer->bStop.load() == 0) // who kills a timer frees its place
-            LetGo_Local(place);
+            LetGo_Local(place, unused);
     return VYX_OK;
 }
 
