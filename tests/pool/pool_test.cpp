@@ -338,7 +338,10 @@ TEST(FlexPool, RunsInOrderAndDropsWhatIsLeftAtTheEnd) {
     static std::atomic<int> s_nRuns;
     s_nRuns = 0;
     static char s_items[600];
+    static std::atomic<bool> s_bQueued; // all are, in several blocks
+    s_bQueued = false;
     const VYX_THRMGR_PROC fnCount = [](void *pItem) {
+        EXPECT_TRUE(WaitUntil([] { return s_bQueued.load(); }));
         EXPECT_EQ(pItem, &s_items[s_nRuns]);
         if (++s_nRuns == 300) {
             EXPECT_TRUE(WaitUntil([] { return VYX_ThreadPoolFlex_Work(s_hPool, nullptr) == -1; }));
@@ -347,6 +350,7 @@ TEST(FlexPool, RunsInOrderAndDropsWhatIsLeftAtTheEnd) {
     s_hPool = VYX_ThreadPoolFlex_Create(1, 50, fnCount, 0);
     for (char &item : s_items)
         EXPECT_EQ(VYX_ThreadPoolFlex_Work(s_hPool, &item), 0);
+    s_bQueued = true;
     ASSERT_TRUE(WaitUntil([] { return s_nRuns == 300; }));
     EXPECT_TRUE(EndsThoughCancelled([] { EXPECT_EQ(VYX_ThreadPoolFlex_Destroy(s_hPool), 0); }));
     EXPECT_EQ(s_nRuns, 300);
