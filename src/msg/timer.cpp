@@ -8,7 +8,7 @@
 // The record is apart from its place, and goes with whoever is last to use it. A thread knows its own timer by the
 // record; the system gives a thread's id away again while its killer is still busy with the place.
 //
-// No lock is held while a routine runs or a thread is joined.
+// No lock is held while a routine runs, a thread is joined, or a semaphore is made or destroyed.
 #include "msg/timer_inter.h"
 
 #include <algorithm>
