@@ -7,6 +7,7 @@
 
 #include "base/platform.h"
 #include "base/probes.h"
+#include "base/signals.h"
 
 using vyx_inter::Clock;
 using vyx_inter::Deadline;
@@ -64,8 +65,10 @@ int LogRing::Put(const char *pLine, uint32_t nLen) {
         iResult = Append(pLine, nLen);
         bWakes = WakesWriter();
     }
-    if (bWakes)
+    if (bWakes) {
+        const vyx_inter::SignalsBlocked blocked; // whose handler may end the process: Finish signals as well
         m_wake.Signal();
+    }
     VYX_PROBE3(log_line, pLine, nLen, iResult);
     return iResult;
 }

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <dlfcn.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include <vyx/vyx.h>
 
@@ -54,6 +57,21 @@ void ExitInHandler() {
         s_iNext += WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%d%s", s_iNext, tail.c_str()) == 0 ? 1 : 0;
 }
 
+// The signal comes while a line wakes the writer: the condition for that must not be used by the handler's exit as well.
+bool s_bAlarmInWake = false;
+bool s_bInWake = false;
+
+void ExitInWake() {
+    (void)signal(SIGALRM, [](int) { std::exit(0); });
+    const std::string tail(2000, 'x');
+    for (;; (void)DisableTarget(kConsole), (void)EnableTarget(kConsole, nullptr, 0, 0)) { // all is written
+        s_bAlarmInWake = true;
+        for (int n = 0; n < 600; ++n) // more than half a ring, for which the writer is woken
+            s_iNext += WriteLog(VYX_LOG_LEVEL_INF, "f", 1, "%d%s", s_iNext, tail.c_str()) == 0 ? 1 : 0;
+        s_bAlarmInWake = false;
+    }
+}
+
 // Children that are made while the writer is busy, with the handlers of a fork and without.
 void Fork() {
     (void)DisableTarget(kConsole);
@@ -87,6 +105,7 @@ const Way kWays[] = {
     {"return", 0, kLines, kLines, [] {}},
     {"exit_in_thread", 0, kLines, kLines, [] { std::thread([] { std::exit(0); }).join(); }},
     {"exit_in_handler", 0, kLines, kLines, ExitInHandler},
+    {"exit_in_wake", 0, kLines, kLines, ExitInWake},
     {"fork", 0, 2 * kLines, kLines, Fork},
     {"abort", 128 + SIGABRT, 0, 0, [] { std::abort(); }},
     {"await_and_exec", 0, kLines, 0,
@@ -141,6 +160,19 @@ INSTANTIATE_TEST_SUITE_P(Way, LogEnding, testing::ValuesIn(kWays),
                          [](const auto &test) { return std::string(test.param.szName); });
 
 } // namespace
+
+// Takes the place of the platform's in this program.
+extern "C" int pthread_cond_signal(pthread_cond_t *pCond) noexcept {
+    static const auto fnReal =
+        reinterpret_cast<decltype(&pthread_cond_signal)>(dlsym(RTLD_NEXT, "pthread_cond_signal"));
+    Require(!s_bInWake, "the condition is used by one at a time");
+    if (std::exchange(s_bAlarmInWake, false)) {
+        s_bInWake = true;
+        (void)raise(SIGALRM);
+        s_bInWake = false;
+    }
+    return fnReal(pCond);
+}
 
 int main(int argc, char **argv) {
     if (argc == 3 && argv[1][0] != '-')

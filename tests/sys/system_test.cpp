@@ -88,6 +88,7 @@ TEST(System, SignalEndsTheSleepAndTheRead) {
     EXPECT_EQ(VYX_ReadFile(aPipe[0], &c, 1, &iCount), VYX_ERROR);
     EXPECT_EQ(errno, EINTR);
     EXPECT_EQ(iCount, -1);
+    (void)alarm(0); // no more signals
 }
 
 TEST(System, RandRepeatsWithinAMillisecond) {
