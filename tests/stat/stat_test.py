@@ -223,8 +223,9 @@ class Refusals(Case):
         for old, new, message in (
                 (struct.pack(ORDER + "II", 1, word), struct.pack(ORDER + "II", 9, word), "in format 9"),
                 (b"VYX\0", b"OLD\0", "older than this program"), (b"pool.items\0", b"pool.other\0", '"pool.items"')):
-            with open(self.library, "wb") as file:
+            with open(self.library + ".new", "wb") as file:
                 file.write(data.replace(old, new))
+            os.replace(self.library + ".new", self.library)  # the program before has the old one mapped, and runs
             program, _ = self.start("still")
             self.assertIn(message, stat(program.pid, status=1))
 
