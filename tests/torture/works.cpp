@@ -52,8 +52,10 @@ void Limit::Hold(int count) {
 }
 
 void Limit::GiveBack(int count) {
+    if (!In(kLoad)) // nor may a forked child take the mutex
+        return;
     const std::lock_guard<std::mutex> lock(mutex);
-    held -= In(kLoad) ? count : 0;
+    held -= count;
 }
 
 namespace {
