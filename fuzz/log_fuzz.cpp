@@ -1,12 +1,8 @@
 // Lines of the log into its files: levels, files, texts and sizes. What was taken is there whole, once and in order, cut where the
 // header says, in files that change exactly before a line that would not fit.
-#include <cctype>
-#include <map>
-#include <vector>
 #include <vyx/log.h>
 
-#include "input.h"
-#include "support/temp_dir.h"
+#include "log_files.h"
 
 namespace {
 
@@ -23,6 +19,13 @@ std::string Printed(const char *szFormat, int iNumber, const std::string &sText,
     return sOut.substr(0, static_cast<size_t>(iLength));
 }
 
+std::string Repeated(const std::string &sText, unsigned nTimes) {
+    std::string sOut;
+    for (; nTimes > 0; --nTimes)
+        sOut += sText;
+    return sOut;
+}
+
 // Hands a line over. Adds it to those that are expected, with zeros for the digits of the time.
 void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pLines) {
     static const char *const kFormats[] = {"%d %s|%lld",        "%5d|%-9s|%lld",  "%x%s%llx",
@@ -36,12 +39,8 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
     const std::string sPart = pInput->Text(pInput->Pick(24)).c_str();
     const unsigned nLong = pInput->Pick(100);
     const std::string sWord = pInput->Text(pInput->Pick(32)).c_str(); // as far as a zero
-    std::string sText;
-    for (unsigned n = nLong < 90 ? 1 : 300; n > 0; --n)
-        sText += sWord;
-    std::string sFile;
-    for (unsigned n = nLong < 97 ? 1 : 300; n > 0; --n)
-        sFile += sPart;
+    const std::string sText = Repeated(sWord, nLong < 90 ? 1 : 300);
+    const std::string sFile = Repeated(sPart, nLong < 97 ? 1 : 300);
     const int32_t iResult =
         WriteLog(static_cast<log_level>(iLevel), sFile.c_str(), iNumber, szFormat, ARGUMENTS);
     REQUIRE(iResult == (iLevel > iThreshold ? -3 : 0));
@@ -56,28 +55,11 @@ void Write(fuzz::Input *pInput, int32_t iThreshold, std::vector<std::string> *pL
         (void)DisableTarget(VYX_LOG_TARGET_CONSOLE); // waits until the line is written
 }
 
-// The files by their numbers.
-std::map<int, std::filesystem::path> Files(const support::TempDir &folder) {
-    std::map<int, std::filesystem::path> files;
-    for (const auto &entry : std::filesystem::directory_iterator(folder / "")) {
-        int iNumber = 0;
-        REQUIRE(std::sscanf(entry.path().filename().c_str(), "vyx_log_%d", &iNumber) == 1);
-        files[iNumber] = entry.path();
-    }
-    return files;
-}
-
-void HideTime(std::string *pLine) {
-    for (size_t i = 0; i < std::min<size_t>(pLine->size(), 25); ++i)
-        if (std::isdigit(static_cast<unsigned char>((*pLine)[i])) != 0)
-            (*pLine)[i] = '0';
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     static const support::TempDir s_folder("/dev/shm");
-    for (const auto &file : Files(s_folder))
+    for (const auto &file : fuzz::FindLogFiles(s_folder / ""))
         std::filesystem::remove(file.second);
     fuzz::Input input(pData, nSize);
     const uint32_t nLimit = input.Byte() * 16;
@@ -88,24 +70,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     while (!input.AtEnd())
         Write(&input, iThreshold, &lines);
     REQUIRE(DisableTarget(VYX_LOG_TARGET_FILE) == 0); // writes them
-    const auto files = Files(s_folder);
-    auto itLine = lines.begin();
-    for (const auto &[iNumber, path] : files) {
-        const bool bWorking = iNumber == files.rbegin()->first;
-        REQUIRE(path.filename() == "vyx_log_" + std::to_string(iNumber) + (bWorking ? "_w.log" : ".log"));
-        std::filesystem::permissions(path, std::filesystem::perms::owner_read);
-        const std::string sContent = support::ReadFile(path);
-        REQUIRE(iNumber == files.begin()->first || files.count(iNumber - 1) != 0);
-        size_t nAt = 0;
-        for (; nAt < sContent.size(); nAt += itLine++->size()) {
-            REQUIRE(itLine != lines.end());
-            std::string sLine = sContent.substr(nAt, itLine->size());
-            HideTime(&sLine);
-            REQUIRE(sLine == *itLine);
-            REQUIRE(nAt == 0 || nLimit == 0 || nAt + itLine->size() <= nLimit);
-        }
-        REQUIRE(nAt > 0 && (itLine == lines.end() || nAt + itLine->size() > nLimit));
-    }
-    REQUIRE(itLine == lines.end());
+    fuzz::Check(fuzz::FindLogFiles(s_folder / ""), lines, nLimit);
     return 0;
 }
