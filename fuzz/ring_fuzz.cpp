@@ -26,13 +26,10 @@ struct Ring {
         const bool bFits = nLen > 0 && nCount + nLen <= storage.size();
         REQUIRE(VYX_CycleBufferWrite(hBuffer, bytes.data(), static_cast<uint32_t>(nLen)) ==
                 (bFits ? VYX_OK : VYX_ERROR));
-        if (!bFits)
-            return;
-        for (const uint8_t by : bytes) {
-            storage[nWrite] = by;
+        for (size_t n = 0; bFits && n < nLen; ++n, ++nCount) {
+            storage[nWrite] = bytes[n];
             nWrite = (nWrite + 1) % storage.size();
         }
-        nCount += nLen;
     }
     void Read() {
         const size_t nBefore = nCount;
