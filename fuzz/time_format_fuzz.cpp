@@ -63,6 +63,8 @@ void Format(const std::string &sFormat, int32_t iLimit, const VYX_TIME_EXP_T &fi
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     fuzz::Input input(pData, nSize);
     const auto t = input.Number<VYX_TIME_T>();
+    (void)fuzz::SetZone(t);
+    tzset();
     VYX_TIME_EXP_T fields = {};
     (void)VYX_ExpTimeFromTime(t, input.Number<int32_t>(), &fields);
     const VYX_TIME_EXP_T odd = fuzz::OddFields(&input);

@@ -1,16 +1,38 @@
-// The calendar by own arithmetic.
+// The calendar by own arithmetic, and zones.
 #ifndef VYX_FUZZ_TIME_MODEL_H_
 #define VYX_FUZZ_TIME_MODEL_H_
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <tuple>
 #include <vyx/time.h>
 
 #include "input.h"
 
 namespace fuzz {
+
+// Zones and their seconds east of UTC, without daylight saving. POSIX strings, so that no zone files are needed.
+inline const struct {
+    const char *szZone;
+    int32_t iOffset;
+} kZones[] = {{"UTC0", 0},
+              {"CET-1CEST,M3.5.0,M10.5.0/3", 3600},
+              {"EST5EDT,M3.2.0,M11.1.0", -18000},
+              {"IST-5:30", 19800},
+              {"NST3:30NDT,M3.2.0,M11.1.0", -12600},
+              {"<+1245>-12:45<+1345>,M9.5.0/2:45,M4.1.0/3:45", 45900},
+              {"<-12>12", -43200},
+              {"<+14>-14", 50400}};
+
+// One of the zones for this process, by the time. Result: its seconds east of UTC. The C library is not told yet.
+inline int32_t SetZone(VYX_TIME_T t) {
+    const auto &zone = kZones[static_cast<uint64_t>(t) % std::size(kZones)];
+    (void)setenv("TZ", zone.szZone, 1);
+    return zone.iOffset;
+}
 
 // The days from 1970-01-01 to a date, for any year.
 inline int64_t DaysTo(int64_t iYear, int iMonth, int iDay) {
