@@ -66,7 +66,8 @@ int LogRing::Put(const char *pLine, uint32_t nLen) {
         bWakes = WakesWriter();
     }
     if (bWakes) {
-        const vyx_inter::SignalsBlocked blocked; // whose handler may end the process: Finish signals as well
+        // A handler may end the process, and Finish would signal the same condition within this call.
+        const vyx_inter::SignalsBlocked blocked;
         m_wake.Signal();
     }
     VYX_PROBE3(log_line, pLine, nLen, iResult);
