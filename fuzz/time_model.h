@@ -45,7 +45,8 @@ inline int64_t DaysTo(int64_t iYear, int iMonth, int iDay) {
            iDay - 1 - 719528;
 }
 
-// The seconds since 1970 of fields that hold anything, as days and hours carry over; -1 where there is no such month, or before 1970.
+// The seconds since 1970 of fields that hold anything, as days and hours carry over; -1 where there is no such month, or
+// before 1970.
 inline int64_t SecondsOf(const VYX_TIME_EXP_T &f) {
     if (f.tm_mon < 0 || f.tm_mon > 11)
         return -1;

@@ -58,8 +58,8 @@ void ExitInHandler() {
 }
 
 // The signal comes while a line wakes the writer: the condition for that must not be used by the handler's exit as well.
-bool s_bAlarmInWake = false;
-bool s_bInWake = false;
+thread_local bool s_bAlarmInWake = false;
+thread_local bool s_bInWake = false;
 
 void ExitInWake() {
     (void)signal(SIGALRM, [](int) { std::exit(0); });
