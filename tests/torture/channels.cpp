@@ -41,9 +41,8 @@ bool Interrupted() {
 template <class Wait>
 void TimesOut(const char *what, int64_t limit, Wait wait) {
     const int64_t start = Milliseconds();
-    (void)Check(wait(), std::string(what) + ": no time-out");
-    (void)Check(In(kClock | kStops) || Milliseconds() - start >= limit - 1,
-                std::string(what) + ": too early");
+    (void)Check(wait(), what, ": no time-out");
+    (void)Check(In(kClock | kStops) || Milliseconds() - start >= limit - 1, what, ": too early");
 }
 
 class Semaphore : public Channel {
@@ -313,9 +312,10 @@ class Watched : public Channel {
         }
     }
     bool Give() override {
-        const std::string record(kSize, static_cast<char>(given & 0x7f));
+        char record[kSize];
+        std::memset(record, static_cast<int>(given & 0x7f), kSize);
         return std::all_of(m_pairs.begin(), m_pairs.end(), [&](const Watch &pair) {
-            return VYX_Sendn(pair.ends[0], record.data(), kSize, NetLimit()) == kSize;
+            return VYX_Sendn(pair.ends[0], record, kSize, NetLimit()) == kSize;
         });
     }
     bool Take() override { // from one pair; a turn when the records of all are whole

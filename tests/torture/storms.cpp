@@ -90,7 +90,7 @@ int s_children = 0;
 void Reap(int most) {
     for (int status = 0; s_children > 0 && waitpid(-1, &status, s_children > most ? 0 : WNOHANG) > 0;
          --s_children) {
-        (void)Check(status == 0, "a forked child: status " + std::to_string(status));
+        (void)Check(status == 0, "a forked child: status ", status);
         ++s_figures["forks"];
     }
 }
@@ -159,10 +159,10 @@ void CancelIn(const Work &work) {
     for (const int64_t start = Milliseconds(); pthread_tryjoin_np(thread, &result) != 0; Pause(200)) {
         if (Milliseconds() - start > 10000)
             (void)pthread_cancel(thread); // a round may make fewer calls
-        if (Milliseconds() - start > 60000 && !Check(false, work.name + ": cancelled, and goes on"))
+        if (Milliseconds() - start > 60000 && !Check(false, work.name, ": cancelled, and goes on"))
             _exit(1);
     }
-    (void)Check(result == PTHREAD_CANCELED, work.name + ": not cancelled");
+    (void)Check(result == PTHREAD_CANCELED, work.name, ": not cancelled");
     ++s_figures["cancellations"];
 }
 void Cancellations() {
@@ -227,7 +227,7 @@ void SetWhilePending(bool forward) {
     for (size_t number = 0; number < (forward ? 5 : 4); ++number)
         (void)Check((all[number].took >= 0) == (forward || !all[number].follows) &&
                         (all[number].follows || all[number].took >= 299),
-                    std::string(all[number].name) + ": a pending wait does not follow its clock");
+                    all[number].name, ": a pending wait does not follow its clock");
     failing_set_clock(0);
     end = true;
     for (std::thread &thread : threads)
@@ -274,8 +274,8 @@ void CheckMemory() {
                                  s_samples.begin() + (number + 1) * quarter);
     };
     if (quarter >= 50) // a few seconds
-        (void)Check(least(3) <= least(1) + least(1) / 20 + 4096,
-                    "memory grows: " + std::to_string(least(1)) + " KiB, then " + std::to_string(least(3)));
+        (void)Check(least(3) <= least(1) + least(1) / 20 + 4096, "memory grows: ", least(1), " KiB, then ",
+                    least(3));
 }
 
 void NoMore() {}
@@ -323,7 +323,7 @@ void Round(Worker &worker) {
     }
     ++(done ? worker.rounds : worker.refused);
     worker.last = Milliseconds();
-    if (!done && Check(In(torture::kLittle | torture::kStops), worker.work->name + ": not granted"))
+    if (!done && Check(In(torture::kLittle | torture::kStops), worker.work->name, ": not granted"))
         Pause(1000);
 }
 
@@ -337,7 +337,7 @@ void *RunWorker(void *pWorker) {
 void LookAt(const Worker &worker) {
     const int64_t limit = In(torture::kLoad) ? 300 : 60; // seconds
     if (Milliseconds() - worker.last > limit * 1000) {
-        (void)Check(false, worker.work->name + ": a round takes longer than " + std::to_string(limit) + " s");
+        (void)Check(false, worker.work->name, ": a round takes longer than ", limit, " s");
         _exit(1);
     }
 }
@@ -396,11 +396,9 @@ void CheckCalm(const Held &start, Workers &workers) {
         before = held;
     }
     (void)Check(lines.written == lines.taken || (little && lines.written <= lines.taken),
-                "lines taken: " + std::to_string(lines.taken) +
-                    ", written: " + std::to_string(lines.written));
-    (void)Check(before.descriptors == start.descriptors && before.names == start.names,
-                std::to_string(before.descriptors) + " descriptors and " + std::to_string(before.names) +
-                    " names stay behind");
+                "lines taken: ", lines.taken, ", written: ", lines.written);
+    (void)Check(before.descriptors == start.descriptors && before.names == start.names, before.descriptors,
+                " descriptors and ", before.names, " names stay behind");
     s_figures["lines"] = lines.taken;
     s_figures["lines without a target"] = lines.off;
     s_figures["targets switched"] = lines.switches;
@@ -414,7 +412,7 @@ void CheckEnd(const Storm &storm, double seconds, const Held &before) {
     for (const torture::Limit &limit : torture::g_limits)
         if (s_wholeLoad) {
             s_figures[std::string(limit.name) + " refused at the limit"] = limit.refused;
-            (void)Check(limit.refused > 0, std::string(limit.name) + ": the limit is not reached");
+            (void)Check(limit.refused > 0, limit.name, ": the limit is not reached");
         }
     if (seconds >= 60) { // the full form
         (void)Check(!s_wholeLoad || s_figures["rotations"] >= 500, "rotations");
@@ -423,9 +421,9 @@ void CheckEnd(const Storm &storm, double seconds, const Held &before) {
     const Held after = HeldOnceGone(before.threads);
     (void)Check(after.descriptors == before.descriptors && after.threads == before.threads &&
                     after.names == before.names,
-                "stopped: " + std::to_string(after.descriptors - before.descriptors) + " descriptors, " +
-                    std::to_string(after.threads - before.threads) + " threads and " +
-                    std::to_string(after.names - before.names) + " names more than before");
+                "stopped: ", after.descriptors - before.descriptors, " descriptors, ",
+                after.threads - before.threads, " threads and ", after.names - before.names,
+                " names more than before");
 }
 
 int Main(const Storm &storm, double seconds, const std::vector<std::string> &works) {
@@ -455,8 +453,8 @@ int Main(const Storm &storm, double seconds, const std::vector<std::string> &wor
     storm.begin();
     RunStorm(storm, static_cast<int64_t>(seconds * 1000), workers);
     for (Worker &worker : workers) {
-        (void)Check(worker.rounds > 0 || In(torture::kLittle | torture::kStops),
-                    worker.work->name + ": not a single round");
+        (void)Check(worker.rounds > 0 || In(torture::kLittle | torture::kStops), worker.work->name,
+                    ": not a single round");
         s_figures["rounds"] += worker.rounds;
         s_figures["refused"] += worker.refused;
         s_figures[worker.work->name] += worker.rounds;

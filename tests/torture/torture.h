@@ -5,13 +5,25 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <sstream>
 #include <string>
 
 namespace torture {
 
-// Counts what went against a promise, and tells the first ones on standard error. Result: whether it is good.
-bool Check(bool good, const std::string &what);
+// Counts what went against a promise, and tells the first ones on standard error.
+void Found(const std::string &what);
 int Findings();
+
+// Result: whether it is good. The text is put together only where it is not: memory may be short.
+template <class... Parts>
+bool Check(bool good, const Parts &...what) {
+    if (!good) {
+        std::ostringstream text;
+        (text << ... << what);
+        Found(text.str());
+    }
+    return good;
+}
 
 // What the process holds. Names: of semaphores, made by this process and not removed. Memory and addresses are in KiB.
 struct Held {

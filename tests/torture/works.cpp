@@ -41,7 +41,7 @@ void Limit::Hold(int count) {
     held += count;
     const int64_t before = refused;
     if (held == most) {
-        (void)Check(!more(), std::string(name) + ": one more than there may be");
+        (void)Check(!more(), name, ": one more than there may be");
         ++refused;
         reached.notify_all();
     }
@@ -103,7 +103,7 @@ struct Pair {
                 ++channel.given;
                 return true;
             }
-            if (!Check(In(kLittle | kStops) || channel.over, std::string(name) + ": a turn cannot be given"))
+            if (!Check(In(kLittle | kStops) || channel.over, name, ": a turn cannot be given"))
                 break;
             Pause(100);
         }
@@ -118,10 +118,9 @@ struct Pair {
         for (auto *channel : {&there, &back}) {
             if ((*channel)->granted && !(In(kStops) && (*channel)->over)) {
                 const int64_t left = (*channel)->Left();
-                (void)Check((*channel)->given == (*channel)->taken + left,
-                            std::string(name) + ": turns given: " + std::to_string((*channel)->given) +
-                                ", taken: " + std::to_string((*channel)->taken) +
-                                ", left: " + std::to_string(left));
+                (void)Check((*channel)->given == (*channel)->taken + left, name,
+                            ": turns given: ", (*channel)->given, ", taken: ", (*channel)->taken,
+                            ", left: ", left);
             }
             channel->reset();
         }
@@ -209,8 +208,8 @@ bool FixedPool() {
     const Finally destroy([&] {
         s_pools.GiveBack(1);
         (void)Check(VYX_ThreadPool_Destroy(pool) == VYX_OK, "ThreadPool_Destroy");
-        (void)Check(ran == accepted || (In(kCancels) && ran == accepted + 1),
-                    "items accepted: " + std::to_string(accepted) + ", run: " + std::to_string(ran));
+        (void)Check(ran == accepted || (In(kCancels) && ran == accepted + 1), "items accepted: ", accepted,
+                    ", run: ", ran);
     });
     for (int item = 0; item < kTurns; ++item) {
         BeforeCall();
@@ -315,7 +314,7 @@ bool Log() {
         s_off += result == -5 || result == -2 ? 1 : 0;
         (void)Check(result == 0 || result == -4 || result == -5 || (result == -2 && In(kLoad)) ||
                         (result == -1 && In(kLittle)) || In(kStops),
-                    "WriteLog: " + std::to_string(result));
+                    "WriteLog: ", result);
         if ((result == -4 && !s_slowDisk) || result == -5)
             Pause(1000);
         if (result == 0 || result == -4 || In(kLoad))
