@@ -154,9 +154,23 @@ build() {
     cmake --build "$builds/$preset" ${1:+--target "$@"}
 }
 
-# run_tests PRESET [CTEST-OPTION...]. More tests at once than processors, as most of them wait most of the time.
+# run_tests PRESET [CTEST-OPTION...]. More tests at once than processors, as most of them wait most of the time. What
+# failed is told again at the end, in the last lines of a log.
 run_tests() {
-    local preset=$1
+    local preset=$1 code=0
     shift
-    ctest --test-dir "$builds/$preset" --output-on-failure --no-tests=error -j $((2 * $(nproc))) "$@"
+    ctest --test-dir "$builds/$preset" --output-on-failure --no-tests=error -j $((2 * $(nproc))) "$@" || code=$?
+    [ $code -eq 0 ] || ends_of_failed "$builds/$preset/Testing/Temporary/LastTest.log"
+    return $code
+}
+# The last lines of each failed test's output, from CTest's log of a run.
+ends_of_failed() {
+    awk '/^[0-9]+\/[0-9]+ Testing: / { name = $3; count = 0 }
+        /^<end of output>$/ { last = count }
+        /^Test Failed\.$/ {
+            print "\n== Failed: " name
+            for (i = last > 12 ? last - 11 : 1; i <= last; ++i)
+                print substr(lines[i], 1, 500)
+        }
+        { lines[++count] = $0 }' "$1"
 }
