@@ -189,6 +189,22 @@ struct Pending {
     }
 };
 
+// Until then, but not for ever.
+template <class Met>
+void Await(Met met) {
+    for (int part = 0; part < 3000 && !met(); ++part)
+        Pause(20000);
+}
+bool OthersSleep() { // all other threads of the process
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::all_of(begin(threads), end(threads), [](const auto &thread) {
+        std::ifstream stat(thread.path() / "stat");
+        std::string number, command, state;
+        stat >> number >> command >> state;
+        return state == "S" || number == std::to_string(syscall(SYS_gettid));
+    });
+}
+
 // Set forward by three hours, what follows the wall clock ends at once although its limit is two hours; set back, it goes
 // on when its limit is over. (Only forward for the queue: a receiver that is woken up ends where the clock was set back.)
 // What does not follow it is not affected.
@@ -220,13 +236,18 @@ void SetWhilePending(bool forward) {
     }};
     std::vector<std::thread> threads;
     for (Pending &pending : all)
-        threads.emplace_back(&Pending::Run, &pending, pending.follows && forward ? 7200000 : 300);
-    Pause(200000); // from there to the sleep
+        threads.emplace_back(&Pending::Run, &pending, pending.follows && forward ? 7200000 : 700);
+    Await(OthersSleep);
     failing_set_clock(forward ? 10800 : -10800);
-    Pause(500000); // for the limits to be over, if they were not prolonged
+    Pause(900000); // for the limits to be over, if they were not prolonged
+    Await([&] {
+        return std::all_of(all.begin(), all.end(), [&](const Pending &pending) {
+            return pending.took >= 0 || (pending.follows && !forward);
+        });
+    });
     for (size_t number = 0; number < (forward ? 5 : 4); ++number)
         (void)Check((all[number].took >= 0) == (forward || !all[number].follows) &&
-                        (all[number].follows || all[number].took >= 299),
+                        (all[number].follows || all[number].took >= 699),
                     all[number].name, ": a pending wait does not follow its clock");
     failing_set_clock(0);
     end = true;
