@@ -165,12 +165,14 @@ run_tests() {
 }
 # The last lines of each failed test's output, from CTest's log of a run.
 ends_of_failed() {
-    awk '/^[0-9]+\/[0-9]+ Testing: / { name = $3; count = 0 }
+    awk 'FILENAME ~ /Failed.log$/ { sub(/^[0-9]+:/, ""); failed[$0] = 1; next }
+        /^[0-9]+\/[0-9]+ Testing: / { name = $0; sub(/^[^:]*: /, "", name) }
+        /^Output:$/ { count = -2 }
         /^<end of output>$/ { last = count }
-        /^Test Failed\.$/ {
+        /^Test time = / && name in failed {
             print "\n== Failed: " name
             for (i = last > 12 ? last - 11 : 1; i <= last; ++i)
                 print substr(lines[i], 1, 500)
         }
-        { lines[++count] = $0 }' "$1"
+        { lines[++count] = $0 }' "${1%.log}sFailed.log" "$1"
 }

@@ -33,6 +33,7 @@ enum class Rank : uint8_t {
     Calendar,      // the C library's zone data
     Atomic,        // the atomic operations
     Ring,          // one cycle buffer: what is free of its storage
+    SemTurns,      // who is next to make or destroy a semaphore
     SemNames,      // the names of semaphores, and their opening and closing
 };
 
@@ -46,7 +47,8 @@ inline constexpr RankRow kRanks[] = {
     {5, "Fork"},        {10, "StartStop"},     {30, "LogService"},   {40, "Timers"},    {50, "QueueRegistry"},
     {60, "Queue"},      {70, "QueueReceiver"}, {80, "PoolRegistry"}, {90, "FixedPool"}, {95, "FlexRegistry"},
     {100, "FlexPool"},  {110, "Event"},        {120, "LogQueue"},    {120, "LogFile"},  {130, "SemWaits"},
-    {130, "CondWaits"}, {160, "Calendar"},     {170, "Atomic"},      {180, "Ring"},     {190, "SemNames"},
+    {130, "CondWaits"}, {160, "Calendar"},     {170, "Atomic"},      {180, "Ring"},     {185, "SemTurns"},
+    {190, "SemNames"},
 };
 
 } // namespace vyx_inter

@@ -19,6 +19,7 @@
 #include <vyx/time.h>
 
 #include "base/describe.h"
+#include "base/first_init.h"
 #include "base/lock.h"
 #include "base/probes.h"
 #include "msg/msgq_inter.h"
@@ -36,7 +37,7 @@ using vyx_inter::LockGuard;
 VYX_MQ_MSG_S g_struMsgQClosed = {};
 
 Lock s_msgQMutex{vyx_inter::Rank::QueueRegistry};
-static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
+VYX_FIRST_INIT static VYX_MQ_INTER s_msgQBlocks[VYX_MAX_MSGQ];
 static vyx_inter::MsgIndex
     s_msgQIndexes[VYX_MAX_MSGQ]; // apart: zeros, which take no memory until they are used
 static bool s_bMsgQStarted VYX_GUARDED_BY(s_msgQMutex) = false;

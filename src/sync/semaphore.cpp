@@ -20,6 +20,7 @@
 #include "base/platform.h"
 #include "base/probes.h"
 #include "sync/sem_record.h"
+#include "sync/turns.h"
 
 static_assert(offsetof(VYX_SEM_S, pSem) == 0);
 static_assert(sizeof(vyx::vyx_sem) == sizeof(void *) && std::has_virtual_destructor_v<vyx::vyx_sem>);
@@ -39,6 +40,24 @@ constexpr int32_t kFewNames = 16;     // asked for one by one; to read all at on
 using TakenNames = std::bitset<kNameCount>; // a bit for each number
 
 vyx_inter::ForkHold s_forkHold(s_hNameLock);
+
+vyx_inter::Turns s_turns(vyx_inter::Rank::SemTurns);
+
+// Holds s_hNameLock while the C library opens or closes a semaphore or reads the names, which takes it many
+// microseconds.
+class VYX_SCOPED_CAPABILITY NamesGuard {
+  public:
+    NamesGuard() VYX_ACQUIRE(s_hNameLock) {
+        s_turns.Enter();
+        s_hNameLock.Acquire();
+    }
+    ~NamesGuard() VYX_RELEASE() {
+        s_hNameLock.Release();
+        s_turns.Leave();
+    }
+    NamesGuard(const NamesGuard &) = delete;
+    NamesGuard &operator=(const NamesGuard &) = delete;
+};
 
 // Those that are open, for tools.
 vyx_inter::List<VYX_SEM_S, &VYX_SEM_S::all> s_semaphores VYX_GUARDED_BY(s_hNameLock);
@@ -82,7 +101,7 @@ sem_t *OpenOneOf_Local(int32_t iFirst, int32_t iEnd, const TakenNames *pTaken,
         // Behind one name that is taken there may be thousands, and opening finds that out in ten times the time.
         if (iAttempt > 0 && VYX_SemNameIsTaken_Inter(szName))
             continue;
-        const vyx_inter::LockGuard guard(s_hNameLock);
+        const NamesGuard guard;
         sem_t *pSem = sem_open(szName, O_CREAT | O_EXCL, 0777, nInitial);
         if (pSem != SEM_FAILED || errno != EEXIST)
             return pSem;
@@ -96,7 +115,7 @@ sem_t *OpenOneOf_Local(int32_t iFirst, int32_t iEnd, const TakenNames *pTaken,
     TakenNames taken;
     {
         // Held so that a child that is forked meanwhile does not inherit the open directory.
-        const vyx_inter::LockGuard guard(s_hNameLock);
+        const NamesGuard guard;
         VYX_EachSemName_Inter(NoteTaken_Local, &taken);
     }
     return OpenOneOf_Local(kFewNames, kNameCount, &taken, szName, nInitial);
@@ -115,10 +134,17 @@ bool IsEmpty_Local(const VYX_SEM_T *pSem) {
 } // namespace
 
 const vyx_inter::ForkRow g_struSemNameForkRow = {
-    [] { s_forkHold.Before(); },
-    [] { s_forkHold.InParent(); },
+    [] {
+        s_turns.BeforeFork();
+        s_forkHold.Before();
+    },
+    [] {
+        s_forkHold.InParent();
+        s_turns.InParent();
+    },
     [] {
         (void)s_forkHold.InChild();
+        s_turns.InChild();
         s_hCreateLock = PTHREAD_MUTEX_INITIALIZER; // all it guards is the next number, whatever that is
     },
 };
@@ -133,7 +159,7 @@ int32_t VYX_SemCreate(VYX_SEM_T *pSem, uint32_t nInitial) {
     auto *pRecord = new (std::nothrow) VYX_SEM_S();
     if (pRecord == nullptr) {
         (void)sem_unlink(szName);
-        const vyx_inter::LockGuard guard(s_hNameLock);
+        const NamesGuard guard;
         (void)sem_close(pOpened);
         return VYX_ERROR;
     }
@@ -153,7 +179,7 @@ int32_t VYX_SemDestroy(VYX_SEM_T *pSem) {
     // Both results are ignored: somebody may have cleaned the name up, and the semaphore goes all the same.
     (void)sem_unlink(pRecord->szName);
     {
-        const vyx_inter::LockGuard guard(s_hNameLock);
+        const NamesGuard guard;
         s_semaphores.Remove(pRecord);
         (void)sem_close(pRecord->pSem);
     }

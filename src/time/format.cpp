@@ -160,7 +160,7 @@ bool Common::PutDirective(char cDirective) {
         return m_fields.tm_mday >= 0 && PutNumber(m_fields.tm_mday, 2, ' ');
     default:
         static const char szPlain[] =
-            "ABFGHIMSUVWXYZabcdghjmnpstuwxyz"; // complete without anything behind them
+            "ABFGHIMSUVWXYZabcdghjmnptuwxyz"; // complete without anything behind them; %s may set tzname
         return PutCommon(cDirective) || (cDirective != '\0' && std::strchr(szPlain, cDirective) != nullptr &&
                                          PutPlatforms(cDirective));
     }

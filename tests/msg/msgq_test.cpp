@@ -27,6 +27,16 @@ int32_t Receive(VYX_HANDLE_MSGQ hQueue, int32_t iTimeOut) {
     return VYX_MsgQReceiveEx(hQueue, pBlock.get(), iTimeOut) == VYX_OK ? pBlock->iMsgType : -1;
 }
 
+// Before main, when the library's objects in the program may come after this one.
+const bool kWorksEarly = [] {
+    VYX_HANDLE_MSGQ hQueue = nullptr;
+    return VYX_Init() == VYX_OK && VYX_MsgQCreateEx(&hQueue) == VYX_OK && Send(hQueue, 7) == VYX_OK &&
+           Receive(hQueue, 1) == 7 && VYX_Fini() == VYX_OK;
+}();
+TEST(MsgQueueEarly, WorksInAStaticConstructor) {
+    EXPECT_TRUE(kWorksEarly);
+}
+
 // The started library with one queue.
 class MsgQueue : public testing::Test {
   protected:

@@ -1,5 +1,6 @@
 // Semaphores and their names, and VYX_Sema. The library is not started unless a test says so. This program's own sem_open
 // stands before the system's.
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <dlfcn.h>
@@ -21,7 +22,7 @@ constexpr int kNames = 32767;
 
 std::vector<std::string> s_opened; // the names that were asked for, by one thread at a time
 int s_nLooks = 0;                  // at single names
-enum class System { Real, HasAnyName, HasNoName } s_eSystem = System::Real;
+enum class System { Real, HasAnyName, IsSlow, HasNoName } s_eSystem = System::Real;
 
 std::string Name(int iNumber) {
     const std::string digits = std::to_string(iNumber);
@@ -46,10 +47,13 @@ extern "C" sem_t *sem_open(const char *szName, int iFlags, ...) {
     EXPECT_TRUE(iFlags == (O_CREAT | O_EXCL) && nMode == 0777);
     s_opened.emplace_back(szName);
     static sem_t s_any;
+    const auto end = support::Clock::now() + std::chrono::milliseconds(s_eSystem == System::IsSlow ? 5 : 0);
+    while (support::Clock::now() < end) {
+    }
     errno = EEXIST;
-    return s_eSystem == System::Real         ? pSystems(szName, iFlags, nMode, nCount)
-           : s_eSystem == System::HasAnyName ? &s_any
-                                             : SEM_FAILED;
+    return s_eSystem == System::Real        ? pSystems(szName, iFlags, nMode, nCount)
+           : s_eSystem != System::HasNoName ? &s_any
+                                            : SEM_FAILED;
 }
 
 namespace {
@@ -134,6 +138,34 @@ TEST(Semaphore, TakenNamesCostTwoOpeningsInAll) {
     ASSERT_EQ(s_opened.size(), 2U);
     EXPECT_EQ(s_opened[0], Name(iFirst + 1));
     EXPECT_GE(s_opened[1], Name(iFirst + 41)) << "other processes may have some";
+}
+
+// A thread that makes one after the other does not keep another from its first.
+TEST(Semaphore, NobodyIsLeftBehind) {
+    s_eSystem = System::IsSlow;
+    std::atomic<int> nMade{0};
+    std::atomic<bool> bEnd{false};
+    const auto make = [&nMade] {
+        VYX_SEM_T hSem = nullptr; // not destroyed either
+        (void)(VYX_SemCreate(&hSem, 0) + ++nMade);
+    };
+    const support::Async greedy([&] {
+        while (!bEnd)
+            make();
+        return 0;
+    });
+    EXPECT_TRUE(support::WaitUntil([&] { return nMade > 0; }));
+    const support::Async modest([&] {
+        make();
+        bEnd = true;
+        return 0;
+    });
+    EXPECT_TRUE(support::WaitUntil([&] { return modest.Asleep() || bEnd; }));
+    const int nBefore = nMade;
+    EXPECT_TRUE(support::WaitUntil([&] { return greedy.Done() && modest.Done(); }));
+    EXPECT_LE(nMade - nBefore, 15);
+    bEnd = true;
+    s_eSystem = System::Real;
 }
 
 TEST(Semaphore, EachNameIsTriedOnce) {
