@@ -61,6 +61,10 @@ void Limit::GiveBack(int count) {
 namespace {
 
 constexpr int kTurns = 20;
+// Of works that make something in each turn, which under load takes a second or more.
+int MakingTurns() {
+    return In(kLoad) ? 5 : kTurns;
+}
 Limit &s_timers = g_limits[0], &s_pools = g_limits[1], &s_queues = g_limits[2];
 
 thread_local int t_cancelIn = 0;
@@ -199,6 +203,7 @@ void *CountItem(void *pCount) {
     return nullptr;
 }
 bool FixedPool() {
+    const int turns = MakingTurns();
     std::atomic<int> ran{0};
     int accepted = 0;
     const VYX_HANDLE_THREADPOOL pool = VYX_ThreadPool_CreateFlex(1, 3, 65536, 1);
@@ -211,17 +216,18 @@ bool FixedPool() {
         (void)Check(ran == accepted || (In(kCancels) && ran == accepted + 1), "items accepted: ", accepted,
                     ", run: ", ran);
     });
-    for (int item = 0; item < kTurns; ++item) {
+    for (int item = 0; item < turns; ++item) {
         BeforeCall();
         accepted += VYX_ThreadPool_WorkEx(pool, CountItem, &ran, 1) == VYX_OK ? 1 : 0;
     }
-    return Check(accepted == kTurns || In(kLittle), "ThreadPool_WorkEx refuses");
+    return Check(accepted == turns || In(kLittle), "ThreadPool_WorkEx refuses");
 }
 
 void PostItem(void *pSem) {
     (void)VYX_SemPost(static_cast<VYX_SEM_T *>(pSem));
 }
 bool FlexiblePool() {
+    const int turns = MakingTurns();
     VYX_SEM_T handled = nullptr;
     if (VYX_SemCreate(&handled, 0) != VYX_OK)
         return false;
@@ -232,7 +238,7 @@ bool FlexiblePool() {
     });
     pool = VYX_ThreadPoolFlex_Create(3, 1, PostItem, 0);
     bool first = pool != nullptr;
-    for (int item = 0; first && item < kTurns; ++item) {
+    for (int item = 0; first && item < turns; ++item) {
         BeforeCall();
         const bool queued = VYX_ThreadPoolFlex_Work(pool, &handled) == VYX_OK;
         first = queued || item > 0; // without a first worker nobody handles what is queued
@@ -359,7 +365,7 @@ bool Small() { // a call or two each
 }
 
 bool Make() {
-    for (int turn = 0; turn < kTurns; ++turn) {
+    for (int turn = 0; turn < MakingTurns(); ++turn) {
         BeforeCall();
         VYX_SEM_T sem = nullptr;
         const bool made = VYX_SemCreate(&sem, 1) == VYX_OK && VYX_SemDestroy(&sem) == VYX_OK;
