@@ -37,8 +37,9 @@ struct DescriptionTable {
     uint32_t nWordSize; // bytes of a pointer
     uint32_t nRowSize;  // bytes
     uint32_t nRows;
-    const void *
-        pSelf; // this table: who finds it elsewhere reads the memory of an emulator, and all pointers are off by that
+    // The address of this table. A reader that finds the table at another address, as in an emulator's memory, has to
+    // correct all pointers by the difference.
+    const void *pSelf;
     DescriptionRow rows[kRows];
 };
 

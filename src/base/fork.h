@@ -43,12 +43,13 @@ class ForkHold {
     bool m_bOwn = false; // the calling thread was interrupted while it held the lock
 };
 
-// Milliseconds for which a fork waits for each: a thread at the edge for longer is the calling one, or does not run.
+// Milliseconds for which a fork waits for a lock: in all; while its holder is AtEdge; while the platform does not tell the
+// holder. A holder that is AtEdge for longer is the calling thread, interrupted by a signal, or gets no processor.
 constexpr uint32_t kForkPatience = 1000;
 constexpr uint32_t kForkPatienceAtEdge = 1;
 constexpr uint32_t kForkPatienceUnknown = 20;
-// And as many looks, since on a crowded machine a long time passes between two: then both may meet a lock that is just
-// passed on, or a holder that has not run meanwhile. Where the forking thread has run as often as this, the others have.
+// A fork also looks at least so often. On a busy machine a long time may pass between two looks: both may meet the lock
+// while it is being passed on, or while its holder has not run. After so many looks the other threads have run, too.
 constexpr uint32_t kForkLeastLooks = 200;
 
 // The order is that of the locks' ranks. Called in a fork, by the handlers that the library sets up when it is loaded.

@@ -30,7 +30,7 @@ inline void NoteRelease(Rank /*eRank*/) {}
 // taken often, and held for less time than going to sleep and being woken takes.
 enum class Taken : uint8_t { Sleep, Spin };
 
-// Platforms without such mutexes have a moment's patience in all of theirs, or none.
+// A platform without this kind of mutex has one kind only: all of its mutexes look again before they sleep, or none does.
 #if defined(PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP)
 inline constexpr pthread_mutex_t kSpinningMutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 #else

@@ -1,8 +1,9 @@
 // The order of the library's own locks. This list is the order: it stands nowhere else.
 //
 // A thread that holds a lock may take only locks that stand further down, with a higher level. Two locks of one level
-// are never held together. Builds with VYX_CHECK_LOCKS (all but the one that is installed) end the process with
-// both names at the first lock that is taken out of order.
+// are held together only by a thread that forks, which is not checked. Builds with VYX_CHECK_LOCKS end the process with
+// both names at the first lock that is taken out of order; the presets demo, release and darwin-* build the library
+// without it, and the tests of release use a second one with it.
 //
 // Not in the list: an application's own mutexes. A thread may hold any of them when it calls the library, and the
 // library takes one only in a condition wait, or by trying it (sync/cond.cpp), so that it waits for nobody.

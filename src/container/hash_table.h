@@ -103,7 +103,8 @@ class HashTable {
             Traits::SetHome(m_slots[nAt], origin.nHome);
             ++m_header.filled;
         }
-        // Deliberate: data that is present is never replaced; other data for its key is an error.
+        // Deliberate: data that is present is never replaced; other data for its key is an error. Pinned by
+        // Fuzz.hash.
         return m_slots[nAt].data == pData ? VYX_OK : VYX_ERROR;
     }
 

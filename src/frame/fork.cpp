@@ -29,8 +29,9 @@ constexpr const ForkRow *kRows[] = {
     &g_struSemNameForkRow,
 };
 
-Lock s_hForkLock{Rank::Fork};                  // two threads that fork at once do so one after the other
-thread_local ForkHold s_forkHold(s_hForkLock); // what one thread finds out says nothing to the next
+Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other
+// One for each thread: a second thread may begin to fork before the first one has finished.
+thread_local ForkHold s_forkHold(s_hForkLock);
 
 } // namespace
 

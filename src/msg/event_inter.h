@@ -17,10 +17,12 @@
 constexpr int32_t VYX_POLL_READ = 1;
 constexpr int32_t VYX_POLL_WRITE = 2;
 
-// Guards the list of all events. Only ever held alone.
+// Guards the list of all events. Only a fork takes other locks of the library while it holds this one.
 extern vyx_inter::Lock s_hEventListLock;
 
-// Waits and sets take no lock, so every field is read and written as a whole.
+// A wait takes no lock, but for a thread's first one with a limit, which registers the thread. A set takes hMutex only to
+// remove surplus bytes from the pipe, and in a forked child its first use takes a lock to make hMutex anew. So every field
+// is read and written as a whole.
 struct VYX_EVENT_T {
     std::atomic<int32_t> iPipeFd[2];                // read end and write end; both -1 once the pipe is closed
     std::atomic<int32_t> iSocket;                   // the bound socket, the caller's; -1 = none

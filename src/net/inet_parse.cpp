@@ -53,7 +53,7 @@ class LongParser {
                 if (nValue > 0xFFFF)
                     return false;
             }
-            // Deliberate: nobody asks for eight groups; the missing ones are zero.
+            // Deliberate: eight groups are not required; the missing ones are zero. Pinned by Fuzz.addresses.
             if (*p == '\0')
                 return AddGroup(nValue, p);
             // Deliberate: one invalid character at the very end is passed over like a separator. Pinned by

@@ -31,7 +31,8 @@ const char *Sequence_Local(char cDirective) {
     }
 }
 
-// Deliberate: counted from 1970, not 1900, so "%C" shows 21 from 2030 on. Pinned by Fuzz.time.
+// Deliberate: counted from 1970, not 1900, so "%C" shows 21 from 2030 on. Pinned by
+// Fuzz.time_format.
 int64_t Century_Local(const struct tm &fields) {
     return (int64_t{fields.tm_year} + 1970) / 100;
 }
@@ -257,7 +258,8 @@ int32_t VYX_StrFmtTime(char *szOut, uint32_t *pLen, int32_t iMax, const char *sz
     fields.tm_wday = pIn->tm_wday;
     fields.tm_yday = pIn->tm_yday;
     fields.tm_isdst = pIn->tm_isdst;
-    // Deliberate: widened with its sign, so a negative limit is as good as none.
+    // Deliberate: widened with its sign, so a negative limit is as good as none. Pinned by
+    // Fuzz.time_format.
     const auto nMax = static_cast<size_t>(static_cast<ptrdiff_t>(iMax));
     *pLen = static_cast<uint32_t>(win32_strftime_extra(szOut, nMax, szFormat, &fields));
     return VYX_OK;
