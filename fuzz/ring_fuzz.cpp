@@ -66,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *pData, size_t nSize) {
     const int32_t iCapacity = 1 + static_cast<int32_t>(input.Pick(64));
     Ring ring{&input, nullptr, Bytes(static_cast<size_t>(iCapacity))};
     REQUIRE(VYX_CycleBufferInit(&ring.hBuffer, iCapacity, Take, &ring) == VYX_OK);
-    ring.hBuffer->nIn = ring.hBuffer->nOut = UINT32_MAX - 20; // both counts are about to begin anew
+    ring.hBuffer->nIn = ring.hBuffer->nOut =
+        ring.hBuffer->nEnd - ring.hBuffer->nCapacity; // both counts are about to begin anew
     while (!input.AtEnd()) {
         if (input.Pick(3) == 0)
             ring.Read();

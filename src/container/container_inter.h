@@ -5,7 +5,7 @@
 #include <atomic>
 #include <vyx/container.h>
 
-#include "base/lock.h"
+#include "base/fork.h"
 
 VYX_BEGIN_DECLS
 
@@ -30,14 +30,16 @@ struct VYX_HINTSLOT_S {
 struct VYX_CYCLE_BUFFER_T {
     uint8_t *pData; // the storage, behind this record in the same block
     uint32_t nCapacity;
+    uint32_t nEnd;                               // where both counts begin anew: a multiple of the capacity
     vyx_inter::Lock lock{vyx_inter::Rank::Ring}; // one writer at a time
-    uint32_t nWrite VYX_GUARDED_BY(lock);        // where the next byte goes
-    std::atomic<uint32_t> nIn;                   // bytes ever written, modulo 2^32
-    std::atomic<uint32_t> nOut;                  // bytes ever dropped, modulo 2^32
-    std::atomic<uint32_t> nRead;                 // where the oldest byte lies; the reader's
+    std::atomic<uint32_t> nForks;                // of the process, when the lock was made
+    std::atomic<uint32_t> nIn;                   // bytes ever written, modulo nEnd
+    std::atomic<uint32_t> nOut;                  // bytes ever dropped, modulo nEnd
     VYX_CYCLEBUFFER_PROC fnCallback;
     void *pUser;
 };
+
+extern const vyx_inter::ForkRow g_struRingForkRow;
 
 VYX_END_DECLS
 

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "base/describe.h"
+#include "container/container_inter.h"
 #include "frame/frame_inter.h"
 #include "log/log_service.h"
 #include "msg/event_inter.h"
@@ -26,7 +27,7 @@ constexpr const ForkRow *kRows[] = {
     &g_struStartForkRow,   &g_struTimerForkRow,    &g_struMsgQForkRow,     &g_struPoolForkRow,
     &g_struFlexForkRow,    &g_struEventForkRow,    &g_struLogForkRow,      &g_struTimedWaitForkRow,
     &g_struSemWaitForkRow, &g_struCondWaitForkRow, &g_struCalendarForkRow, &g_struAtomicForkRow,
-    &g_struSemNameForkRow,
+    &g_struRingForkRow,    &g_struSemNameForkRow,
 };
 
 Lock s_hForkLock{Rank::Fork}; // two threads that fork at once do so one after the other

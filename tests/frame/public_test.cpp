@@ -45,6 +45,8 @@ VYX_EVENT s_hEvent = nullptr;
 VYX_HANDLE_MSGQ s_hQueue = nullptr;
 VYX_HANDLE_THREADPOOL s_hPool = nullptr;
 VYX_HANDLE_THREADPOOLFLEX s_hFlexPool = nullptr;
+VYX_HANDLE_CYCLEBUFFER s_hRing = nullptr; // the parent writes to it all the time
+uint8_t s_bytes[1 << 18];
 
 void *Item(void *pParam) {
     return pParam;
@@ -98,6 +100,13 @@ bool UseEvents() {
            VYX_CloseEvent(hEvent) == VYX_TRUE;
 }
 
+bool UseRing() {
+    uint32_t nStored = 0;
+    (void)VYX_CycleBufferRead(s_hRing);
+    return VYX_CycleBufferWrite(s_hRing, s_bytes, sizeof s_bytes) == VYX_OK &&
+           VYX_CycleBufferValue(s_hRing, &nStored) == VYX_OK && nStored == sizeof s_bytes;
+}
+
 const struct {
     const char *szWhat;
     bool bThreads; // it needs threads in the child
@@ -109,6 +118,7 @@ const struct {
     {"flexible pool", true, UseFlexPool},
     {"queue", false, UseQueue},
     {"events", false, UseEvents},
+    {"ring", false, UseRing},
     {"timer", true, UseTimer},
     {"log", true,
      [] { return WriteLog(VYX_LOG_LEVEL_INF, "", 1, "from a child") == 0 && VYX_Log(0, nullptr) == VYX_OK; }},
@@ -150,12 +160,25 @@ TEST(Fork, ChildrenDoAllThatTheyMay) {
     support::Async waiter([&] { return semaphore.Wait(support::kLong); }); // which no child's stop ends
     ASSERT_TRUE(support::WaitUntil([&] { return waiter.Asleep(); }));
 
+    const VYX_CYCLEBUFFER_PROC fnDrop = [](uint8_t *, uint32_t, void *) { return 0; };
+    ASSERT_EQ(VYX_CycleBufferInit(&s_hRing, sizeof s_bytes, fnDrop, nullptr), VYX_OK);
+    std::atomic<bool> written{false};
+    support::Async writer([&] {
+        for (; !written; (void)VYX_CycleBufferRead(s_hRing))
+            (void)VYX_CycleBufferWrite(s_hRing, s_bytes, sizeof s_bytes);
+        return VYX_OK;
+    });
+
     std::atomic<bool> done[3] = {};
     ForkForEachRow(&done[0]);
     const VYX_THREAD_PROC fnItem = [](void *pDone) -> void * { return ForkForEachRow(pDone), nullptr; };
     EXPECT_EQ(VYX_ThreadPool_Work(s_hPool, fnItem, &done[1]), VYX_OK);
     EXPECT_EQ(VYX_ThreadPoolFlex_Work(s_hFlexPool, &done[2]), VYX_OK);
     EXPECT_TRUE(support::WaitUntil([&] { return done[1] && done[2]; }));
+
+    written = true;
+    EXPECT_EQ(writer.Result(), VYX_OK);
+    EXPECT_EQ(VYX_CycleBufferDestroy(s_hRing), VYX_OK);
 
     EXPECT_FALSE(waiter.Done());
     EXPECT_EQ(semaphore.Post(), VYX_OK);
