@@ -385,7 +385,8 @@ VYX_API VYX_SOCK_T VYX_Accept(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr, uint32_t nT
  *          line on standard error, with errno, not the socket's error. With a limit an attempt that the platform
  *          refuses at once (no route, an address of another family) may give 0, where a socket without a peer
  *          counts as writable: VYX_GetAddrBySockFd then has no peer to tell of.
- * Threads: one for a socket; its mode changes during the call.
+ * Threads: one for a socket; its mode changes during the call. The socket of a thread that is cancelled is blocking, too,
+ *          and its attempt may go on.
  */
 VYX_API int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint32_t nTimeOut);
 

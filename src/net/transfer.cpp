@@ -8,6 +8,7 @@
 // something else than readiness; where there was nothing to do, the wait goes on.
 #include <cerrno>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <vyx/sys.h>
 
@@ -164,6 +165,12 @@ int32_t ConnectResult_Local(VYX_SOCK_T hSocket, uint32_t nTimeOut) {
     return (fd.revents & POLLOUT) != 0 ? VYX_OK : VYX_ERROR;
 }
 
+// Ends what a connection attempt did to the socket; also where its thread is cancelled.
+void LeaveBlocking_Local(void *phSocket) {
+    const ErrnoKeeper keeper;
+    (void)VYX_SetNonBlock(*static_cast<VYX_SOCK_T *>(phSocket), 0);
+}
+
 VYX_SOCK_T AcceptNow_Local(VYX_SOCK_T hSocket, VYX_ADDR_T *pAddr) {
     if (pAddr == nullptr)
         return accept(hSocket, nullptr, nullptr);
@@ -194,13 +201,14 @@ int32_t VYX_ConnectWithTimeOut(VYX_SOCK_T hSocket, const VYX_ADDR_T *pAddr, uint
     // Deliberate: the length of an IPv4 address for either family.
     if (nTimeOut == VYX_INFINITE)
         return connect(hSocket, &pAddr->sa, sizeof pAddr->in4);
+    int32_t iResult = VYX_ERROR;
     (void)VYX_SetNonBlock(hSocket, 1);
+    pthread_cleanup_push(LeaveBlocking_Local, &hSocket);
     // Deliberate: the attempt is expected to be in progress, and SO_ERROR tells the rest, so what is refused at once
     // and leaves no SO_ERROR counts as connected. Pinned by Connect.RefusedAtOnceLooksConnected.
     (void)connect(hSocket, &pAddr->sa, VYX_AddrLength_Inter(pAddr));
-    const int32_t iResult = ConnectResult_Local(hSocket, nTimeOut);
-    const ErrnoKeeper keeper;
-    (void)VYX_SetNonBlock(hSocket, 0);
+    iResult = ConnectResult_Local(hSocket, nTimeOut);
+    pthread_cleanup_pop(1);
     return iResult;
 }
 

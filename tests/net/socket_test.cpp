@@ -270,6 +270,11 @@ TEST(Connect, GivesUpWhereNobodyAnswers) {
         EXPECT_EQ(support::ErrorsOf(connect), "");
     }
     EXPECT_EQ(iResult, -1);
+
+    const Socket last(AF_INET, SOCK_STREAM);
+    EXPECT_FALSE(
+        support::EndsThoughCancelled([&] { (void)VYX_ConnectWithTimeOut(last, &addr, LongTime()); }));
+    EXPECT_EQ(fcntl(last, F_GETFL) & O_NONBLOCK, 0);
 }
 
 TEST(Connect, RefusedAtOnceLooksConnected) {
