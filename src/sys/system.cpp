@@ -7,6 +7,7 @@
 #include <vyx/time.h>
 
 #include "base/platform.h"
+#include "base/units.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48 && sizeof(VYX_CPU_PERFORMANCE_T) == 56);
@@ -16,7 +17,7 @@ int32_t VYX_USleep(uint32_t nMicroseconds) {
 }
 
 int32_t VYX_Sleep(uint32_t nMilliseconds) {
-    return VYX_USleep(nMilliseconds * 1000U);
+    return VYX_USleep(nMilliseconds * uint32_t{vyx_inter::kMicrosPerMilli});
 }
 
 int32_t VYX_Rand(void) {

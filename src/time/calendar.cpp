@@ -9,6 +9,7 @@
 #include "base/describe.h"
 #include "base/lock.h"
 #include "base/platform.h"
+#include "base/units.h"
 
 using vyx_inter::LockGuard;
 
@@ -139,7 +140,7 @@ int32_t VYX_StandardOffset_Inter(int32_t *pSeconds) {
             return VYX_ERROR;
         offset = {nEdition, iMinutesWest};
     }
-    *pSeconds = -offset.iMinutesWest * 60;
+    *pSeconds = -offset.iMinutesWest * vyx_inter::kSecondsPerMinute;
     return VYX_OK;
 }
 

@@ -4,6 +4,7 @@
 #include <sys/time.h>
 
 #include "base/platform.h"
+#include "base/units.h"
 
 namespace {
 
@@ -26,7 +27,8 @@ int32_t VYX_MinutesWest_Inter(int32_t *pMinutes) {
     if (localtime_r(&tNow, &fields) == nullptr)
         return VYX_ERROR;
     constexpr int32_t kSaving = 60; // as that zone record has it
-    *pMinutes = static_cast<int32_t>(-fields.tm_gmtoff / 60) + (fields.tm_isdst > 0 ? kSaving : 0);
+    *pMinutes = static_cast<int32_t>(-fields.tm_gmtoff / vyx_inter::kSecondsPerMinute) +
+                (fields.tm_isdst > 0 ? kSaving : 0);
     return VYX_OK;
 }
 

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "base/platform.h"
+#include "base/units.h"
 
 namespace {
 
@@ -20,8 +21,7 @@ uint32_t VYX_CoarseSecond_Inter(void) {
 }
 
 int32_t VYX_MinutesWest_Inter(int32_t *pMinutes) {
-    constexpr long kSecondsPerMinute = 60;
-    *pMinutes = static_cast<int32_t>(Look_Local(timezone) / kSecondsPerMinute);
+    *pMinutes = static_cast<int32_t>(Look_Local(timezone) / vyx_inter::kSecondsPerMinute);
     return VYX_OK;
 }
 

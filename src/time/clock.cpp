@@ -15,7 +15,9 @@ VYX_TIME_T VYX_TimeNow(void) {
 uint32_t VYX_GetTimeTick(void) {
     struct timeval now = {};
     (void)gettimeofday(&now, nullptr); // a clock that cannot be read stands at 0
-    return static_cast<uint32_t>(now.tv_sec) * 1000U + static_cast<uint32_t>(now.tv_usec) / 1000U;
+    const int64_t iMillis =
+        now.tv_sec * vyx_inter::kMillisPerSecond + now.tv_usec / vyx_inter::kMicrosPerMilli;
+    return static_cast<uint32_t>(iMillis);
 }
 
 int64_t VYX_SecondsNow_Inter(void) {

@@ -124,8 +124,9 @@ int32_t VYX_ExpTimeFromTimeLocal(VYX_TIME_T t, VYX_TIME_EXP_T *pOut) {
 int32_t VYX_TimeFromExpTime(const VYX_TIME_EXP_T *pIn, VYX_TIME_T *pOut) {
     if (pIn == nullptr || pOut == nullptr || pIn->tm_mon < 0 || pIn->tm_mon > 11)
         return VYX_ERROR;
-    const int64_t iHours = DaysOf_Local(*pIn) * 24 + pIn->tm_hour;
-    const int64_t iSeconds = (iHours * 60 + pIn->tm_min) * 60 + pIn->tm_sec;
+    const int64_t iHours = DaysOf_Local(*pIn) * vyx_inter::kHoursPerDay + pIn->tm_hour;
+    const int64_t iSeconds =
+        (iHours * vyx_inter::kMinutesPerHour + pIn->tm_min) * vyx_inter::kSecondsPerMinute + pIn->tm_sec;
     if (iSeconds < 0)
         return VYX_ERROR;
     *pOut = static_cast<VYX_TIME_T>(static_cast<uint64_t>(MicrosOf_Local(iSeconds)) +
