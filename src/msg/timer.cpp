@@ -105,8 +105,17 @@ void EndOfThread_Local(void *pTimer) {
 // The key under which a timer's thread keeps its timer, so that the platform tells when it ends, after all destructors of
 // its own. A destructor of a thread_local object would do, too, but without the memory to note it the C library
 // ends the process.
-pthread_key_t s_hEndKey; // settled before any timer's thread starts
+pthread_key_t s_hEndKey VYX_GUARDED_BY(s_VyxTimerMutex);
 bool s_bEndKeyMade VYX_GUARDED_BY(s_VyxTimerMutex) = false;
+
+// Result: false if memory is short.
+bool NoteOwn_Local(TIMER_EVENT_T *pTimer) {
+    const LockGuard guard(s_VyxTimerMutex);
+    if (pthread_setspecific(s_hEndKey, pTimer) != 0)
+        return false;
+    t_pOwn = pTimer;
+    return true;
+}
 
 // Result: a free place, or null.
 Place *FindFree_Local() VYX_REQUIRES(s_VyxTimerMutex) {
@@ -264,11 +273,10 @@ const vyx_inter::ForkRow g_struTimerForkRow = {
 
 void *VYX_OnTimer(void *pParam) {
     auto *const pTimer = static_cast<TIMER_EVENT_T *>(pParam);
-    if (pthread_setspecific(s_hEndKey, pTimer) != 0) { // memory is short
+    if (!NoteOwn_Local(pTimer)) {
         EndOfThread_Local(pTimer);
         return nullptr;
     }
-    t_pOwn = pTimer;
     char szName[16];
     (void)std::snprintf(szName, sizeof szName, "vyx-timer%u", pTimer->nTimerId);
     VYX_NameThread_Inter(szName);
