@@ -121,7 +121,7 @@ int32_t VYX_GetAddrBySockFd(VYX_SOCK_T hSocket, VYX_ADDR_T *pLocal, VYX_ADDR_T *
     if (pLocal == nullptr && pPeer == nullptr)
         return VYX_ERROR;
     // Deliberate: one length for both calls; the first may have lowered it to that of an IPv4 address. A longer name, as
-    // local-domain sockets have, raises it beyond the record.
+    // local-domain sockets have, raises it beyond the record. Pinned by Socket.AddressesOfBothEndsStayInsideTheRecords.
     constexpr socklen_t kRoom = sizeof(VYX_ADDR_T);
     socklen_t nLength = kRoom;
     if (pPeer != nullptr && getpeername(hSocket, &pPeer->sa, &nLength) != 0)

@@ -234,6 +234,19 @@ TEST(Socket, AddressesOfBothEndsStayInsideTheRecords) {
     expected += std::string(3 * sizeof records[0], '\xC3');
     EXPECT_EQ(VYX_GetAddrBySockFd(socket, &records[0], &records[4]), VYX_OK);
     EXPECT_EQ(memcmp(records, (expected + expected).data(), sizeof records), 0);
+
+    // A peer without a name is shorter, and the own address is cut to its length.
+    name.sun_path[1] = '-';
+    const Socket listener(AF_UNIX, SOCK_STREAM);
+    const Socket client(AF_UNIX, SOCK_STREAM);
+    ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+    ASSERT_EQ(VYX_Listen(listener, 1), 0);
+    ASSERT_EQ(connect(client, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+    const Socket server(accept(listener, nullptr, nullptr));
+    expected.replace(sizeof name.sun_family, sizeof records[0], sizeof records[0], '\xC3');
+    memset(records, 0xC3, sizeof records);
+    EXPECT_EQ(VYX_GetAddrBySockFd(server, &records[0], &records[4]), VYX_OK);
+    EXPECT_EQ(memcmp(records, (expected + expected).data(), sizeof records), 0);
 }
 
 TEST(Connect, RefusedThenConnected) {
@@ -247,6 +260,11 @@ TEST(Connect, RefusedThenConnected) {
                   std::to_string(EINPROGRESS) + ", Error\n\n");
     EXPECT_EQ(support::ErrnoOf(refuse(clients[1])), EINPROGRESS) << "not that of the line nobody takes";
     EXPECT_EQ(fcntl(clients[0], F_GETFL) & O_NONBLOCK, 0);
+    const Socket longer(AF_INET6, SOCK_STREAM);
+    const VYX_ADDR_T loopback = Loopback(AF_INET6, 9);
+    EXPECT_EQ(VYX_ConnectWithTimeOut(longer, &loopback, VYX_INFINITE), -1);
+    EXPECT_TRUE(errno == EINVAL || IsMissing(AF_INET6))
+        << "the address is cut to the length of the other family's";
     const Socket listener = Bound(AF_INET);
     const VYX_ADDR_T addr = LocalOf(listener);
     VYX_ADDR_T peer = {};
