@@ -87,8 +87,8 @@ void NoteTaken_Local(const char *szName, void *pTaken) {
         static_cast<TakenNames *>(pTaken)->set(nNumber);
 }
 
-// Opens a semaphore under the first free one of the names that the attempts iFirst to iEnd - 1 are for, and leaves it in
-// szName. SEM_FAILED with errno otherwise.
+// Tries one name for each attempt from iFirst to iEnd - 1, and opens a semaphore under the first that is free. szName
+// receives that name. Result: SEM_FAILED, with errno, if none was opened.
 //   pTaken  numbers that are not tried, or null
 sem_t *OpenOneOf_Local(int32_t iFirst, int32_t iEnd, const TakenNames *pTaken,
                        char (&szName)[sizeof(VYX_SEM_S::szName)], uint32_t nInitial) {

@@ -16,7 +16,7 @@ namespace torture {
 
 namespace {
 
-// A limit that is never reached unless the weather is such that a wait has to look up.
+// The limit of a wait that another thread ends. It is short where short memory or a stop may keep that thread from it.
 uint32_t Long() {
     return In(kLittle | kStops) ? 50 : 60000;
 }

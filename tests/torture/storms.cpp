@@ -189,7 +189,7 @@ struct Pending {
     }
 };
 
-// Until then, but not for ever.
+// Waits until the condition is met, about a minute at most.
 template <class Met>
 void Await(Met met) {
     for (int part = 0; part < 3000 && !met(); ++part)

@@ -36,14 +36,15 @@ extern std::string g_folder;    // for files
 struct Work {
     std::string name;
     std::function<bool()> round; // false: the system did not grant what it needs
-    int many = 1;                // at once under load
+    int many = 1;                // threads that do it at once under load
 };
 const std::vector<Work> &Works();
 
-// The calling thread is cancelled before the so manieth of the next calls that block.
+// Has the calling thread cancelled before one of its next calls that block: 1 is the next one.
 void CancelBeforeCall(int number);
 
-// What there may be only so many of. Under load each round holds its own until all are held; then one more is asked for.
+// A limit of the library. Under load each round keeps what it has made until all that the limit allows are made; then one
+// more is asked for.
 struct Limit {
     const char *name;
     int most;
@@ -52,7 +53,7 @@ struct Limit {
     int held = 0;
     std::mutex mutex{};
     std::condition_variable reached{};
-    // Before the first is given back all are; nothing is done but under load.
+    // Hold returns when all are held. Both do nothing except under load.
     void Hold(int count);
     void GiveBack(int count);
 };
