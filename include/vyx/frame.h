@@ -119,11 +119,12 @@ VYX_API void VYX_SetSystemLastError(uint32_t nCode);
 /*
  * What a forked child may do
  *
- * A fork waits until no other thread is changing the library's state, at most about a second. So the child finds all
- * locks of the library free, in whatever calls other threads of the parent were. It has one thread, and of the library's
- * none. A child that wants bounded waits or the library's threads calls VYX_Fini, as often as the parent had called
- * VYX_Init, and VYX_Init. A fork in a signal handler does not block either; as everywhere, the child may then call only
- * what a signal handler may until it ends or starts another program.
+ * A fork waits until no other thread is changing the library's state, at most about a second, and for a fork of another
+ * thread that is under way, at most ten seconds. So the child finds all locks of the library free, in whatever calls
+ * other threads of the parent were. It has one thread, and of the library's none. A child that wants bounded waits or the
+ * library's threads calls VYX_Fini, as often as the parent had called VYX_Init, and VYX_Init. A fork in a signal handler
+ * does not block either; as everywhere, the child may then call only what a signal handler may until it ends or starts
+ * another program.
  *
  * | subsystem                | in the child at once                                 | after VYX_Fini and VYX_Init |
  * |--------------------------|------------------------------------------------------|-----------------------------|
@@ -145,7 +146,11 @@ VYX_API void VYX_SetSystemLastError(uint32_t nCode);
  * | timers                   | VYX_SetTimer; no timer of the parent exists          | all                         |
  * | log                      | WriteLog: the queue is empty and the file target off | the same                    |
  * | sockets, files, times,   | all                                                  | all                         |
- * | strings, containers      |                                                      |                             |
+ * | strings, containers,     |                                                      |                             |
+ * | random numbers           |                                                      |                             |
+ * | names of hosts           | VYX_GetAddressInfo and VYX_GetAddressByName may wait | the same                    |
+ * |                          | for ever if a thread of the parent was in one of     |                             |
+ * |                          | them; addresses in digits are fine                   |                             |
  */
 
 VYX_END_DECLS

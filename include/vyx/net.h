@@ -227,7 +227,7 @@ VYX_API int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow);
  *              for other descriptors of it
  *
  * Result:  0; -1 with errno.
- * Threads: one; nobody may use the number afterwards.
+ * Threads: one; nobody may use the number afterwards. A thread that is cancelled closes it first.
  */
 VYX_API int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown);
 
@@ -511,7 +511,7 @@ VYX_API int32_t VYX_GetHostName(char *szBuf, int32_t iLen);
  *
  * Result:  the platform's static record; null if there is no answer or szName is null.
  * Threads: one at a time. The record is valid until the next such call from any thread, so this is not for programs
- *          with several threads that look up names: VYX_GetAddressInfo is.
+ *          with several threads that look up names: VYX_GetAddressInfo is. Cancellation and forks: as there.
  */
 VYX_API struct hostent *VYX_GetAddressByName(const char *szName);
 
@@ -543,7 +543,8 @@ VYX_API uint32_t VYX_Ntohl(uint32_t nValue);
  * The canonical name, asked for by AI_CANONNAME, is in the first node. The ports are in network order, in struAddr.
  *
  * Result:  0; -1 if there is no answer, memory is short or ppList is null. The platform's code is not passed on.
- * Threads: any number at once.
+ * Threads: any number at once. The platform may keep a descriptor if a thread is cancelled while it looks up a name. A
+ *          child that is forked meanwhile by another thread must not look up names; addresses in digits it may.
  */
 VYX_API int32_t VYX_GetAddressInfo(const char *szNode, const char *szService,
                                    const VYX_ADDRESS_INFO_T *pHints, VYX_ADDRESS_INFO_T **ppList);

@@ -115,7 +115,7 @@ VYX_API VYX_FILE_T VYX_OpenFile(const char *szPath, uint32_t nFlags, uint32_t nP
  * Closes the descriptor (close).
  *
  * Result:  0; -1 for VYX_INVALID_FILE or if that failed: it is closed all the same.
- * Threads: one; nobody may use the number afterwards.
+ * Threads: one; nobody may use the number afterwards. A thread that is cancelled closes it first.
  */
 VYX_API int32_t VYX_CloseFile(VYX_FILE_T hFile);
 

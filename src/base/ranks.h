@@ -32,6 +32,7 @@ enum class Rank : uint8_t {
     SemWaits,      // bounded waits for semaphores
     CondWaits,     // bounded waits for conditions
     Calendar,      // the C library's zone data
+    CLibrary,      // the C library's random numbers and converters
     Atomic,        // the atomic operations
     Ring,          // one cycle buffer: what is free of its storage
     SemTurns,      // who is next to make or destroy a semaphore
@@ -48,8 +49,8 @@ inline constexpr RankRow kRanks[] = {
     {5, "Fork"},        {10, "StartStop"},     {30, "LogService"},   {40, "Timers"},    {50, "QueueRegistry"},
     {60, "Queue"},      {70, "QueueReceiver"}, {80, "PoolRegistry"}, {90, "FixedPool"}, {95, "FlexRegistry"},
     {100, "FlexPool"},  {110, "Event"},        {120, "LogQueue"},    {120, "LogFile"},  {130, "SemWaits"},
-    {130, "CondWaits"}, {160, "Calendar"},     {170, "Atomic"},      {180, "Ring"},     {185, "SemTurns"},
-    {190, "SemNames"},
+    {130, "CondWaits"}, {160, "Calendar"},     {165, "CLibrary"},    {170, "Atomic"},   {180, "Ring"},
+    {185, "SemTurns"},  {190, "SemNames"},
 };
 
 } // namespace vyx_inter

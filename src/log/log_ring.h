@@ -109,7 +109,7 @@ class LogRing {
     void Sleep(uint32_t nIdle) VYX_REQUIRES(m_lock);
     void AwaitLines() VYX_REQUIRES(m_lock);
 
-    // Looked at by each call, and changed now and then, under the lock.
+    // Read by each call without the lock; changed with it held.
     alignas(64) std::atomic<bool> m_bOpen{false};
     std::atomic<uint32_t> m_nTargets{0}; // bit N: target N is on
     VYX_LOG_MEMORY_S *m_pMemory VYX_GUARDED_BY(m_lock) = nullptr;

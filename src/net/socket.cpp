@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "base/uncancelled.h"
 #include "base/units.h"
 #include "net/net_inter.h"
 
@@ -65,6 +66,7 @@ int32_t VYX_ShutDown(VYX_SOCK_T hSocket, int32_t iHow) {
 int32_t VYX_CloseSocket(VYX_SOCK_T hSocket, int32_t bShutDown) {
     if (bShutDown != 0)
         (void)shutdown(hSocket, SHUT_RDWR); // a socket that is not connected has nothing to shut down
+    const vyx_inter::Uncancelled uncancelled;
     return close(hSocket);
 }
 

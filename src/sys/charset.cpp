@@ -6,16 +6,28 @@
 #include <vyx/sys.h>
 
 #include "base/platform.h"
+#include "base/uncancelled.h"
+#include "sys/c_library.h"
+
+using vyx_inter::LockGuard;
+using vyx_inter::Uncancelled;
 
 namespace {
 
 // An open converter for the length of a block.
 class Converter {
   public:
-    Converter(const char *szTo, const char *szFrom) : m_hConverter(iconv_open(szTo, szFrom)) {}
+    Converter(const char *szTo, const char *szFrom) {
+        const Uncancelled uncancelled;
+        const LockGuard guard(g_hCLibraryLock);
+        m_hConverter = iconv_open(szTo, szFrom);
+    }
     ~Converter() {
-        if (IsOpen())
-            (void)iconv_close(m_hConverter);
+        if (!IsOpen())
+            return;
+        const Uncancelled uncancelled;
+        const LockGuard guard(g_hCLibraryLock);
+        (void)iconv_close(m_hConverter);
     }
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
@@ -31,7 +43,7 @@ class Converter {
     }
 
   private:
-    iconv_t m_hConverter;
+    iconv_t m_hConverter = nullptr;
 };
 
 // The whole text in the other set; empty if it cannot be converted.

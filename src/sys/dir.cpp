@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/errno_keeper.h"
+#include "base/uncancelled.h"
 #include "base/units.h"
 #include "sys/file_inter.h"
 
@@ -67,6 +68,7 @@ VYX_DIR_T VYX_OpenDir(const char *szPath) {
 int32_t VYX_CloseDir(VYX_DIR_T hDir) {
     if (hDir == nullptr)
         return VYX_ERROR;
+    const vyx_inter::Uncancelled uncancelled;
     (void)closedir(hDir->pDir); // the handle goes in any case
     delete hDir;
     return VYX_OK;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "base/errno_keeper.h"
+#include "base/uncancelled.h"
 #include "sys/file_inter.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
@@ -40,6 +41,7 @@ VYX_FILE_T VYX_OpenFile(const char *szPath, uint32_t nFlags, uint32_t nPerm) {
 }
 
 int32_t VYX_CloseFile(VYX_FILE_T hFile) {
+    const vyx_inter::Uncancelled uncancelled;
     return hFile == VYX_INVALID_FILE ? VYX_ERROR : close(hFile);
 }
 

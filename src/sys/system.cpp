@@ -8,6 +8,7 @@
 
 #include "base/platform.h"
 #include "base/units.h"
+#include "sys/c_library.h"
 
 // Programs in other languages, and those built with another release, rely on where the fields are.
 static_assert(sizeof(VYX_MEMORY_STATUS_T) == 48 && sizeof(VYX_CPU_PERFORMANCE_T) == 56);
@@ -23,6 +24,7 @@ int32_t VYX_Sleep(uint32_t nMilliseconds) {
 int32_t VYX_Rand(void) {
     // Deliberate: seeded anew at every call, so calls within one millisecond agree. Pinned by
     // System.RandRepeatsWithinAMillisecond.
+    const vyx_inter::LockGuard guard(g_hCLibraryLock);
     srandom(VYX_GetTimeTick());
     return static_cast<int32_t>(random());
 }

@@ -2,7 +2,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <pthread.h>
 #include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +103,10 @@ bool UseEvents() {
            VYX_CloseEvent(hEvent) == VYX_TRUE;
 }
 
+bool UseCLibrary() { // which the parent's threads are in all the time
+    return VYX_Rand() >= 0 && VYX_A2UTF8("a").size() <= 1;
+}
+
 bool UseRing() {
     uint32_t nStored = 0;
     (void)VYX_CycleBufferRead(s_hRing);
@@ -119,6 +126,7 @@ const struct {
     {"queue", false, UseQueue},
     {"events", false, UseEvents},
     {"ring", false, UseRing},
+    {"random numbers, character sets", false, UseCLibrary},
     {"timer", true, UseTimer},
     {"log", true,
      [] { return WriteLog(VYX_LOG_LEVEL_INF, "", 1, "from a child") == 0 && VYX_Log(0, nullptr) == VYX_OK; }},
@@ -127,6 +135,23 @@ const struct {
          return VYX_Fini() == VYX_OK && VYX_Init() == VYX_OK && UseSemaphore(1) &&
                 support::Monitor().Wait(1) == VYX_ERROR && UsePool() && UseTimer();
      }},
+};
+
+// A fork within a fork, as a signal handler makes it that interrupts the outer one. Handlers that are set up before the
+// library's run while it holds its locks.
+bool s_bForkAgain = false;
+void ForkAgain() {
+    if (!std::exchange(s_bForkAgain, false))
+        return;
+    const pid_t iChild = fork();
+    if (iChild == 0)
+        _exit(0);
+    int iStatus = -1;
+    EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+    EXPECT_EQ(iStatus, 0);
+}
+[[gnu::used, gnu::section(".preinit_array")]] void (*const kBeforeTheLibrary)() = [] {
+    (void)pthread_atfork(ForkAgain, nullptr, nullptr);
 };
 
 void ForkForEachRow(void *pDone) {
@@ -143,6 +168,26 @@ void ForkForEachRow(void *pDone) {
         EXPECT_EQ(iStatus, 0) << row.szWhat;
     }
     *static_cast<std::atomic<bool> *>(pDone) = true;
+}
+
+TEST(Fork, OneWithinAnotherLosesNoLock) {
+    alarm(60); // if it does, nothing below returns
+    for (int n = 0; n < 2; ++n) {
+        s_bForkAgain = true;
+        const pid_t iChild = fork();
+        if (iChild == 0) {
+            alarm(60);
+            _exit(VYX_Init() == VYX_OK && UseSemaphore(0) ? 0 : 1);
+        }
+        EXPECT_FALSE(s_bForkAgain);
+        int iStatus = -1;
+        EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+        EXPECT_EQ(iStatus, 0);
+        EXPECT_EQ(VYX_Init(), VYX_OK);
+        EXPECT_TRUE(UseSemaphore(0));
+        EXPECT_EQ(VYX_Fini(), VYX_OK);
+    }
+    alarm(0);
 }
 
 // Forked on a thread of the program, and on workers of both pools.
@@ -162,12 +207,20 @@ TEST(Fork, ChildrenDoAllThatTheyMay) {
 
     const VYX_CYCLEBUFFER_PROC fnDrop = [](uint8_t *, uint32_t, void *) { return 0; };
     ASSERT_EQ(VYX_CycleBufferInit(&s_hRing, sizeof s_bytes, fnDrop, nullptr), VYX_OK);
-    std::atomic<bool> written{false};
-    support::Async writer([&] {
-        for (; !written; (void)VYX_CycleBufferRead(s_hRing))
-            (void)VYX_CycleBufferWrite(s_hRing, s_bytes, sizeof s_bytes);
+    std::atomic<bool> enough{false};
+    const auto repeat = [&enough](auto fnCall) {
+        for (; !enough; (void)fnCall()) {
+        }
         return VYX_OK;
+    };
+    support::Async writer([&] {
+        return repeat([] {
+            (void)VYX_CycleBufferWrite(s_hRing, s_bytes, sizeof s_bytes);
+            return VYX_CycleBufferRead(s_hRing);
+        });
     });
+    support::Async guesser([&] { return repeat(VYX_Rand); });
+    support::Async translator([&] { return repeat([] { return VYX_A2UTF8("a"); }); });
 
     std::atomic<bool> done[3] = {};
     ForkForEachRow(&done[0]);
@@ -176,8 +229,10 @@ TEST(Fork, ChildrenDoAllThatTheyMay) {
     EXPECT_EQ(VYX_ThreadPoolFlex_Work(s_hFlexPool, &done[2]), VYX_OK);
     EXPECT_TRUE(support::WaitUntil([&] { return done[1] && done[2]; }));
 
-    written = true;
+    enough = true;
     EXPECT_EQ(writer.Result(), VYX_OK);
+    EXPECT_EQ(guesser.Result(), VYX_OK);
+    EXPECT_EQ(translator.Result(), VYX_OK);
     EXPECT_EQ(VYX_CycleBufferDestroy(s_hRing), VYX_OK);
 
     EXPECT_FALSE(waiter.Done());
