@@ -33,8 +33,9 @@ HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent.parent
 BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_CHECK_LOCKS=ON", "-DVYX_BUILD_TESTS=ON",
          "-DVYX_PRECOMPILE_TESTS=ON", "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF", "-DVYX_BUILD_EXPLORE=ON",
-         "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", "-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld",
-         "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
+         "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]
+if shutil.which("ld.lld"): # quicker, no more
+    BUILD += ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld", "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
 OF_ALL = {"conformance", "explore"} # tests of no room
 STAGES = {"Torture.load", "Torture.storms"} # that are tried like tests; failing resources are tried one by one
@@ -329,7 +330,7 @@ class Tree:
                 return None
             self.command("src/libvyx.a")
             tests = sorted(self.tests_for(file, number), key=lambda test: test.name not in before)
-            return self.first_failure(tests) or self.analysed(file)
+            return self.first_failure(tests) or ("" if self.own else self.analysed(file))
         finally:
             end_descendants()
             file.write_text(text)
@@ -375,8 +376,21 @@ def update(path, content):
         path.write_bytes(content)
 
 
+def files_of_work_tree(work):
+    """The names of all files but what is built: those that Git takes or, in a tree without Git, all that are there."""
+    listed = shutil.which("git") and subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=TOP,
+                                                    stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    if listed and listed.returncode == 0:
+        names = set(listed.stdout.decode().split("\0"))
+    else:
+        built = {"build", ".git", *(work.relative_to(TOP).parts[:1] if work.is_relative_to(TOP) else ())}
+        names = {str(file.relative_to(TOP)) for entry in TOP.iterdir() if entry.name not in built
+                 for file in ([entry] if entry.is_file() else entry.rglob("*"))}
+    return {name for name in names if name and (TOP / name).is_file()}
+
+
 def copy_tree(work, revision):
-    """The tracked files of a revision, or of the work tree; what has not changed is not touched."""
+    """The files of a revision, or of the work tree; what has not changed is not touched."""
     with tempfile.TemporaryDirectory() as folder:
         source = pathlib.Path(folder) if revision else TOP
         if revision:
@@ -384,12 +398,10 @@ def copy_tree(work, revision):
             subprocess.run(["tar", "x"], cwd=folder, input=archive, check=True)
             names = {str(file.relative_to(source)) for file in source.rglob("*") if file.is_file()}
         else:
-            listed = subprocess.run(["git", "ls-files", "-z", "-co", "--exclude-standard"], cwd=TOP, check=True,
-                                    stdout=subprocess.PIPE).stdout
-            names = {name for name in listed.decode().split("\0") if name and (TOP / name).is_file()}
+            names = files_of_work_tree(work)
         for name in names:
             update(work / name, (source / name).read_bytes())
-            (work / name).chmod((source / name).stat().st_mode)
+            (work / name).chmod((source / name).stat().st_mode | 0o200)
         for folder in ("src", "tests", "include", "fuzz"):
             for file in (work / folder).rglob("*"):
                 if file.is_file() and str(file.relative_to(work)) not in names:
