@@ -26,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 #endif
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__) || defined(VYX_TESTS_SANITIZED) ||         \
     defined(VYX_TESTS_EMULATED)
+#define VYX_TESTS_NO_THREADS_AROUND_FORK
 constexpr bool kThreadsAfterFork = false;
 #else
 constexpr bool kThreadsAfterFork = true;
