@@ -2,6 +2,7 @@
 // latter when the wait begins; so a wait on the wall clock is made of short ones, with a look at the clock after each.
 // None of them loses a signal: the platform says whether it was the time that ended it.
 #include <cerrno>
+#include <sched.h>
 #include <sys/time.h>
 
 #include "base/deadline.h"
@@ -32,6 +33,16 @@ bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadlin
             return true;
     } while (!deadline.HasPassed());
     return false;
+}
+
+// The platform has no bounded wait for a mutex.
+bool LockUntil(pthread_mutex_t *pMutex, const Deadline &deadline) {
+    while (pthread_mutex_trylock(pMutex) != 0) {
+        if (deadline.HasPassed())
+            return false;
+        (void)sched_yield();
+    }
+    return true;
 }
 
 } // namespace vyx_inter

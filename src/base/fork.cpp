@@ -29,10 +29,12 @@ namespace vyx_inter {
 const char g_cForkHandlers = 0;
 
 void ForkHold::Before() {
-    const Deadline last = Deadline::In(kForkPatience, Clock::Monotonic);
+    const bool bInnermost = IsInnermost(m_lock.m_eRank);
+    const Deadline last = Deadline::In(bInnermost ? kForkPatienceInnermost : kForkPatience, Clock::Monotonic);
     int64_t iUntoldSince = Now(Clock::Monotonic);
+    bool bTaken = false;
     for (uint32_t nLooks = 1, nUntold = 1;; ++nLooks, ++nUntold) {
-        m_bHeld = m_lock.TryForFork();
+        m_bHeld = bTaken || m_lock.TryForFork();
         const Holder eHolder = m_bHeld ? Holder::Other : HolderOf(m_lock.m_hMutex);
         m_bOwn = eHolder == Holder::Self;
         m_bOthers = !m_bHeld && eHolder == Holder::Other;
@@ -46,7 +48,10 @@ void ForkHold::Before() {
         }
         if (iNow - iUntoldSince > PatienceMicros_Local(eHolder) && nUntold >= kForkLeastLooks)
             return;
-        (void)sched_yield();
+        if (bInnermost && eHolder == Holder::Other)
+            bTaken = m_lock.AwaitForFork(Deadline::In(kForkSleep, Clock::Monotonic));
+        else
+            (void)sched_yield();
     }
 }
 

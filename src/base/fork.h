@@ -43,9 +43,16 @@ class ForkHold {
     bool m_bOwn = false; // the calling thread was interrupted while it held the lock
 };
 
-// Milliseconds for which a fork waits for a lock: in all; while its holder is AtEdge; while the platform does not tell the
-// holder. A holder that is AtEdge for longer is the calling thread, interrupted by a signal, or gets no processor.
+// Milliseconds for which a fork waits for a lock: in all; in all for an innermost one; while its holder is AtEdge; while the
+// platform does not tell the holder. A holder that is AtEdge for longer is the calling thread, interrupted by a signal, or
+// gets no processor.
+//
+// For an innermost lock the fork sleeps in between, since its holder cannot be waiting for the forking thread, and takes part
+// in the race for the lock each time it is given back. It wakes up by itself as well: where threads take the lock all the
+// time, on a busy machine, that needs a tenth of the time of a sleep without end, and looks alone may fail for ten seconds.
 constexpr uint32_t kForkPatience = 1000;
+constexpr uint32_t kForkPatienceInnermost = 10000;
+constexpr uint32_t kForkSleep = 1;
 constexpr uint32_t kForkPatienceAtEdge = 1;
 constexpr uint32_t kForkPatienceUnknown = 20;
 // A fork also looks at least so often. On a busy machine a long time may pass between two looks: both may meet the lock

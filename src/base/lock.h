@@ -70,6 +70,7 @@ class VYX_CAPABILITY("mutex") Lock {
 
     // Around fork (base/fork.h), which takes all locks of one rank: without the check of the order.
     bool TryForFork() VYX_UNCHECKED { return pthread_mutex_trylock(&m_hMutex) == 0; }
+    bool AwaitForFork(const Deadline &last) VYX_UNCHECKED { return LockUntil(&m_hMutex, last); }
     void ReleaseAfterFork() VYX_UNCHECKED { (void)pthread_mutex_unlock(&m_hMutex); }
     // In a forked child: free, whoever held it in the parent.
     void Renew() { m_hMutex = m_eTaken == Taken::Spin ? kSpinningMutex : kSleepingMutex; }

@@ -33,6 +33,11 @@ int64_t Now(Clock eClock);
 // the deadline is lost. A cancellation point, after which the mutex is held.
 bool CondWaitUntil(pthread_cond_t *pCond, pthread_mutex_t *pMutex, const Deadline &deadline);
 
+// Takes a mutex. Result: false if it could not be had before the deadline. Whoever holds it gives it back soon, but may take
+// it again at once: the call sleeps where it can, and is woken by whoever gives it back. A wall clock that is set back may
+// prolong the wait. Also called in signal handlers.
+bool LockUntil(pthread_mutex_t *pMutex, const Deadline &deadline);
+
 // ---- Mutexes: base/mutex. What a platform can tell of them besides is rows of the description (base/describe.h).
 
 // The number by which the system knows the thread that holds a mutex; 0 if nobody does, or the platform does not tell.

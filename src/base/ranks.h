@@ -53,6 +53,11 @@ inline constexpr RankRow kRanks[] = {
     {185, "SemTurns"},  {190, "SemNames"},
 };
 
+// Who holds one of the innermost locks waits for nothing but, for a moment, another of them.
+constexpr bool IsInnermost(Rank eRank) {
+    return eRank >= Rank::SemWaits;
+}
+
 } // namespace vyx_inter
 
 #endif

@@ -70,22 +70,33 @@ TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
     EXPECT_EQ(hold.InChild(), lock.OwnThread() == 0) << "where the platform does not tell, nobody can know";
 }
 
-// A holder that is known to work on is awaited for longer than one that nobody knows.
+// A holder that is known to work on is awaited for longer than one that nobody knows, and longest if it cannot be waiting
+// for the forking thread.
 TEST(ForkHold, AwaitsAHolderThatIsKnown) {
-    Lock lock{Rank::SemWaits};
-    vyx_inter::ForkHold hold(lock);
-    std::atomic<bool> bTaken{false};
-    std::thread holder([&] {
-        const LockGuard guard(lock);
-        bTaken = true;
-        usleep(3000 * vyx_inter::kForkPatienceUnknown); // that it takes so long is what is tried
-    });
-    while (!bTaken)
-        std::this_thread::yield();
-    hold.Before();
-    EXPECT_TRUE(hold.IsWhole());
-    hold.InParent();
-    holder.join();
+    const struct {
+        Rank eRank;
+        uint32_t nMillis;
+        bool bSleeps; // and is woken, as looks may meet the lock taken each time
+    } rows[] = {{Rank::Queue, 3 * vyx_inter::kForkPatienceUnknown, false},
+                {Rank::SemWaits, vyx_inter::kForkPatience * 11 / 10, true}};
+    for (const auto &row : rows) {
+        Lock lock{row.eRank};
+        vyx_inter::ForkHold hold(lock);
+        std::atomic<bool> bTaken{false};
+        std::thread holder([&] {
+            const LockGuard guard(lock);
+            bTaken = true;
+            usleep(1000 * row.nMillis); // that it takes so long is what is tried
+        });
+        while (!bTaken)
+            std::this_thread::yield();
+        s_nLooks = 0;
+        hold.Before();
+        EXPECT_TRUE(hold.IsWhole());
+        EXPECT_EQ(s_nLooks == 0, row.bSleeps);
+        hold.InParent();
+        holder.join();
+    }
 }
 
 // A lock that is just passed on is nobody's.
