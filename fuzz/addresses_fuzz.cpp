@@ -11,7 +11,8 @@ using fuzz::Bytes;
 
 // A text, or null for none, becomes a record of a family; without a text, it is the address of all zeros.
 void MakeRecord(int iFamily, const char *szText, const std::optional<Bytes> &expected) {
-    VYX_ADDR_T addr = {};
+    VYX_ADDR_T addr;
+    std::memset(&addr, 0xEE, sizeof addr);
     REQUIRE(VYX_MakeAddrByString(iFamily, szText, 0x1234, &addr) == (expected ? VYX_OK : VYX_ERROR));
     if (!expected)
         return;

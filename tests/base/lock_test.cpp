@@ -1,6 +1,8 @@
 // Locks: what they show to tools, a fork, the check of their order; and deadlines.
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <thread>
 #include <unistd.h>
 
@@ -70,30 +72,33 @@ TEST(ForkHold, LeavesAloneWhatItsThreadIsChanging) {
     EXPECT_EQ(hold.InChild(), lock.OwnThread() == 0) << "where the platform does not tell, nobody can know";
 }
 
-// A holder that is known to work on is awaited for longer than one that nobody knows, and longest if it cannot be waiting
-// for the forking thread.
+// A holder that is known is awaited for longer than one that nobody knows, and longest if it cannot be waiting for the forking
+// thread.
 TEST(ForkHold, AwaitsAHolderThatIsKnown) {
-    const struct {
-        Rank eRank;
-        uint32_t nMillis;
-        bool bSleeps; // and is woken, as looks may meet the lock taken each time
-    } rows[] = {{Rank::Queue, 3 * vyx_inter::kForkPatienceUnknown, false},
-                {Rank::SemWaits, vyx_inter::kForkPatience * 11 / 10, true}};
-    for (const auto &row : rows) {
-        Lock lock{row.eRank};
+    constexpr uint32_t kMillis = vyx_inter::kForkPatience * 11 / 10;
+    for (const Rank eRank : {Rank::LogQueue, Rank::SemWaits}) {
+        const bool bInnermost = eRank == Rank::SemWaits;
+        Lock lock{eRank};
         vyx_inter::ForkHold hold(lock);
         std::atomic<bool> bTaken{false};
+        std::atomic<bool> bGiveBack{false};
         std::thread holder([&] {
             const LockGuard guard(lock);
             bTaken = true;
-            usleep(1000 * row.nMillis); // that it takes so long is what is tried
+            usleep(1000 * kMillis); // that it takes so long is what is tried
+            while (!bInnermost && !bGiveBack)
+                std::this_thread::yield();
         });
         while (!bTaken)
             std::this_thread::yield();
         s_nLooks = 0;
+        const Deadline patience = Deadline::In(vyx_inter::kForkPatience, Clock::Monotonic);
         hold.Before();
-        EXPECT_TRUE(hold.IsWhole());
-        EXPECT_EQ(s_nLooks == 0, row.bSleeps);
+        EXPECT_TRUE(patience.HasPassed());
+        EXPECT_EQ(hold.IsWhole(), bInnermost);
+        EXPECT_EQ(hold.IsOthers(), !bInnermost);
+        EXPECT_EQ(s_nLooks == 0, bInnermost) << "it sleeps, as looks may meet the lock taken each time";
+        bGiveBack = true;
         hold.InParent();
         holder.join();
     }
@@ -139,7 +144,9 @@ TEST(LockOrder, RanksAreListedInTheirOrder) {
     for (size_t i = 0; i < std::size(vyx_inter::kRanks); ++i) {
         EXPECT_LE(vyx_inter::kRanks[i > 0 ? i - 1 : 0].nLevel, vyx_inter::kRanks[i].nLevel)
             << vyx_inter::kRanks[i].szName;
-        EXPECT_EQ(vyx_description_ranks.rows[i].nSize, vyx_inter::kRanks[i].nLevel) << "as tools see it";
+        const vyx_inter::DescriptionRow &row = vyx_description_ranks.rows[i]; // as tools see it
+        EXPECT_EQ(row.nSize, vyx_inter::kRanks[i].nLevel);
+        EXPECT_EQ(row.szName, std::string("rank:") + vyx_inter::kRanks[i].szName);
     }
 }
 
@@ -201,6 +208,10 @@ TEST(Deadline, ConditionKeepsItOnEitherClock) {
         }
         EXPECT_GE(vyx_inter::Now(eClock), deadline.Micros());
     }
+    timespec now = {};
+    ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
+    const int64_t iMicros = now.tv_sec * vyx_inter::kMicrosPerSecond + now.tv_nsec / 1000;
+    EXPECT_LT(std::abs(vyx_inter::Now(Clock::Monotonic) - iMicros), 3600 * vyx_inter::kMicrosPerSecond);
 }
 
 } // namespace

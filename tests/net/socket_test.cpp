@@ -45,6 +45,7 @@ TEST(Addr, RecordsTakenApart) {
     EXPECT_EQ(nAddr, htonl(0x01020304));
     EXPECT_EQ(VYX_GetAddr6Int(&addr, bytes), VYX_ERROR);
     addr.sa.sa_family = AF_UNIX;
+    memset(bytes, 0xEE, sizeof bytes);
     EXPECT_EQ(VYX_GetAddr6Int(&addr, bytes), VYX_OK) << "every other family counts as IPv6";
     EXPECT_EQ(memcmp(bytes, &addr.in6.sin6_addr, 16), 0);
     EXPECT_EQ(VYX_GetAddrString(&addr), nullptr);

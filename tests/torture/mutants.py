@@ -34,6 +34,8 @@ TOP = HERE.parent.parent
 BUILD = ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O0", "-DVYX_CHECK_LOCKS=ON", "-DVYX_BUILD_TESTS=ON",
          "-DVYX_PRECOMPILE_TESTS=ON", "-DVYX_BUILD_BENCH=OFF", "-DVYX_BUILD_EXAMPLES=OFF", "-DVYX_BUILD_TOOLS=OFF", "-DVYX_BUILD_EXPLORE=ON",
          "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"]
+for language in ("C", "CXX"): # a compiler cache may hand out objects whose debug information names the files of another tree
+    BUILD += [f"-DCMAKE_{language}_COMPILER_LAUNCHER="]
 if shutil.which("ld.lld"): # quicker, no more
     BUILD += ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld", "-DCMAKE_SHARED_LINKER_FLAGS=-fuse-ld=lld"]
 LEAST_IN_A_ROOM = 8
