@@ -121,10 +121,11 @@ TEST_F(Log, ResultsAndTheirOrder) {
 }
 
 TEST_F(LogHeader, IsThatOfTheMoment) {
-    const auto stamp = [] {
+    const auto stamp = [](int64_t &iMillis) {
         char szStamp[40];
         timespec now; // not time(): its second may begin a tick later than that of the exact clock
         clock_gettime(CLOCK_REALTIME, &now);
+        iMillis = now.tv_nsec / 1000000;
         (void)std::strftime(szStamp, sizeof szStamp, "[%Y-%m-%d %H:%M:%S.", std::localtime(&now.tv_sec));
         return std::string(szStamp);
     };
@@ -132,11 +133,15 @@ TEST_F(LogHeader, IsThatOfTheMoment) {
     for (const char *szZone : {"AAA-11", "BBB12"}) { // a change counts at once, also without tzset
         setenv("TZ", szZone, 1);
         std::string before;
+        int64_t iFrom = 0;
+        int64_t iTo = 0;
         do { // until it falls into one second
-            before = stamp();
+            before = stamp(iFrom);
             EXPECT_EQ(FormatTimeAndName(text, sizeof text, VYX_LOG_LEVEL_ERR, "f.c", 12), 50);
-        } while (before != stamp());
+        } while (before != stamp(iTo));
         EXPECT_EQ(std::string(text, before.size()), before);
+        const int iMillis = std::stoi(std::string(text + before.size(), 3));
+        EXPECT_TRUE(iFrom <= iMillis && iMillis <= iTo) << text;
         EXPECT_STREQ(text + before.size() + 3, "][ERR][FILE:f.c][LINE:12] ");
     }
     EXPECT_EQ(FormatTimeAndName(nullptr, 0, VYX_LOG_LEVEL_ERR, "f.c", 12), 50);

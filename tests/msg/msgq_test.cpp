@@ -123,7 +123,9 @@ TEST_F(MsgQueue, TheEndOfTheQueueEndsItsReceivers) {
         if (bStop) {
             ASSERT_EQ(VYX_OK, VYX_Init());
         }
+        const uint32_t nGeneration = m_hQueue->nGeneration.load();
         ASSERT_EQ(VYX_OK, VYX_MsgQCreateEx(&m_hQueue));
+        EXPECT_NE(m_hQueue->nGeneration.load(), nGeneration) << "another queue in the same place";
     }
     Receiver late(m_hQueue, -1);
     AwaitOneMore(m_hQueue);
