@@ -212,8 +212,9 @@ TEST_F(Log, RingKeepsWhatIsInHandAndWhatWasSkipped) {
     LogRing ring;
     ASSERT_EQ(ring.Prepare(), 0);
     ASSERT_TRUE(ring.Open());
-    (void)ring.Switch(0, true);
     const auto put = [&](uint32_t nLength) { return ring.Put(std::string(nLength, 'x').c_str(), nLength); };
+    EXPECT_EQ(put(1), -5) << "without a target";
+    (void)ring.Switch(0, true);
     constexpr uint32_t kStart = 2000 * LogRing::kBatchLines;
     for (uint32_t n = 0; n < LogRing::kBatchLines + 500; ++n)
         ASSERT_EQ(put(2000), 0);

@@ -77,23 +77,26 @@ TEST(TimedWait, WhoBeganFirstIsServedFirst) {
 }
 
 TEST(TimedWait, NothingEndsBeforeTheStart) {
-    Semaphore empty;
-    Semaphore posted(1);
-    Monitor monitor;
-    Async runsOut([&] { return empty.Wait(1); });
-    Async second([&] { return empty.Wait(kLong); });
-    Async isServed([&] { return posted.Wait(1); });
-    Async onCondition([&] { return monitor.Wait(1); });
-    ASSERT_TRUE(PendingBecomes(4));
-    // All limits pass, which nobody must notice, so there is nothing to wait for.
-    std::this_thread::sleep_for(std::chrono::milliseconds(30)); // see above
-    EXPECT_EQ(VYX_TimedWaitPending_Inter(), 4U);
-    const Library library;
-    EXPECT_EQ(runsOut.Result(), VYX_ERROR);
-    EXPECT_EQ(empty.Post(), VYX_OK);
-    EXPECT_EQ(second.Result(), VYX_OK);
-    EXPECT_EQ(isServed.Result(), VYX_OK);
-    EXPECT_EQ(onCondition.Result(), VYX_ERROR);
+    for (const bool bWasStarted : {false, true}) {
+        SCOPED_TRACE(bWasStarted);
+        Semaphore empty;
+        Semaphore posted(1);
+        Monitor monitor;
+        Async runsOut([&] { return empty.Wait(1); });
+        Async second([&] { return empty.Wait(kLong); });
+        Async isServed([&] { return posted.Wait(1); });
+        Async onCondition([&] { return monitor.Wait(1); });
+        ASSERT_TRUE(PendingBecomes(4));
+        // All limits pass, which nobody must notice, so there is nothing to wait for.
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // see above
+        EXPECT_EQ(VYX_TimedWaitPending_Inter(), 4U);
+        const Library library;
+        EXPECT_EQ(runsOut.Result(), VYX_ERROR);
+        EXPECT_EQ(empty.Post(), VYX_OK);
+        EXPECT_EQ(second.Result(), VYX_OK);
+        EXPECT_EQ(isServed.Result(), VYX_OK);
+        EXPECT_EQ(onCondition.Result(), VYX_ERROR);
+    }
 }
 
 // Meanwhile nobody wakes up, unless the platform needs the service to look at the clock every 10 ms.

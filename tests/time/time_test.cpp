@@ -43,14 +43,15 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
         const char *szZone;
         int64_t iSeconds;
         const char *szExpected;
+        const char *szName;
         int32_t iOffset;
         int64_t iSaving; // seconds that the way back is off
     } kTable[] = {
-        {kBerlin, kWinter, "Thu Jan 15 13:00:00 2026", 3600, 0},
-        {kBerlin, kSummer, "Wed Jul 15 14:00:00 2026", 3600, 3600},
-        {kNewYork, kSummer, "Wed Jul 15 08:00:00 2026", -18000, 3600},
-        {"NPT-5:45", kWinter, "Thu Jan 15 17:45:00 2026", 20700, 0},
-        {"LMT0:53:28", kWinter, "Thu Jan 15 11:06:32 2026", -3180, -28},
+        {kBerlin, kWinter, "Thu Jan 15 13:00:00 2026", "CET", 3600, 0},
+        {kBerlin, kSummer, "Wed Jul 15 14:00:00 2026", "CEST", 3600, 3600},
+        {kNewYork, kSummer, "Wed Jul 15 08:00:00 2026", "EDT", -18000, 3600},
+        {"NPT-5:45", kWinter, "Thu Jan 15 17:45:00 2026", "NPT", 20700, 0},
+        {"LMT0:53:28", kWinter, "Thu Jan 15 11:06:32 2026", "LMT", -3180, -28},
     };
     for (const auto &row : kTable) {
         SCOPED_TRACE(row.szZone);
@@ -65,6 +66,9 @@ TEST(LocalTime, OffsetLeavesDaylightSavingOut) {
         char szText[25] = "";
         EXPECT_EQ(VYX_CTime(szText, row.iSeconds * kSecond + 7), VYX_OK);
         EXPECT_STREQ(szText, row.szExpected);
+        uint32_t nLength = 0;
+        EXPECT_EQ(VYX_StrFmtTime(szText, &nLength, sizeof szText, "%Z", &fields), VYX_OK);
+        EXPECT_STREQ(szText, row.szName);
     }
 }
 
