@@ -119,13 +119,14 @@ VYX_API void VYX_SetSystemLastError(uint32_t nCode);
 /*
  * What a forked child may do
  *
- * A fork waits until no other thread is changing the library's state: as a rule for microseconds, at most about a
- * second, but at most ten seconds for what other threads may be using all the time on a busy machine, such as the atomic
- * operations, and for a fork of another thread that is under way. So the child finds all locks of the library free, in
- * whatever calls other threads of the parent were. It has one thread, and of the library's none. A child that wants
- * bounded waits or the library's threads calls VYX_Fini, as often as the parent had called VYX_Init, and VYX_Init. A fork
- * in a signal handler does not block either; as everywhere, the child may then call only what a signal handler may until
- * it ends or starts another program.
+ * A fork waits until no other thread is changing the library's state, as a rule for microseconds. It gives up after about
+ * a second; after ten for the atomic operations, bounded waits, semaphores, local times, random numbers and character
+ * sets, which other threads may be using all the time, and for a fork of another thread that is under way. What a
+ * fork gave up on may be half changed in the child, and a call of it may not return there. Else the child finds all locks
+ * of the library free, in whatever calls other threads of the parent were. It has one thread, and of the library's none. A child that
+ * wants bounded waits or the library's threads calls VYX_Fini, as often as the parent had called VYX_Init, and VYX_Init.
+ * A fork in a signal handler does not block either; as everywhere, the child may then call only what a signal handler may
+ * until it ends or starts another program.
  *
  * | subsystem                | in the child at once                                 | after VYX_Fini and VYX_Init |
  * |--------------------------|------------------------------------------------------|-----------------------------|

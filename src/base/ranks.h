@@ -53,7 +53,8 @@ inline constexpr RankRow kRanks[] = {
     {185, "SemTurns"},  {190, "SemNames"},
 };
 
-// Who holds one of the innermost locks waits for nothing but, for a moment, another of them.
+// Who holds one of the innermost locks waits for no thread but one that holds another of them; or, while the C library
+// loads a converter, one that is loading a module.
 constexpr bool IsInnermost(Rank eRank) {
     return eRank >= Rank::SemWaits;
 }

@@ -87,8 +87,7 @@ TEST(TimedWait, NothingEndsBeforeTheStart) {
         Async isServed([&] { return posted.Wait(1); });
         Async onCondition([&] { return monitor.Wait(1); });
         ASSERT_TRUE(PendingBecomes(4));
-        // All limits pass, which nobody must notice, so there is nothing to wait for.
-        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // see above
+        std::this_thread::sleep_for(std::chrono::milliseconds(30)); // limits pass, and nobody must notice
         EXPECT_EQ(VYX_TimedWaitPending_Inter(), 4U);
         const Library library;
         EXPECT_EQ(runsOut.Result(), VYX_ERROR);
